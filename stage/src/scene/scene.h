@@ -1,0 +1,235 @@
+// The scene as it is kept in memory: elements by tag, declarations, shader instances and their connections.
+//
+// Elements hold exactly the public records that shaders see (geoshader.h), plus what only the renderer needs
+// beside them. The parser builds a Scene; rendering reads it.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "geoshader.h"
+#include "shader.h"
+
+namespace stage {
+
+// Where something stands in a scene file; lines and columns count from 1. An empty file means "made by the stage".
+struct Place {
+    std::shared_ptr<const std::string> file;
+    int line = 0;
+    int column = 0;
+    [[nodiscard]] std::string text() const; // "file:line:column", or "(built in)"
+};
+
+// A mistake in a scene. what() is the whole report: "file:line:column: message", the offending line and a caret.
+class SceneError : public std::runtime_error {
+  public:
+    SceneError(const Place& place, const std::string& message, std::string_view source_line = {});
+};
+
+// ---- declarations --------------------------------------------------------------------------------
+
+// One parameter, struct member or result member, laid out by C rules.
+struct Param {
+    std::string name;
+    miParam_type type = miTYPE_INTEGER;
+    std::vector<Param> members;       // of a struct; of an array: the one element type
+    std::uint32_t offset = 0;         // in the enclosing block; of an array: of its i_, n_ pair
+    std::uint32_t size = 0;           // of an array: of the pair and its first element, as the C member run
+    std::uint32_t alignment = 1;
+    std::vector<std::byte> default_value; // empty when there is none; zeros then
+};
+
+struct PhenomenonBody; // of the parser
+
+// A `declare shader`, `declare phenomenon` or `declare data`.
+struct Declaration {
+    enum class Kind { shader, phenomenon, data };
+    Kind kind = Kind::shader;
+    std::string name;
+    Place place;
+    miTag tag = miNULLTAG;                 // its database element, a miFunction_decl
+    Param result;                          // unused for data
+    std::vector<Param> params;
+    std::uint32_t block_size = 0;          // bytes of a block with every array holding one element
+    int version = 0;                       // 0: not stated
+    std::uint32_t apply = 0;               // bit n for miShader_type n
+    std::string shadow_mode;               // demanded mode: "", "off", "on", "sort", "segments"
+    std::shared_ptr<PhenomenonBody> body;  // of a phenomenon
+    [[nodiscard]] const Param* find(std::string_view param) const;
+};
+
+// ---- shader code and shader instances ------------------------------------------------------------
+
+using ShaderEntry = miBoolean (*)(void* result, miState* state, void* params, void* arg);
+using InitEntry = void (*)(miState* state, void* params, miBoolean* inst_init_req);
+using ExitEntry = void (*)(miState* state, void* params);
+using VersionEntry = int (*)();
+
+// The functions of one shader in a loaded library. One for each shader name, shared by its instances.
+struct ShaderCode {
+    std::string name;
+    std::string library; // file name, for messages
+    ShaderEntry entry = nullptr;
+    InitEntry init = nullptr;
+    ExitEntry exit = nullptr;
+    VersionEntry version = nullptr;
+
+    miLock lock = nullptr;               // of all instances, miQ_DECL_LOCK
+    std::mutex life_cycle;               // guards the first call
+    std::atomic<bool> initialised{false}; // X_init(null) has run
+    bool wants_instance_init = false;
+    std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
+};
+
+// What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
+struct Connection {
+    std::uint32_t offset = 0;        // of the parameter (or struct member, or array element) in the block
+    std::uint32_t size = 0;          // bytes of the value
+    miTag shader = miNULLTAG;        // shader instance whose result is the value, or:
+    bool from_interface = false;     // the value is an interface parameter of the enclosing phenomenon
+    std::uint32_t source_offset = 0; // of the value in the shader's result, or in the interface's block
+};
+
+// What the renderer keeps for a shader instance beside its public record (miFunction).
+struct ShaderInstance {
+    const Declaration* declaration = nullptr;
+    ShaderCode* code = nullptr;  // null for a phenomenon
+    miTag root = miNULLTAG;      // of a phenomenon instance: the shader or material it stands for
+    miTag lens = miNULLTAG, output = miNULLTAG, volume = miNULLTAG, environment = miNULLTAG; // further roots
+    std::uint32_t result_size = 0;
+    std::vector<Connection> connections;
+
+    void* user = nullptr;                 // miQ_FUNC_USERPTR
+    std::vector<void*> thread_user;       // by thread number; miQ_FUNC_TLS_*
+    std::mutex life_cycle;                // guards the first call
+    std::atomic<bool> initialised{false}; // ready to be called: inits have run
+};
+
+// ---- elements --------------------------------------------------------------------------------------
+
+// Storage behind miTriangles and miObject.
+struct Geometry {
+    std::vector<float> vertices;
+    std::vector<miUint> indices;
+    std::vector<miTag> materials;
+    std::vector<miUint> data;
+    miTriangles view{}; // points into the vectors above
+};
+
+// A texture or frame image; defined by stage/src/image.
+class Image;
+// The named frame buffers of a camera.
+struct FramebufferDesc {
+    std::string name;
+    std::string datatype = "rgba"; // as in the scene language: rgba, rgba_fp, rgb, a, s, z, n, m, tag, coverage, ...
+    std::string filename;          // "": not written to a file of its own
+    std::string filetype;
+    std::string compression;
+    std::string colorprofile;
+    int quality = -1;
+    int dpi = 0;
+    bool filtering = true;
+    bool premultiplied = true;
+    bool primary = false;
+    bool user = false;
+    bool useopacity = false;
+    bool tiled = false;
+    bool dod = false;
+};
+
+struct Element {
+    miTag tag = miNULLTAG;
+    int type = 0; // miScene_type
+    std::string name;
+    Place place;
+    void* record = nullptr; // the public record
+    std::size_t size = 0;   // bytes of it
+    std::atomic<int> pins{0};
+    std::vector<std::uint64_t> block;     // owns the record of most elements (aligned, zeroed)
+
+    std::unique_ptr<ShaderInstance> shader;          // miSCENE_FUNCTION
+    std::unique_ptr<Geometry> geometry;              // miSCENE_OBJECT
+    std::vector<FramebufferDesc> framebuffers;       // miSCENE_FRAMEBUFFERS
+    const Declaration* declaration = nullptr;        // miSCENE_FUNCTION_DECL, miSCENE_USERDATA
+    std::string file;                                // miSCENE_IMAGE: file name as found on the search path
+    std::shared_ptr<Image> image;                    // miSCENE_IMAGE: filled at first use
+    std::mutex image_guard;
+    std::vector<std::pair<std::string, std::string>> string_options; // miSCENE_OPTIONS
+
+    template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
+    template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
+};
+
+// All elements. Tags count from 1 and are never used twice. Reading is free of locks and may happen on many
+// threads; elements are added only while no frame is rendered, or under `add`'s own lock by the renderer.
+class Database {
+  public:
+    Database();
+    ~Database();
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    // Adds an element with a zeroed record of `size` bytes. An empty name makes it nameless.
+    Element& add(int type, std::string name, const Place& place, std::size_t size);
+    // Gives the element a zeroed record of another size; the old bytes are kept as far as they fit.
+    void resize(Element& element, std::size_t size);
+    [[nodiscard]] Element* find(miTag tag) const; // null for a tag that names nothing
+    [[nodiscard]] Element* find(std::string_view name) const;
+    void rename(Element& element, std::string name);
+    void remove(Element& element); // `delete "name"`: the name goes, the tag stays valid
+    [[nodiscard]] std::size_t size() const; // highest tag
+
+    template <class T> [[nodiscard]] T* record(miTag tag, int type) const {
+        Element* e = find(tag);
+        return e && e->type == type ? e->as<T>() : nullptr;
+    }
+
+  private:
+    static constexpr std::size_t page_size = 4096;
+    struct Page;
+    std::vector<std::unique_ptr<Page>> pages_;
+    std::atomic<std::size_t> count_{0};
+    std::unordered_map<std::string, miTag> names_;
+    mutable std::mutex guard_;
+};
+
+// ---- the scene -------------------------------------------------------------------------------------
+
+struct RenderCommand {
+    miTag root = miNULLTAG;            // instgroup
+    miTag camera_instance = miNULLTAG;
+    miTag options = miNULLTAG;
+    miTag inheritance = miNULLTAG;
+    Place place;
+};
+
+class LibrarySet; // loaded shader libraries (scene/libraries.h)
+
+struct Scene {
+    Scene();
+    ~Scene();
+
+    Database database;
+    std::unordered_map<std::string, std::unique_ptr<Declaration>> declarations; // shaders, phenomena and data apart
+    std::unordered_map<std::string, std::unique_ptr<ShaderCode>> code;
+    std::unique_ptr<LibrarySet> libraries;
+    std::vector<std::string> search_path; // for link, include, textures and data files
+    std::vector<std::string> warnings;    // missing texture, version mismatch, ...: each names element and place
+
+    // Calls the exit functions of all initialised instances and shaders, in reverse order of their first calls.
+    void exit_shaders();
+    std::vector<miTag> init_order;      // instances by first call; guarded by init_guard
+    std::mutex init_guard;
+};
+
+} // namespace stage
