@@ -1,0 +1,109 @@
+// What a rendering thread carries from call to call: scratch memory, the states of the rays in flight, the
+// current sample's frame buffers, shader state records and random numbers.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "kit/shader_state.h"
+#include "render/world.h"
+
+namespace stage {
+
+class Renderer;
+
+// Memory in last-in, first-out order. Grows by chunks that are kept, so a warm arena does not allocate.
+class Arena {
+  public:
+    struct Mark {
+        std::size_t chunk, used;
+    };
+    void* allocate(std::size_t size, std::size_t alignment = 16); // not cleared
+    [[nodiscard]] Mark mark() const { return {chunk_, used_}; }
+    void release(Mark mark) { chunk_ = mark.chunk, used_ = mark.used; }
+
+  private:
+    struct Chunk {
+        std::unique_ptr<std::byte[]> bytes;
+        std::size_t size;
+    };
+    std::vector<Chunk> chunks_;
+    std::size_t chunk_ = 0, used_ = 0;
+};
+
+// Releases what was taken from the arena since.
+class ArenaScope {
+  public:
+    explicit ArenaScope(Arena& arena) : arena_(arena), mark_(arena.mark()) {}
+    ~ArenaScope() { arena_.release(mark_); }
+    ArenaScope(const ArenaScope&) = delete;
+    ArenaScope& operator=(const ArenaScope&) = delete;
+
+  private:
+    Arena& arena_;
+    Arena::Mark mark_;
+};
+
+inline constexpr int max_texture_spaces = 16;
+
+// A ray in flight: its state and what the state points to.
+struct RayFrame {
+    miState state;
+    miRc_intersection hit;
+    std::array<miVector, max_texture_spaces> tex, bump_x, bump_y;
+    std::array<miVector, 5> derivs;
+};
+
+// Values that shaders put into the camera's frame buffers during one sample, by buffer index.
+struct SampleBuffers {
+    std::vector<miColor> values; // as colours; integers (tags, labels) are kept in the bits of r
+    std::vector<bool> written;
+};
+
+// Counted during rendering, summed over the threads at the end.
+struct Statistics {
+    std::uint64_t eye_rays = 0, reflection_rays = 0, refraction_rays = 0, transparent_rays = 0, shadow_rays = 0,
+                  environment_rays = 0, probe_rays = 0, shader_calls = 0, light_samples = 0, samples = 0,
+                  bad_samples = 0; // NaN or infinite
+};
+
+struct ThreadContext {
+    Renderer* renderer = nullptr;
+    const World* world = nullptr;
+    short thread = 0;
+    Arena arena;
+    ShaderStateRecords records;
+    SampleBuffers buffers;
+    Statistics statistics;
+
+    // current sample
+    std::uint32_t pixel_x = 0, pixel_y = 0, sample = 0;
+    std::uint64_t sample_seed = 0;    // the same for the same pixel and sample in every run and thread
+    std::uint32_t sample_dimension = 0; // next dimension of the sample's sequence
+    std::uint64_t random_state = 0;   // of mi_par_random and the direction samplers; reset from the seed
+    miColor opacity{1, 1, 1, 1};      // mi_opacity_set of the primary hit
+    bool opacity_set = false;
+
+    // The next number in [0, 1) of the sample's own stream.
+    float next_random();
+};
+
+inline ThreadContext& context_of(const miState* state) {
+    return *static_cast<ThreadContext*>(state->renderer);
+}
+
+// The primitive that a state stands on, or null.
+inline const miRc_intersection* hit_of(const miState* state) {
+    const auto* hit = static_cast<const miRc_intersection*>(state->pri);
+    return hit && hit->instance != UINT32_MAX ? hit : nullptr;
+}
+
+inline const WorldInstance* instance_of(const miState* state) {
+    const miRc_intersection* hit = hit_of(state);
+    return hit ? &context_of(state).world->instances[hit->instance] : nullptr;
+}
+
+} // namespace stage

@@ -1,0 +1,71 @@
+// Renders one frame: buckets over the threads, samples over the pixels, pictures at the end.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "render/context.h"
+#include "render/world.h"
+
+namespace stage {
+
+struct RenderSettings {
+    int threads = 0; // 0: all
+    std::optional<std::array<int, 4>> region; // xl, yl, xh, yh inclusive, pixels, (0, 0) lower left
+    std::optional<std::array<int, 2>> resolution;
+    std::optional<int> samples; // samples for each pixel: a square number, 1, 4, 9, ...
+    bool camera_space = false;  // internal space is the camera's
+    bool progress = true;       // a line on the error stream
+    bool statistics = false;
+    std::string output;         // picture of the first frame: .png or .exr; empty for the camera's own outputs
+};
+
+// One finished frame buffer: rows from the bottom, `channels` floats for each pixel.
+struct FrameBuffer {
+    FramebufferDesc desc;
+    int width = 0, height = 0, channels = 4;
+    std::vector<float> pixels;
+};
+
+class Renderer {
+  public:
+    Renderer(Scene& scene, const RenderCommand& command, const RenderSettings& settings);
+    ~Renderer();
+
+    // Renders the frame. Returns false when it was stopped before the end; what is finished is kept.
+    bool render();
+    // Writes the pictures (only after render): the main one to settings.output or the camera's outputs, every
+    // named buffer as a layer of an EXR file. Returns the paths written. Throws std::runtime_error.
+    std::vector<std::string> write_pictures();
+
+    [[nodiscard]] const World& world() const { return *world_; }
+    [[nodiscard]] const std::vector<FrameBuffer>& buffers() const { return buffers_; } // [0] is the main image
+    [[nodiscard]] Statistics statistics() const;
+    [[nodiscard]] bool aborted() const { return aborted_.load(std::memory_order_relaxed); }
+    void abort() { aborted_.store(true, std::memory_order_relaxed); } // from a signal handler
+    // Index for mi_fb_put by name, or -1. Index 0 is the main image.
+    [[nodiscard]] int buffer_index(const char* name) const;
+    // Thread contexts; [thread].
+    [[nodiscard]] const std::vector<std::unique_ptr<ThreadContext>>& contexts() const { return contexts_; }
+    miLock global_lock = nullptr;
+
+  private:
+    std::unique_ptr<World> world_;
+    RenderSettings settings_;
+    std::vector<FrameBuffer> buffers_;
+    std::vector<std::unique_ptr<ThreadContext>> contexts_;
+    std::atomic<bool> aborted_{false};
+    // and what the implementation needs
+};
+
+// The renderer of the frame that is being rendered, for interface functions without a state; null between frames.
+Renderer* current_renderer();
+// The scene that is loaded, for interface functions without a state.
+Scene* current_scene();
+void set_current_scene(Scene* scene);
+
+} // namespace stage

@@ -1,0 +1,102 @@
+// What one frame renders: the instance graph flattened to leaf instances in internal space, its lights, its
+// camera, and the ray casting structure over it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <unordered_map>
+#include <vector>
+
+#include "scene/scene.h"
+
+// Identifies a hit primitive completely: what miState::pri points to.
+struct miRc_intersection {
+    std::uint32_t instance = UINT32_MAX; // index into World::instances, UINT32_MAX for none
+    std::uint32_t triangle = 0;          // of the instance's tessellation
+    float u = 0.0f, v = 0.0f;            // weights of the second and third corner
+    double distance = 0.0;               // along the ray, internal space
+};
+
+namespace stage {
+
+struct Matrix {
+    miMatrix m;
+};
+
+enum class RayMask : std::uint32_t { // which instances a ray can meet
+    primary = 1u << 0,      // visible
+    shadow = 1u << 1,       // casts shadows
+    trace = 1u << 2,        // seen by secondary rays at all (probe, continue)
+    reflection = 1u << 3,   // seen in reflections
+    refraction = 1u << 4,   // seen through refraction
+    transparency = 1u << 5, // seen through transparency
+    finalgather = 1u << 6,
+};
+
+// One piece of geometry at one place.
+struct WorldInstance {
+    miTag tag = miNULLTAG;      // the leaf instance; instances reached by several paths have elements of their own
+    miTag object_tag = miNULLTAG;
+    const miObject* object = nullptr;
+    const miTriangles* triangles = nullptr;
+    Matrix to_internal;         // object to internal space
+    Matrix from_internal;
+    Matrix motion_to_internal;  // at the end of the shutter interval; equals to_internal when nothing moves
+    bool mirrored = false;      // to_internal turns orientation around
+    bool has_motion = false;
+    std::uint32_t mask = 0;     // RayMask bits
+    miUint1 face = 'a';         // which sides are seen
+    bool receives_reflection = true, receives_refraction = true, receives_transparency = true;
+    miTag material = miNULLTAG; // inherited; or:
+    std::span<const miTag> materials; // inherited list, indexed by the labels of a tagged object
+    bool override_material = false;
+    bool exclusive_lights = false;
+    bool has_light_list = false;
+    std::span<const miTag> lights; // the instance's light list
+    miUint label = 0;
+    [[nodiscard]] miTag material_of(std::uint32_t triangle) const;
+};
+
+struct WorldLight {
+    miTag instance = miNULLTAG;
+    miTag light_tag = miNULLTAG;
+    const miLight* light = nullptr;
+    Matrix to_internal; // light to internal space
+    Matrix from_internal;
+};
+
+struct EmbreeScene; // render/embree_scene.h, the only place that includes Embree
+
+class World {
+  public:
+    // Flattens the graph below `command.root` and builds the ray casting structure. Throws SceneError.
+    World(Scene& scene, const RenderCommand& command, bool camera_space);
+    ~World();
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    Scene& scene;
+    miTag camera_instance = miNULLTAG;
+    const miCamera* camera = nullptr;
+    const miOptions* options = nullptr;
+    Matrix world_to_internal, internal_to_world;
+    Matrix camera_to_internal, internal_to_camera;
+    std::vector<WorldInstance> instances;
+    std::vector<WorldLight> lights;
+    std::vector<miTag> light_tags; // instances of `lights`, in order
+    bool moving = false;           // something moves and the options ask for motion
+
+    [[nodiscard]] const WorldInstance* find_instance(miTag tag) const;
+    [[nodiscard]] const WorldLight* find_light(miTag instance) const;
+
+    // Nearest hit with near < distance < far, among instances with a bit of `mask`. `time` in [0, 1]: shutter.
+    bool intersect(const miVector& org, const miVector& dir, double near, double far, float time, std::uint32_t mask,
+                   miRc_intersection& hit) const;
+
+  private:
+    std::unique_ptr<EmbreeScene> embree_;
+    std::unordered_map<miTag, std::uint32_t> instance_index_, light_index_;
+};
+
+} // namespace stage
