@@ -38,8 +38,9 @@ template <class Result> Result answer() {
 template <class Result, class... Arguments>
 void expect_forwarded(const char* name, scripted::Script<Result(Arguments...)>& script,
                       Result (*forward)(Arguments...)) {
-    int number = 0;
-    const std::tuple<Arguments...> sent{distinct<Arguments>(++number)...};
+    const auto sent = []<int... numbers>(std::integer_sequence<int, numbers...>) {
+        return std::tuple<Arguments...>(distinct<Arguments>(numbers + 1)...);
+    }(std::make_integer_sequence<int, sizeof...(Arguments)>());
     bool arrived = false;
     script = [&](Arguments... arguments) -> Result {
         arrived = std::tuple<Arguments...>(arguments...) == sent;
