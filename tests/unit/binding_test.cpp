@@ -31,7 +31,7 @@ template <class T> T distinct(int number) {
 
 template <class Result> Result answer() {
     if constexpr (!std::is_void_v<Result>)
-        return distinct<Result>(17); // within the range of every enumeration
+        return distinct<Result>(77);
 }
 
 // Scripts `name`, calls the forwarding function and compares what arrives.
@@ -40,8 +40,7 @@ void expect_forwarded(const char* name, scripted::Script<Result(Arguments...)>& 
                       Result (*forward)(Arguments...)) {
     const auto sent = []<int... numbers>(std::integer_sequence<int, numbers...>) {
         return std::tuple<Arguments...>(distinct<Arguments>(numbers + 1)...);
-    }
-    (std::make_integer_sequence<int, sizeof...(Arguments)>());
+    }(std::make_integer_sequence<int, sizeof...(Arguments)>());
     bool arrived = false;
     script = [&](Arguments... arguments) -> Result {
         arrived = std::tuple<Arguments...>(arguments...) == sent;
@@ -111,7 +110,7 @@ TEST_F(Binding, AnotherModuleIsLookedUpAgain) {
     namespace fs = std::filesystem;
     const fs::path original = ORL_FILE_SCRIPTED_RENDERER;
     const fs::path copy = fs::path(orl_test_output_dir) / ("second_" + original.filename().string());
-    fs::remove(copy); // of an earlier run; overwriting fails under MinGW
+    fs::remove(copy); // overwriting does not work with every run-time
     fs::copy_file(original, copy);
     Renderer second(copy.string().c_str());
     second.reset();
