@@ -1,13 +1,14 @@
 // Renders one frame: buckets over the threads, samples over the pixels, pictures at the end.
 #pragma once
 
+#include <array>
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "image/framebuffer.h"
 #include "render/context.h"
 #include "render/world.h"
 
@@ -20,15 +21,8 @@ struct RenderSettings {
     std::optional<int> samples; // samples for each pixel: a square number, 1, 4, 9, ...
     bool camera_space = false;  // internal space is the camera's
     bool progress = true;       // a line on the error stream
-    bool statistics = false;
-    std::string output;         // picture of the first frame: .png or .exr; empty for the camera's own outputs
-};
-
-// One finished frame buffer: rows from the bottom, `channels` floats for each pixel.
-struct FrameBuffer {
-    FramebufferDesc desc;
-    int width = 0, height = 0, channels = 4;
-    std::vector<float> pixels;
+    std::vector<std::string> outputs; // pictures of the main image, .png or .exr; empty for the camera's own
+    std::string default_output = "out.png"; // when neither these nor the scene name any
 };
 
 class Renderer {
@@ -38,8 +32,9 @@ class Renderer {
 
     // Renders the frame. Returns false when it was stopped before the end; what is finished is kept.
     bool render();
-    // Writes the pictures (only after render): the main one to settings.output or the camera's outputs, every
-    // named buffer as a layer of an EXR file. Returns the paths written. Throws std::runtime_error.
+    // Writes the pictures (only after render): the main image to settings.outputs or, without any, to the files
+    // that the camera names; every named buffer is a layer of an EXR file of the main image. Returns the paths
+    // written. Throws std::runtime_error.
     std::vector<std::string> write_pictures();
 
     [[nodiscard]] const World& world() const { return *world_; }
@@ -54,12 +49,23 @@ class Renderer {
     miLock global_lock = nullptr;
 
   private:
+    struct Frame; // what only the implementation needs
+
+    void open_buffers();
+    void open_film();
+    void open_contexts();
+    void work();
+    bool render_bucket(ThreadContext& context, std::size_t bucket);
+    void render_sample(ThreadContext& context, int x, int y, std::uint32_t index, float* offset, miColor* values);
+    void take_buffers(const ThreadContext& context, const miState& state, miColor* values);
+    void check_sample(ThreadContext& context, const miState& state, miColor* values);
+
+    std::unique_ptr<Frame> frame_;
     std::unique_ptr<World> world_;
     RenderSettings settings_;
     std::vector<FrameBuffer> buffers_;
     std::vector<std::unique_ptr<ThreadContext>> contexts_;
     std::atomic<bool> aborted_{false};
-    // and what the implementation needs
 };
 
 // The renderer of the frame that is being rendered, for interface functions without a state; null between frames.
