@@ -76,17 +76,17 @@ void print_statistics(const stage::Statistics& s, const Times& times) {
     };
     for (const auto& [name, count] : counts)
         std::printf("%-18s %14llu\n", name, static_cast<unsigned long long>(count));
-    std::printf("%-18s %14.3f s\n%-18s %14.3f s\n%-18s %14.3f s\n", "time to build", times.build, "time to render",
-                times.render, "time to write", times.write);
+    std::printf("%-18s %14.3f s\n%-18s %14.3f s\n%-18s %14.3f s\n", "time to build", times.build,
+                "time to render", times.render, "time to write", times.write);
 }
 
 // Renders the frames of one scene file.
 class Session {
-  public:
+public:
     explicit Session(const CommandLine& line) : line_(line) {}
     int run();
 
-  private:
+private:
     void frame(stage::Scene& scene, const stage::RenderCommand& command);
     [[nodiscard]] stage::RenderSettings settings() const;
     void number_first_frame();
@@ -114,7 +114,6 @@ stage::RenderSettings Session::settings() const {
         s.samples = line_.samples;
     s.camera_space = line_.space == "camera";
     s.progress = !line_.quiet;
-    s.statistics = line_.statistics;
     s.outputs = line_.outputs;
     s.default_output = std::filesystem::path(line_.scene).stem().string() + ".png";
     if (frames_ > 1) {

@@ -33,7 +33,8 @@ struct FrameBuffer {
     std::vector<float> pixels;
     [[nodiscard]] bool filtered() const { return type->filtered && desc.filtering; }
     [[nodiscard]] float* pixel(int x, int y) {
-        return &pixels[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) *
+        return &pixels[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                        static_cast<std::size_t>(x)) *
                        static_cast<std::size_t>(channels)];
     }
 };

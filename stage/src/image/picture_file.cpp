@@ -29,8 +29,9 @@ void write_rows(const std::string& path, const std::string& format, const ImageS
                 const std::vector<std::byte>& pixels, std::size_t row_bytes) {
     namespace fs = std::filesystem;
     const fs::path target(path);
-    const fs::path part =
-        target.parent_path() / ("." + target.filename().string() + "." + std::to_string(getpid()) + "." + format);
+    std::string name(1, '.');
+    name += target.filename().string() + "." + std::to_string(getpid()) + "." + format;
+    const fs::path part = target.parent_path() / name;
     std::error_code ignored;
     const auto give_up = [&](const std::string& cause) {
         fs::remove(part, ignored);
@@ -82,7 +83,8 @@ std::byte* store(std::byte* to, float value, FrameBufferType::Storage storage) {
     return to + sizeof value;
 }
 
-void write_exr(const std::string& path, std::span<const FrameBuffer* const> buffers, const std::string& compression) {
+void write_exr(const std::string& path, std::span<const FrameBuffer* const> buffers,
+               const std::string& compression) {
     const int width = buffers.front()->width, height = buffers.front()->height;
     ImageSpec spec(width, height, 0, TypeDesc::FLOAT);
     spec.channelnames.clear();
@@ -123,15 +125,16 @@ void write_png(const std::string& path, const FrameBuffer& buffer) {
         const float alpha = channels == 4 ? buffer.pixels[i + 3] : 1.0f;
         const float scale = alpha > 0.0f && alpha < 1.0f && buffer.desc.premultiplied ? 1.0f / alpha : 1.0f;
         for (std::size_t c = 0; c < channels; ++c)
-            bytes[i + c] = c == 3 ? eight_bits(alpha) : eight_bits(srgb_of_linear(buffer.pixels[i + c] * scale));
+            bytes[i + c] =
+                c == 3 ? eight_bits(alpha) : eight_bits(srgb_of_linear(buffer.pixels[i + c] * scale));
     }
     write_rows(path, "png", spec, TypeDesc::UINT8, bytes, static_cast<std::size_t>(buffer.width) * channels);
 }
 
 } // namespace
 
-void write_picture(const std::string& path, std::span<const FrameBuffer* const> buffers, const std::string& format,
-                   const std::string& compression) {
+void write_picture(const std::string& path, std::span<const FrameBuffer* const> buffers,
+                   const std::string& format, const std::string& compression) {
     const std::string wanted = format.empty() ? format_of(path) : format;
     if (wanted == "exr")
         write_exr(path, buffers, compression);

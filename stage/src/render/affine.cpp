@@ -47,7 +47,8 @@ double Affine::determinant() const {
 std::optional<Affine> Affine::inverse() const {
     const auto& [x, y, z, t] = rows;
     const double det = determinant();
-    const double size = std::hypot(x[0], x[1], x[2]) * std::hypot(y[0], y[1], y[2]) * std::hypot(z[0], z[1], z[2]);
+    const double size =
+        std::hypot(x[0], x[1], x[2]) * std::hypot(y[0], y[1], y[2]) * std::hypot(z[0], z[1], z[2]);
     if (!(std::abs(det) > 1e-12 * size))
         return std::nullopt;
     Affine r;

@@ -16,14 +16,14 @@ struct CameraRay {
 // visible slab for an orthographic camera), width / aspect its height; the picture shows the image plane
 // shifted to the right and up by the offsets.
 class Projection {
-  public:
+public:
     explicit Projection(const miCamera& camera);
 
     [[nodiscard]] CameraRay ray(double raster_x, double raster_y) const;
     // False, and nothing written, for a point that a pinhole camera cannot see: in the plane of the eye.
     bool raster(const miVector& camera_point, miVector& result) const;
 
-  private:
+private:
     bool orthographic_;
     double focal_;
     double pixel_width_, pixel_height_; // on the image plane

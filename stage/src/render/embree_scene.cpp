@@ -14,9 +14,10 @@ void check(RTCDevice device, const char* what) {
     const RTCError error = rtcGetDeviceError(device);
     if (error == RTC_ERROR_NONE)
         return;
-    const std::string cause = error == RTC_ERROR_OUT_OF_MEMORY ? "out of memory"
-                                                               : "Embree error " + std::to_string(error);
-    throw std::runtime_error(std::string("cannot build the ray casting structure: ") + cause + " (" + what + ")");
+    const std::string cause =
+        error == RTC_ERROR_OUT_OF_MEMORY ? "out of memory" : "Embree error " + std::to_string(error);
+    throw std::runtime_error(std::string("cannot build the ray casting structure: ") + cause + " (" + what +
+                             ")");
 }
 
 } // namespace
@@ -50,7 +51,8 @@ void EmbreeScene::build(const World& world) {
         !rtcGetDeviceProperty(device, RTC_DEVICE_PROPERTY_FILTER_FUNCTION_SUPPORTED))
         throw std::runtime_error("this build of Embree has no ray masks or filter functions");
     top = rtcNewScene(device);
-    rtcSetSceneFlags(top, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
+    rtcSetSceneFlags(
+        top, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
     std::map<std::pair<const miTriangles*, bool>, RTCScene> built; // an object, with and without its motion
     for (std::size_t i = 0; i < world.instances.size(); ++i) {
         const WorldInstance& instance = world.instances[i];
@@ -69,24 +71,26 @@ void EmbreeScene::build(const World& world) {
 RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
     RTCScene scene = rtcNewScene(device);
     objects_.push_back(scene);
-    rtcSetSceneFlags(scene,
-                     static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
+    rtcSetSceneFlags(
+        scene, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
     const std::size_t stride = static_cast<std::size_t>(triangles.vertex_stride);
     rtcSetGeometryTimeStepCount(geometry, moving ? 2 : 1);
 
-    // Embree reads 16 bytes from the start of each vertex, so the last of a tight array needs a copy with room.
+    // Embree reads 16 bytes from the start of each vertex, so the last of a tight array needs a copy with
+    // room.
     if (stride >= 4) {
-        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, triangles.vertices, 0,
-                                   stride * sizeof(float), triangles.vertex_count);
-    } else if (auto* copy = static_cast<float*>(
-                   rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                                           3 * sizeof(float), triangles.vertex_count))) {
+        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, triangles.vertices,
+                                   0, stride * sizeof(float), triangles.vertex_count);
+    } else if (auto* copy = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0,
+                                                                        RTC_FORMAT_FLOAT3, 3 * sizeof(float),
+                                                                        triangles.vertex_count))) {
         std::copy_n(triangles.vertices, 3 * std::size_t{triangles.vertex_count}, copy);
     }
     if (moving) {
-        auto* end = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 1, RTC_FORMAT_FLOAT3,
-                                                                3 * sizeof(float), triangles.vertex_count));
+        auto* end = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 1,
+                                                                RTC_FORMAT_FLOAT3, 3 * sizeof(float),
+                                                                triangles.vertex_count));
         for (std::size_t i = 0; end && i < triangles.vertex_count; ++i) {
             const float* vertex = triangles.vertices + i * stride;
             for (std::size_t k = 0; k < 3; ++k)

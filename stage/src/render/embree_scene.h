@@ -21,7 +21,7 @@ struct EmbreeScene {
     RTCScene top = nullptr;
     bool rejects_sides = false; // some instance shows one side only
 
-  private:
+private:
     void build(const World& world);
     RTCScene add_object(const miTriangles& triangles, bool moving);
     void add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving);

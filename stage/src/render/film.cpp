@@ -25,8 +25,8 @@ PixelRect PixelRect::cut(const PixelRect& other) const {
     return {std::max(x0, other.x0), std::max(y0, other.y0), std::min(x1, other.x1), std::min(y1, other.y1)};
 }
 
-Film::Film(std::span<FrameBuffer> buffers, const PixelRect& crop, const PixelFilter& filter, std::uint32_t samples,
-           std::uint32_t central, int bucket_size)
+Film::Film(std::span<FrameBuffer> buffers, const PixelRect& crop, const PixelFilter& filter,
+           std::uint32_t samples, std::uint32_t central, int bucket_size)
     : buffers_(buffers), filter_(filter), samples_(samples), central_(central),
       bucket_size_(std::max({bucket_size, filter.reach(), 1})) {
     const PixelRect picture{0, 0, buffers.front().width, buffers.front().height};
@@ -34,9 +34,10 @@ Film::Film(std::span<FrameBuffer> buffers, const PixelRect& crop, const PixelFil
     crop_ = crop.cut(picture);
     if (crop_.empty())
         crop_ = {};
-    sampled_ = crop_.empty() ? crop_
-                             : PixelRect{crop_.x0 - reach, crop_.y0 - reach, crop_.x1 + reach, crop_.y1 + reach}.cut(
-                                   picture);
+    sampled_ =
+        crop_.empty()
+            ? crop_
+            : PixelRect{crop_.x0 - reach, crop_.y0 - reach, crop_.x1 + reach, crop_.y1 + reach}.cut(picture);
     columns_ = divide_up(sampled_.width(), bucket_size_);
     rows_ = divide_up(sampled_.height(), bucket_size_);
     buckets_ = std::vector<Bucket>(static_cast<std::size_t>(columns_) * static_cast<std::size_t>(rows_));

@@ -30,14 +30,15 @@ struct BucketSamples {
 };
 
 class Film {
-  public:
-    // Fills the pixels of `crop`; samples are also wanted from around it, as far as the filter reaches and the
-    // picture goes. `samples` for each pixel, of which `central` counts for what cannot be averaged.
-    Film(std::span<FrameBuffer> buffers, const PixelRect& crop, const PixelFilter& filter, std::uint32_t samples,
-         std::uint32_t central, int bucket_size);
+public:
+    // Fills the pixels of `crop`; samples are also wanted from around it, as far as the filter reaches and
+    // the picture goes. `samples` for each pixel, of which `central` counts for what cannot be averaged.
+    Film(std::span<FrameBuffer> buffers, const PixelRect& crop, const PixelFilter& filter,
+         std::uint32_t samples, std::uint32_t central, int bucket_size);
 
     [[nodiscard]] std::size_t bucket_count() const { return buckets_.size(); }
-    [[nodiscard]] PixelRect bucket_rect(std::size_t bucket) const; // buckets run from the upper left, row by row
+    [[nodiscard]] PixelRect
+    bucket_rect(std::size_t bucket) const; // buckets run from the upper left, row by row
 
     // Memory for the samples of a bucket, to be filled before `finish`. Any thread; each bucket once.
     BucketSamples& begin(std::size_t bucket);
@@ -46,7 +47,7 @@ class Film {
     // After the last `finish`: filters finished buckets whose surroundings never became complete.
     void finish_rest();
 
-  private:
+private:
     struct Bucket {
         std::unique_ptr<BucketSamples> samples;
         std::atomic<int> missing{0}; // buckets around it, and itself, that are not finished

@@ -22,8 +22,8 @@ float usual_width(int kind) {
     }
 }
 
-// Don P. Mitchell and Arun N. Netravali, "Reconstruction Filters in Computer Graphics", 1988, with B = C = 1/3;
-// t in [0, 2].
+// Don P. Mitchell and Arun N. Netravali, "Reconstruction Filters in Computer Graphics", 1988, with B = C =
+// 1/3; t in [0, 2].
 float mitchell(float t) {
     if (t < 1.0f)
         return ((7.0f * t - 12.0f) * t * t + 16.0f / 3.0f) / 6.0f;

@@ -7,7 +7,7 @@ namespace stage {
 
 // Separable; each axis has its own width in pixels. Not normalised.
 class PixelFilter {
-  public:
+public:
     // `kind` as in miOptions::filter; a width of 0 or less stands for the usual one of the kind: 1 box,
     // 2 triangle, 3 Gauss, 4 Mitchell and Lanczos.
     PixelFilter(int kind, float width_x, float width_y);
@@ -17,7 +17,7 @@ class PixelFilter {
     // How many pixels beyond its own one a pixel gathers from.
     [[nodiscard]] int reach() const { return reach_; }
 
-  private:
+private:
     [[nodiscard]] float axis(float distance, float radius) const;
     int kind_;
     float radius_x_, radius_y_;

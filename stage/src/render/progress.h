@@ -13,7 +13,7 @@ namespace stage {
 [[nodiscard]] std::string progress_text(std::size_t done, std::size_t total, double seconds);
 
 class Progress {
-  public:
+public:
     Progress(std::size_t total, bool enabled);
     ~Progress(); // ends the line
     Progress(const Progress&) = delete;
@@ -21,7 +21,7 @@ class Progress {
 
     void advance(); // one part is done; any thread
 
-  private:
+private:
     const std::size_t total_;
     const bool enabled_, terminal_;
     const std::chrono::steady_clock::time_point start_;

@@ -119,7 +119,8 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     world_->camera = &f.camera;
     if (f.camera.x_resolution <= 0 || f.camera.y_resolution <= 0 || !(f.camera.aperture > 0.0f) ||
         !(f.camera.aspect > 0.0f) || (!f.camera.orthographic && !(f.camera.focal > 0.0f)))
-        throw SceneError(command.place, "the camera needs a resolution, focal length, aperture and aspect above 0");
+        throw SceneError(command.place,
+                         "the camera needs a resolution, focal length, aperture and aspect above 0");
     f.projection = std::make_unique<Projection>(f.camera);
     f.grid = sample_grid(settings, *world_->options);
     f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
@@ -145,7 +146,8 @@ void Renderer::open_buffers() {
                                  element ? element->place : frame_->place);
     for (const FrameBuffer& buffer : buffers_)
         if (buffer.desc.useopacity)
-            send_message(MessageLevel::warning, "frame buffer \"%s\": weighting by opacity is not supported yet",
+            send_message(MessageLevel::warning,
+                         "frame buffer \"%s\": weighting by opacity is not supported yet",
                          buffer.desc.name.c_str());
 }
 
@@ -197,7 +199,8 @@ bool Renderer::render() {
 // One thread's share: buckets in their order until none is left.
 void Renderer::work() {
     Frame& f = *frame_;
-    ThreadContext& context = *contexts_[static_cast<std::size_t>(tbb::this_task_arena::current_thread_index())];
+    ThreadContext& context =
+        *contexts_[static_cast<std::size_t>(tbb::this_task_arena::current_thread_index())];
     while (!aborted()) {
         const std::size_t bucket = f.next.fetch_add(1, std::memory_order_relaxed);
         if (bucket >= f.film->bucket_count() || !render_bucket(context, bucket))
@@ -217,7 +220,8 @@ bool Renderer::render_bucket(ThreadContext& context, std::size_t bucket) {
             if (aborted())
                 return false;
             for (std::uint32_t s = 0; s < count; ++s, ++index)
-                render_sample(context, x, y, s, &samples.offsets[2 * index], &samples.values[index * buffers_.size()]);
+                render_sample(context, x, y, s, &samples.offsets[2 * index],
+                              &samples.values[index * buffers_.size()]);
         }
     context.records.clear_rect();
     return true;
@@ -326,11 +330,12 @@ void Renderer::check_sample(ThreadContext& context, const miState& state, miColo
     const Element* object = instance && instance->type == miSCENE_INSTANCE
                                 ? database.find(instance->as<miInstance>()->item)
                                 : nullptr;
-    send_message(MessageLevel::error,
-                 "NaN or infinite sample at raster position %.2f %.2f: shader \"%s\" (%s), object \"%s\"; it counts "
-                 "as black",
-                 state.raster_x, state.raster_y, code ? code->name.c_str() : "?",
-                 shader ? shader->name.c_str() : "?", object ? object->name.c_str() : "");
+    send_message(
+        MessageLevel::error,
+        "NaN or infinite sample at raster position %.2f %.2f: shader \"%s\" (%s), object \"%s\"; it counts "
+        "as black",
+        state.raster_x, state.raster_y, code ? code->name.c_str() : "?", shader ? shader->name.c_str() : "?",
+        object ? object->name.c_str() : "");
 }
 
 std::vector<std::string> Renderer::write_pictures() {
@@ -350,7 +355,8 @@ std::vector<std::string> Renderer::write_pictures() {
             continue;
         // The main image's file takes the other buffers along as layers, where the format can.
         const std::size_t first = static_cast<std::size_t>(&buffer - all.data());
-        const std::span<const FrameBuffer* const> layers = std::span(all).subspan(first, first == 0 ? all.size() : 1);
+        const std::span<const FrameBuffer* const> layers =
+            std::span(all).subspan(first, first == 0 ? all.size() : 1);
         const bool known = is_picture_format(desc.filetype);
         write_picture(desc.filename, layers, known ? desc.filetype : std::string(), desc.compression);
         written.push_back(desc.filename);

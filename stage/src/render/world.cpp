@@ -19,15 +19,17 @@ constexpr miUint1 casts = 1, receives = 2; // bits of an object's reflection, re
 
 // What an instance hands down to what it contains.
 struct Inherited {
-    Affine to_local, to_world, motion_to_world; // world to local space and back, and back at the end of the shutter
+    Affine to_local, to_world,
+        motion_to_world; // world to local space and back, and back at the end of the shutter
     miTag material = miNULLTAG;
     int material_count = 0; // of an array of materials, 0 for a single one
     bool override_material = false;
     miTag light_list = miNULLTAG;
     int light_count = 0;
     bool exclusive_lights = false;
-    miUint1 visible = flag_inherits, shadow = flag_inherits, trace = flag_inherits, reflection = flag_inherits,
-            refraction = flag_inherits, transparency = flag_inherits, finalgather = flag_inherits;
+    miUint1 visible = flag_inherits, shadow = flag_inherits, trace = flag_inherits,
+            reflection = flag_inherits, refraction = flag_inherits, transparency = flag_inherits,
+            finalgather = flag_inherits;
     miUint1 face = 0;
     bool no_motion = false;
 };
@@ -40,14 +42,16 @@ bool is_null_matrix(const miScalar* m) {
 Affine local_space(const Element& element, const miScalar* matrix, const char* what) {
     const std::optional<Affine> to_local = Affine::from(matrix);
     if (!to_local)
-        throw SceneError(element.place, std::string(what) + " of instance \"" + element.name + "\" is not affine");
+        throw SceneError(element.place,
+                         std::string(what) + " of instance \"" + element.name + "\" is not affine");
     return *to_local;
 }
 
 Affine inverse_of(const Element& element, const Affine& a, const char* what) {
     const std::optional<Affine> inverse = a.inverse();
     if (!inverse)
-        throw SceneError(element.place, std::string(what) + " of instance \"" + element.name + "\" is singular");
+        throw SceneError(element.place,
+                         std::string(what) + " of instance \"" + element.name + "\" is singular");
     return *inverse;
 }
 
@@ -118,7 +122,7 @@ std::uint32_t bit(RayMask mask, bool on) {
 
 // Walks the graph and fills the world's lists.
 class Flattener {
-  public:
+public:
     Flattener(World& world, const RenderCommand& command) : world_(world), command_(command) {}
 
     void run();
@@ -126,7 +130,7 @@ class Flattener {
     [[nodiscard]] const std::vector<Inherited>& instance_spaces() const { return instance_spaces_; }
     [[nodiscard]] const std::vector<Inherited>& light_spaces() const { return light_spaces_; }
 
-  private:
+private:
     void visit(miTag tag, const Inherited& parent, int depth);
     void visit_group(const Element& group, const Inherited& in, int depth);
     void add_object(Element& instance, const Element& object, const Inherited& in);
@@ -166,7 +170,8 @@ void Flattener::visit(miTag tag, const Inherited& parent, int depth) {
     Element* element = world_.scene.database.find(tag);
     if (!element || element->type != miSCENE_INSTANCE)
         throw SceneError(element ? element->place : command_.place,
-                         "\"" + (element ? element->name : std::string()) + "\" in an instgroup is not an instance");
+                         "\"" + (element ? element->name : std::string()) +
+                             "\" in an instgroup is not an instance");
     const auto& instance = *element->as<miInstance>();
     if (instance.off)
         return;
@@ -240,7 +245,9 @@ void Flattener::add_object(Element& instance, const Element& object_element, con
     w.receives_refraction = (refraction & receives) != 0;
     w.receives_transparency = (transparency & receives) != 0;
     const int general_face = world_.options->face;
-    w.face = in.face ? in.face : object->face ? object->face : static_cast<miUint1>(general_face ? general_face : 'a');
+    w.face = in.face        ? in.face
+             : object->face ? object->face
+                            : static_cast<miUint1>(general_face ? general_face : 'a');
 
     w.override_material = in.override_material;
     if (in.material_count > 0)
@@ -267,7 +274,8 @@ void Flattener::check_labels(const WorldInstance& w, const Element& instance, co
     if (highest >= w.materials.size())
         throw SceneError(instance.place, "object \"" + object.name + "\" has a polygon with label " +
                                              std::to_string(highest) + ", but instance \"" + instance.name +
-                                             "\" has only " + std::to_string(w.materials.size()) + " materials");
+                                             "\" has only " + std::to_string(w.materials.size()) +
+                                             " materials");
 }
 
 void Flattener::add_light(Element& instance, const Element& light, const Inherited& in) {
