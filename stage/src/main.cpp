@@ -2,7 +2,6 @@
 #include <dlfcn.h>
 
 #include <CLI/CLI.hpp>
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -26,8 +25,7 @@ struct CommandLine {
     std::string scene;
     std::vector<std::string> outputs, libraries;
     int threads = 0;
-    std::array<int, 4> region{};
-    std::array<int, 2> resolution{};
+    std::vector<int> region, resolution;
     int samples = 0;
     std::string space = "world";
     bool statistics = false, quiet = false;
@@ -106,10 +104,10 @@ struct Stopped {};
 stage::RenderSettings Session::settings() const {
     stage::RenderSettings s;
     s.threads = line_.threads;
-    if (line_.region != std::array<int, 4>{})
-        s.region = line_.region;
-    if (line_.resolution[0] > 0)
-        s.resolution = line_.resolution;
+    if (const auto& r = line_.region; r.size() == 4)
+        s.region = {r[0], r[1], r[2], r[3]};
+    if (const auto& r = line_.resolution; r.size() == 2)
+        s.resolution = {r[0], r[1]};
     if (line_.samples > 0)
         s.samples = line_.samples;
     s.camera_space = line_.space == "camera";
@@ -210,8 +208,10 @@ void declare(CLI::App& app, CommandLine& line) {
     app.add_option("-L,--library-path", line.libraries, "folder with shader libraries and included files")
         ->allow_extra_args(false);
     app.add_option("--threads", line.threads, "threads, 0 for all cores")->check(CLI::Range(0, 1024));
-    app.add_option("--region", line.region, "xl yl xh yh: pixels to render, inclusive, (0, 0) lower left");
+    app.add_option("--region", line.region, "xl yl xh yh: pixels to render, inclusive, (0, 0) lower left")
+        ->expected(4);
     app.add_option("--resolution", line.resolution, "width height: pixels, in place of the camera's")
+        ->expected(2)
         ->check(CLI::Range(1, 65536));
     app.add_option("--samples", line.samples, "samples for each pixel, a square number")
         ->check([](const std::string& text) {
