@@ -322,7 +322,7 @@ void Renderer::check_sample(ThreadContext& context, const miState& state, miColo
     const Database& database = world_->scene.database;
     const auto* material = database.record<miMaterial>(state.material, miSCENE_MATERIAL);
     const miTag tag = material && state.pri ? material->shader : state.environment;
-    const Element* shader = database.find(tag);
+    const Element* shader = context.bad_shader ? context.bad_shader : database.find(tag);
     ShaderCode* code = shader && shader->shader ? shader->shader->code : nullptr;
     if (code && code->reported_bad_value.exchange(true, std::memory_order_relaxed))
         return;
