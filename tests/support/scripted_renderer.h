@@ -24,7 +24,6 @@
 
 #include <array>
 #include <cstring>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -106,8 +105,8 @@ struct Trace {
 
 struct Call {
     const char* function;
-    miShader_type type; /* for the calls by tag, otherwise that of the state */
-    miTag tag;          /* shader or material that was called */
+    miShader_type type; /* what the shader is called as */
+    miTag tag;          /* shader, material or texture that was called */
 };
 
 struct FramebufferWrite {
@@ -176,7 +175,8 @@ public:
     std::vector<std::string> functions() const;      /* all names */
     void log_calls(bool on) { control_->log_calls(on); }
     std::vector<std::string> call_log() const; /* names in order, since log_calls(true) */
-    int pins() const;                          /* accesses without their unpin */
+    int pins() const;         /* accesses without their release: records, frame buffers, interface objects */
+    int bad_accesses() const; /* accesses of tags that name nothing, for which a renderer would stop */
     void clear_logs();
 
     Resources resources() const { return control_->resources(); }
@@ -189,13 +189,13 @@ public:
     /* Answers query `code` with `value`, for every tag or for one; a tag's own
      * answer goes first. */
     template <class T> void answer(miQ_type code, const T& value) {
-        store_answer(code, std::nullopt, &value, sizeof value);
+        store_answer(code, miNULLTAG, &value, sizeof value);
     }
     template <class T> void answer(miQ_type code, miTag tag, const T& value) {
         store_answer(code, tag, &value, sizeof value);
     }
     /* miFALSE for that code. */
-    void deny(miQ_type code) { store_answer(code, std::nullopt, nullptr, 0); }
+    void deny(miQ_type code) { store_answer(code, miNULLTAG, nullptr, 0); }
     void deny(miQ_type code, miTag tag) { store_answer(code, tag, nullptr, 0); }
 
     /* ---- scene
@@ -259,43 +259,57 @@ private:
         miMatrix to, from;
     };
 
-    void store_answer(miQ_type code, std::optional<miTag> tag, const void* bytes, std::size_t size);
-    void install_standard_scripts();
+    void store_answer(miQ_type code, miTag tag, const void* bytes, std::size_t size);
+    template <class Visitor> void for_each_script(Visitor visitor);
+    void install_database();
     void install_calls();
     void install_traces();
     void install_light();
-    void install_spaces();
-    void install_database();
-    void install_logs();
-    template <class Visitor> void for_each_script(Visitor visitor);
+    void install_points();
+    void install_vectors();
+    void install_normals();
+    void install_sample();
+    void install_messages();
 
-    Element* find(miTag tag);
-    template <class Record> Record* record(miTag tag, miScene_type type);
     Element& create(miScene_type type, void* record, const char* name);
-    miBoolean query(miQ_type code, miState* state, miTag tag, void* result, va_list arguments);
+    Element* find(miTag tag);
+    void* access(miTag tag, int* type);
+    template <class Record> Record* record(miTag tag, miScene_type type);
+    miFunction* function_of(miState* state, miTag tag);
+    miTag material_slot(miTag tag, miShader_type type);
+
+    bool query(miQ_type code, miState* state, miTag tag, void* result, va_list arguments);
     bool query_function(miQ_type code, miState* state, miTag tag, void* result);
+    bool query_thread_pointer(miQ_type code, miState* state, miTag tag, void* result, va_list arguments);
+    bool query_declaration(miQ_type code, miState* state, miTag tag, void* result);
     bool query_instance(miQ_type code, miTag tag, void* result);
     bool query_group(miQ_type code, miTag tag, void* result, va_list arguments);
     bool query_light(miQ_type code, miTag tag, void* result);
     bool query_material(miQ_type code, miTag tag, void* result);
     bool query_data(miQ_type code, miState* state, miTag tag, void* result);
-    bool query_scene(miQ_type code, miState* state, miTag tag, void* result);
-    miBoolean run_shader(void* result, miShader_type type, miState* state, miTag tag, void* arg);
-    miBoolean run_slot(const char* function, void* result, miShader_type type, miState* state);
+    bool query_scene(miQ_type code, miTag tag, void* result);
+
+    miBoolean run_shader(const char* function, void* result, miShader_type type, miState* state, miTag tag,
+                         void* arg);
+    miBoolean look_up(miColor* result, miState* state, miTag tag, const miVector& coord);
+    miBoolean sample_light(miColor* result, miVector* dir, miScalar* dot_nl, miTag light, miInteger* samples);
     miBoolean trace(const char* function, miColor* result, miState* state, const miVector* dir);
+    bool tri_vectors(int which, int ntex, miVector** a, miVector** b, miVector** c);
+    void put_framebuffer(int index, const void* value);
+    miVector to_raster(const miState* state, const miVector& point) const;
 
     void* handle_ = nullptr;
     Control* control_ = nullptr;
-    std::deque<Element> elements_;
-    std::map<std::pair<int, miTag>, Answer> tag_answers_;
-    std::map<int, Answer> answers_;
-    std::map<std::pair<const void*, int>, void*> thread_pointers_; /* of shader instance and thread */
+    std::vector<std::unique_ptr<Element>> elements_;  /* tag 1 first */
+    std::map<std::pair<int, miTag>, Answer> answers_; /* null tag: for every tag */
     std::vector<std::function<void*(miState*)>> connections_;
     std::map<miTag, std::vector<LightSample>> light_samples_;
     std::array<SpaceMatrices, 4> spaces_;
+    std::unique_ptr<BufferSet> buffers_;
     std::unique_ptr<ShaderInterface> interface_;
 
-    mutable std::mutex mutex_; /* of everything below and thread_pointers_ */
+    mutable std::mutex mutex_; /* of everything below */
+    std::map<const miFunction*, std::vector<void*>> thread_pointers_;
     std::vector<Message> messages_;
     std::vector<Trace> traces_;
     std::vector<Call> calls_;
@@ -303,6 +317,7 @@ private:
     std::vector<StoredPhoton> photons_;
     std::vector<miColor> opacities_;
     int pins_ = 0;
+    int bad_accesses_ = 0;
 };
 
 } // namespace scripted
