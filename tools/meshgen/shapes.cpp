@@ -56,7 +56,7 @@ Mesh trefoil(double tube_radius, std::uint32_t columns, std::uint32_t rows) {
                         9 * std::sin(3 * t)};
     const Vec side = normalized(second - tangent * dot(second, tangent));
     const Vec out =
-        side * std::cos(around) + cross(tangent, side) * std::sin(around);
+        side * std::cos(around) - cross(tangent, side) * std::sin(around);
     return Vertex{centre(t) + out * tube_radius, out, {u, v, 0}};
   });
 }
