@@ -23,11 +23,11 @@ typedef enum miScene_type {
     miSCENE_INSTANCE = 8,
     miSCENE_GROUP = 9,
     miSCENE_USERDATA = 10,
-    miSCENE_STRING = 11,      /* P: text of a string parameter, char[] */
+    miSCENE_STRING = 11,       /* P: text of a string parameter, char[] */
     miSCENE_FRAMEBUFFERS = 12, /* P: the frame buffers of a camera */
     miSCENE_IMAGE = 13,
     miSCENE_LIGHTPROFILE = 14,
-    miSCENE_TAGS = 15         /* P: array of tags, for example the materials of an instance */
+    miSCENE_TAGS = 15 /* P: array of tags, for example the materials of an instance */
 } miScene_type;
 
 #define miSCENE_FUNCDECL miSCENE_FUNCTION_DECL
@@ -40,17 +40,17 @@ typedef struct miApprox {
 } miApprox;
 
 typedef struct miOptions {
-    miBoolean trace;        /* ray tracing is on */
-    int scanline;           /* 0 off, 1 on, 'o' graphics library, 'r' rasterizer */
-    miUint motion;          /* motion blur is on */
-    miBoolean shadow_sort;  /* obsolete */
+    miBoolean trace;       /* ray tracing is on */
+    int scanline;          /* 0 off, 1 on, 'o' graphics library, 'r' rasterizer */
+    miUint motion;         /* motion blur is on */
+    miBoolean shadow_sort; /* obsolete */
     miBoolean preview_mode;
-    int reflection_depth;   /* largest number of reflections of a path */
-    int refraction_depth;   /* largest number of refractions of a path */
-    int trace_depth;        /* largest sum of both */
-    int min_samples;        /* 4^n samples each pixel at least */
-    int max_samples;        /* 4^n samples each pixel at most */
-    miColor contrast;       /* difference of neighbouring samples that calls for more */
+    int reflection_depth; /* largest number of reflections of a path */
+    int refraction_depth; /* largest number of refractions of a path */
+    int trace_depth;      /* largest sum of both */
+    int min_samples;      /* 4^n samples each pixel at least */
+    int max_samples;      /* 4^n samples each pixel at most */
+    miColor contrast;     /* difference of neighbouring samples that calls for more */
     miColor time_contrast;
     miTag contour_contrast;
     miTag contour_store;
@@ -106,11 +106,11 @@ typedef struct miOptions {
     miTag images_info;
     miTag fb_dir;
 
-    int shadow;     /* 0 off, 1 simple, 'l' sorted, 's' segments (P codes but for 's') */
-    int face;       /* 'f' front, 'b' back, 'a' all (P) */
-    int filter;     /* 'b' box, 't' triangle, 'g' Gauss, 'm' Mitchell, 'l' Lanczos (P) */
-    int finalgather;     /* 0 off, 1 on (P) */
-    int finalgather_rays; /* P */
+    int shadow;                  /* 0 off, 1 simple, 'l' sorted, 's' segments (P codes but for 's') */
+    int face;                    /* 'f' front, 'b' back, 'a' all (P) */
+    int filter;                  /* 'b' box, 't' triangle, 'g' Gauss, 'm' Mitchell, 'l' Lanczos (P) */
+    int finalgather;             /* 0 off, 1 on (P) */
+    int finalgather_rays;        /* P */
     int photon_reflection_depth; /* P */
     int photon_refraction_depth; /* P */
     int photon_trace_depth;      /* P */
@@ -199,11 +199,11 @@ typedef struct miLight {
     int shadowmap_resolution;
     float shadowmap_softness;
     int shadowmap_samples;
-    miBoolean visible;                /* P */
-    miUint caustic_emit_photons;      /* P */
-    miUint global_emit_photons;       /* P */
-    miTag userdata;                   /* P: first user data block */
-    miUint label;                     /* P */
+    miBoolean visible;           /* P */
+    miUint caustic_emit_photons; /* P */
+    miUint global_emit_photons;  /* P */
+    miTag userdata;              /* P: first user data block */
+    miUint label;                /* P */
 } miLight;
 
 /* ---- material -------------------------------------------------------------------------------- */
@@ -225,7 +225,7 @@ typedef struct miMaterial {
 /* ---- instances and groups -------------------------------------------------------------------- */
 
 typedef struct miTransform {
-    miTag function;           /* shader that computes the matrices */
+    miTag function; /* shader that computes the matrices */
     miScalar time;
     miMatrix global_to_local; /* from the parent's space into the item's */
     miMatrix local_to_global;
@@ -248,8 +248,8 @@ typedef struct miInstance {
     miTag userdata; /* first user data block */
     miUint label;
     miTag geogroup;
-    miCBoolean off;     /* hidden */
-    miUint1 gen_motion; /* 0 inherit, 1 transform, 2 off */
+    miCBoolean off;            /* hidden */
+    miUint1 gen_motion;        /* 0 inherit, 1 transform, 2 off */
     miUint1 override_material; /* P: the material replaces those of the item */
     miUint1 visible;           /* P: 0 off, 1 on, 2 inherit; likewise below */
     miUint1 shadow;
@@ -260,11 +260,11 @@ typedef struct miInstance {
     miUint1 caustic;
     miUint1 globillum;
     miUint1 finalgather;
-    miUint1 face;            /* P: 'f', 'b', 'a' or 0 */
+    miUint1 face;             /* P: 'f', 'b', 'a' or 0 */
     miUint1 exclusive_lights; /* P: the light list names the lights that do not act */
-    miTag light_list;        /* P: array of light instances, or null for all lights of the scene */
-    int light_list_size;     /* P */
-    miTag parameters;        /* P: user data block with the instance's parameters */
+    miTag light_list;         /* P: array of light instances, or null for all lights of the scene */
+    int light_list_size;      /* P */
+    miTag parameters;         /* P: user data block with the instance's parameters */
 } miInstance;
 
 typedef struct miGroup {
@@ -302,20 +302,20 @@ typedef struct miObject {
     miObject_type type;
     miUint1 visible;
     miUint1 shadow;
-    miUint1 reflection;   /* bit 0 casts, bit 1 receives; likewise below */
+    miUint1 reflection; /* bit 0 casts, bit 1 receives; likewise below */
     miUint1 refraction;
     miUint1 transparency;
     miUint1 caustic;
     miUint1 globillum;
     miUint1 finalgather;
     miUint1 select;
-    miUint1 trace;  /* P */
-    miUint1 tagged; /* P: polygons carry labels that index the instance's materials */
-    miUint1 face;   /* P: 'f', 'b', 'a' or 0 */
-    miTag userdata; /* P: first user data block */
-    miUint label;   /* P */
-    miVector bbox_min; /* P: of the tessellation, object space */
-    miVector bbox_max; /* P */
+    miUint1 trace;                 /* P */
+    miUint1 tagged;                /* P: polygons carry labels that index the instance's materials */
+    miUint1 face;                  /* P: 'f', 'b', 'a' or 0 */
+    miTag userdata;                /* P: first user data block */
+    miUint label;                  /* P */
+    miVector bbox_min;             /* P: of the tessellation, object space */
+    miVector bbox_max;             /* P */
     struct miTriangles* triangles; /* P: the tessellation, null when there is none */
 } miObject;
 
@@ -369,10 +369,10 @@ typedef struct miImg_image {
     miCBoolean writable;
     miCBoolean cacheable;
     miCBoolean remap;
-    int type;           /* miImg_type */
-    miTag real_name;    /* string */
+    int type;        /* miImg_type */
+    miTag real_name; /* string */
     miTag colorprofile;
-    miIntptr c[1];      /* bytes from this record to each scanline of each component, c[y * comp + component] */
+    miIntptr c[1]; /* bytes from this record to each scanline of each component, c[y * comp + component] */
 } miImg_image;
 
 /* ---- declarations ---------------------------------------------------------------------------- */
@@ -380,17 +380,17 @@ typedef struct miImg_image {
 typedef struct miFunction_decl {
     miFunction_type type; /* C shader or phenomenon */
     miParam_type result_type;
-    int result_size;      /* bytes */
+    int result_size; /* bytes */
     int version;
-    int n_subtags;        /* elements of a phenomenon */
+    int n_subtags; /* elements of a phenomenon */
     miTag root;
     miTag lens;
     miTag output;
     miTag volume;
     miTag environment;
-    miTag name;           /* P: string */
-    miUint apply;         /* P: bit n is set for miShader_type n */
-    int parameter_size;   /* P: bytes of a block without its arrays */
+    miTag name;         /* P: string */
+    miUint apply;       /* P: bit n is set for miShader_type n */
+    int parameter_size; /* P: bytes of a block without its arrays */
 } miFunction_decl;
 
 /* ---- tessellation ---------------------------------------------------------------------------- */
@@ -403,18 +403,19 @@ typedef struct miTriangles {
     miUint triangle_count;
     miUint vertex_count;
     int vertex_stride;
-    int normal_offset;         /* three floats */
-    int motion_offset;         /* three floats: displacement during the shutter interval */
-    int texture_count;         /* texture spaces */
-    int texture_offset;        /* three floats for each space */
-    int bump_count;            /* texture spaces with basis vectors */
-    int bump_offset;           /* six floats for each space: x then y vector */
-    int data_count;            /* data words of each triangle */
-    const float* vertices;     /* vertex_count * vertex_stride */
-    const miUint* indices;     /* three for each triangle */
-    const miTag* materials;    /* one for each triangle, null for a single one; labels when the object is tagged */
-    miTag material;            /* of all triangles, when materials is null */
-    const miUint* data;        /* data_count for each triangle, null when there are none */
+    int normal_offset;     /* three floats */
+    int motion_offset;     /* three floats: displacement during the shutter interval */
+    int texture_count;     /* texture spaces */
+    int texture_offset;    /* three floats for each space */
+    int bump_count;        /* texture spaces with basis vectors */
+    int bump_offset;       /* six floats for each space: x then y vector */
+    int data_count;        /* data words of each triangle */
+    const float* vertices; /* vertex_count * vertex_stride */
+    const miUint* indices; /* three for each triangle */
+    const miTag*
+        materials;      /* one for each triangle, null for a single one; labels when the object is tagged */
+    miTag material;     /* of all triangles, when materials is null */
+    const miUint* data; /* data_count for each triangle, null when there are none */
 } miTriangles;
 
 #endif

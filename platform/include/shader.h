@@ -27,21 +27,21 @@
 
 /* ---- basic types ---------------------------------------------------------------------------- */
 
-typedef int miBoolean;            /* truth value of parameters and results */
-typedef char miCBoolean;          /* truth value inside records */
-typedef signed char miSint1;      /* 8 bit signed */
-typedef unsigned char miUint1;    /* 8 bit unsigned */
-typedef unsigned char miUchar;    /* 8 bit unsigned */
-typedef short miSint2;            /* 16 bit signed */
-typedef unsigned short miUshort;  /* 16 bit unsigned */
-typedef unsigned short miUint2;   /* 16 bit unsigned */
-typedef int miInteger;            /* 32 bit signed parameter */
-typedef unsigned int miUint;      /* 32 bit unsigned */
-typedef float miScalar;           /* parameters and state */
-typedef float miGeoScalar;        /* coordinates of geometry */
-typedef miUint miGeoIndex;        /* index into lists of geometry */
-typedef miUint miTag;             /* name of a database item on every host; miNULLTAG names none */
-typedef ptrdiff_t miIntptr;       /* signed integer as wide as a pointer */
+typedef int miBoolean;           /* truth value of parameters and results */
+typedef char miCBoolean;         /* truth value inside records */
+typedef signed char miSint1;     /* 8 bit signed */
+typedef unsigned char miUint1;   /* 8 bit unsigned */
+typedef unsigned char miUchar;   /* 8 bit unsigned */
+typedef short miSint2;           /* 16 bit signed */
+typedef unsigned short miUshort; /* 16 bit unsigned */
+typedef unsigned short miUint2;  /* 16 bit unsigned */
+typedef int miInteger;           /* 32 bit signed parameter */
+typedef unsigned int miUint;     /* 32 bit unsigned */
+typedef float miScalar;          /* parameters and state */
+typedef float miGeoScalar;       /* coordinates of geometry */
+typedef miUint miGeoIndex;       /* index into lists of geometry */
+typedef miUint miTag;            /* name of a database item on every host; miNULLTAG names none */
+typedef ptrdiff_t miIntptr;      /* signed integer as wide as a pointer */
 
 #define miFALSE 0
 #define miTRUE 1
@@ -201,10 +201,10 @@ struct miRc_intersection;
 
 typedef struct miState {
     /* frame: constant while a frame is rendered; contents of options and camera are never written */
-    int version;                     /* interface version, at least 2 */
-    miTag camera_inst;               /* instance of the camera */
-    struct miCamera* camera;         /* camera record */
-    struct miOptions* options;       /* options record; a copy with other values may be put here for a trace */
+    int version;               /* interface version, at least 2 */
+    miTag camera_inst;         /* instance of the camera */
+    struct miCamera* camera;   /* camera record */
+    struct miOptions* options; /* options record; a copy with other values may be put here for a trace */
 
     /* image sample: handed on unchanged to everything called for the sample */
     miScalar raster_x, raster_y; /* pixels, (0, 0) lower left */
@@ -213,86 +213,90 @@ typedef struct miState {
     short thread;                /* number of the calling thread, from 0 */
 
     /* ray */
-    struct miState* parent;    /* state of the ray that cast this one */
-    struct miState* child;     /* state of the latest ray cast from here */
-    miRay_type type;           /* why the ray was cast */
-    miCBoolean scanline;       /* the hit was found by the scanline renderer or rasterizer */
-    void* cache;               /* intersection cache; clear before casting from an artificial point */
-    miVector org;              /* start of the ray */
-    miVector dir;              /* direction, normalised */
-    float time;                /* shutter time */
-    miTag volume;              /* volume shader that acts along the ray */
-    miTag environment;         /* environment shader */
-    int reflection_level;      /* depth so far */
-    int refraction_level;      /* depth so far */
-    int face;                  /* facing of sub-rays: 'f', 'b' or 'a' */
+    struct miState* parent; /* state of the ray that cast this one */
+    struct miState* child;  /* state of the latest ray cast from here */
+    miRay_type type;        /* why the ray was cast */
+    miCBoolean scanline;    /* the hit was found by the scanline renderer or rasterizer */
+    void* cache;            /* intersection cache; clear before casting from an artificial point */
+    miVector org;           /* start of the ray */
+    miVector dir;           /* direction, normalised */
+    float time;             /* shutter time */
+    miTag volume;           /* volume shader that acts along the ray */
+    miTag environment;      /* environment shader */
+    int reflection_level;   /* depth so far */
+    int refraction_level;   /* depth so far */
+    int face;               /* facing of sub-rays: 'f', 'b' or 'a' */
 
     /* intersection */
-    miTag refraction_volume;   /* volume on the far side of the surface */
-    miUint label;              /* label of the object that was hit */
-    miTag instance;            /* leaf instance that was hit */
-    miTag light_instance;      /* light instance, for light rays and emitters */
-    miScalar bary[4];          /* barycentric coordinates of the hit; corner weights are b0, b1, 1-b0-b1 */
-    miVector point;            /* end of the ray */
-    miVector normal;           /* interpolated normal, turned towards the start of the ray */
-    miVector normal_geom;      /* geometric normal, turned likewise */
-    miCBoolean inv_normal;     /* both normals had to be turned: the back side was hit */
-    miScalar dot_nd;           /* normal . dir, not above 0; for a light ray the cosine to the light */
-    double dist;               /* length of the ray; 0 when nothing was hit */
-    miTag material;            /* material of the surface */
-    void* pri;                 /* identifies the primitive; restore it after changing it */
-    double shadow_tol;         /* hits nearer than this do not shadow */
-    miScalar ior;              /* index of refraction of the medium of the ray */
-    miScalar ior_in;           /* index of refraction of the medium before it */
-    miScalar importance;       /* weight of the ray in the picture, from 1 down to 0 */
+    miTag refraction_volume; /* volume on the far side of the surface */
+    miUint label;            /* label of the object that was hit */
+    miTag instance;          /* leaf instance that was hit */
+    miTag light_instance;    /* light instance, for light rays and emitters */
+    miScalar bary[4];        /* barycentric coordinates of the hit; corner weights are b0, b1, 1-b0-b1 */
+    miVector point;          /* end of the ray */
+    miVector normal;         /* interpolated normal, turned towards the start of the ray */
+    miVector normal_geom;    /* geometric normal, turned likewise */
+    miCBoolean inv_normal;   /* both normals had to be turned: the back side was hit */
+    miScalar dot_nd;         /* normal . dir, not above 0; for a light ray the cosine to the light */
+    double dist;             /* length of the ray; 0 when nothing was hit */
+    miTag material;          /* material of the surface */
+    void* pri;               /* identifies the primitive; restore it after changing it */
+    double shadow_tol;       /* hits nearer than this do not shadow */
+    miScalar ior;            /* index of refraction of the medium of the ray */
+    miScalar ior_in;         /* index of refraction of the medium before it */
+    miScalar importance;     /* weight of the ray in the picture, from 1 down to 0 */
 
     /* texture, motion, derivatives */
-    miVector* tex_list;        /* texture coordinates at the hit, one for each texture space */
-    miVector* bump_x_list;     /* bump basis vectors, object space, null when the geometry has none */
+    miVector* tex_list;    /* texture coordinates at the hit, one for each texture space */
+    miVector* bump_x_list; /* bump basis vectors, object space, null when the geometry has none */
     miVector* bump_y_list;
-    miVector tex;              /* the coordinate that a texture shader is to evaluate */
-    miVector motion;           /* motion of the point during the shutter interval */
-    miVector* derivs[5];       /* first and second surface derivatives, null where not known */
+    miVector tex;        /* the coordinate that a texture shader is to evaluate */
+    miVector motion;     /* motion of the point during the shutter interval */
+    miVector* derivs[5]; /* first and second surface derivatives, null where not known */
 
     /* free for shaders: handed to the shaders called from here, reset on return */
     void* user;
     int user_size;
 
-    /* P: the renderer's own, copied along when a shader copies a state */
-    miShader_type call_type;   /* what the running shader was called as; ask with miQ_FUNC_CALLTYPE */
-    void* renderer;            /* rendering context of the thread */
+    /* the renderer's own, copied along when a shader copies a state */
+    miShader_type call_type; /* P: what the running shader was called as; ask with miQ_FUNC_CALLTYPE */
+    void* renderer;          /* P: rendering context of the thread */
 } miState;
 
 /* ---- queries -------------------------------------------------------------------------------- */
 
-/* Code of mi_query; the value's type, and what `tag` names, stand beside each. */
+/*
+ * Code of mi_query; the value's type, and what `tag` names, stand beside each. The names are published; of
+ * the numbers, 4, 14, 15, 43 to 51, 70, 71, 82, 102, 105, 109, 114, 124, 126, 127, 140, 142, 146, 154 and 161
+ * are the renderer's, the others this edition's own.
+ */
 typedef enum miQ_type {
     /* instances */
-    miQ_INST_ITEM = 2,             /* instance: miTag, the instanced element */
-    miQ_INST_PARENT = 3,           /* instance: miTag */
-    miQ_INST_GLOBAL_TO_LOCAL = 4,  /* instance: miScalar*, the stored matrix */
-    miQ_INST_LOCAL_TO_GLOBAL = 5,  /* instance: miScalar*, the stored matrix */
-    miQ_INST_MATERIAL = 6,         /* instance: miTag, inherited material */
-    miQ_INST_LABEL = 7,            /* instance: miUint */
-    miQ_INST_NAME = 8,             /* instance: const char*, null when it has none (P) */
+    miQ_INST_ITEM = 2,            /* instance: miTag, the instanced element */
+    miQ_INST_PARENT = 3,          /* instance: miTag */
+    miQ_INST_GLOBAL_TO_LOCAL = 4, /* instance: miScalar*, the stored matrix */
+    miQ_INST_LOCAL_TO_GLOBAL = 5, /* instance: miScalar*, the stored matrix */
+    miQ_INST_MATERIAL = 6,        /* instance: miTag, inherited material */
+    miQ_INST_LABEL = 7,           /* instance: miUint */
+    miQ_INST_NAME = 8,            /* instance: const char*, null when it has none (P) */
     /* groups */
-    miQ_GROUP_NKIDS = 14,          /* group: int; miFALSE when the tag is no group */
-    miQ_GROUP_KID = 15,            /* group: miTag, extra argument int k */
-    miQ_GROUP_DATA = 16,           /* group: miTag, first user data block */
+    miQ_GROUP_NKIDS = 14, /* group: int; miFALSE when the tag is no group */
+    miQ_GROUP_KID = 15,   /* group: miTag, extra argument int k */
+    miQ_GROUP_DATA = 16,  /* group: miTag, first user data block */
     /* objects */
-    miQ_OBJ_TYPE = 20,             /* object: int, miObject_type */
+    miQ_OBJ_TYPE = 20, /* object: int, miObject_type */
     /* lights */
-    miQ_LIGHT_TYPE = 30,           /* light or its instance: int, miLight_type */
-    miQ_LIGHT_AREA = 31,           /* light or its instance: int, miLight_area */
-    miQ_LIGHT_EXPONENT = 32,       /* light or its instance: miScalar */
-    miQ_LIGHT_ORIGIN = 33,         /* light or its instance: miVector, light space */
-    miQ_LIGHT_DIRECTION = 34,      /* light or its instance: miVector, light space */
-    miQ_LIGHT_SPREAD = 35,         /* light or its instance: miScalar, cosine */
-    miQ_LIGHT_ENERGY = 36,         /* light or its instance: miColor */
-    miQ_LIGHT_SHADER = 37,         /* light or its instance: miTag */
+    miQ_LIGHT_TYPE = 30,      /* light or its instance: int, miLight_type */
+    miQ_LIGHT_AREA = 31,      /* light or its instance: int, miLight_area */
+    miQ_LIGHT_EXPONENT = 32,  /* light or its instance: miScalar */
+    miQ_LIGHT_ORIGIN = 33,    /* light or its instance: miVector, light space */
+    miQ_LIGHT_DIRECTION = 34, /* light or its instance: miVector, light space */
+    miQ_LIGHT_SPREAD = 35,    /* light or its instance: miScalar, cosine */
+    miQ_LIGHT_ENERGY = 36,    /* light or its instance: miColor */
+    miQ_LIGHT_SHADER = 37,    /* light or its instance: miTag */
     /* materials */
-    miQ_MTL_OPAQUE = 42,           /* material: int */
-    miQ_MTL_SHADER = 43,           /* material: miTag, null when the slot is empty; likewise below */
+    miQ_MTL_OPAQUE = 42, /* material: int */
+    miQ_MTL_SHADER = 43, /* material: miTag, null when the slot is empty; likewise below */
     miQ_MTL_DISPLACE = 44,
     miQ_MTL_SHADOW = 45,
     miQ_MTL_VOLUME = 46,
@@ -302,46 +306,46 @@ typedef enum miQ_type {
     miQ_MTL_PHOTONVOL = 50,
     miQ_MTL_LIGHTMAP = 146,
     /* shader functions: null tag for the running shader of the state, or the function's tag */
-    miQ_FUNC_USERPTR = 51,         /* void**, address of the instance's user pointer */
-    miQ_FUNC_TAG = 52,             /* miTag */
-    miQ_FUNC_DECL = 53,            /* miTag, declaration */
-    miQ_FUNC_INDIRECT = 54,        /* miTag */
-    miQ_FUNC_NEXT = 55,            /* miTag, next shader of the list */
-    miQ_FUNC_LOCK = 56,            /* miLock*, the instance's lock */
-    miQ_FUNC_NAME = 57,            /* const char*, name of the shader instance */
-    miQ_FUNC_PARAM = 58,           /* void*, parameter block */
-    miQ_FUNC_PARAM_SIZE = 59,      /* int, bytes */
-    miQ_FUNC_PARAM_VALUE = 60,     /* value of an input parameter; extra arguments char* name, miParam_type (P) */
-    miQ_FUNC_TLS_GET = 124,        /* void*, this thread's pointer of the running instance */
-    miQ_FUNC_TLS_SET = 126,        /* result: address of the void* to store */
-    miQ_FUNC_TLS_GETALL = 127,     /* void***, address of the array; extra argument int* count */
-    miQ_FUNC_CALLTYPE = 140,       /* int, miShader_type */
+    miQ_FUNC_USERPTR = 51,     /* void**, address of the instance's user pointer */
+    miQ_FUNC_TAG = 52,         /* miTag */
+    miQ_FUNC_DECL = 53,        /* miTag, declaration */
+    miQ_FUNC_INDIRECT = 54,    /* miTag */
+    miQ_FUNC_NEXT = 55,        /* miTag, next shader of the list */
+    miQ_FUNC_LOCK = 56,        /* miLock*, the instance's lock */
+    miQ_FUNC_NAME = 57,        /* const char*, name of the shader instance */
+    miQ_FUNC_PARAM = 58,       /* void*, parameter block */
+    miQ_FUNC_PARAM_SIZE = 59,  /* int, bytes */
+    miQ_FUNC_PARAM_VALUE = 60, /* value of an input parameter; extra arguments char* name, miParam_type (P) */
+    miQ_FUNC_TLS_GET = 124,    /* void*, this thread's pointer of the running instance */
+    miQ_FUNC_TLS_SET = 126,    /* result: address of the void* to store */
+    miQ_FUNC_TLS_GETALL = 127, /* void***, address of the array; extra argument int* count */
+    miQ_FUNC_CALLTYPE = 140,   /* int, miShader_type */
     /* declarations: null tag for the running shader, or a function's or declaration's tag */
-    miQ_DECL_LOCK = 61,            /* miLock*, common to all instances of the shader */
-    miQ_DECL_NAME = 62,            /* const char* */
-    miQ_DECL_PARAM = 63,           /* const char*, parameter declaration as text */
-    miQ_DECL_RESULT_SIZE = 64,     /* int, bytes */
-    miQ_DECL_TYPE = 65,            /* int, miParam_type of the result */
-    miQ_DECL_VERSION = 66,         /* int */
+    miQ_DECL_LOCK = 61,        /* miLock*, common to all instances of the shader */
+    miQ_DECL_NAME = 62,        /* const char* */
+    miQ_DECL_PARAM = 63,       /* const char*, parameter declaration as text */
+    miQ_DECL_RESULT_SIZE = 64, /* int, bytes */
+    miQ_DECL_TYPE = 65,        /* int, miParam_type of the result */
+    miQ_DECL_VERSION = 66,     /* int */
     /* scene */
-    miQ_NUM_GLOBAL_LIGHTS = 70,    /* int, light instances of the scene */
-    miQ_GLOBAL_LIGHTS = 71,        /* miTag*, the list */
-    miQ_NUM_TEXTURES = 82,         /* int, texture spaces at the hit */
-    miQ_RENDERER_VERSION = 90,     /* const char* (P) */
-    miQ_DATE = 91,                 /* const char*, build date */
-    miQ_SAMPLE_MOVING = 92,        /* int, motion was detected for the sample */
+    miQ_NUM_GLOBAL_LIGHTS = 70, /* int, light instances of the scene */
+    miQ_GLOBAL_LIGHTS = 71,     /* miTag*, the list */
+    miQ_NUM_TEXTURES = 82,      /* int, texture spaces at the hit */
+    miQ_RENDERER_VERSION = 90,  /* const char* (P) */
+    miQ_DATE = 91,              /* const char*, build date */
+    miQ_SAMPLE_MOVING = 92,     /* int, motion was detected for the sample */
     /* user data */
-    miQ_INST_DATA = 102,           /* instance: miTag, first block */
-    miQ_DATA_NEXT = 103,           /* data: miTag, next block or null */
-    miQ_DATA_DECL = 104,           /* data: miTag, declaration or null */
-    miQ_DATA_PARAM = 105,          /* data: void*, contents */
-    miQ_DATA_LABEL = 106,          /* data: miUint */
-    miQ_DATA_NEEDSWAP = 107,       /* data: miBoolean */
-    miQ_DATA_PARAM_SIZE = 109,     /* data: int, bytes */
-    miQ_OBJ_DATA = 114,            /* object, or null for the current one: miTag, first block */
+    miQ_INST_DATA = 102,       /* instance: miTag, first block */
+    miQ_DATA_NEXT = 103,       /* data: miTag, next block or null */
+    miQ_DATA_DECL = 104,       /* data: miTag, declaration or null */
+    miQ_DATA_PARAM = 105,      /* data: void*, contents */
+    miQ_DATA_LABEL = 106,      /* data: miUint */
+    miQ_DATA_NEEDSWAP = 107,   /* data: miBoolean */
+    miQ_DATA_PARAM_SIZE = 109, /* data: int, bytes */
+    miQ_OBJ_DATA = 114,        /* object, or null for the current one: miTag, first block */
     /* images */
-    miQ_IMAGE_WIDTH = 120,         /* image: int */
-    miQ_IMAGE_HEIGHT = 121,        /* image: int */
+    miQ_IMAGE_WIDTH = 120,  /* image: int */
+    miQ_IMAGE_HEIGHT = 121, /* image: int */
     /* matrices of the state: const miScalar* */
     miQ_TRANS_INTERNAL_TO_WORLD = 130,
     miQ_TRANS_INTERNAL_TO_CAMERA = 131,
@@ -350,9 +354,9 @@ typedef enum miQ_type {
     miQ_TRANS_CAMERA_TO_INTERNAL = 134,
     miQ_TRANS_OBJECT_TO_INTERNAL = 135,
     /* sample */
-    miQ_SAMPLE_OVERRIDE = 142,     /* void*, only its presence matters (P) */
-    miQ_PRI_DATA = 154,            /* int, number of data slots of the triangle; see shader_proposed.h (P) */
-    miQ_FINALGATHER_STATE = 161    /* int: 0 none, 1 below a final gather ray, 2 final gather precomputation */
+    miQ_SAMPLE_OVERRIDE = 142,  /* void*, only its presence matters (P) */
+    miQ_PRI_DATA = 154,         /* int, number of data slots of the triangle; see shader_proposed.h (P) */
+    miQ_FINALGATHER_STATE = 161 /* int: 0 none, 1 below a final gather ray, 2 final gather precomputation */
 } miQ_type;
 
 /* Lifetimes of shader state records. */
@@ -525,7 +529,8 @@ miBoolean mi_tri_vectors(miState* state, int which, int ntex, miVector** a, miVe
 
 /* textures and images */
 miBoolean mi_lookup_color_texture(miColor* result, miState* state, miTag tag, miVector* coord);
-miBoolean mi_lookup_color_texture_x(miColor* result, miState* state, miTag tag, miVector* coord, miScalar filter);
+miBoolean mi_lookup_color_texture_x(miColor* result, miState* state, miTag tag, miVector* coord,
+                                    miScalar filter);
 miBoolean mi_lookup_scalar_texture(miScalar* result, miState* state, miTag tag, miVector* coord);
 miBoolean mi_lookup_vector_texture(miVector* result, miState* state, miTag tag, miVector* coord);
 miBoolean mi_texture_interpolate(miState* state, miUint space, miScalar* result);
@@ -689,7 +694,7 @@ namespace shader_v3 {
 
 /* The named frame buffers of a camera. Methods return false when a name or parameter is not known. */
 class Framebuffer {
-  public:
+public:
     virtual bool get_index(const char* buffer, size_t& index) = 0; /* the index for mi_fb_put */
     virtual bool get_buffercount(size_t& count) = 0;
     virtual bool get_buffername(size_t number, const char*& name) = 0;
@@ -704,18 +709,18 @@ class Framebuffer {
     virtual bool get(const char* buffer, const char* param, int& value) = 0;
     virtual bool get(const char* buffer, const char* param, const char*& value) = 0;
 
-  protected:
+protected:
     ~Framebuffer() = default;
 };
 
 /* What mi_get_shader_interface(3) returns; give it back with release(). */
 class Interface {
-  public:
+public:
     virtual Framebuffer* accessFramebuffer(miTag framebuffers) = 0; /* null when the tag is no such set */
     virtual void releaseFramebuffer(Framebuffer* framebuffers) = 0;
     virtual void release() = 0;
 
-  protected:
+protected:
     ~Interface() = default;
 };
 

@@ -48,10 +48,10 @@ void mi_state_set_pri(miState* state, const struct miRc_intersection* pri, miUin
  * Argument lists settled here: mi_api_name_lookup, mi_get_shader_interface, mi_phen_eval, mi_trace_continue,
  * mi_trace_probe, mi_trace_shadow, mi_trace_shadow_seg, mi_sample_light, mi_call_contour_material, the
  * direction samplers, mi_ray_falloff, mi_global_lights_info, mi_lightprofile_value, the irradiance functions,
- * mi_ward_glossy, mi_ward_anisglossy, mi_schlick_scatter, mi_choose_lobe and its kin, mi_luminance, the photon
- * functions, mi_opacity_set, mi_fb_put, mi_point_transform and its kin, mi_tri_vectors, the image functions
- * other than mi_img_put_color, mi_colorprofile_ciexyz_to_render, mi_shaderstate_set and _get, the mi_mem_int
- * family, locks and messages.
+ * mi_ward_glossy, mi_ward_anisglossy, mi_schlick_scatter, mi_choose_lobe and its kin, mi_luminance, the
+ * photon functions, mi_opacity_set, mi_fb_put, mi_point_transform and its kin, mi_tri_vectors, the image
+ * functions other than mi_img_put_color, mi_colorprofile_ciexyz_to_render, mi_shaderstate_set and _get, the
+ * mi_mem_int family, locks and messages.
  */
 
 #endif
