@@ -50,6 +50,7 @@ struct Param {
 };
 
 struct PhenomenonBody; // of the parser
+struct ShaderCode;
 
 // A `declare shader`, `declare phenomenon` or `declare data`.
 struct Declaration {
@@ -64,6 +65,7 @@ struct Declaration {
     int version = 0;                       // 0: not stated
     std::uint32_t apply = 0;               // bit n for miShader_type n
     std::string shadow_mode;               // demanded mode: "", "off", "on", "sort", "segments"
+    ShaderCode* code = nullptr;            // of a shader: found in the libraries at the first use
     std::shared_ptr<PhenomenonBody> body;  // of a phenomenon
     [[nodiscard]] const Param* find(std::string_view param) const;
 };
@@ -92,6 +94,9 @@ struct ShaderCode {
 };
 
 // What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
+// The parser settles references to a phenomenon's interface while it builds an instance of the phenomenon: what
+// is literal there is copied, what is connected there is connected to the same shader. `from_interface` is
+// therefore for scenes that are built otherwise.
 struct Connection {
     std::uint32_t offset = 0;        // of the parameter (or struct member, or array element) in the block
     std::uint32_t size = 0;          // bytes of the value
@@ -165,10 +170,18 @@ struct Element {
     std::shared_ptr<Image> image;                    // miSCENE_IMAGE: filled at first use
     std::mutex image_guard;
     std::vector<std::pair<std::string, std::string>> string_options; // miSCENE_OPTIONS
+    std::vector<miTag> state_shaders;                // miSCENE_OPTIONS: in the order of their calls
+    float texture_filter = 1.0f;                     // miSCENE_IMAGE: scale of the filter, when the image asks for one
+    std::string texture_file_type;                   // miSCENE_IMAGE, writable: file format, "" by the file's name
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
 };
+
+// The element of a shader that has run or is running: the first call leaves it in the public record.
+inline Element* element_of(const miFunction* function) {
+    return static_cast<Element*>(function->reserved[0]);
+}
 
 // All elements. Tags count from 1 and are never used twice. Reading is free of locks and may happen on many
 // threads; elements are added only while no frame is rendered, or under `add`'s own lock by the renderer.
@@ -195,11 +208,17 @@ class Database {
     }
 
   private:
-    static constexpr std::size_t page_size = 4096;
+    // Elements lie in pages that never move, so that readers need no lock while a page is added.
+    static constexpr std::size_t page_size = 512;
+    static constexpr std::size_t page_limit = std::size_t{1} << 16;
     struct Page;
-    std::vector<std::unique_ptr<Page>> pages_;
+    struct NameHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+    };
+    std::unique_ptr<std::atomic<Page*>[]> pages_;
     std::atomic<std::size_t> count_{0};
-    std::unordered_map<std::string, miTag> names_;
+    std::unordered_map<std::string, miTag, NameHash, std::equal_to<>> names_;
     mutable std::mutex guard_;
 };
 
@@ -220,14 +239,20 @@ struct Scene {
     ~Scene();
 
     Database database;
-    std::unordered_map<std::string, std::unique_ptr<Declaration>> declarations; // shaders, phenomena and data apart
+    // By name: shaders and phenomena as they are called, data declarations with "data " in front.
+    std::unordered_map<std::string, std::unique_ptr<Declaration>> declarations;
     std::unordered_map<std::string, std::unique_ptr<ShaderCode>> code;
     std::unique_ptr<LibrarySet> libraries;
     std::vector<std::string> search_path; // for link, include, textures and data files
     std::vector<std::string> warnings;    // missing texture, version mismatch, ...: each names element and place
 
+    std::function<void(const std::string& text)> on_echo; // the `echo` command; null prints on standard output
+    int verbosity = -1;                                   // the `verbose` command; -1 when there was none
+
     // Calls the exit functions of all initialised instances and shaders, in reverse order of their first calls.
-    void exit_shaders();
+    // Each call's state is a copy of `prototype` (or an empty one) with `shader` set; afterwards everything may
+    // be initialised anew.
+    void exit_shaders(const miState* prototype = nullptr);
     std::vector<miTag> init_order;      // instances by first call; guarded by init_guard
     std::mutex init_guard;
 };
