@@ -1,7 +1,8 @@
 // Judges a rendered picture: against values worked out by hand, and against a reference picture.
 //
-//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--output FOLDER]
+//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--output FOLDER] [--save FILE.exr]
 //
+// --save stores the picture as a reference, in half floats: only after looking at it.
 // When it does not agree with the reference, picture, reference and enlarged difference are left in FOLDER.
 #include <cmath>
 #include <cstdlib>
@@ -25,11 +26,26 @@ constexpr float pixel_relative = 0.001f; // and this
 constexpr double share_of_pixels = 0.0002;
 constexpr float largest = 0.01f; // no pixel may be off by more (and by more than the relative limit)
 
+// All channels as floats. Integers are read as parts of the largest one; they get their values back.
 ImageBuf load(const std::string& path) {
     ImageBuf image(path);
     if (!image.read(0, 0, true, TypeFloat))
         throw std::runtime_error(path + ": " + image.geterror());
+    for (int c = 0; c < image.nchannels(); ++c) {
+        if (image.nativespec().channelformat(c) != TypeUInt32)
+            continue;
+        for (ImageBuf::Iterator<float> pixel(image); !pixel.done(); ++pixel)
+            pixel[c] = std::round(pixel[c] * 4294967295.0f);
+    }
     return image;
+}
+
+void save_reference(const ImageBuf& picture, const std::string& path) {
+    ImageBuf reference(picture);
+    reference.specmod().channelformats.clear();
+    reference.specmod().attribute("compression", "zip");
+    if (!reference.write(path, TypeHalf))
+        throw std::runtime_error(path + ": " + reference.geterror());
 }
 
 std::vector<float> pixels_of(const ImageBuf& image) {
@@ -131,11 +147,12 @@ bool as_expected(const ImageBuf& picture, const std::string& path) {
 
 int main(int argc, char** argv) {
     CLI::App app{"Judges a rendered picture."};
-    std::string picture_path, reference_path, expect_path, output = ".";
+    std::string picture_path, reference_path, expect_path, save_path, output = ".";
     app.add_option("picture", picture_path)->required();
     app.add_option("--expect", expect_path, "File of values worked out by hand");
     app.add_option("--reference", reference_path, "Picture to agree with");
     app.add_option("--output", output, "Folder for the evidence of a failure");
+    app.add_option("--save", save_path, "Store the picture as a reference");
     CLI11_PARSE(app, argc, argv);
     try {
         const ImageBuf picture = load(picture_path);
@@ -151,6 +168,8 @@ int main(int argc, char** argv) {
                           << '\n';
             }
         }
+        if (!save_path.empty())
+            save_reference(picture, save_path);
         return good ? EXIT_SUCCESS : EXIT_FAILURE;
     } catch (const std::exception& error) {
         std::cerr << "picture_check: " << error.what() << '\n';
