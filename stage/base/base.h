@@ -6,12 +6,14 @@
 
 #include "shader.h"
 
-// Exports one shader: its entry point, and the version function that the declaration is checked against.
-#define BASE_SHADER(name, number)                                                                            \
-    extern "C" DLLEXPORT int name##_version(void) {                                                          \
+// Makes a function visible to the renderer, under its plain name.
+#define BASE_EXPORT extern "C" DLLEXPORT
+
+// The version of a shader, which its declaration in base.mi has to state.
+#define BASE_VERSION(shader, number)                                                                         \
+    BASE_EXPORT int shader##_version() {                                                                     \
         return number;                                                                                       \
-    }                                                                                                        \
-    extern "C" DLLEXPORT miBoolean name
+    }
 
 namespace base {
 

@@ -30,8 +30,9 @@ miScalar spot_cone(miState* state, miScalar softness) {
 
 } // namespace
 
-BASE_SHADER(base_light, 1)
-(miColor* result, miState* state, base_light_params* params) {
+BASE_VERSION(base_light, 1)
+
+BASE_EXPORT miBoolean base_light(miColor* result, miState* state, base_light_params* params) {
     miColor color = *mi_eval_color(&params->color) * spot_cone(state, *mi_eval_scalar(&params->softness));
     const miScalar decay = *mi_eval_scalar(&params->decay);
     int type = miLIGHT_ORIGIN;

@@ -17,31 +17,30 @@ void blend_with_background(miColor* result, miState* state, miScalar opacity) {
 } // namespace
 
 // ---- base_constant: a colour that no light changes
-// -------------------------------------------------
 
 struct base_constant_params {
     miColor color;
 };
 
-BASE_SHADER(base_constant, 1)
-(miColor* result, miState* state, base_constant_params* params) {
+BASE_VERSION(base_constant, 1)
+
+BASE_EXPORT miBoolean base_constant(miColor* result, miState* state, base_constant_params* params) {
     *result = *mi_eval_color(&params->color);
     return miTRUE;
 }
 
 // ---- base_lambert: a matt surface, possibly transparent
-// --------------------------------------------
 
 struct base_lambert_params {
-    miColor ambient; // added to the light that arrives, before the surface's own
-                     // colour acts
+    miColor ambient; // added to the light that arrives; the diffuse colour acts on it too
     miColor diffuse;
     miScalar opacity;
     LightList lights;
 };
 
-BASE_SHADER(base_lambert, 1)
-(miColor* result, miState* state, base_lambert_params* params) {
+BASE_VERSION(base_lambert, 1)
+
+BASE_EXPORT miBoolean base_lambert(miColor* result, miState* state, base_lambert_params* params) {
     const miColor diffuse = *mi_eval_color(&params->diffuse);
     const miColor ambient = *mi_eval_color(&params->ambient);
     *result = ambient * diffuse + direct_light(state, &params->lights, [&](const miVector&, miScalar cosine) {
@@ -52,8 +51,7 @@ BASE_SHADER(base_lambert, 1)
     return miTRUE;
 }
 
-// ---- base_glossy: a matt base under a clear coat with highlights and mirror
-// reflections --------------
+// ---- base_glossy: a matt base under a clear coat with highlights and mirror reflections
 
 struct base_glossy_params {
     miColor ambient;
@@ -65,8 +63,9 @@ struct base_glossy_params {
     LightList lights;
 };
 
-BASE_SHADER(base_glossy, 1)
-(miColor* result, miState* state, base_glossy_params* params) {
+BASE_VERSION(base_glossy, 1)
+
+BASE_EXPORT miBoolean base_glossy(miColor* result, miState* state, base_glossy_params* params) {
     const miColor diffuse = *mi_eval_color(&params->diffuse);
     const miColor ambient = *mi_eval_color(&params->ambient);
     const miColor specular = *mi_eval_color(&params->specular);
@@ -90,15 +89,15 @@ BASE_SHADER(base_glossy, 1)
     return miTRUE;
 }
 
-// ---- base_shadow: what a tinted surface leaves of the light that passes
-// through it -------------------
+// ---- base_shadow: what a tinted surface leaves of the light that passes through it
 
 struct base_shadow_params {
     miColor tint; // 1 lets everything through
 };
 
-BASE_SHADER(base_shadow, 1)
-(miColor* result, miState* state, base_shadow_params* params) {
+BASE_VERSION(base_shadow, 1)
+
+BASE_EXPORT miBoolean base_shadow(miColor* result, miState* state, base_shadow_params* params) {
     const miColor tint = *mi_eval_color(&params->tint);
     // With segments the light has yet to come through what lies between this surface and the light.
     const bool segments = state->options->shadow == 's';

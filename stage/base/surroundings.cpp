@@ -3,8 +3,7 @@
 
 using namespace base;
 
-// ---- base_environment: a sky that changes from horizon to zenith, over a
-// ground ----------------------
+// ---- base_environment: a sky that changes from horizon to zenith, over a ground
 
 struct base_environment_params {
     miVector up; // world space
@@ -15,8 +14,9 @@ struct base_environment_params {
                    // other; sine of its angle
 };
 
-BASE_SHADER(base_environment, 1)
-(miColor* result, miState* state, base_environment_params* params) {
+BASE_VERSION(base_environment, 1)
+
+BASE_EXPORT miBoolean base_environment(miColor* result, miState* state, base_environment_params* params) {
     miVector up = *mi_eval_vector(&params->up);
     miVector dir;
     mi_vector_to_world(state, &dir, &state->dir);
@@ -34,15 +34,15 @@ BASE_SHADER(base_environment, 1)
 }
 
 // ---- base_fog: a volume of constant density
-// ----------------------------------------------------------
 
 struct base_fog_params {
     miColor color;
     miScalar density; // for each unit of length
 };
 
-BASE_SHADER(base_fog, 1)
-(miColor* result, miState* state, base_fog_params* params) {
+BASE_VERSION(base_fog, 1)
+
+BASE_EXPORT miBoolean base_fog(miColor* result, miState* state, base_fog_params* params) {
     const miScalar density = *mi_eval_scalar(&params->density);
     // A ray that met nothing has length 0: the fog goes on for ever.
     const auto length = static_cast<miScalar>(state->dist);

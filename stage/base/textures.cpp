@@ -4,7 +4,6 @@
 using namespace base;
 
 // ---- base_checker: squares of two colours in texture space 0
-// -----------------------------------------
 
 struct base_checker_params {
     miColor odd;
@@ -12,8 +11,9 @@ struct base_checker_params {
     miVector repeat; // squares for each unit of the texture coordinate
 };
 
-BASE_SHADER(base_checker, 1)
-(miColor* result, miState* state, base_checker_params* params) {
+BASE_VERSION(base_checker, 1)
+
+BASE_EXPORT miBoolean base_checker(miColor* result, miState* state, base_checker_params* params) {
     const miVector repeat = *mi_eval_vector(&params->repeat);
     miScalar uvw[3] = {0, 0, 0};
     if (!mi_texture_interpolate(state, 0, uvw))

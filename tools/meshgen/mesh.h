@@ -78,8 +78,7 @@ template <class Function> Mesh net(std::uint32_t columns, std::uint32_t rows, co
 struct ObjectOptions {
     std::string name;
     Vec motion;             // of every vertex during the shutter interval
-    Vec spin;               // motion that adds spin x point: radians for a shutter interval,
-                            // along the axis
+    Vec spin;               // adds spin x point: a turn about that axis, its length in radians
     bool triangles = false; // cut quads
 };
 
