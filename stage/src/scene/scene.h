@@ -178,6 +178,11 @@ struct Element {
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
 };
 
+// The element of a shader that has run or is running: the first call leaves it in the public record.
+inline Element* element_of(const miFunction* function) {
+    return static_cast<Element*>(function->reserved[0]);
+}
+
 // All elements. Tags count from 1 and are never used twice. Reading is free of locks and may happen on many
 // threads; elements are added only while no frame is rendered, or under `add`'s own lock by the renderer.
 class Database {

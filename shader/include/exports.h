@@ -1,0 +1,42 @@
+/*
+ * The one table of everything that the module shows to others. The linker's lists, the scene declarations and
+ * the tests are written from it.
+ */
+#pragma once
+
+#include "orl_support.h"
+#include "utilshaders.h"
+
+#include <span>
+
+namespace orl {
+
+/* One unit's shaders, under the unit's name. */
+struct Unit {
+    const char* name;
+    std::span<const decl::Shader> shaders;
+};
+
+inline constexpr Unit units[] = {
+    {"utilshaders", utilshaders},
+};
+
+/* Plain functions for other shader libraries and for the renderer. */
+inline constexpr const char* exported_functions[] = {
+    "miSetModuleHandle",
+    "CallMaterial",
+    "GetSceneData",
+    "GetNodeData",
+    "GetObjectData",
+    "GetObjectDataFromInstance",
+    "GetParticleData",
+    "GetMaterialID",
+    "GetEdgeVisibility",
+    "GetFaceSmoothingGroup",
+    "GetParticleID",
+    "GetTangentBasisVectors",
+    "GetUVChannelIndexFromID",
+    "IsInstanceShadowMakerForLight",
+};
+
+} // namespace orl

@@ -1,0 +1,15 @@
+/*
+ * Transcendental functions of the library. Every unit takes them from here, so that their accuracy is decided
+ * in one place; the run-time libraries of two platforms may differ in the last bits.
+ */
+#pragma once
+
+#include <cmath>
+
+namespace orl::numeric {
+
+inline float pow(float base, float exponent) {
+    return std::pow(base, exponent);
+}
+
+} // namespace orl::numeric

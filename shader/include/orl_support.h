@@ -1,0 +1,102 @@
+/*
+ * Declaration tables of the host's records on scene, nodes and objects. The records themselves are part of
+ * the helper interface, orlshaders.h.
+ */
+#pragma once
+
+#include "declaration.h"
+#include "orlshaders.h"
+
+namespace orl {
+
+namespace scene_data_table {
+
+constexpr auto host_field(miInteger orl_SceneData::*member, const char* name) {
+    return decl::integer(member, name, 0, decl::any, "the host's own");
+}
+
+inline constexpr auto fields = decl::fields<orl_SceneData>(
+    decl::boolean(&orl_SceneData::material_editor, "material_editor", false,
+                  "the scene is a sample of the material editor"),
+    host_field(&orl_SceneData::field_2, "field_2"), host_field(&orl_SceneData::field_3, "field_3"),
+    host_field(&orl_SceneData::field_4, "field_4"), host_field(&orl_SceneData::field_5, "field_5"),
+    host_field(&orl_SceneData::field_6, "field_6"), host_field(&orl_SceneData::field_7, "field_7"),
+    host_field(&orl_SceneData::field_8, "field_8"),
+    decl::boolean(&orl_SceneData::force_two_sided, "force_two_sided", false,
+                  "every standard material shades both sides"),
+    decl::boolean(&orl_SceneData::flip_sky, "flip_sky", false,
+                  "spherical environments have their pole along y"),
+    decl::scalar(&orl_SceneData::display_gamma, "display_gamma", 1, decl::not_negative, "",
+                 "exponent that takes displayed colours to linear ones; 1 changes nothing"),
+    host_field(&orl_SceneData::field_12, "field_12"), host_field(&orl_SceneData::field_13, "field_13"),
+    host_field(&orl_SceneData::field_14, "field_14"), host_field(&orl_SceneData::field_15, "field_15"),
+    decl::boolean(&orl_SceneData::material_switch_16, "material_switch_16", false,
+                  "with material_switch_22 a switch of the standard material"),
+    host_field(&orl_SceneData::field_17, "field_17"), host_field(&orl_SceneData::field_18, "field_18"),
+    host_field(&orl_SceneData::field_19, "field_19"), host_field(&orl_SceneData::field_20, "field_20"),
+    host_field(&orl_SceneData::field_21, "field_21"),
+    decl::boolean(&orl_SceneData::material_switch_22, "material_switch_22", false,
+                  "takes the effect of material_switch_16 back"),
+    host_field(&orl_SceneData::field_23, "field_23"),
+    decl::boolean(&orl_SceneData::map_channel_ids, "map_channel_ids", false,
+                  "ids of texture channels are channel numbers rather than positions"));
+
+// Other libraries and the host know these fields by their place, counted from 1.
+static_assert(fields[0].offset == offsetof(orl_SceneData, material_editor));
+static_assert(fields[10].offset == offsetof(orl_SceneData, display_gamma));
+static_assert(fields[15].offset == offsetof(orl_SceneData, material_switch_16));
+static_assert(fields[21].offset == offsetof(orl_SceneData, material_switch_22));
+static_assert(fields[23].offset == offsetof(orl_SceneData, map_channel_ids));
+
+} // namespace scene_data_table
+
+namespace node_data_table {
+
+inline constexpr auto fields = decl::fields<orl_NodeData>(
+    decl::scalar(&orl_NodeData::color_r, "color_r", 0.5, decl::unit_interval, "", "wire colour, red"),
+    decl::scalar(&orl_NodeData::color_g, "color_g", 0.5, decl::unit_interval, "", "wire colour, green"),
+    decl::scalar(&orl_NodeData::color_b, "color_b", 0.5, decl::unit_interval, "", "wire colour, blue"),
+    decl::scalar(&orl_NodeData::visibility, "visibility", 1, decl::unit_interval, "", "multiplies opacity"),
+    decl::integer(&orl_NodeData::node_id, "node_id", 0, decl::any, "written to fb_node_id"),
+    decl::integer(&orl_NodeData::node_render_id, "node_render_id", 0, decl::any,
+                  "written to fb_node_render_id"),
+    decl::array(&orl_NodeData::shadow_lights, miTYPE_LIGHT, "shadow_lights",
+                "lights, or groups of lights, for which the node casts shadows"),
+    decl::boolean(&orl_NodeData::shadows_from_all_lights, "shadows_from_all_lights", true,
+                  "the node casts shadows for every light; shadow_lights is ignored"),
+    decl::array(&orl_NodeData::lights, miTYPE_LIGHT, "lights",
+                "lights that light the node in render elements"),
+    decl::boolean(&orl_NodeData::all_lights, "all_lights", true,
+                  "render elements take all lights of the scene instead of lights"));
+
+} // namespace node_data_table
+
+namespace object_data_table {
+
+constexpr auto host_field(miInteger orl_ObjectData::*member, const char* name) {
+    return decl::integer(member, name, 0, decl::any, "the host's own");
+}
+
+inline constexpr auto fields = decl::fields<orl_ObjectData>(
+    decl::array(&orl_ObjectData::uv_channels, miTYPE_INTEGER, "uv_channels",
+                "for each texture space the number of the host's map channel"),
+    host_field(&orl_ObjectData::field_2, "field_2"), host_field(&orl_ObjectData::field_3, "field_3"),
+    host_field(&orl_ObjectData::field_4, "field_4"), host_field(&orl_ObjectData::field_5, "field_5"),
+    host_field(&orl_ObjectData::field_6, "field_6"), host_field(&orl_ObjectData::field_7, "field_7"),
+    host_field(&orl_ObjectData::field_8, "field_8"), host_field(&orl_ObjectData::field_9, "field_9"),
+    decl::element(&orl_ObjectData::particle_data, miTYPE_DATA, "particle_data",
+                  "data block of the particles that the object shows"));
+
+static_assert(fields[9].offset == offsetof(orl_ObjectData, particle_data));
+
+} // namespace object_data_table
+
+inline constexpr decl::Data host_data[] = {
+    {"orl_SceneData", 5, scene_data_table::fields,
+     "The host's record on the scene, user data of the options."},
+    {"orl_NodeData", 2, node_data_table::fields, "The host's record on a node, user data of its instance."},
+    {"orl_ObjectData", 5, object_data_table::fields,
+     "The host's record on an object, user data of the object."},
+};
+
+} // namespace orl

@@ -1,0 +1,23 @@
+/* The system seam for POSIX systems. */
+#include "system.h"
+
+#include <cerrno>
+#include <dlfcn.h>
+
+namespace orl::system {
+
+const bool host_handles = false;
+
+EntryPoint find_symbol(void* module, const char* name) noexcept {
+    return reinterpret_cast<EntryPoint>(dlsym(module, name));
+}
+
+int last_error() noexcept {
+    return errno;
+}
+
+bool wait_times_out(std::uint64_t, unsigned) noexcept {
+    return false;
+}
+
+} // namespace orl::system
