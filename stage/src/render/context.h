@@ -49,18 +49,31 @@ class ArenaScope {
 
 inline constexpr int max_texture_spaces = 16;
 
-// A ray in flight: its state and what the state points to.
+// A ray: its state and what the state points to.
 struct RayFrame {
-    miState state;
+    miState state; // first, so that a child state leads to its frame
+    bool in_flight;
+    miState* caster;    // whose ray it is
+    miState* displaced; // the child that the caster had, if that was still in flight, else null
     miRc_intersection hit;
     std::array<miVector, max_texture_spaces> tex, bump_x, bump_y;
     std::array<miVector, 5> derivs;
 };
 
+// How shaders hand over the value of a frame buffer.
+enum class BufferKind : std::uint8_t { color, vector, scalar, integer };
+
 // Values that shaders put into the camera's frame buffers during one sample, by buffer index.
 struct SampleBuffers {
     std::vector<miColor> values; // as colours; integers (tags, labels) are kept in the bits of r
     std::vector<bool> written;
+    std::vector<BufferKind> kinds; // found at the first use
+};
+
+// Which set of points a running loop over mi_sample draws from; a loop is known by its counter's address.
+struct SampleLoop {
+    const int* counter = nullptr;
+    std::uint32_t dimension = 0;
 };
 
 // Counted during rendering, summed over the threads at the end.
@@ -86,6 +99,14 @@ struct ThreadContext {
     std::uint64_t random_state = 0;   // of mi_par_random and the direction samplers; reset from the seed
     miColor opacity{1, 1, 1, 1};      // mi_opacity_set of the primary hit
     bool opacity_set = false;
+
+    const Element* bad_shader = nullptr; // the sample's first shader whose color was not finite
+    std::array<SampleLoop, 8> loops{};
+    std::size_t next_loop = 0;
+
+    // lens shaders of the sample in their order, and the number of those that have been called
+    std::vector<miTag> lenses;
+    std::size_t lens_position = 0;
 
     // The next number in [0, 1) of the sample's own stream.
     float next_random();

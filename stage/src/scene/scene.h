@@ -87,7 +87,6 @@ struct ShaderCode {
     VersionEntry version = nullptr;
 
     miLock lock = nullptr;               // of all instances, miQ_DECL_LOCK
-    std::mutex life_cycle;               // guards the first call
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
     std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
@@ -116,8 +115,8 @@ struct ShaderInstance {
 
     void* user = nullptr;                 // miQ_FUNC_USERPTR
     std::vector<void*> thread_user;       // by thread number; miQ_FUNC_TLS_*
-    std::mutex life_cycle;                // guards the first call
     std::atomic<bool> initialised{false}; // ready to be called: inits have run
+    bool initialising = false;            // guarded by init_guard
 };
 
 // ---- elements --------------------------------------------------------------------------------------
@@ -254,7 +253,8 @@ struct Scene {
     // be initialised anew.
     void exit_shaders(const miState* prototype = nullptr);
     std::vector<miTag> init_order;      // instances by first call; guarded by init_guard
-    std::mutex init_guard;
+    // Held while init functions run. They may evaluate parameters and so bring about further first calls.
+    std::recursive_mutex init_guard;
 };
 
 } // namespace stage
