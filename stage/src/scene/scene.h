@@ -167,7 +167,8 @@ struct Element {
     const Declaration* declaration = nullptr;        // miSCENE_FUNCTION_DECL, miSCENE_USERDATA
     std::string file;                                // miSCENE_IMAGE: file name as found on the search path
     std::shared_ptr<Image> image;                    // miSCENE_IMAGE: filled at first use
-    std::mutex image_guard;
+    std::mutex image_guard;                          // held while it is filled
+    std::atomic<Image*> loaded_image{nullptr};       // the same, once it can be used without the guard
     std::vector<std::pair<std::string, std::string>> string_options; // miSCENE_OPTIONS
     std::vector<miTag> state_shaders;                // miSCENE_OPTIONS: in the order of their calls
     float texture_filter = 1.0f;                     // miSCENE_IMAGE: scale of the filter, when the image asks for one
