@@ -240,7 +240,6 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t
     context.random_state = mix_bits(place.seed);
     context.opacity = {1.0f, 1.0f, 1.0f, 1.0f};
     context.opacity_set = false;
-    context.bad_shader = nullptr;
     if (buffers_.size() > 1) {
         std::ranges::fill(context.buffers.values, miColor{});
         context.buffers.written.assign(buffers_.size(), false);
