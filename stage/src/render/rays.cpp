@@ -47,8 +47,7 @@ miBoolean pass_hull(miColor* result, RayFrame& hull) {
     frame.state.org = hull.state.point;
     frame.state.volume =
         hull.state.inv_normal ? volume_outside(world, hull.state) : hull.state.refraction_volume;
-    cast(frame, start_distance(&hull.state), std::numeric_limits<double>::infinity(),
-         mask_of(hull.state.type));
+    cast(frame, start_distance(&hull.state), std::numeric_limits<double>::infinity(), mask_of(hull.state.type));
     return shade(result, frame);
 }
 
@@ -96,8 +95,7 @@ RayFrame& new_ray(miState* parent, miRay_type type) {
     miState* displaced = nullptr;
     if (!frame || frame->in_flight) {
         displaced = parent->child;
-        frame =
-            static_cast<RayFrame*>(context_of(parent).arena.allocate(sizeof(RayFrame), alignof(RayFrame)));
+        frame = static_cast<RayFrame*>(context_of(parent).arena.allocate(sizeof(RayFrame), alignof(RayFrame)));
     }
     frame->state = *parent;
     frame->state.parent = parent;
@@ -119,16 +117,14 @@ RayInFlight::~RayInFlight() {
 
 bool cast(RayFrame& frame, double near, double far, RayMask mask) {
     const World& world = *context_of(&frame.state).world;
-    const bool was_hit =
-        world.intersect(frame.state.org, frame.state.dir, near, far, shutter_fraction(&frame.state),
-                        static_cast<std::uint32_t>(mask), frame.hit);
+    const bool was_hit = world.intersect(frame.state.org, frame.state.dir, near, far, shutter_fraction(&frame.state),
+                                         static_cast<std::uint32_t>(mask), frame.hit);
     set_intersection(frame, was_hit);
     return was_hit;
 }
 
-// Single precision places a point some units of the last digit beside its surface; the distance grows with
-// the coordinates. A state that stands on no surface, or whose shader has cleared the cache, can meet
-// anything.
+// Single precision places a point some units of the last digit beside its surface; the distance grows with the
+// coordinates. A state that stands on no surface, or whose shader has cleared the cache, can meet anything.
 double start_distance(const miState* state) {
     if (!state->cache || !hit_of(state))
         return 0.0;
@@ -171,8 +167,7 @@ void collect_lenses(const Database& database, miTag tag, std::vector<miTag>& len
         if (element->shader->code)
             lenses.push_back(tag);
         else
-            collect_lenses(database, element->shader->lens ? element->shader->lens : element->shader->root,
-                           lenses);
+            collect_lenses(database, element->shader->lens ? element->shader->lens : element->shader->root, lenses);
         tag = element->as<miFunction>()->next_function;
     }
 }
