@@ -49,9 +49,9 @@ struct Corners {
 
     Corners(const miTriangles& t, const miRc_intersection& hit) : triangles(&t) {
         for (int k = 0; k < 3; ++k)
-            vertex[k] =
-                t.vertices + std::size_t{t.indices[3 * std::size_t{hit.triangle} + static_cast<std::size_t>(k)]} *
-                                 static_cast<std::size_t>(t.vertex_stride);
+            vertex[k] = t.vertices +
+                        std::size_t{t.indices[3 * std::size_t{hit.triangle} + static_cast<std::size_t>(k)]} *
+                            static_cast<std::size_t>(t.vertex_stride);
         weight[0] = 1.0f - hit.u - hit.v;
         weight[1] = hit.u;
         weight[2] = hit.v;
@@ -67,7 +67,8 @@ struct Corners {
 };
 
 // Turns both normals towards the start of the ray. The geometric one decides which side was hit; a smooth
-// normal that looks away nevertheless, as happens near outlines, is bent until it is perpendicular to the ray.
+// normal that looks away nevertheless, as happens near outlines, is bent until it is perpendicular to the
+// ray.
 void face_ray(miState& state) {
     state.inv_normal = dot(state.normal_geom, state.dir) > 0.0f;
     if (state.inv_normal) {
@@ -90,7 +91,8 @@ void set_normals(miState& state, const Corners& corners, const Placement& place,
     state.normal = state.normal_geom;
     if (corners.triangles->normal_offset >= 0) {
         miVector smooth = normalized(place.normal(corners.interpolate(corners.triangles->normal_offset)));
-        if (dot(smooth, state.normal_geom) < 0.0f) // also for a mirrored placement, whose determinant is negative
+        if (dot(smooth, state.normal_geom) <
+            0.0f) // also for a mirrored placement, whose determinant is negative
             smooth = -smooth;
         if (length(smooth) > 0.0f)
             state.normal = smooth;
@@ -143,7 +145,8 @@ miVector motion_of(const WorldInstance& instance, const Corners& corners) {
         return {};
     const miVector start = corners.interpolate(0);
     const miVector end = offset >= 0 ? start + corners.interpolate(offset) : start;
-    return Placement(instance.motion_to_internal.m).point(end) - Placement(instance.to_internal.m).point(start);
+    return Placement(instance.motion_to_internal.m).point(end) -
+           Placement(instance.to_internal.m).point(start);
 }
 
 void set_material(miState& state, const World& world, const WorldInstance& instance, std::uint32_t triangle) {
@@ -195,7 +198,8 @@ void set_intersection(RayFrame& frame, bool was_hit) {
         points[k] = place.point(p);
     }
     // From the corners rather than along the ray: the error does not grow with the length of the ray.
-    state.point = points[0] * corners.weight[0] + points[1] * corners.weight[1] + points[2] * corners.weight[2];
+    state.point =
+        points[0] * corners.weight[0] + points[1] * corners.weight[1] + points[2] * corners.weight[2];
     state.dist = frame.hit.distance;
     state.pri = &frame.hit;
     state.cache = &frame.hit;

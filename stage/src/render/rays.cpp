@@ -31,23 +31,14 @@ miRange clip_range(const World& world, const miState& state) {
     return {std::max(0.0f, (clip.min - depth) / slope), (clip.max - depth) / slope};
 }
 
-// The volume outside of the object that the state's ray is leaving: that of the ray which entered it.
-miTag volume_outside(const World& world, const miState& state) {
-    for (const miState* s = state.parent; s; s = s->parent)
-        if (s->instance == state.instance && !s->inv_normal)
-            return s->volume;
-    return world.camera->volume;
-}
-
 // A material without a shader only separates volumes: the ray goes on, in the volume behind the surface.
 miBoolean pass_hull(miColor* result, RayFrame& hull) {
-    const World& world = *context_of(&hull.state).world;
     RayFrame& frame = new_ray(&hull.state, hull.state.type);
     const RayInFlight in_flight(frame);
     frame.state.org = hull.state.point;
-    frame.state.volume =
-        hull.state.inv_normal ? volume_outside(world, hull.state) : hull.state.refraction_volume;
-    cast(frame, start_distance(&hull.state), std::numeric_limits<double>::infinity(), mask_of(hull.state.type));
+    frame.state.volume = volume_behind(&hull.state);
+    cast(frame, start_distance(&hull.state), std::numeric_limits<double>::infinity(),
+         mask_of(hull.state.type));
     return shade(result, frame);
 }
 
@@ -90,12 +81,31 @@ bool is_opaque(const Scene& scene, miTag material) {
     return element && element->type == miSCENE_MATERIAL && element->as<miMaterial>()->opaque;
 }
 
+namespace {
+
+// The normals of shadow rays are not turned.
+bool enters(const miState& state) {
+    return state.type == miRAY_SHADOW ? dot(state.normal_geom, state.dir) < 0.0f : !state.inv_normal;
+}
+
+} // namespace
+
+miTag volume_behind(const miState* state) {
+    if (enters(*state))
+        return state->refraction_volume;
+    for (const miState* s = state->parent; s; s = s->parent)
+        if (s->instance == state->instance && enters(*s))
+            return s->volume;
+    return context_of(state).world->camera->volume;
+}
+
 RayFrame& new_ray(miState* parent, miRay_type type) {
     RayFrame* frame = frame_of_child(parent);
     miState* displaced = nullptr;
     if (!frame || frame->in_flight) {
         displaced = parent->child;
-        frame = static_cast<RayFrame*>(context_of(parent).arena.allocate(sizeof(RayFrame), alignof(RayFrame)));
+        frame =
+            static_cast<RayFrame*>(context_of(parent).arena.allocate(sizeof(RayFrame), alignof(RayFrame)));
     }
     frame->state = *parent;
     frame->state.parent = parent;
@@ -109,22 +119,24 @@ RayFrame& new_ray(miState* parent, miRay_type type) {
     return *frame;
 }
 
+// Also puts right what shaders below have left as the caster's child, which ended with them.
 RayInFlight::~RayInFlight() {
     frame_.in_flight = false;
-    if (frame_.displaced)
-        frame_.caster->child = frame_.displaced;
+    frame_.caster->child = frame_.displaced ? frame_.displaced : &frame_.state;
 }
 
 bool cast(RayFrame& frame, double near, double far, RayMask mask) {
     const World& world = *context_of(&frame.state).world;
-    const bool was_hit = world.intersect(frame.state.org, frame.state.dir, near, far, shutter_fraction(&frame.state),
-                                         static_cast<std::uint32_t>(mask), frame.hit);
+    const bool was_hit =
+        world.intersect(frame.state.org, frame.state.dir, near, far, shutter_fraction(&frame.state),
+                        static_cast<std::uint32_t>(mask), frame.hit);
     set_intersection(frame, was_hit);
     return was_hit;
 }
 
-// Single precision places a point some units of the last digit beside its surface; the distance grows with the
-// coordinates. A state that stands on no surface, or whose shader has cleared the cache, can meet anything.
+// Single precision places a point some units of the last digit beside its surface; the distance grows with
+// the coordinates. A state that stands on no surface, or whose shader has cleared the cache, can meet
+// anything.
 double start_distance(const miState* state) {
     if (!state->cache || !hit_of(state))
         return 0.0;
@@ -167,7 +179,8 @@ void collect_lenses(const Database& database, miTag tag, std::vector<miTag>& len
         if (element->shader->code)
             lenses.push_back(tag);
         else
-            collect_lenses(database, element->shader->lens ? element->shader->lens : element->shader->root, lenses);
+            collect_lenses(database, element->shader->lens ? element->shader->lens : element->shader->root,
+                           lenses);
         tag = element->as<miFunction>()->next_function;
     }
 }

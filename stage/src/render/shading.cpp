@@ -24,7 +24,7 @@ Element& parameter_holder(const Scene& scene, Element& element) {
 // the rays that it cast: the state's child is again the one that the calling shader knows. A lens shader's
 // memory stays until the sample's end, for its ray's hit is handed on.
 class CallScope {
-  public:
+public:
     CallScope(miState* state, miShader_type type, miFunction* function)
         : state_(state), arena_(context_of(state).arena), mark_(arena_.mark()), shader_(state->shader),
           child_(state->child), user_(state->user), user_size_(state->user_size), type_(state->call_type),
@@ -45,7 +45,7 @@ class CallScope {
     CallScope(const CallScope&) = delete;
     CallScope& operator=(const CallScope&) = delete;
 
-  private:
+private:
     miState* state_;
     Arena& arena_;
     Arena::Mark mark_;
@@ -208,7 +208,8 @@ miTag material_slot(const Scene& scene, miTag material, miShader_type type) {
         const Element* root = scene.database.find(instance.root);
         if (root && root->type == miSCENE_MATERIAL)
             return slot_of(*root->as<miMaterial>(), type);
-        if ((type == miSHADER_VOLUME && instance.volume) || (type == miSHADER_ENVIRONMENT && instance.environment))
+        if ((type == miSHADER_VOLUME && instance.volume) ||
+            (type == miSHADER_ENVIRONMENT && instance.environment))
             return material;
     }
     const bool applies = instance.declaration && ((instance.declaration->apply >> type) & 1u);
@@ -254,8 +255,8 @@ void* value_of(miState* state, Element& owner, const Connection& connection) {
     }
     Element* source = database.find(connection.shader);
     const std::uint32_t result_size = source && source->shader ? source->shader->result_size : 0u;
-    const std::size_t size =
-        std::max({std::size_t{result_size}, std::size_t{connection.source_offset} + connection.size, sizeof(miColor)});
+    const std::size_t size = std::max(
+        {std::size_t{result_size}, std::size_t{connection.source_offset} + connection.size, sizeof(miColor)});
     auto* result = static_cast<std::byte*>(context.arena.allocate(size));
     std::memset(result, 0, size);
     call_one(result, miSHADER_TEXTURE, state, source, nullptr);

@@ -26,13 +26,13 @@ RayFrame& new_ray(miState* parent, miRay_type type);
 
 // Marks a ray as being in flight, so that shaders below it that cast from its parent's state leave it alone.
 class RayInFlight {
-  public:
+public:
     explicit RayInFlight(RayFrame& frame) : frame_(frame) { frame.in_flight = true; }
     ~RayInFlight();
     RayInFlight(const RayInFlight&) = delete;
     RayInFlight& operator=(const RayInFlight&) = delete;
 
-  private:
+private:
     RayFrame& frame_;
 };
 
@@ -41,6 +41,10 @@ RayMask mask_of(miRay_type type);
 
 // The material lets nothing through, whatever its shaders say.
 bool is_opaque(const Scene& scene, miTag material);
+
+// The volume that a ray straight through the state's surface comes into: that of the material where it
+// enters, where it leaves that which the ray that entered the object came from.
+miTag volume_behind(const miState* state);
 
 // What the state that cast a ray takes over from it: label, point, normal, distance and motion.
 void hand_back(miState* state, const miState& child);
@@ -51,8 +55,9 @@ float shutter_fraction(const miState* state);
 // Finds the nearest hit of the frame's ray (org, dir) and sets its intersection. Distances count from org.
 bool cast(RayFrame& frame, double near, double far, RayMask mask);
 
-// Fills everything of the frame's state that belongs to an intersection from its `hit` (point, normals, sides,
-// textures, motion, derivatives, material, instance, label); without a hit the state of a ray that met nothing.
+// Fills everything of the frame's state that belongs to an intersection from its `hit` (point, normals,
+// sides, textures, motion, derivatives, material, instance, label); without a hit the state of a ray that met
+// nothing.
 void set_intersection(RayFrame& frame, bool was_hit);
 
 // Runs material or environment, then the volume of the ray, on a frame whose intersection is set.
@@ -65,11 +70,12 @@ miBoolean apply_volume(miColor* result, miState* state, miBoolean lit);
 // Casts the eye ray (org, dir of the state) or calls the next lens shader, and leaves the hit in the state.
 miBoolean continue_eye_ray(miColor* result, miState* state);
 
-// Runs the whole eye ray of a sample: lens shaders first. `state` is the camera state of the sample; afterwards
-// it tells of the primary hit. The caller's arena scope ends the memory of the sample's rays.
+// Runs the whole eye ray of a sample: lens shaders first. `state` is the camera state of the sample;
+// afterwards it tells of the primary hit. The caller's arena scope ends the memory of the sample's rays.
 miBoolean shade_eye_sample(miColor* result, miState* state);
 
-// Distance from which a ray that starts on the state's surface looks for hits, so that it does not meet its own start.
+// Distance from which a ray that starts on the state's surface looks for hits, so that it does not meet its
+// own start.
 double start_distance(const miState* state);
 
 } // namespace stage
