@@ -1,0 +1,74 @@
+#include "peer_report.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace bench {
+namespace {
+
+using Times = std::map<std::string, double>; // by name, nanoseconds
+
+// Keeps the fastest repetition of each benchmark.
+class FastestReporter : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context&) override { return true; }
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type != Run::RT_Iteration)
+                continue;
+            if (run.error_occurred) {
+                std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
+                continue;
+            }
+            const double time = run.real_accumulated_time / static_cast<double>(run.iterations) * 1e9;
+            const auto [entry, added] = fastest.try_emplace(run.run_name.function_name, time);
+            if (!added)
+                entry->second = std::min(entry->second, time);
+        }
+    }
+
+    Times fastest;
+};
+
+void print_pairs(const Times& fastest) {
+    std::printf("%-36s %-28s %14s %14s %8s %14s\n", "subject", "peer", "ours [ns]", "peer [ns]", "ratio",
+                "more by [ns]");
+    for (const auto& [name, time] : fastest) {
+        const std::size_t slash = name.rfind('/');
+        const std::string subject = name.substr(0, slash);
+        const auto ours = fastest.find(subject + "/ours");
+        if (ours == fastest.end() || name == ours->first)
+            continue;
+        std::printf("%-36s %-28s %14.3f %14.3f %8.3f %14.3f\n", subject.c_str(), name.c_str() + slash + 1,
+                    ours->second, time, ours->second / time, ours->second - time);
+    }
+}
+
+} // namespace
+
+int run_beside_peers(int argc, char** argv) {
+    std::vector<std::string> words(argv, argv + argc);
+    words.insert(words.begin() + 1,
+                 {"--benchmark_repetitions=9", "--benchmark_enable_random_interleaving=true",
+                  "--benchmark_min_time=0.05"});
+    std::vector<char*> arguments;
+    for (std::string& word : words)
+        arguments.push_back(word.data());
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data()))
+        return 1;
+    FastestReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    print_pairs(reporter.fastest);
+    return reporter.fastest.empty() ? 1 : 0;
+}
+
+} // namespace bench

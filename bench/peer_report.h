@@ -1,0 +1,15 @@
+// Benchmarks that stand beside a peer. Absolute times mean nothing from one machine to the next; what counts
+// is how a case compares with its peer in the same run.
+//
+// A pair of benchmarks is named "SUBJECT/ours" and "SUBJECT/PEER"; every other name beside an "ours" is a
+// peer of it. Runs are repeated and interleaved at random, and the fastest of each counts: noise only ever
+// adds time.
+#pragma once
+
+namespace bench {
+
+// Runs the registered benchmarks and prints for each pair both times, their ratio and their difference.
+// Returns the exit code: 1 when nothing ran.
+int run_beside_peers(int argc, char** argv);
+
+} // namespace bench
