@@ -32,10 +32,17 @@ struct FrameBuffer {
     int width = 0, height = 0, channels = 4;
     std::vector<float> pixels;
     [[nodiscard]] bool filtered() const { return type->filtered && desc.filtering; }
-    [[nodiscard]] float* pixel(int x, int y) {
-        return &pixels[(static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                        static_cast<std::size_t>(x)) *
-                       static_cast<std::size_t>(channels)];
+    [[nodiscard]] std::span<float> pixel(int x, int y) {
+        return std::span(pixels).subspan(offset(x, y), static_cast<std::size_t>(channels));
+    }
+    [[nodiscard]] std::span<const float> pixel(int x, int y) const {
+        return std::span(pixels).subspan(offset(x, y), static_cast<std::size_t>(channels));
+    }
+
+private:
+    [[nodiscard]] std::size_t offset(int x, int y) const {
+        return (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) *
+               static_cast<std::size_t>(channels);
     }
 };
 

@@ -24,9 +24,9 @@ using OIIO::TypeDesc;
     throw std::runtime_error("cannot write picture \"" + path + "\": " + cause);
 }
 
-// Writes rows that run from the bottom to a file beside `path`, and gives it its name when it is complete.
+// Writes rows that run from the top to a file beside `path`, and gives it its name when it is complete.
 void write_rows(const std::string& path, const std::string& format, const ImageSpec& spec, TypeDesc type,
-                const std::vector<std::byte>& pixels, std::size_t row_bytes) {
+                const std::vector<std::byte>& pixels) {
     namespace fs = std::filesystem;
     const fs::path target(path);
     std::string name(1, '.');
@@ -42,8 +42,7 @@ void write_rows(const std::string& path, const std::string& format, const ImageS
         fail(path, OIIO::geterror());
     if (!output->open(part.string(), spec))
         give_up(output->geterror());
-    const std::byte* top = pixels.data() + row_bytes * static_cast<std::size_t>(spec.height - 1);
-    if (!output->write_image(type, top, OIIO::AutoStride, -static_cast<OIIO::stride_t>(row_bytes)))
+    if (!output->write_image(type, pixels.data()))
         give_up(output->geterror());
     if (!output->close())
         give_up(output->geterror());
@@ -99,16 +98,17 @@ void write_exr(const std::string& path, std::span<const FrameBuffer* const> buff
     spec.attribute("compression", compression.empty() ? "zip" : compression);
     spec.attribute("oiio:ColorSpace", "Linear");
 
-    const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-    std::vector<std::byte> packed(count * pixel_bytes);
+    std::vector<std::byte> packed(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
+                                  pixel_bytes);
     std::byte* to = packed.data();
-    for (std::size_t i = 0; i < count; ++i)
-        for (const FrameBuffer* buffer : buffers) {
-            const auto channels = static_cast<std::size_t>(buffer->channels);
-            for (std::size_t c = 0; c < channels; ++c)
-                to = store(to, buffer->pixels[i * channels + c], buffer->type->storage);
-        }
-    write_rows(path, "exr", spec, TypeDesc::UNKNOWN, packed, static_cast<std::size_t>(width) * pixel_bytes);
+    for (int y = height - 1; y >= 0; --y)
+        for (int x = 0; x < width; ++x)
+            for (const FrameBuffer* buffer : buffers) {
+                const std::span<const float> pixel = buffer->pixel(x, y);
+                for (const float value : pixel)
+                    to = store(to, value, buffer->type->storage);
+            }
+    write_rows(path, "exr", spec, TypeDesc::UNKNOWN, packed);
 }
 
 std::byte eight_bits(float value) {
@@ -120,15 +120,18 @@ void write_png(const std::string& path, const FrameBuffer& buffer) {
     ImageSpec spec(buffer.width, buffer.height, buffer.channels, TypeDesc::UINT8);
     spec.attribute("oiio:ColorSpace", "sRGB");
     spec.attribute("oiio:UnassociatedAlpha", 1);
-    std::vector<std::byte> bytes(buffer.pixels.size());
-    for (std::size_t i = 0; i < bytes.size(); i += channels) {
-        const float alpha = channels == 4 ? buffer.pixels[i + 3] : 1.0f;
-        const float scale = alpha > 0.0f && alpha < 1.0f && buffer.desc.premultiplied ? 1.0f / alpha : 1.0f;
-        for (std::size_t c = 0; c < channels; ++c)
-            bytes[i + c] =
-                c == 3 ? eight_bits(alpha) : eight_bits(srgb_of_linear(buffer.pixels[i + c] * scale));
-    }
-    write_rows(path, "png", spec, TypeDesc::UINT8, bytes, static_cast<std::size_t>(buffer.width) * channels);
+    std::vector<std::byte> bytes;
+    bytes.reserve(buffer.pixels.size());
+    for (int y = buffer.height - 1; y >= 0; --y)
+        for (int x = 0; x < buffer.width; ++x) {
+            const std::span<const float> pixel = buffer.pixel(x, y);
+            const float alpha = channels == 4 ? pixel[3] : 1.0f;
+            const float scale =
+                alpha > 0.0f && alpha < 1.0f && buffer.desc.premultiplied ? 1.0f / alpha : 1.0f;
+            for (std::size_t c = 0; c < channels; ++c)
+                bytes.push_back(eight_bits(c == 3 ? alpha : srgb_of_linear(pixel[c] * scale)));
+        }
+    write_rows(path, "png", spec, TypeDesc::UINT8, bytes);
 }
 
 } // namespace

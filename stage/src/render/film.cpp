@@ -123,8 +123,8 @@ void Film::filter_pixel(int x, int y, const BucketSamples& own, std::vector<floa
     for (std::size_t b = 0; b < buffers_.size(); ++b) {
         FrameBuffer& buffer = buffers_[b];
         const bool filtered = buffer.filtered() && weights != 0.0f;
-        float* pixel = buffer.pixel(x, y);
-        for (std::size_t c = 0; c < static_cast<std::size_t>(buffer.channels); ++c)
+        const std::span<float> pixel = buffer.pixel(x, y);
+        for (std::size_t c = 0; c < pixel.size(); ++c)
             pixel[c] = filtered ? sums[4 * b + c] / weights : channel(own.values[central + b], c);
     }
 }

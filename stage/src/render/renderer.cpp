@@ -105,8 +105,9 @@ struct Renderer::Frame {
     std::unique_ptr<Progress> progress;
     std::uint32_t grid = 1;
     float jitter = 0.0f;
-    miState state{};                  // of every eye ray, before its sample is known
-    std::atomic<std::size_t> next{0}; // bucket
+    miState state{};                             // of every eye ray, before its sample is known
+    std::atomic<std::size_t> next{0};            // bucket
+    std::atomic<bool> reported_bad_value{false}; // of no particular shader
 };
 
 Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSettings& settings)
@@ -319,13 +320,13 @@ void Renderer::check_sample(ThreadContext& context, const miState& state, miColo
         return;
     ++context.statistics.bad_samples;
 
-    const Database& database = world_->scene.database;
-    const auto* material = database.record<miMaterial>(state.material, miSCENE_MATERIAL);
-    const miTag tag = material && state.pri ? material->shader : state.environment;
-    const Element* shader = database.find(tag);
+    // The shader whose result was no number first; none when the numbers went wrong outside of shaders.
+    const Element* shader = context.bad_shader;
     ShaderCode* code = shader && shader->shader ? shader->shader->code : nullptr;
-    if (code && code->reported_bad_value.exchange(true, std::memory_order_relaxed))
+    std::atomic<bool>& reported = code ? code->reported_bad_value : frame_->reported_bad_value;
+    if (reported.exchange(true, std::memory_order_relaxed))
         return;
+    const Database& database = world_->scene.database;
     const Element* instance = database.find(state.instance);
     const Element* object = instance && instance->type == miSCENE_INSTANCE
                                 ? database.find(instance->as<miInstance>()->item)
@@ -334,7 +335,8 @@ void Renderer::check_sample(ThreadContext& context, const miState& state, miColo
         MessageLevel::error,
         "NaN or infinite sample at raster position %.2f %.2f: shader \"%s\" (%s), object \"%s\"; it counts "
         "as black",
-        state.raster_x, state.raster_y, code ? code->name.c_str() : "?", shader ? shader->name.c_str() : "?",
+        static_cast<double>(state.raster_x), static_cast<double>(state.raster_y),
+        code ? code->name.c_str() : "?", shader ? shader->name.c_str() : "?",
         object ? object->name.c_str() : "");
 }
 
