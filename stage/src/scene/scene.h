@@ -34,6 +34,8 @@ struct Place {
 class SceneError : public std::runtime_error {
   public:
     SceneError(const Place& place, const std::string& message, std::string_view source_line = {});
+    // The same report with another line below it.
+    SceneError(const SceneError& error, const std::string& note);
 };
 
 // ---- declarations --------------------------------------------------------------------------------
