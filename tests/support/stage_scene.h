@@ -61,7 +61,8 @@ public:
     Block& block(miTag shader) { return *reinterpret_cast<Block*>(record<miFunction>(shader)->parameters); }
 
     // A shader instance with code of its own.
-    miTag add_shader(Body body, miParam_type result = miTYPE_COLOR, std::uint32_t result_size = sizeof(miColor)) {
+    miTag add_shader(Body body, miParam_type result = miTYPE_COLOR,
+                     std::uint32_t result_size = sizeof(miColor)) {
         stage::Element& element = add_function(result, result_size);
         bodies_.push_back(std::move(body));
         codes_.emplace_back().entry = run_body;
@@ -117,7 +118,8 @@ public:
         return element.tag;
     }
 
-    // A square of 2 by 2 that faces +z, centred at `place`. Its texture space 0 runs from 0 to 1 along x and y.
+    // A square of 2 by 2 that faces +z, centred at `place`. Its texture space 0 runs from 0 to 1 along x and
+    // y.
     miTag add_square(const miVector& place, miTag material) {
         stage::Element& element = add(miSCENE_OBJECT, sizeof(miObject));
         element.geometry = std::make_unique<stage::Geometry>();

@@ -29,7 +29,8 @@ TEST(StageArena, KeepsWhatIsNotReleasedAndReusesWhatIs) {
     for (int round = 0; round < 3; ++round) {
         arena.release(mark);
         EXPECT_EQ(arena.allocate(100), again);
-        for (const std::size_t size : {std::size_t{200000}, std::size_t{8}, std::size_t{70000}, std::size_t{300000}})
+        for (const std::size_t size :
+             {std::size_t{200000}, std::size_t{8}, std::size_t{70000}, std::size_t{300000}})
             std::memset(arena.allocate(size), 0xee, size);
     }
     EXPECT_EQ(*first, 7);
@@ -102,7 +103,9 @@ TEST(StageCalls, ManyThreadsInitialiseOnce) {
     life.clear();
     code_inits = instance_inits = 0;
     TestScene s;
-    const auto ready = [](void*, miState*, void*, void*) { return instance_inits.load() == 1 ? miTRUE : miFALSE; };
+    const auto ready = [](void*, miState*, void*, void*) {
+        return instance_inits.load() == 1 ? miTRUE : miFALSE;
+    };
     const miTag shader = s.add_shader(ready);
     s.scene.database.find(shader)->shader->code->init = life_init;
     s.build();
@@ -311,7 +314,8 @@ TEST(StageParameters, InterfacesHandOnLiteralsConnectionsAndMixtures) {
     s.build();
 
     EXPECT_EQ(evaluated(s, phenomenon).g, 2.0f);
-    s.connect(phenomenon, {offsetof(Block, color) + offsetof(miColor, g), sizeof(miScalar), scalar, false, 0});
+    s.connect(phenomenon,
+              {offsetof(Block, color) + offsetof(miColor, g), sizeof(miScalar), scalar, false, 0});
     EXPECT_EQ(evaluated(s, phenomenon).g, 20.0f); // one component is connected
     EXPECT_EQ(evaluated(s, phenomenon).b, 3.0f);  // the others are the literal's
 
