@@ -26,7 +26,7 @@ miVector normal = {0, 0, 1}, axis_u = {1, 0, 0}, axis_v = {0, 1, 0};
 // Part of the light from one direction that a model reflects: midpoint rule over the hemisphere.
 double albedo(double incoming, float shiny_u, float shiny_v) {
     miVector in = reversed(direction(incoming, 0.4));
-    constexpr int steps = 500;
+    constexpr int steps = 300;
     double sum = 0;
     for (int i = 0; i < steps; ++i)
         for (int j = 0; j < steps; ++j) {
@@ -38,14 +38,20 @@ double albedo(double incoming, float shiny_u, float shiny_v) {
     return sum * pi / 2 / steps * 2 * pi / steps;
 }
 
-TEST(Ward, ReflectsNoMoreThanComesIn) {
-    // Ward gives his normalisation as exact for narrow lobes away from grazing angles.
+// For a narrow lobe the cosines are constant over it: with d out = 4 cos d half vector the integral becomes
+// cos / (pi w^2) times that of exp(-tan^2 / w^2) over the half vectors, pi w^2. The model is known for losing
+// light at grazing angles in this way. What is left out is of the order of the squared width.
+TEST(Ward, ReflectsTheCosineOfTheIncomingAngle) {
     for (const auto& [u, v] : {std::pair{100.0f, 100.0f}, {400.0f, 60.0f}, {2000.0f, 2000.0f}})
         for (const double incoming : {0.0, 0.4, 0.9})
-            EXPECT_NEAR(albedo(incoming, u, v), 1.0, 0.03) << u << " " << v << " " << incoming;
+            EXPECT_NEAR(albedo(incoming, u, v), std::cos(incoming), 4.0 / static_cast<double>(std::min(u, v)))
+                << u << " " << v << " " << incoming;
+}
+
+TEST(Ward, ReflectsNoMoreThanComesIn) {
     for (const float shiny : {0.5f, 3.0f, 20.0f, 200.0f})
         for (const double incoming : {0.0, 0.8, 1.2, 1.5})
-            EXPECT_LE(albedo(incoming, shiny, shiny), 1.01) << shiny << " " << incoming;
+            EXPECT_LE(albedo(incoming, shiny, shiny), 1.0) << shiny << " " << incoming;
 }
 
 TEST(Ward, IsReciprocalAndIsotropicWhereItsWidthsAgree) {

@@ -120,11 +120,11 @@ TEST_P(Spaces, RasterFollowsTheCamera) {
     EXPECT_NEAR(r.y, (-0.3 / 1.2 + 0.5) * 240 - 5, 2e-3);
 }
 
-// Half-way through the shutter interval of 0.5 the blend of both matrices is a plain mean here: only the
+// Half-way through the shutter interval the blend of both matrices is a plain mean here: only the
 // translation differs.
 TEST_P(Spaces, ObjectSpaceMovesWithTheShutter) {
     Stage stage(GetParam(), true);
-    stage.state.time = 0.25f;
+    stage.state.time = 0.5f;
     Placement middle = object_place;
     middle.move = {5.5, 0.0, 2.0};
     const Matrix4 to_internal =
