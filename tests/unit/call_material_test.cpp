@@ -113,8 +113,8 @@ TEST_F(CallMaterialTest, ResultStartsBlackUnlessTheRayBringsAValue) {
     const miTag tag = renderer.add_material(full_material());
     constexpr miColor brought{0.25f, 0.5f, 0.75f, 1};
     const std::pair<miRay_type, bool> cases[] = {
-        {miRAY_EYE, false},     {miRAY_TRANSPARENT, false},       {miRAY_LIGHT, false},
-        {miRAY_DISPLACE, false}, {miRAY_FINALGATHER, false},      {miRAY_SHADOW, true},
+        {miRAY_EYE, false},      {miRAY_TRANSPARENT, false},       {miRAY_LIGHT, false},
+        {miRAY_DISPLACE, false}, {miRAY_FINALGATHER, false},       {miRAY_SHADOW, true},
         {miRAY_LM_VERTEX, true}, {miPHOTON_REFLECT_DIFFUSE, true}, {miRAY_LM_MESH, true},
     };
     state.run(shader, miSHADER_MATERIAL);
@@ -128,9 +128,12 @@ TEST_F(CallMaterialTest, ResultStartsBlackUnlessTheRayBringsAValue) {
 
 TEST_F(CallMaterialTest, FunctionsRunAsTheCurrentMaterial) {
     const std::pair<miShader_type, const char*> cases[] = {
-        {miSHADER_MATERIAL, "mi_call_material"},      {miSHADER_TEXTURE, "mi_call_material"},
-        {miSHADER_SHADOW, "mi_call_shadow_material"}, {miSHADER_ENVIRONMENT, "mi_call_environment_material"},
-        {miSHADER_VOLUME, "mi_call_volume_material"}, {miSHADER_PHOTON, "mi_call_photon_material"},
+        {miSHADER_MATERIAL, "mi_call_material"},
+        {miSHADER_TEXTURE, "mi_call_material"},
+        {miSHADER_SHADOW, "mi_call_shadow_material"},
+        {miSHADER_ENVIRONMENT, "mi_call_environment_material"},
+        {miSHADER_VOLUME, "mi_call_volume_material"},
+        {miSHADER_PHOTON, "mi_call_photon_material"},
         {miSHADER_PHOTONVOL, "mi_call_photonvol_material"},
     };
     const miTag function = add_slot(2);

@@ -18,12 +18,11 @@ struct Mixed {
     miTag shader;
 };
 
-constexpr auto mixed =
-    decl::fields<Mixed>(decl::boolean(&Mixed::on, "on", true, ""),
-                        decl::vector(&Mixed::direction, "direction", {0, 0, 1}, "", ""),
-                        decl::array(&Mixed::colors, miTYPE_COLOR, "colors", ""),
-                        decl::transform(&Mixed::matrix, "matrix", ""),
-                        decl::element(&Mixed::shader, miTYPE_SHADER, "shader", ""));
+constexpr auto mixed = decl::fields<Mixed>(decl::boolean(&Mixed::on, "on", true, ""),
+                                           decl::vector(&Mixed::direction, "direction", {0, 0, 1}, "", ""),
+                                           decl::array(&Mixed::colors, miTYPE_COLOR, "colors", ""),
+                                           decl::transform(&Mixed::matrix, "matrix", ""),
+                                           decl::element(&Mixed::shader, miTYPE_SHADER, "shader", ""));
 
 TEST(Declarations, OffsetsAreThoseOfTheCompiler) {
     EXPECT_EQ(mixed[1].offset, offsetof(Mixed, direction));

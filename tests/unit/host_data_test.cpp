@@ -17,7 +17,8 @@ template <class Record> struct WithElements {
     template <class ArrayRecord>
     void set(ArrayRecord Record::*member, int place, const std::vector<miTag>& values) {
         auto& array = record.*member;
-        const auto start = reinterpret_cast<const char*>(&array.elements) - reinterpret_cast<const char*>(this);
+        const auto start =
+            reinterpret_cast<const char*>(&array.elements) - reinterpret_cast<const char*>(this);
         const auto first = reinterpret_cast<const char*>(room.data()) - reinterpret_cast<const char*>(this);
         array.first = static_cast<miInteger>((first - start) / 4 + place);
         array.count = static_cast<miInteger>(values.size());
@@ -88,8 +89,8 @@ TEST_F(HostData, RecordsAreFoundWhereTheHostAttachesThem) {
     EXPECT_EQ(renderer.pins(), 0);
 }
 
-// The places, counted from 1 with an array as one field, that other libraries rely on. Offsets by hand: scalars
-// and integers take 4 bytes, an array 12.
+// The places, counted from 1 with an array as one field, that other libraries rely on. Offsets by hand:
+// scalars and integers take 4 bytes, an array 12.
 TEST_F(HostData, FieldsKeepTheirPlaces) {
     EXPECT_EQ(offsetof(orl_SceneData, material_editor), 0u);
     EXPECT_EQ(offsetof(orl_SceneData, display_gamma), 10u * 4);
@@ -175,9 +176,16 @@ TEST_F(HostData, ShadowMakers) {
         std::vector<miTag> list;
         bool casts;
     } cases[] = {
-        {{}, false},      {{light}, true},           {{other}, false},       {{other, light}, true},
-        {{with}, true},   {{without}, false},        {{without, with}, true}, {{empty}, false},
-        {{9999}, false},  {{miNULLTAG, light}, true},
+        {{}, false},
+        {{light}, true},
+        {{other}, false},
+        {{other, light}, true},
+        {{with}, true},
+        {{without}, false},
+        {{without, with}, true},
+        {{empty}, false},
+        {{9999}, false},
+        {{miNULLTAG, light}, true},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         WithElements<orl_NodeData> node;

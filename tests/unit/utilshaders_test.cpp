@@ -1,6 +1,6 @@
 // The small shaders: pass-through, lists, wrappers, the editor background, gamma and node data.
-#include "utilshaders.h"
 #include "shader_fixture.h"
+#include "utilshaders.h"
 
 #include <cmath>
 
@@ -50,8 +50,8 @@ TEST(GammaTableTest, FollowsThePowerAndStaysInside) {
 }
 
 TEST(CubeFaces, AreUprightAndUnmirroredFromTheMiddle) {
-    // Looking along each axis with y up; `right` and `up` as a viewer in the middle sees them. Above and below,
-    // the viewer has tilted from looking along -z, so up is +z and -z.
+    // Looking along each axis with y up; `right` and `up` as a viewer in the middle sees them. Above and
+    // below, the viewer has tilted from looking along -z, so up is +z and -z.
     const struct {
         miVector ahead, right, up;
     } faces[] = {
@@ -78,9 +78,9 @@ TEST(BackgroundBands, RunDiagonallyAndStayInside) {
         int band;
     } cases[] = {
         {{0.99f, 0.99f}, 4}, // 7 + 7 = 14
-        {{0, 0}, 0},         {{0.124f, 0.124f}, 0}, {{0.125f, 0}, 1}, {{0.25f, 0.25f}, 4}, {{0.7f, 0}, 0},
-        {{-0.5f, 0}, 1}, // -4, five bands further on
-        {{-0.5f, -0.5f}, 2}, // -8
+        {{0, 0}, 0},         {{0.124f, 0.124f}, 0}, {{0.125f, 0}, 1},
+        {{0.25f, 0.25f}, 4}, {{0.7f, 0}, 0},        {{-0.5f, 0}, 1}, // -4, five bands further on
+        {{-0.5f, -0.5f}, 2},                                         // -8
     };
     for (const auto& each : cases)
         EXPECT_EQ(background_band(each.at), each.band) << each.at.u << ' ' << each.at.v;
@@ -207,8 +207,8 @@ TEST_F(UtilShaders, ShadowWrapper) {
         float light; // red, 1 before
         int segments;
     } cases[] = {
-        {nullptr, shadow, 1, miTRUE, 0.5f, 0},        {nullptr, miNULLTAG, 1, miFALSE, 1, 0},
-        {&makes_all, shadow, 's', miTRUE, 0.5f, 0},   {&makes_none, shadow, 1, miTRUE, 1, 0},
+        {nullptr, shadow, 1, miTRUE, 0.5f, 0},       {nullptr, miNULLTAG, 1, miFALSE, 1, 0},
+        {&makes_all, shadow, 's', miTRUE, 0.5f, 0},  {&makes_none, shadow, 1, miTRUE, 1, 0},
         {&makes_none, miNULLTAG, 'l', miTRUE, 1, 0}, {&makes_none, shadow, 's', miTRUE, 0.25f, 1},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i) {
@@ -294,7 +294,8 @@ TEST_F(Background, ImagesLoseTheDisplayGamma) {
     shader->background = add_image();
     shader.start();
     const miColor linear = shade();
-    EXPECT_NEAR(linear.r, 0.0625f, 1.3e-4f); // half a step of the table: 2 * 0.25 * 0.5 / 8191, and of entries
+    EXPECT_NEAR(linear.r, 0.0625f,
+                1.3e-4f); // half a step of the table: 2 * 0.25 * 0.5 / 8191, and of entries
     EXPECT_NEAR(linear.g, 0.25f, 1.3e-4f);
     EXPECT_EQ(linear.b, 4.0f);
     EXPECT_EQ(linear.a, 0.75f);
@@ -369,7 +370,7 @@ TEST_F(UtilShaders, WireColor) {
     set_node(node);
     // red and green: the weight; blue: weight + 4 (1 - weight)
     const std::pair<int, miColor> cases[] = {
-        {1, {0.25f, 0.25f, 3.25f, 0.5f}}, {2, {0.5f, 0.5f, 2.5f, 0.5f}}, {3, {0.75f, 0.75f, 1.75f, 0.5f}},
+        {1, {0.25f, 0.25f, 3.25f, 0.5f}}, {2, {0.5f, 0.5f, 2.5f, 0.5f}},   {3, {0.75f, 0.75f, 1.75f, 0.5f}},
         {0, {0.25f, 0.5f, 1.75f, 0.5f}},  {4, {0.25f, 0.5f, 1.75f, 0.5f}}, {-1, {0.25f, 0.5f, 1.75f, 0.5f}},
     };
     for (const auto& [channel, expected] : cases) {

@@ -129,6 +129,7 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     open_buffers();
     open_film();
     open_contexts();
+    refuse_output_shaders();
     rendering.store(this, std::memory_order_relaxed);
 }
 
@@ -150,6 +151,16 @@ void Renderer::open_buffers() {
             send_message(MessageLevel::warning,
                          "frame buffer \"%s\": weighting by opacity is not supported yet",
                          buffer.desc.name.c_str());
+}
+
+void Renderer::refuse_output_shaders() const {
+    const Database& database = world_->scene.database;
+    for (const Element* shader = database.find(frame_->camera.output);
+         shader && shader->type == miSCENE_FUNCTION;
+         shader = database.find(shader->as<miFunction>()->next_function))
+        send_message(MessageLevel::warning,
+                     "output shader \"%s\": output shaders are not supported yet: it does not run",
+                     shader->name.c_str());
 }
 
 void Renderer::open_film() {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <unordered_set>
 
+#include "kit/message.h"
 #include "render/affine.h"
 #include "render/embree_scene.h"
 
@@ -280,6 +281,10 @@ void Flattener::check_labels(const WorldInstance& w, const Element& instance, co
 
 void Flattener::add_light(Element& instance, const Element& light, const Inherited& in) {
     WorldLight w;
+    if (light.as<miLight>()->visible && light.as<miLight>()->area != miLIGHT_NONE)
+        send_message(MessageLevel::warning,
+                     "light \"%s\": visible lights are not supported yet: it is not seen",
+                     light.name.c_str());
     w.instance = leaf_for_path(instance).tag;
     w.light_tag = light.tag;
     w.light = light.as<miLight>();
@@ -304,6 +309,8 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
     flat.run();
 
     const Inherited& view = *flat.camera();
+    if (!(view.motion_to_world == view.to_world))
+        send_message(MessageLevel::warning, "a moving camera is not supported yet: it stays where it starts");
     const Affine from_world = camera_space ? view.to_local : Affine{}; // to internal space
     const Affine to_world = camera_space ? view.to_world : Affine{};
     from_world.store(world_to_internal.m);
