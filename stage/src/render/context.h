@@ -17,7 +17,7 @@ class Renderer;
 
 // Memory in last-in, first-out order. Grows by chunks that are kept, so a warm arena does not allocate.
 class Arena {
-  public:
+public:
     struct Mark {
         std::size_t chunk, used;
     };
@@ -25,7 +25,7 @@ class Arena {
     [[nodiscard]] Mark mark() const { return {chunk_, used_}; }
     void release(Mark mark) { chunk_ = mark.chunk, used_ = mark.used; }
 
-  private:
+private:
     struct Chunk {
         std::unique_ptr<std::byte[]> bytes;
         std::size_t size;
@@ -36,37 +36,51 @@ class Arena {
 
 // Releases what was taken from the arena since.
 class ArenaScope {
-  public:
+public:
     explicit ArenaScope(Arena& arena) : arena_(arena), mark_(arena.mark()) {}
     ~ArenaScope() { arena_.release(mark_); }
     ArenaScope(const ArenaScope&) = delete;
     ArenaScope& operator=(const ArenaScope&) = delete;
 
-  private:
+private:
     Arena& arena_;
     Arena::Mark mark_;
 };
 
 inline constexpr int max_texture_spaces = 16;
 
-// A ray in flight: its state and what the state points to.
+// A ray: its state and what the state points to.
 struct RayFrame {
-    miState state;
+    miState state; // first, so that a child state leads to its frame
+    bool in_flight;
+    miState* caster;    // whose ray it is
+    miState* displaced; // the child that the caster had, if that was still in flight, else null
     miRc_intersection hit;
     std::array<miVector, max_texture_spaces> tex, bump_x, bump_y;
     std::array<miVector, 5> derivs;
 };
 
+// How shaders hand over the value of a frame buffer.
+enum class BufferKind : std::uint8_t { color, vector, scalar, integer };
+
 // Values that shaders put into the camera's frame buffers during one sample, by buffer index.
 struct SampleBuffers {
     std::vector<miColor> values; // as colours; integers (tags, labels) are kept in the bits of r
     std::vector<bool> written;
+    std::vector<BufferKind> kinds; // found at the first use
+};
+
+// Which set of points a running loop over mi_sample draws from; a loop is known by its counter's address.
+struct SampleLoop {
+    const int* counter = nullptr;
+    std::uint32_t dimension = 0;
 };
 
 // Counted during rendering, summed over the threads at the end.
 struct Statistics {
-    std::uint64_t eye_rays = 0, reflection_rays = 0, refraction_rays = 0, transparent_rays = 0, shadow_rays = 0,
-                  environment_rays = 0, probe_rays = 0, shader_calls = 0, light_samples = 0, samples = 0,
+    std::uint64_t eye_rays = 0, reflection_rays = 0, refraction_rays = 0, transparent_rays = 0,
+                  shadow_rays = 0, environment_rays = 0, probe_rays = 0, shader_calls = 0, light_samples = 0,
+                  samples = 0,
                   bad_samples = 0; // NaN or infinite
 };
 
@@ -81,11 +95,19 @@ struct ThreadContext {
 
     // current sample
     std::uint32_t pixel_x = 0, pixel_y = 0, sample = 0;
-    std::uint64_t sample_seed = 0;    // the same for the same pixel and sample in every run and thread
+    std::uint64_t sample_seed = 0;      // the same for the same pixel and sample in every run and thread
     std::uint32_t sample_dimension = 0; // next dimension of the sample's sequence
-    std::uint64_t random_state = 0;   // of mi_par_random and the direction samplers; reset from the seed
-    miColor opacity{1, 1, 1, 1};      // mi_opacity_set of the primary hit
+    std::uint64_t random_state = 0;     // of mi_par_random and the direction samplers; reset from the seed
+    miColor opacity{1, 1, 1, 1};        // mi_opacity_set of the primary hit
     bool opacity_set = false;
+
+    const Element* bad_shader = nullptr; // the sample's first shader whose color was not finite
+    std::array<SampleLoop, 8> loops{};
+    std::size_t next_loop = 0;
+
+    // lens shaders of the sample in their order, and the number of those that have been called
+    std::vector<miTag> lenses;
+    std::size_t lens_position = 0;
 
     // The next number in [0, 1) of the sample's own stream.
     float next_random();

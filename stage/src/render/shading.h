@@ -8,26 +8,74 @@ namespace stage {
 // Runs the shader instance `tag` on the state: init on first call, version of the call's type in the state,
 // user pointer and running shader restored after. Lists (next_function) are run in order for every type but
 // lens shaders, whose next one runs when the first traces its eye ray. False for a null tag.
+// Phenomena run the root that belongs to the type, materials the shader in the type's slot.
 miBoolean call_shader(void* result, miShader_type type, miState* state, miTag tag, void* arg);
+
+// The shader that a material has for a type of call, or null. `material` may also be a shader or a phenomenon
+// that stands for a material: then it is itself the material shader, and acts in other slots only if its
+// declaration says so.
+miTag material_slot(const Scene& scene, miTag material, miShader_type type);
 
 // The value of a connected parameter of the running shader; valid until that shader returns.
 void* evaluate_parameter(miState* state, void* param);
 
-// A fresh frame for a ray cast from `parent`: a copy of its state with parent and child links set. The frame
+// A frame for a ray cast from `parent`: a copy of its state with parent and child links set, no intersection.
+// The frame of the parent's last ray is used again, so that a loop of rays needs no more memory than one; it
 // stays valid until the parent casts again or its shader returns.
 RayFrame& new_ray(miState* parent, miRay_type type);
 
-// Fills everything of the frame's state that belongs to an intersection from its `hit` (point, normals, sides,
-// textures, motion, derivatives, material, instance, label); without a hit the state of a ray that met nothing.
+// Marks a ray as being in flight, so that shaders below it that cast from its parent's state leave it alone.
+class RayInFlight {
+public:
+    explicit RayInFlight(RayFrame& frame) : frame_(frame) { frame.in_flight = true; }
+    ~RayInFlight();
+    RayInFlight(const RayInFlight&) = delete;
+    RayInFlight& operator=(const RayInFlight&) = delete;
+
+private:
+    RayFrame& frame_;
+};
+
+// Which instances a ray of this type can meet.
+RayMask mask_of(miRay_type type);
+
+// The material lets nothing through, whatever its shaders say.
+bool is_opaque(const Scene& scene, miTag material);
+
+// The volume that a ray straight through the state's surface comes into: that of the material where it
+// enters, where it leaves that which the ray that entered the object came from.
+miTag volume_behind(const miState* state);
+
+// What the state that cast a ray takes over from it: label, point, normal, distance and motion.
+void hand_back(miState* state, const miState& child);
+
+// How far the shutter interval has passed at the time of the state's ray, 0 to 1; 0 when nothing moves.
+float shutter_fraction(const miState* state);
+
+// Finds the nearest hit of the frame's ray (org, dir) and sets its intersection. Distances count from org.
+bool cast(RayFrame& frame, double near, double far, RayMask mask);
+
+// Fills everything of the frame's state that belongs to an intersection from its `hit` (point, normals,
+// sides, textures, motion, derivatives, material, instance, label); without a hit the state of a ray that met
+// nothing.
 void set_intersection(RayFrame& frame, bool was_hit);
 
 // Runs material or environment, then the volume of the ray, on a frame whose intersection is set.
 miBoolean shade(miColor* result, RayFrame& frame);
+// Only material or environment.
+miBoolean shade_surface(miColor* result, RayFrame& frame);
+// Only the volume of the ray, if it has one; `lit` is what the shader before it returned.
+miBoolean apply_volume(miColor* result, miState* state, miBoolean lit);
 
-// Runs the whole eye ray of a sample: lens shaders first. `state` is the camera state of the sample.
+// Casts the eye ray (org, dir of the state) or calls the next lens shader, and leaves the hit in the state.
+miBoolean continue_eye_ray(miColor* result, miState* state);
+
+// Runs the whole eye ray of a sample: lens shaders first. `state` is the camera state of the sample;
+// afterwards it tells of the primary hit. The caller's arena scope ends the memory of the sample's rays.
 miBoolean shade_eye_sample(miColor* result, miState* state);
 
-// Distance from which a ray that starts on the state's surface looks for hits, so that it does not meet its own start.
+// Distance from which a ray that starts on the state's surface looks for hits, so that it does not meet its
+// own start.
 double start_distance(const miState* state);
 
 } // namespace stage

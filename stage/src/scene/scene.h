@@ -89,7 +89,6 @@ struct ShaderCode {
     VersionEntry version = nullptr;
 
     miLock lock = nullptr;               // of all instances, miQ_DECL_LOCK
-    std::mutex life_cycle;               // guards the first call
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
     std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
@@ -118,8 +117,8 @@ struct ShaderInstance {
 
     void* user = nullptr;                 // miQ_FUNC_USERPTR
     std::vector<void*> thread_user;       // by thread number; miQ_FUNC_TLS_*
-    std::mutex life_cycle;                // guards the first call
     std::atomic<bool> initialised{false}; // ready to be called: inits have run
+    bool initialising = false;            // guarded by init_guard
 };
 
 // ---- elements --------------------------------------------------------------------------------------
@@ -170,7 +169,8 @@ struct Element {
     const Declaration* declaration = nullptr;        // miSCENE_FUNCTION_DECL, miSCENE_USERDATA
     std::string file;                                // miSCENE_IMAGE: file name as found on the search path
     std::shared_ptr<Image> image;                    // miSCENE_IMAGE: filled at first use
-    std::mutex image_guard;
+    std::mutex image_guard;                          // held while it is filled
+    std::atomic<Image*> loaded_image{nullptr};       // the same, once it can be used without the guard
     std::vector<std::pair<std::string, std::string>> string_options; // miSCENE_OPTIONS
     std::vector<miTag> state_shaders;                // miSCENE_OPTIONS: in the order of their calls
     float texture_filter = 1.0f;                     // miSCENE_IMAGE: scale of the filter, when the image asks for one
@@ -179,6 +179,11 @@ struct Element {
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
 };
+
+// The element of a shader that has run or is running: the first call leaves it in the public record.
+inline Element* element_of(const miFunction* function) {
+    return static_cast<Element*>(function->reserved[0]);
+}
 
 // All elements. Tags count from 1 and are never used twice. Reading is free of locks and may happen on many
 // threads; elements are added only while no frame is rendered, or under `add`'s own lock by the renderer.
@@ -251,7 +256,8 @@ struct Scene {
     // be initialised anew.
     void exit_shaders(const miState* prototype = nullptr);
     std::vector<miTag> init_order;      // instances by first call; guarded by init_guard
-    std::mutex init_guard;
+    // Held while init functions run. They may evaluate parameters and so bring about further first calls.
+    std::recursive_mutex init_guard;
 };
 
 } // namespace stage

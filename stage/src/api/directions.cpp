@@ -1,0 +1,222 @@
+// Directions of secondary rays and photons: mirror, refraction, and samples of glossy, diffuse and scattering
+// distributions. Random samples come from the sample's own stream, so that they do not depend on threads.
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "api/api.h"
+#include "render/vector.h"
+
+namespace {
+
+using namespace stage;
+
+constexpr float two_pi = 2.0f * std::numbers::pi_v<float>;
+
+// A glossy direction that points to the wrong side is drawn again this often before the centre is taken.
+constexpr int most_draws = 16;
+
+// Directions stay at least this far (as a cosine) from the tangent plane of the geometry.
+constexpr float least_cosine = 1e-3f;
+
+// The mirror image at the plane across the axis.
+miVector mirrored(const miVector& v, const miVector& axis) {
+    return normalized(v + axis * (-2.0f * dot(v, axis)));
+}
+
+// Lifts a direction that points below the plane of the geometry just above it. An interpolated normal leads
+// there near silhouettes.
+miVector lifted(const miVector& v, const miVector& geometric) {
+    const float cosine = dot(v, geometric);
+    return cosine >= least_cosine ? v : normalized(v + geometric * (least_cosine - cosine));
+}
+
+struct Basis {
+    miVector u, v, n;
+    [[nodiscard]] miVector place(float x, float y, float z) const { return u * x + v * y + n * z; }
+};
+
+// Duff et al., "Building an Orthonormal Basis, Revisited", 2017.
+Basis basis_of(const miVector& n) {
+    const float sign = std::copysign(1.0f, n.z);
+    const float a = -1.0f / (sign + n.z);
+    const float b = n.x * n.y * a;
+    return {{1.0f + sign * n.x * n.x * a, sign * b, -sign * n.x}, {b, sign + n.y * n.y * a, -n.y}, n};
+}
+
+// u made perpendicular to n; any basis of n when that leaves nothing.
+Basis basis_of(const miVector& n, const miVector& u, const miVector& v) {
+    const miVector flat = u - n * dot(u, n);
+    if (!(dot(flat, flat) > 1e-12f * dot(u, u)))
+        return basis_of(n);
+    Basis basis = {normalized(flat), cross(n, normalized(flat)), n};
+    if (dot(basis.v, v) < 0.0f)
+        basis.v = -basis.v;
+    return basis;
+}
+
+// Cosine distribution about the normal from two numbers in [0, 1).
+miVector cosine_direction(const miVector& normal, float first, float second) {
+    const float radius = std::sqrt(first);
+    const float angle = two_pi * second;
+    return normalized(
+        basis_of(normal).place(radius * std::cos(angle), radius * std::sin(angle), std::sqrt(1.0f - first)));
+}
+
+// The same on the right side of the geometry: what falls below it is mirrored at its plane.
+miVector diffuse_direction(const miVector& normal, const miVector& geometric, float first, float second) {
+    const miVector v = cosine_direction(normal, first, second);
+    return dot(v, geometric) < 0.0f ? mirrored(v, geometric) : v;
+}
+
+// A facet's normal for the elliptical Gaussian of slopes whose inverse squared widths are the two
+// shininesses: the facets of Ward, "Measuring and Modeling Anisotropic Reflection", 1992.
+miVector facet_normal(const Basis& basis, float shiny_u, float shiny_v, float first, float second) {
+    const float angle = two_pi * second;
+    const float x = std::cos(angle) / std::sqrt(shiny_u);
+    const float y = std::sin(angle) / std::sqrt(shiny_v);
+    const float length = std::sqrt(-std::log1p(-first));
+    return normalized(basis.place(length * x, length * y, 1.0f));
+}
+
+// A direction of the lobe about `centre`, which leaves on the side of basis.n: the mirror images at random
+// facets of the direction of which `centre` is the mirror image at the plain surface.
+miVector lobe_direction(miState* state, const miVector& centre, const Basis& basis, const miVector& geometric,
+                        float shiny_u, float shiny_v) {
+    ThreadContext& context = context_of(state);
+    if (!(shiny_u > 0.0f && shiny_v > 0.0f)) {
+        const float first = context.next_random();
+        return diffuse_direction(basis.n, geometric, first, context.next_random());
+    }
+    const miVector incoming = mirrored(centre, basis.n);
+    for (int draw = 0; draw < most_draws; ++draw) {
+        const float first = context.next_random();
+        const miVector facet = facet_normal(basis, shiny_u, shiny_v, first, context.next_random());
+        const miVector v = mirrored(incoming, facet);
+        if (dot(incoming, facet) < 0.0f && dot(v, basis.n) > 0.0f && dot(v, geometric) > 0.0f)
+            return v;
+    }
+    return centre;
+}
+
+miVector reflection(const miState* state) {
+    return lifted(mirrored(state->dir, state->normal), state->normal_geom);
+}
+
+// Snell's law. Indices that are not positive count as equal. False on total reflection.
+bool refraction(const miState* state, float ior_in, float ior_out, miVector& v) {
+    const float ratio = ior_in > 0.0f && ior_out > 0.0f ? ior_in / ior_out : 1.0f;
+    const miVector dir = normalized(state->dir);
+    const float cosine = -dot(dir, state->normal);
+    const float squared = 1.0f - ratio * ratio * (1.0f - cosine * cosine);
+    if (squared < 0.0f)
+        return false;
+    v = normalized(dir * ratio + state->normal * (ratio * cosine - std::sqrt(squared)));
+    v = lifted(v, -state->normal_geom);
+    return true;
+}
+
+// The basis on the far side of the surface.
+Basis far_side(const Basis& basis) {
+    return {basis.u, basis.v, -basis.n};
+}
+
+miBoolean transmission_lobe(miVector* dir, miState* state, float ior_in, float ior_out, const Basis& basis,
+                            float shiny_u, float shiny_v) {
+    miVector centre;
+    if (!refraction(state, ior_in, ior_out, centre)) {
+        *dir = reflection(state);
+        return miFALSE;
+    }
+    *dir = lobe_direction(state, centre, far_side(basis), -state->normal_geom, shiny_u, shiny_v);
+    return miTRUE;
+}
+
+// Cosine of the scattering angle for Schlick's phase function, by inversion of its integral: Blasi, Le Saec
+// and Schlick, "A Rendering Algorithm for Discrete Volume Density Objects", 1993.
+float schlick_cosine(float k, float sample) {
+    return (2.0f * sample - 1.0f + k) / (1.0f - k + 2.0f * k * sample);
+}
+
+} // namespace
+
+STAGE_API void mi_reflection_dir(miVector* dir, miState* state) {
+    *dir = reflection(state);
+}
+
+STAGE_API void mi_reflection_dir_specular(miVector* dir, miState* state) {
+    *dir = reflection(state);
+}
+
+STAGE_API void mi_reflection_dir_glossy(miVector* dir, miState* state, miScalar shiny) {
+    *dir =
+        lobe_direction(state, reflection(state), basis_of(state->normal), state->normal_geom, shiny, shiny);
+}
+
+STAGE_API void mi_reflection_dir_anisglossy(miVector* dir, miState* state, miVector* u, miVector* v,
+                                            miScalar shiny_u, miScalar shiny_v) {
+    *dir = lobe_direction(state, reflection(state), basis_of(state->normal, *u, *v), state->normal_geom,
+                          shiny_u, shiny_v);
+}
+
+STAGE_API void mi_reflection_dir_diffuse(miVector* dir, miState* state) {
+    ThreadContext& context = context_of(state);
+    const float first = context.next_random();
+    *dir = diffuse_direction(state->normal, state->normal_geom, first, context.next_random());
+}
+
+STAGE_API void mi_reflection_dir_diffuse_x(miVector* dir, miState* state, miScalar* samples) {
+    *dir = diffuse_direction(state->normal, state->normal_geom, samples[0], samples[1]);
+}
+
+// On total reflection the direction is that of the mirror.
+STAGE_API miBoolean mi_refraction_dir(miVector* dir, miState* state, miScalar ior_in, miScalar ior_out) {
+    miVector v;
+    const bool passes = refraction(state, ior_in, ior_out, v);
+    *dir = passes ? v : reflection(state);
+    return passes ? miTRUE : miFALSE;
+}
+
+STAGE_API miBoolean mi_transmission_dir_specular(miVector* dir, miState* state, miScalar ior_in,
+                                                 miScalar ior_out) {
+    return mi_refraction_dir(dir, state, ior_in, ior_out);
+}
+
+STAGE_API miBoolean mi_transmission_dir_glossy(miVector* dir, miState* state, miScalar ior_in,
+                                               miScalar ior_out, miScalar shiny) {
+    return transmission_lobe(dir, state, ior_in, ior_out, basis_of(state->normal), shiny, shiny);
+}
+
+STAGE_API miBoolean mi_transmission_dir_anisglossy(miVector* dir, miState* state, miScalar ior_in,
+                                                   miScalar ior_out, miVector* u, miVector* v,
+                                                   miScalar shiny_u, miScalar shiny_v) {
+    return transmission_lobe(dir, state, ior_in, ior_out, basis_of(state->normal, *u, *v), shiny_u, shiny_v);
+}
+
+STAGE_API void mi_transmission_dir_diffuse(miVector* dir, miState* state) {
+    ThreadContext& context = context_of(state);
+    const float first = context.next_random();
+    *dir = diffuse_direction(-state->normal, -state->normal_geom, first, context.next_random());
+}
+
+STAGE_API void mi_scattering_dir_diffuse(miVector* dir, miState* state) {
+    mi_scattering_dir_directional(dir, state, 0.0f);
+}
+
+// Directionality from -1, straight back, over 0, even, to 1, straight on.
+STAGE_API void mi_scattering_dir_directional(miVector* dir, miState* state, miScalar directionality) {
+    ThreadContext& context = context_of(state);
+    const float k = std::clamp(directionality, -0.9999f, 0.9999f);
+    const float cosine = std::clamp(schlick_cosine(k, context.next_random()), -1.0f, 1.0f);
+    const float sine = std::sqrt(1.0f - cosine * cosine);
+    const float angle = two_pi * context.next_random();
+    *dir = normalized(
+        basis_of(normalized(state->dir)).place(sine * std::cos(angle), sine * std::sin(angle), cosine));
+}
+
+// The free path in a medium that scatters k times for each unit of length. Nothing scatters at k 0.
+STAGE_API miScalar mi_scattering_pathlength(miState* state, miScalar k) {
+    if (!(k > 0.0f))
+        return std::numeric_limits<miScalar>::max();
+    return -std::log1p(-context_of(state).next_random()) / k;
+}

@@ -1,0 +1,39 @@
+// Image functions of the interface: single pixels, sizes and levels, colour spaces, light maps.
+#include "api/unsupported.h"
+#include "kit/color.h"
+#include "kit/image.h"
+
+STAGE_API void mi_img_get_color(miImg_image* image, miColor* color, int x, int y) {
+    *color = stage::image_color(image, x, y);
+}
+
+STAGE_API void mi_img_put_color(miImg_image* image, miColor* color, int x, int y) {
+    stage::put_image_color(image, *color, x, y);
+}
+
+STAGE_API int mi_img_get_width(miImg_image* image) {
+    return image ? image->width : 0;
+}
+
+STAGE_API int mi_img_get_height(miImg_image* image) {
+    return image ? image->height : 0;
+}
+
+STAGE_API miImg_image* mi_img_pyramid_get_level(miImg_image* image, int level) {
+    return stage::image_level(image, level);
+}
+
+STAGE_API void mi_colorprofile_ciexyz_to_render(miColor* rgb, miColor* xyz) {
+    *rgb = stage::color_of_ciexyz(*xyz);
+}
+
+STAGE_API miImg_image* mi_lightmap_edit(void** handle, miTag) {
+    if (handle)
+        *handle = nullptr;
+    static std::atomic<bool> reported{false};
+    stage::report_unsupported(reported, __func__);
+    return nullptr;
+}
+
+// Nothing was opened, so there is nothing to finish.
+STAGE_API void mi_lightmap_edit_end(void*) {}

@@ -1,0 +1,174 @@
+// Conversions of points, vectors and normals between internal space and the other spaces.
+//
+// Points take the whole matrix, vectors its 3x3 part, normals the transposed 3x3 part of the matrix that
+// leads back: a normal stays perpendicular to the surface under any scaling. Nothing is normalised.
+#include "api/spaces.h"
+
+#include <cstddef>
+
+#include "api/api.h"
+#include "kit/matrix.h"
+#include "render/camera.h"
+#include "render/shading.h"
+
+namespace stage {
+
+namespace {
+
+constexpr Matrix unit = {{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}};
+constexpr Space internal_space = {unit.m, unit.m};
+
+} // namespace
+
+Space world_space(const miState* state) {
+    const World* world = world_of(state);
+    return world ? Space{world->internal_to_world.m, world->world_to_internal.m} : internal_space;
+}
+
+Space camera_space(const miState* state) {
+    const World* world = world_of(state);
+    return world ? Space{world->internal_to_camera.m, world->camera_to_internal.m} : internal_space;
+}
+
+Space light_space(const miState* state) {
+    const World* world = world_of(state);
+    const WorldLight* light = world ? world->find_light(state->light_instance) : nullptr;
+    return light ? Space{light->from_internal.m, light->to_internal.m} : internal_space;
+}
+
+Space object_space(const miState* state, MovingSpace& storage) {
+    const WorldInstance* instance = current_instance(state);
+    if (!instance)
+        return internal_space;
+    const float time = instance->has_motion ? shutter_fraction(state) : 0.0f;
+    if (time > 0.0f) {
+        // Ray casting interpolates the elements of the matrices, so this does too.
+        for (std::size_t i = 0; i < 16; ++i)
+            storage.from.m[i] =
+                (1.0f - time) * instance->to_internal.m[i] + time * instance->motion_to_internal.m[i];
+        if (matrix_invert(storage.to.m, storage.from.m))
+            return {storage.to.m, storage.from.m};
+    }
+    return {instance->from_internal.m, instance->to_internal.m};
+}
+
+namespace {
+
+miVector normal_to(const miVector& v, const Space& space) {
+    return transform_vector_transposed(v, space.from);
+}
+
+miVector normal_from(const miVector& v, const Space& space) {
+    return transform_vector_transposed(v, space.to);
+}
+
+} // namespace
+
+} // namespace stage
+
+using namespace stage;
+
+STAGE_API void mi_point_to_world(miState* state, miVector* r, miVector* v) {
+    *r = transform_point(*v, world_space(state).to);
+}
+
+STAGE_API void mi_point_to_camera(miState* state, miVector* r, miVector* v) {
+    *r = transform_point(*v, camera_space(state).to);
+}
+
+STAGE_API void mi_point_to_object(miState* state, miVector* r, miVector* v) {
+    MovingSpace moving;
+    *r = transform_point(*v, object_space(state, moving).to);
+}
+
+STAGE_API void mi_point_to_light(miState* state, miVector* r, miVector* v) {
+    *r = transform_point(*v, light_space(state).to);
+}
+
+// Pixels from the lower left corner, z 0. A point in the eye's own plane has no picture and gives 0.
+STAGE_API void mi_point_to_raster(miState* state, miVector* r, miVector* v) {
+    const miVector point = transform_point(*v, camera_space(state).to);
+    if (!Projection(*state->camera).raster(point, *r))
+        *r = {0.0f, 0.0f, 0.0f};
+}
+
+STAGE_API void mi_point_from_world(miState* state, miVector* r, miVector* v) {
+    *r = transform_point(*v, world_space(state).from);
+}
+
+STAGE_API void mi_point_from_camera(miState* state, miVector* r, miVector* v) {
+    *r = transform_point(*v, camera_space(state).from);
+}
+
+STAGE_API void mi_point_from_object(miState* state, miVector* r, miVector* v) {
+    MovingSpace moving;
+    *r = transform_point(*v, object_space(state, moving).from);
+}
+
+STAGE_API void mi_point_from_light(miState* state, miVector* r, miVector* v) {
+    *r = transform_point(*v, light_space(state).from);
+}
+
+STAGE_API void mi_vector_to_world(miState* state, miVector* r, miVector* v) {
+    *r = transform_vector(*v, world_space(state).to);
+}
+
+STAGE_API void mi_vector_to_camera(miState* state, miVector* r, miVector* v) {
+    *r = transform_vector(*v, camera_space(state).to);
+}
+
+STAGE_API void mi_vector_to_object(miState* state, miVector* r, miVector* v) {
+    MovingSpace moving;
+    *r = transform_vector(*v, object_space(state, moving).to);
+}
+
+STAGE_API void mi_vector_to_light(miState* state, miVector* r, miVector* v) {
+    *r = transform_vector(*v, light_space(state).to);
+}
+
+STAGE_API void mi_vector_from_world(miState* state, miVector* r, miVector* v) {
+    *r = transform_vector(*v, world_space(state).from);
+}
+
+STAGE_API void mi_vector_from_camera(miState* state, miVector* r, miVector* v) {
+    *r = transform_vector(*v, camera_space(state).from);
+}
+
+STAGE_API void mi_vector_from_object(miState* state, miVector* r, miVector* v) {
+    MovingSpace moving;
+    *r = transform_vector(*v, object_space(state, moving).from);
+}
+
+STAGE_API void mi_vector_from_light(miState* state, miVector* r, miVector* v) {
+    *r = transform_vector(*v, light_space(state).from);
+}
+
+STAGE_API void mi_normal_to_world(miState* state, miVector* r, miVector* v) {
+    *r = normal_to(*v, world_space(state));
+}
+
+STAGE_API void mi_normal_to_camera(miState* state, miVector* r, miVector* v) {
+    *r = normal_to(*v, camera_space(state));
+}
+
+STAGE_API void mi_normal_to_object(miState* state, miVector* r, miVector* v) {
+    MovingSpace moving;
+    *r = normal_to(*v, object_space(state, moving));
+}
+
+STAGE_API void mi_normal_to_light(miState* state, miVector* r, miVector* v) {
+    *r = normal_to(*v, light_space(state));
+}
+
+STAGE_API void mi_normal_from_world(miState* state, miVector* r, miVector* v) {
+    *r = normal_from(*v, world_space(state));
+}
+
+STAGE_API void mi_normal_from_camera(miState* state, miVector* r, miVector* v) {
+    *r = normal_from(*v, camera_space(state));
+}
+
+STAGE_API void mi_normal_from_object(miState* state, miVector* r, miVector* v) {
+    MovingSpace moving;
+    *r = normal_from(*v, object_space(state, moving));
+}

@@ -1,0 +1,50 @@
+// Images that textures look up: pixels from a file or from the scene, as the interface's image record, with
+// smaller versions for lookups that cover many pixels.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "kit/image.h"
+#include "scene/scene.h"
+
+namespace stage {
+
+class Image {
+public:
+    // Pixels of a file: 8 and 16 bit stay what they are, everything else becomes float. Rows run from the
+    // bottom up. Throws std::runtime_error with the reason when it cannot be read.
+    static std::unique_ptr<Image> read(const std::string& path, bool pyramid);
+    // Pixels that the scene itself has; the record is used as it lies, or copied for a pyramid.
+    static std::unique_ptr<Image> wrap(miImg_image* record, std::size_t size, bool pyramid);
+    // A black pixel in place of an image that cannot be had.
+    static std::unique_ptr<Image> missing();
+
+    [[nodiscard]] bool valid() const { return valid_; }
+    [[nodiscard]] miImg_image* record() { return record_; }
+    [[nodiscard]] const miImg_image* record() const { return record_; }
+    [[nodiscard]] std::size_t size() const { return size_; } // bytes of the record with its pixels
+    [[nodiscard]] int levels() const { return record_->dirsize > 0 ? record_->dirsize : 1; }
+
+    // The colour at (u, v), of which only the fraction counts: (0, 0) is the lower left corner of the image,
+    // pixels have their centres at half steps, and the image repeats across its borders. Bilinear; between
+    // the two nearest levels for a broken level.
+    [[nodiscard]] miColor lookup(float u, float v, float level = 0.0f) const;
+
+private:
+    Image() = default;
+    explicit Image(ImageMemory memory, std::size_t size);
+    static miColor bilinear(const miImg_image* image, float u, float v);
+
+    std::optional<ImageMemory> memory_; // nothing when the scene holds the pixels
+    miImg_image* record_ = nullptr;
+    std::size_t size_ = 0;
+    bool valid_ = true;
+};
+
+// The image of a miSCENE_IMAGE element, read at the first use. What cannot be read is reported once, with the
+// element's name and place, and is an image that is not valid from then on. Thread-safe.
+Image& image_of(Element& element);
+
+} // namespace stage

@@ -1,0 +1,244 @@
+// The command line of the stage: reads a scene and renders what it asks for.
+#include <dlfcn.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image/picture_file.h"
+#include "kit/message.h"
+#include "mi/parser.h"
+#include "render/renderer.h"
+#include "scene/libraries.h"
+#include "scene/scene.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct CommandLine {
+    std::string scene;
+    std::vector<std::string> outputs, libraries;
+    int threads = 0;
+    std::vector<int> region, resolution;
+    int samples = 0;
+    std::string space = "world";
+    bool statistics = false, quiet = false;
+};
+
+struct Times { // seconds
+    double build = 0.0, render = 0.0, write = 0.0;
+};
+
+double since(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// The first Ctrl-C stops the frame, a second one the program.
+extern "C" void stop_rendering(int signal) {
+    std::signal(signal, SIG_DFL);
+    if (stage::Renderer* renderer = stage::current_renderer())
+        renderer->abort();
+    else
+        std::raise(signal);
+}
+
+// "name.png" and 3: "name.0003.png".
+std::string numbered(const std::string& path, int number) {
+    char digits[16];
+    std::snprintf(digits, sizeof digits, ".%04d", number);
+    std::filesystem::path result(path);
+    const std::string extension = result.extension().string();
+    result.replace_extension();
+    return result.string() + digits + extension;
+}
+
+void print_statistics(const stage::Statistics& s, const Times& times) {
+    const std::pair<const char*, std::uint64_t> counts[] = {
+        {"samples", s.samples},
+        {"bad samples", s.bad_samples},
+        {"shader calls", s.shader_calls},
+        {"light samples", s.light_samples},
+        {"eye rays", s.eye_rays},
+        {"reflection rays", s.reflection_rays},
+        {"refraction rays", s.refraction_rays},
+        {"transparency rays", s.transparent_rays},
+        {"shadow rays", s.shadow_rays},
+        {"environment rays", s.environment_rays},
+        {"probe rays", s.probe_rays},
+    };
+    for (const auto& [name, count] : counts)
+        std::printf("%-18s %14llu\n", name, static_cast<unsigned long long>(count));
+    std::printf("%-18s %14.3f s\n%-18s %14.3f s\n%-18s %14.3f s\n", "time to build", times.build,
+                "time to render", times.render, "time to write", times.write);
+}
+
+// Renders the frames of one scene file.
+class Session {
+public:
+    explicit Session(const CommandLine& line) : line_(line) {}
+    int run();
+
+private:
+    void frame(stage::Scene& scene, const stage::RenderCommand& command);
+    [[nodiscard]] stage::RenderSettings settings() const;
+    void number_first_frame();
+    void print_warnings(const stage::Scene& scene);
+
+    const CommandLine& line_;
+    int frames_ = 0;
+    bool stopped_ = false;
+    std::size_t warnings_ = 0;
+    double rendering_ = 0.0; // seconds
+    std::vector<std::string> first_pictures_;
+};
+
+// Thrown through the parser when the user stopped a frame: no further statement is read.
+struct Stopped {};
+
+stage::RenderSettings Session::settings() const {
+    stage::RenderSettings s;
+    s.threads = line_.threads;
+    if (const auto& r = line_.region; r.size() == 4)
+        s.region = {r[0], r[1], r[2], r[3]};
+    if (const auto& r = line_.resolution; r.size() == 2)
+        s.resolution = {r[0], r[1]};
+    if (line_.samples > 0)
+        s.samples = line_.samples;
+    s.camera_space = line_.space == "camera";
+    s.progress = !line_.quiet;
+    s.outputs = line_.outputs;
+    s.default_output = std::filesystem::path(line_.scene).stem().string() + ".png";
+    if (frames_ > 1) {
+        for (std::string& path : s.outputs)
+            path = numbered(path, frames_);
+        s.default_output = numbered(s.default_output, frames_);
+    }
+    return s;
+}
+
+// Only a second frame shows that the first one's pictures should have had a number.
+void Session::number_first_frame() {
+    for (const std::string& path : first_pictures_) {
+        std::filesystem::rename(path, numbered(path, 1));
+        if (!line_.quiet)
+            std::printf("%s is now %s\n", path.c_str(), numbered(path, 1).c_str());
+    }
+    first_pictures_.clear();
+}
+
+void Session::print_warnings(const stage::Scene& scene) {
+    for (; warnings_ < scene.warnings.size(); ++warnings_)
+        stage::send_text(stage::MessageLevel::warning, scene.warnings[warnings_]);
+}
+
+void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
+    print_warnings(scene);
+    ++frames_;
+    const Clock::time_point start = Clock::now();
+    Times times;
+    stage::Renderer renderer(scene, command, settings());
+    times.build = since(start);
+
+    const Clock::time_point rendering = Clock::now();
+    const bool complete = renderer.render();
+    times.render = since(rendering);
+
+    const Clock::time_point writing = Clock::now();
+    if (frames_ == 2)
+        number_first_frame();
+    const std::vector<std::string> pictures = renderer.write_pictures();
+    // Names in the scene are the scene's to number.
+    if (frames_ == 1 && (!line_.outputs.empty() || pictures.front() == settings().default_output))
+        first_pictures_ = pictures;
+    times.write = since(writing);
+    rendering_ += since(start);
+
+    for (const std::string& picture : pictures)
+        std::printf("%s\n", picture.c_str());
+    const stage::Statistics statistics = renderer.statistics();
+    if (line_.statistics)
+        print_statistics(statistics, times);
+    else if (statistics.bad_samples > 0)
+        std::fprintf(stderr, "%llu samples were NaN or infinite\n",
+                     static_cast<unsigned long long>(statistics.bad_samples));
+    if (!complete) {
+        std::fprintf(stderr, "stopped: the picture is not complete\n");
+        throw Stopped{};
+    }
+}
+
+int Session::run() {
+    stage::Scene scene;
+    stage::set_current_scene(&scene);
+    scene.search_path = line_.libraries;
+    Dl_info own{};
+    if (dladdr(reinterpret_cast<const void*>(&stage::current_renderer), &own) && own.dli_fname)
+        scene.libraries->set_module_handle(dlopen(own.dli_fname, RTLD_NOW | RTLD_NOLOAD));
+
+    const Clock::time_point start = Clock::now();
+    try {
+        stage::parse_file(scene, line_.scene,
+                          [&](stage::Scene& s, const stage::RenderCommand& command) { frame(s, command); });
+    } catch (const Stopped&) {
+        stopped_ = true;
+    }
+    print_warnings(scene);
+    if (line_.statistics)
+        std::printf("%-18s %14.3f s\n", "time to read", since(start) - rendering_);
+    if (frames_ == 0)
+        std::fprintf(stderr, "%s has no render statement: nothing to do\n", line_.scene.c_str());
+    stage::set_current_scene(nullptr);
+    return stopped_ ? 130 : frames_ > 0 ? 0 : 1;
+}
+
+void declare(CLI::App& app, CommandLine& line) {
+    app.add_option("scene", line.scene, "scene file (.mi)")->required();
+    app.add_option("-o,--output", line.outputs, "picture to write, .png or .exr; may be given several times")
+        ->check([](const std::string& path) {
+            return stage::is_picture_format(stage::format_of(path)) ? std::string()
+                                                                    : path + ": pictures end in .png or .exr";
+        })
+        ->allow_extra_args(false);
+    app.add_option("-L,--library-path", line.libraries, "folder with shader libraries and included files")
+        ->allow_extra_args(false);
+    app.add_option("--threads", line.threads, "threads, 0 for all cores")->check(CLI::Range(0, 1024));
+    app.add_option("--region", line.region, "xl yl xh yh: pixels to render, inclusive, (0, 0) lower left")
+        ->expected(4);
+    app.add_option("--resolution", line.resolution, "width height: pixels, in place of the camera's")
+        ->expected(2)
+        ->check(CLI::Range(1, 65536));
+    app.add_option("--samples", line.samples, "samples for each pixel, a square number")
+        ->check([](const std::string& text) {
+            const int n = std::atoi(text.c_str());
+            for (int root = 1; root <= 256; ++root)
+                if (root * root == n)
+                    return std::string();
+            return std::string("samples must be 1, 4, 9, 16, ... 65536");
+        });
+    app.add_option("--space", line.space, "internal space of the renderer")
+        ->check(CLI::IsMember({"world", "camera"}));
+    app.add_flag("--stats", line.statistics, "print rays, samples and times");
+    app.add_flag("--quiet", line.quiet, "no progress line");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CommandLine line;
+    CLI::App app{"Renders scenes with shader libraries."};
+    declare(app, line);
+    CLI11_PARSE(app, argc, argv);
+    std::signal(SIGINT, stop_rendering);
+    try {
+        return Session(line).run();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,141 @@
+// Builds the ray casting structure, and the filter for one-sided surfaces.
+#include "render/embree_scene.h"
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace stage {
+
+namespace {
+
+void check(RTCDevice device, const char* what) {
+    const RTCError error = rtcGetDeviceError(device);
+    if (error == RTC_ERROR_NONE)
+        return;
+    const std::string cause =
+        error == RTC_ERROR_OUT_OF_MEMORY ? "out of memory" : "Embree error " + std::to_string(error);
+    throw std::runtime_error(std::string("cannot build the ray casting structure: ") + cause + " (" + what +
+                             ")");
+}
+
+} // namespace
+
+EmbreeScene::EmbreeScene(const World& world) {
+    device = rtcNewDevice(nullptr);
+    if (!device)
+        check(nullptr, "device");
+    try {
+        build(world);
+    } catch (...) {
+        release();
+        throw;
+    }
+}
+
+EmbreeScene::~EmbreeScene() {
+    release();
+}
+
+void EmbreeScene::release() {
+    if (top)
+        rtcReleaseScene(top);
+    for (RTCScene scene : objects_)
+        rtcReleaseScene(scene);
+    rtcReleaseDevice(device);
+}
+
+void EmbreeScene::build(const World& world) {
+    if (!rtcGetDeviceProperty(device, RTC_DEVICE_PROPERTY_RAY_MASK_SUPPORTED) ||
+        !rtcGetDeviceProperty(device, RTC_DEVICE_PROPERTY_FILTER_FUNCTION_SUPPORTED))
+        throw std::runtime_error("this build of Embree has no ray masks or filter functions");
+    top = rtcNewScene(device);
+    rtcSetSceneFlags(
+        top, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
+    std::map<std::pair<const miTriangles*, bool>, RTCScene> built; // an object, with and without its motion
+    for (std::size_t i = 0; i < world.instances.size(); ++i) {
+        const WorldInstance& instance = world.instances[i];
+        const bool moving = world.moving && instance.has_motion;
+        const bool deforming = moving && instance.triangles->motion_offset >= 0;
+        RTCScene& object = built[{instance.triangles, deforming}];
+        if (!object)
+            object = add_object(*instance.triangles, deforming);
+        add_instance(instance, static_cast<unsigned>(i), object, moving);
+        rejects_sides = rejects_sides || instance.face != 'a';
+    }
+    rtcCommitScene(top);
+    check(device, "top level");
+}
+
+RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
+    RTCScene scene = rtcNewScene(device);
+    objects_.push_back(scene);
+    rtcSetSceneFlags(
+        scene, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
+    RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
+    const std::size_t stride = static_cast<std::size_t>(triangles.vertex_stride);
+    rtcSetGeometryTimeStepCount(geometry, moving ? 2 : 1);
+
+    // Embree reads 16 bytes from the start of each vertex, so the last of a tight array needs a copy with
+    // room.
+    if (stride >= 4) {
+        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, triangles.vertices,
+                                   0, stride * sizeof(float), triangles.vertex_count);
+    } else if (auto* copy = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0,
+                                                                        RTC_FORMAT_FLOAT3, 3 * sizeof(float),
+                                                                        triangles.vertex_count))) {
+        std::copy_n(triangles.vertices, 3 * std::size_t{triangles.vertex_count}, copy);
+    }
+    if (moving) {
+        auto* end = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 1,
+                                                                RTC_FORMAT_FLOAT3, 3 * sizeof(float),
+                                                                triangles.vertex_count));
+        for (std::size_t i = 0; end && i < triangles.vertex_count; ++i) {
+            const float* vertex = triangles.vertices + i * stride;
+            for (std::size_t k = 0; k < 3; ++k)
+                end[3 * i + k] = vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k];
+        }
+    }
+    rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, triangles.indices, 0,
+                               3 * sizeof(miUint), triangles.triangle_count);
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometryByID(scene, geometry, 0);
+    rtcReleaseGeometry(geometry);
+    rtcCommitScene(scene);
+    check(device, "object");
+    return scene;
+}
+
+void EmbreeScene::add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving) {
+    RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_INSTANCE);
+    rtcSetGeometryInstancedScene(geometry, object);
+    rtcSetGeometryMask(geometry, instance.mask);
+    rtcSetGeometryTimeStepCount(geometry, moving ? 2 : 1);
+    // Row vectors in rows are column vectors in columns: the same 16 floats.
+    rtcSetGeometryTransform(geometry, 0, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, instance.to_internal.m);
+    if (moving)
+        rtcSetGeometryTransform(geometry, 1, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, instance.motion_to_internal.m);
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometryByID(top, geometry, index);
+    rtcReleaseGeometry(geometry);
+}
+
+void reject_hidden_side(const RTCFilterFunctionNArguments* arguments) {
+    const auto* context = reinterpret_cast<const SideContext*>(arguments->context);
+    for (unsigned i = 0; i < arguments->N; ++i) {
+        if (arguments->valid[i] == 0)
+            continue;
+        const unsigned instance = RTCHitN_instID(arguments->hit, arguments->N, i, 0);
+        // Ray and normal are both in object space here, where the front is the counterclockwise side.
+        const float cosine =
+            RTCRayN_dir_x(arguments->ray, arguments->N, i) * RTCHitN_Ng_x(arguments->hit, arguments->N, i) +
+            RTCRayN_dir_y(arguments->ray, arguments->N, i) * RTCHitN_Ng_y(arguments->hit, arguments->N, i) +
+            RTCRayN_dir_z(arguments->ray, arguments->N, i) * RTCHitN_Ng_z(arguments->hit, arguments->N, i);
+        const miUint1 face = context->world->instances[instance].face;
+        if ((face == 'f' && cosine > 0.0f) || (face == 'b' && cosine < 0.0f))
+            arguments->valid[i] = 0;
+    }
+}
+
+} // namespace stage

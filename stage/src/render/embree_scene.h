@@ -1,0 +1,42 @@
+// The ray casting structure over a world: one Embree scene for each object, instances of them on top.
+// The only header that includes Embree; world.cpp and embree_scene.cpp are its only users.
+#pragma once
+
+#include <embree3/rtcore.h>
+
+#include <vector>
+
+#include "render/world.h"
+
+namespace stage {
+
+struct EmbreeScene {
+    // Keeps pointers into the world's tessellations. Throws std::runtime_error when Embree fails.
+    explicit EmbreeScene(const World& world);
+    ~EmbreeScene();
+    EmbreeScene(const EmbreeScene&) = delete;
+    EmbreeScene& operator=(const EmbreeScene&) = delete;
+
+    RTCDevice device = nullptr;
+    RTCScene top = nullptr;
+    bool rejects_sides = false; // some instance shows one side only
+
+private:
+    void build(const World& world);
+    RTCScene add_object(const miTriangles& triangles, bool moving);
+    void add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving);
+    void release();
+
+    std::vector<RTCScene> objects_;
+};
+
+// What the side filter of a ray needs beside Embree's own context, which comes first.
+struct SideContext {
+    RTCIntersectContext embree;
+    const World* world;
+};
+
+// Refuses hits on the side of a surface that its instance does not show.
+void reject_hidden_side(const RTCFilterFunctionNArguments* arguments);
+
+} // namespace stage

@@ -1,0 +1,251 @@
+// Rays: their states, casting, and what is called when they end.
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "render/shading.h"
+#include "render/vector.h"
+
+namespace stage {
+
+static_assert(offsetof(RayFrame, state) == 0);
+
+namespace {
+
+RayFrame* frame_of_child(const miState* parent) {
+    return reinterpret_cast<RayFrame*>(parent->child);
+}
+
+// Where the camera's clipping planes cut the ray, as distances from its start.
+miRange clip_range(const World& world, const miState& state) {
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    const miRange clip = world.camera->clip;
+    if (clip.max <= clip.min)
+        return {0.0f, infinity};
+    const miScalar* m = world.internal_to_camera.m;
+    // The camera looks along -z.
+    const float depth = -(state.org.x * m[2] + state.org.y * m[6] + state.org.z * m[10] + m[14]);
+    const float slope = -(state.dir.x * m[2] + state.dir.y * m[6] + state.dir.z * m[10]);
+    if (slope <= 0.0f)
+        return {0.0f, infinity};
+    return {std::max(0.0f, (clip.min - depth) / slope), (clip.max - depth) / slope};
+}
+
+// A material without a shader only separates volumes: the ray goes on, in the volume behind the surface.
+miBoolean pass_hull(miColor* result, RayFrame& hull) {
+    RayFrame& frame = new_ray(&hull.state, hull.state.type);
+    const RayInFlight in_flight(frame);
+    frame.state.org = hull.state.point;
+    frame.state.volume = volume_behind(&hull.state);
+    cast(frame, start_distance(&hull.state), std::numeric_limits<double>::infinity(),
+         mask_of(hull.state.type));
+    return shade(result, frame);
+}
+
+miBoolean shade_hit(miColor* result, RayFrame& frame) {
+    miState& state = frame.state;
+    const Scene& scene = context_of(&state).world->scene;
+    if (!material_slot(scene, state.material, miSHADER_MATERIAL))
+        return pass_hull(result, frame);
+    const miBoolean lit = call_shader(result, miSHADER_MATERIAL, &state, state.material, nullptr);
+    if (is_opaque(scene, state.material))
+        result->a = 1.0f;
+    return lit;
+}
+
+} // namespace
+
+RayMask mask_of(miRay_type type) {
+    switch (type) {
+    case miRAY_EYE:
+        return RayMask::primary;
+    case miRAY_SHADOW:
+        return RayMask::shadow;
+    case miRAY_REFLECT:
+        return RayMask::reflection;
+    case miRAY_REFRACT:
+        return RayMask::refraction;
+    case miRAY_TRANSPARENT:
+        return RayMask::transparency;
+    case miRAY_FINALGATHER:
+        return RayMask::finalgather;
+    default:
+        return RayMask::trace;
+    }
+}
+
+bool is_opaque(const Scene& scene, miTag material) {
+    const Element* element = material ? scene.database.find(material) : nullptr;
+    if (element && element->type == miSCENE_FUNCTION && element->shader && !element->shader->code)
+        element = scene.database.find(element->shader->root);
+    return element && element->type == miSCENE_MATERIAL && element->as<miMaterial>()->opaque;
+}
+
+namespace {
+
+// The normals of shadow rays are not turned.
+bool enters(const miState& state) {
+    return state.type == miRAY_SHADOW ? dot(state.normal_geom, state.dir) < 0.0f : !state.inv_normal;
+}
+
+} // namespace
+
+miTag volume_behind(const miState* state) {
+    if (enters(*state))
+        return state->refraction_volume;
+    for (const miState* s = state->parent; s; s = s->parent)
+        if (s->instance == state->instance && enters(*s))
+            return s->volume;
+    return context_of(state).world->camera->volume;
+}
+
+RayFrame& new_ray(miState* parent, miRay_type type) {
+    RayFrame* frame = frame_of_child(parent);
+    miState* displaced = nullptr;
+    if (!frame || frame->in_flight) {
+        displaced = parent->child;
+        frame =
+            static_cast<RayFrame*>(context_of(parent).arena.allocate(sizeof(RayFrame), alignof(RayFrame)));
+    }
+    frame->state = *parent;
+    frame->state.parent = parent;
+    frame->state.child = nullptr;
+    frame->state.type = type;
+    frame->hit = {};
+    frame->in_flight = false;
+    frame->displaced = displaced;
+    frame->caster = parent;
+    parent->child = &frame->state;
+    return *frame;
+}
+
+// Also puts right what shaders below have left as the caster's child, which ended with them.
+RayInFlight::~RayInFlight() {
+    frame_.in_flight = false;
+    frame_.caster->child = frame_.displaced ? frame_.displaced : &frame_.state;
+}
+
+bool cast(RayFrame& frame, double near, double far, RayMask mask) {
+    const World& world = *context_of(&frame.state).world;
+    const bool was_hit =
+        world.intersect(frame.state.org, frame.state.dir, near, far, shutter_fraction(&frame.state),
+                        static_cast<std::uint32_t>(mask), frame.hit);
+    set_intersection(frame, was_hit);
+    return was_hit;
+}
+
+// Single precision places a point some units of the last digit beside its surface; the distance grows with
+// the coordinates. A state that stands on no surface, or whose shader has cleared the cache, can meet
+// anything.
+double start_distance(const miState* state) {
+    if (!state->cache || !hit_of(state))
+        return 0.0;
+    const double largest = std::max({std::fabs(static_cast<double>(state->point.x)),
+                                     std::fabs(static_cast<double>(state->point.y)),
+                                     std::fabs(static_cast<double>(state->point.z)), 1e-3});
+    return largest * 1e-5;
+}
+
+miBoolean shade_surface(miColor* result, RayFrame& frame) {
+    miState& state = frame.state;
+    if (state.pri)
+        return shade_hit(result, frame);
+    const miTag environment = state.environment ? state.environment : state.camera->environment;
+    return call_shader(result, miSHADER_ENVIRONMENT, &state, environment, nullptr);
+}
+
+miBoolean apply_volume(miColor* result, miState* state, miBoolean lit) {
+    if (!state->volume || state->options->no_volume)
+        return lit;
+    return call_shader(result, miSHADER_VOLUME, state, state->volume, nullptr) || lit;
+}
+
+miBoolean shade(miColor* result, RayFrame& frame) {
+    const miBoolean lit = shade_surface(result, frame);
+    return apply_volume(result, &frame.state, lit);
+}
+
+// ---- eye rays ----
+
+namespace {
+
+// Lens shaders of a list; phenomena are taken apart, so that each lens shader finds its next one.
+void collect_lenses(const Database& database, miTag tag, std::vector<miTag>& lenses) {
+    constexpr std::size_t most = 64; // a longer list contains itself
+    while (tag && lenses.size() < most) {
+        const Element* element = database.find(tag);
+        if (!element || element->type != miSCENE_FUNCTION || !element->shader)
+            return;
+        if (element->shader->code)
+            lenses.push_back(tag);
+        else
+            collect_lenses(database, element->shader->lens ? element->shader->lens : element->shader->root,
+                           lenses);
+        tag = element->as<miFunction>()->next_function;
+    }
+}
+
+// Leaves in `state` what its eye ray met.
+void hand_back_hit(miState* state, const miState& child) {
+    hand_back(state, child);
+    state->normal_geom = child.normal_geom;
+    state->inv_normal = child.inv_normal;
+    state->dot_nd = child.dot_nd;
+    state->pri = child.pri;
+    state->cache = child.cache;
+    state->instance = child.instance;
+    state->material = child.material;
+    std::copy(std::begin(child.bary), std::end(child.bary), state->bary);
+    state->tex_list = child.tex_list;
+    state->bump_x_list = child.bump_x_list;
+    state->bump_y_list = child.bump_y_list;
+    std::copy(std::begin(child.derivs), std::end(child.derivs), state->derivs);
+}
+
+} // namespace
+
+void hand_back(miState* state, const miState& child) {
+    state->label = child.label;
+    state->point = child.point;
+    state->normal = child.normal;
+    state->dist = child.dist;
+    state->motion = child.motion;
+}
+
+miBoolean continue_eye_ray(miColor* result, miState* state) {
+    ThreadContext& context = context_of(state);
+    const std::size_t position = context.lens_position;
+    RayFrame& frame = new_ray(state, miRAY_EYE);
+    const RayInFlight in_flight(frame);
+    miBoolean lit;
+    if (position < context.lenses.size()) {
+        context.lens_position = position + 1;
+        lit = call_shader(result, miSHADER_LENS, &frame.state, context.lenses[position], nullptr);
+        context.lens_position = position;
+    } else {
+        if (context.lenses.empty())
+            frame.state.parent = nullptr;
+        ++context.statistics.eye_rays;
+        *result = {};
+        const miRange range = clip_range(*context.world, frame.state);
+        cast(frame, range.min, range.max, RayMask::primary);
+        lit = shade(result, frame);
+    }
+    hand_back_hit(state, frame.state);
+    return lit;
+}
+
+miBoolean shade_eye_sample(miColor* result, miState* state) {
+    ThreadContext& context = context_of(state);
+    context.bad_shader = nullptr;
+    context.lenses.clear();
+    if (!state->options->no_lens)
+        collect_lenses(context.world->scene.database, state->camera->lens, context.lenses);
+    state->child = nullptr;
+    context.lens_position = context.lenses.empty() ? 0 : 1;
+    if (context.lenses.empty())
+        return continue_eye_ray(result, state);
+    return call_shader(result, miSHADER_LENS, state, context.lenses[0], nullptr);
+}
+
+} // namespace stage

@@ -1,0 +1,409 @@
+// Renders a frame: buckets over the threads, samples over the pixels.
+#include "render/renderer.h"
+
+#include <tbb/global_control.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <thread>
+
+#include "image/picture_file.h"
+#include "kit/lock.h"
+#include "kit/matrix.h"
+#include "kit/message.h"
+#include "render/camera.h"
+#include "render/film.h"
+#include "render/progress.h"
+#include "render/sampling.h"
+#include "render/shading.h"
+
+namespace stage {
+
+namespace {
+
+constexpr int usual_bucket_size = 32;
+constexpr int most_samples_power = 8; // 4^8 samples for each pixel
+
+std::atomic<Renderer*> rendering{nullptr};
+Scene* loaded = nullptr;
+
+int thread_count(int asked) {
+    return asked > 0 ? asked : static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+}
+
+// Samples of a pixel along one axis.
+std::uint32_t sample_grid(const RenderSettings& settings, const miOptions& options) {
+    if (settings.samples)
+        return static_cast<std::uint32_t>(std::max(1L, std::lround(std::sqrt(*settings.samples))));
+    return 1u << std::clamp(options.max_samples, 0, most_samples_power);
+}
+
+// The camera of the frame: other resolutions keep the width of the view and the shape of the pixels.
+miCamera frame_camera(const miCamera& camera, const RenderSettings& settings) {
+    miCamera result = camera;
+    if (settings.resolution) {
+        const auto [width, height] = *settings.resolution;
+        result.aspect *= static_cast<float>(width) / static_cast<float>(height) *
+                         static_cast<float>(camera.y_resolution) / static_cast<float>(camera.x_resolution);
+        result.x_resolution = width;
+        result.y_resolution = height;
+        result.x_offset *= static_cast<float>(width) / static_cast<float>(camera.x_resolution);
+        result.y_offset *= static_cast<float>(height) / static_cast<float>(camera.y_resolution);
+        result.window = {0, 0, width - 1, height - 1};
+    }
+    return result;
+}
+
+// The pixels to render: the given region, or the camera's window; a window without extent is none.
+PixelRect frame_region(const miCamera& camera, const RenderSettings& settings) {
+    if (settings.region) {
+        const auto [xl, yl, xh, yh] = *settings.region;
+        return {xl, yl, xh + 1, yh + 1};
+    }
+    const auto& w = camera.window;
+    if (w.xh <= w.xl && w.yh <= w.yl)
+        return {0, 0, camera.x_resolution, camera.y_resolution};
+    return {w.xl, w.yl, w.xh < INT32_MAX ? w.xh + 1 : w.xh, w.yh < INT32_MAX ? w.yh + 1 : w.yh};
+}
+
+bool is_finite(const miColor& c) {
+    return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
+}
+
+miColor color_of(const miVector& v) {
+    return {v.x, v.y, v.z, 0.0f};
+}
+
+} // namespace
+
+Renderer* current_renderer() {
+    return rendering.load(std::memory_order_relaxed);
+}
+
+Scene* current_scene() {
+    return loaded;
+}
+
+void set_current_scene(Scene* scene) {
+    loaded = scene;
+}
+
+struct Renderer::Frame {
+    explicit Frame(int threads)
+        : parallelism(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads)),
+          arena(threads) {}
+
+    tbb::global_control parallelism; // more threads than cores too, when asked for
+    tbb::task_arena arena;
+    Place place;
+    miCamera camera{};
+    std::unique_ptr<Projection> projection;
+    std::unique_ptr<Film> film;
+    std::unique_ptr<Progress> progress;
+    std::uint32_t grid = 1;
+    float jitter = 0.0f;
+    miState state{};                             // of every eye ray, before its sample is known
+    std::atomic<std::size_t> next{0};            // bucket
+    std::atomic<bool> reported_bad_value{false}; // of no particular shader
+};
+
+Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSettings& settings)
+    : frame_(std::make_unique<Frame>(thread_count(settings.threads))), settings_(settings) {
+    Frame& f = *frame_;
+    f.place = command.place;
+    // Inside the arena, so that building is limited to its threads too.
+    f.arena.execute([&] { world_ = std::make_unique<World>(scene, command, settings.camera_space); });
+    f.camera = frame_camera(*world_->camera, settings);
+    world_->camera = &f.camera;
+    if (f.camera.x_resolution <= 0 || f.camera.y_resolution <= 0 || !(f.camera.aperture > 0.0f) ||
+        !(f.camera.aspect > 0.0f) || (!f.camera.orthographic && !(f.camera.focal > 0.0f)))
+        throw SceneError(command.place,
+                         "the camera needs a resolution, focal length, aperture and aspect above 0");
+    f.projection = std::make_unique<Projection>(f.camera);
+    f.grid = sample_grid(settings, *world_->options);
+    f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
+    global_lock = create_lock();
+    open_buffers();
+    open_film();
+    open_contexts();
+    refuse_output_shaders();
+    rendering.store(this, std::memory_order_relaxed);
+}
+
+Renderer::~Renderer() {
+    rendering.store(nullptr, std::memory_order_relaxed);
+    destroy_lock(global_lock);
+}
+
+void Renderer::open_buffers() {
+    const miCamera& camera = frame_->camera;
+    const Element* element = world_->scene.database.find(camera.framebuffers);
+    std::span<const FramebufferDesc> descs;
+    if (element && element->type == miSCENE_FRAMEBUFFERS)
+        descs = element->framebuffers;
+    buffers_ = make_framebuffers(descs, camera.x_resolution, camera.y_resolution,
+                                 element ? element->place : frame_->place);
+    for (const FrameBuffer& buffer : buffers_)
+        if (buffer.desc.useopacity)
+            send_message(MessageLevel::warning,
+                         "frame buffer \"%s\": weighting by opacity is not supported yet",
+                         buffer.desc.name.c_str());
+}
+
+void Renderer::refuse_output_shaders() const {
+    const Database& database = world_->scene.database;
+    for (const Element* shader = database.find(frame_->camera.output);
+         shader && shader->type == miSCENE_FUNCTION;
+         shader = database.find(shader->as<miFunction>()->next_function))
+        send_message(MessageLevel::warning,
+                     "output shader \"%s\": output shaders are not supported yet: it does not run",
+                     shader->name.c_str());
+}
+
+void Renderer::open_film() {
+    const miOptions& options = *world_->options;
+    const PixelRect region = frame_region(frame_->camera, settings_);
+    const PixelFilter filter(options.filter, options.filter_size_x, options.filter_size_y);
+    frame_->film = std::make_unique<Film>(buffers_, region, filter, frame_->grid * frame_->grid,
+                                          central_sample(frame_->grid),
+                                          options.task_size > 0 ? options.task_size : usual_bucket_size);
+}
+
+void Renderer::open_contexts() {
+    Frame& f = *frame_;
+    for (int thread = 0; thread < f.arena.max_concurrency(); ++thread) {
+        auto context = std::make_unique<ThreadContext>();
+        context->renderer = this;
+        context->world = world_.get();
+        context->thread = static_cast<short>(thread);
+        context->buffers.values.resize(buffers_.size());
+        context->buffers.written.resize(buffers_.size());
+        contexts_.push_back(std::move(context));
+    }
+    miState& state = f.state;
+    state.version = 2;
+    state.camera_inst = world_->camera_instance;
+    state.camera = &f.camera;
+    state.options = const_cast<miOptions*>(world_->options); // the published type; nobody writes to it
+    state.global_lock = global_lock;
+    state.type = miRAY_EYE;
+    state.volume = f.camera.volume;
+    state.environment = f.camera.environment;
+    state.face = world_->options->face ? world_->options->face : 'a';
+    state.ior = state.ior_in = state.importance = 1.0f;
+}
+
+bool Renderer::render() {
+    Frame& f = *frame_;
+    f.progress = std::make_unique<Progress>(f.film->bucket_count(), settings_.progress);
+    f.next.store(0, std::memory_order_relaxed);
+    f.arena.execute([&] { tbb::parallel_for(0, f.arena.max_concurrency(), [&](int) { work(); }); });
+    if (aborted())
+        f.film->finish_rest();
+    f.progress.reset();
+    world_->scene.exit_shaders(&f.state);
+    return !aborted();
+}
+
+// One thread's share: buckets in their order until none is left.
+void Renderer::work() {
+    Frame& f = *frame_;
+    ThreadContext& context =
+        *contexts_[static_cast<std::size_t>(tbb::this_task_arena::current_thread_index())];
+    while (!aborted()) {
+        const std::size_t bucket = f.next.fetch_add(1, std::memory_order_relaxed);
+        if (bucket >= f.film->bucket_count() || !render_bucket(context, bucket))
+            return;
+        f.film->finish(bucket);
+        f.progress->advance();
+    }
+}
+
+// False when the frame was stopped inside.
+bool Renderer::render_bucket(ThreadContext& context, std::size_t bucket) {
+    BucketSamples& samples = frame_->film->begin(bucket);
+    const std::uint32_t count = frame_->grid * frame_->grid;
+    std::size_t index = 0;
+    for (int y = samples.rect.y0; y < samples.rect.y1; ++y)
+        for (int x = samples.rect.x0; x < samples.rect.x1; ++x) {
+            if (aborted())
+                return false;
+            for (std::uint32_t s = 0; s < count; ++s, ++index)
+                render_sample(context, x, y, s, &samples.offsets[2 * index],
+                              &samples.values[index * buffers_.size()]);
+        }
+    context.records.clear_rect();
+    return true;
+}
+
+void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t index, float* offset,
+                             miColor* values) {
+    const Frame& f = *frame_;
+    context.pixel_x = static_cast<std::uint32_t>(x);
+    context.pixel_y = static_cast<std::uint32_t>(y);
+    context.sample = index;
+    const PixelSample place = pixel_sample(context.pixel_x, context.pixel_y, index, f.grid, f.jitter);
+    context.sample_seed = place.seed;
+    context.sample_dimension = 0;
+    context.random_state = mix_bits(place.seed);
+    context.opacity = {1.0f, 1.0f, 1.0f, 1.0f};
+    context.opacity_set = false;
+    if (buffers_.size() > 1) {
+        std::ranges::fill(context.buffers.values, miColor{});
+        context.buffers.written.assign(buffers_.size(), false);
+    }
+    offset[0] = place.x;
+    offset[1] = place.y;
+
+    miState state = f.state;
+    state.thread = context.thread;
+    state.renderer = &context;
+    const double raster_x = double{place.x} + x, raster_y = double{place.y} + y;
+    state.raster_x = static_cast<miScalar>(raster_x);
+    state.raster_y = static_cast<miScalar>(raster_y);
+    const CameraRay ray = f.projection->ray(raster_x, raster_y);
+    state.org = transform_point(ray.org, world_->camera_to_internal.m);
+    state.dir = transform_vector(ray.dir, world_->camera_to_internal.m);
+    mi_vector_normalize(&state.dir);
+    state.time = world_->moving ? place.time : 0.0f;
+
+    const ArenaScope scope(context.arena);
+    values[0] = {};
+    shade_eye_sample(&values[0], &state);
+    ++context.statistics.samples;
+    take_buffers(context, state, values);
+    check_sample(context, state, values);
+    context.records.clear_eye_ray();
+}
+
+// The sample's values of all buffers but the main image: what shaders wrote; else, for buffers that the
+// renderer fills itself, the image's colour or what the hit says.
+void Renderer::take_buffers(const ThreadContext& context, const miState& state, miColor* values) {
+    const bool hit = state.pri != nullptr;
+    for (std::size_t b = 1; b < buffers_.size(); ++b) {
+        const FrameBuffer& buffer = buffers_[b];
+        values[b] = context.buffers.values[b];
+        if (context.buffers.written[b] || buffer.desc.user)
+            continue;
+        switch (buffer.type->type) {
+        case miIMG_TYPE_Z: // distance from the plane of the eye, 0 where nothing was hit
+            values[b].r = hit ? -transform_point(state.point, world_->internal_to_camera.m).z : 0.0f;
+            break;
+        case miIMG_TYPE_N: // in camera space, as motion
+            if (hit)
+                values[b] = color_of(transform_vector_transposed(state.normal, world_->camera_to_internal.m));
+            break;
+        case miIMG_TYPE_M:
+            if (hit)
+                values[b] = color_of(transform_vector(state.motion, world_->internal_to_camera.m));
+            break;
+        case miIMG_TYPE_TAG:
+            values[b].r = std::bit_cast<float>(hit ? state.label : 0u);
+            break;
+        case miIMG_TYPE_COVERAGE:
+            values[b].r = hit ? 1.0f : 0.0f;
+            break;
+        case miIMG_TYPE_A:
+        case miIMG_TYPE_A_16:
+        case miIMG_TYPE_A_FP:
+            values[b].r = values[0].a;
+            break;
+        default:
+            if (buffer.type->is_color())
+                values[b] = values[0];
+        }
+    }
+}
+
+// A sample that is no number becomes black; it is counted, and reported once for each shader.
+void Renderer::check_sample(ThreadContext& context, const miState& state, miColor* values) {
+    bool bad = false;
+    for (std::size_t b = 0; b < buffers_.size(); ++b) {
+        if (buffers_[b].type->storage == FrameBufferType::Storage::integer || is_finite(values[b]))
+            continue;
+        values[b] = {0.0f, 0.0f, 0.0f, 1.0f};
+        bad = true;
+    }
+    if (!bad)
+        return;
+    ++context.statistics.bad_samples;
+
+    // The shader whose result was no number first; none when the numbers went wrong outside of shaders.
+    const Element* shader = context.bad_shader;
+    ShaderCode* code = shader && shader->shader ? shader->shader->code : nullptr;
+    std::atomic<bool>& reported = code ? code->reported_bad_value : frame_->reported_bad_value;
+    if (reported.exchange(true, std::memory_order_relaxed))
+        return;
+    const Database& database = world_->scene.database;
+    const Element* instance = database.find(state.instance);
+    const Element* object = instance && instance->type == miSCENE_INSTANCE
+                                ? database.find(instance->as<miInstance>()->item)
+                                : nullptr;
+    send_message(
+        MessageLevel::error,
+        "NaN or infinite sample at raster position %.2f %.2f: shader \"%s\" (%s), object \"%s\"; it counts "
+        "as black",
+        static_cast<double>(state.raster_x), static_cast<double>(state.raster_y),
+        code ? code->name.c_str() : "?", shader ? shader->name.c_str() : "?",
+        object ? object->name.c_str() : "");
+}
+
+std::vector<std::string> Renderer::write_pictures() {
+    std::vector<std::string> written;
+    std::vector<const FrameBuffer*> all;
+    for (const FrameBuffer& buffer : buffers_)
+        all.push_back(&buffer);
+    for (const std::string& path : settings_.outputs) {
+        write_picture(path, all);
+        written.push_back(path);
+    }
+    if (!settings_.outputs.empty())
+        return written;
+    for (const FrameBuffer*& buffer : all) {
+        const FramebufferDesc& desc = buffer->desc;
+        if (desc.filename.empty())
+            continue;
+        // The main image's file takes the other buffers along as layers, where the format can.
+        const std::size_t first = static_cast<std::size_t>(&buffer - all.data());
+        const std::span<const FrameBuffer* const> layers =
+            std::span(all).subspan(first, first == 0 ? all.size() : 1);
+        const bool known = is_picture_format(desc.filetype);
+        write_picture(desc.filename, layers, known ? desc.filetype : std::string(), desc.compression);
+        written.push_back(desc.filename);
+    }
+    if (written.empty()) {
+        write_picture(settings_.default_output, all);
+        written.push_back(settings_.default_output);
+    }
+    return written;
+}
+
+Statistics Renderer::statistics() const {
+    Statistics sum;
+    for (const auto& context : contexts_) {
+        const Statistics& s = context->statistics;
+        sum.eye_rays += s.eye_rays;
+        sum.reflection_rays += s.reflection_rays;
+        sum.refraction_rays += s.refraction_rays;
+        sum.transparent_rays += s.transparent_rays;
+        sum.shadow_rays += s.shadow_rays;
+        sum.environment_rays += s.environment_rays;
+        sum.probe_rays += s.probe_rays;
+        sum.shader_calls += s.shader_calls;
+        sum.light_samples += s.light_samples;
+        sum.samples += s.samples;
+        sum.bad_samples += s.bad_samples;
+    }
+    return sum;
+}
+
+int Renderer::buffer_index(const char* name) const {
+    const auto found =
+        std::ranges::find_if(buffers_, [&](const FrameBuffer& buffer) { return buffer.desc.name == name; });
+    return found == buffers_.end() ? -1 : static_cast<int>(found - buffers_.begin());
+}
+
+} // namespace stage

@@ -1,0 +1,56 @@
+// Where the samples of a pixel lie: positions, times and seeds, the same in every run and for every thread.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+
+namespace stage {
+
+// Mixes the bits of a 64-bit number so that neighbouring inputs give unrelated outputs: the finaliser of
+// splitmix64 (Sebastiano Vigna, "Further scramblings of Marsaglia's xorshift generators", 2017).
+constexpr std::uint64_t mix_bits(std::uint64_t v) {
+    v += 0x9E3779B97F4A7C15u;
+    v = (v ^ (v >> 30)) * 0xBF58476D1CE4E5B9u;
+    v = (v ^ (v >> 27)) * 0x94D049BB133111EBu;
+    return v ^ (v >> 31);
+}
+
+// In [0, 1), from the upper bits.
+constexpr float unit_float(std::uint64_t bits) {
+    return static_cast<float>(bits >> 40) * 0x1p-24f;
+}
+
+struct PixelSample {
+    float x, y;         // in the pixel, [0, 1)
+    float time;         // in the shutter interval, [0, 1)
+    std::uint64_t seed; // of everything random in this sample
+};
+
+// Sample `index` of `grid` * `grid` in a pixel. The pixel is divided into that many cells, row by row; each
+// has one sample, at its centre for jitter 0, anywhere in the cell for jitter 1.
+inline PixelSample pixel_sample(std::uint32_t x, std::uint32_t y, std::uint32_t index, std::uint32_t grid,
+                                float jitter) {
+    const std::uint64_t pixel = mix_bits((std::uint64_t{y} << 32) | x);
+    const std::uint64_t seed = mix_bits(pixel + index);
+    const float cell = 1.0f / static_cast<float>(grid);
+    const auto place = [&](std::uint32_t stratum, std::uint64_t bits) {
+        const float offset = 0.5f + jitter * (unit_float(bits) - 0.5f);
+        return std::fmin((static_cast<float>(stratum) + offset) * cell, 0x1.fffffep-1f);
+    };
+    PixelSample sample;
+    sample.x = place(index % grid, mix_bits(seed ^ 1u));
+    sample.y = place(index / grid, mix_bits(seed ^ 2u));
+    // Multiples of the golden ratio spread over the interval for any number of samples, in an order that has
+    // nothing to do with that of the cells.
+    const double turn = static_cast<double>(unit_float(mix_bits(pixel ^ 3u))) + 0.6180339887498949 * index;
+    sample.time = std::fmin(static_cast<float>(turn - std::floor(turn)), 0x1.fffffep-1f);
+    sample.seed = seed;
+    return sample;
+}
+
+// The sample nearest to the middle of its pixel; what cannot be averaged is taken from it.
+constexpr std::uint32_t central_sample(std::uint32_t grid) {
+    return (grid / 2) * grid + grid / 2;
+}
+
+} // namespace stage

@@ -1,0 +1,277 @@
+// Runs shaders: their first call, phenomena, lists, connected parameters.
+#include "render/shading.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <iterator>
+#include <mutex>
+
+#include "render/renderer.h"
+
+namespace stage {
+
+namespace {
+
+// The record that holds an instance's parameters: its own or the one that it takes them from.
+Element& parameter_holder(const Scene& scene, Element& element) {
+    const miTag indirect = element.as<miFunction>()->parameter_indirect;
+    Element* holder = indirect ? scene.database.find(indirect) : nullptr;
+    return holder && holder->type == miSCENE_FUNCTION && holder->shader ? *holder : element;
+}
+
+// What a call changes in the state, put back when it ends. The memory that it took is given back, and with it
+// the rays that it cast: the state's child is again the one that the calling shader knows. A lens shader's
+// memory stays until the sample's end, for its ray's hit is handed on.
+class CallScope {
+public:
+    CallScope(miState* state, miShader_type type, miFunction* function)
+        : state_(state), arena_(context_of(state).arena), mark_(arena_.mark()), shader_(state->shader),
+          child_(state->child), user_(state->user), user_size_(state->user_size), type_(state->call_type),
+          keep_rays_(type == miSHADER_LENS) {
+        state->shader = function;
+        state->call_type = type;
+    }
+    ~CallScope() {
+        state_->shader = shader_;
+        state_->user = user_;
+        state_->user_size = user_size_;
+        state_->call_type = type_;
+        if (keep_rays_)
+            return;
+        state_->child = child_;
+        arena_.release(mark_);
+    }
+    CallScope(const CallScope&) = delete;
+    CallScope& operator=(const CallScope&) = delete;
+
+private:
+    miState* state_;
+    Arena& arena_;
+    Arena::Mark mark_;
+    miFunction* shader_;
+    miState* child_;
+    void* user_;
+    int user_size_;
+    miShader_type type_;
+    bool keep_rays_;
+};
+
+void initialise_code(ShaderCode& code, miState* state) {
+    if (code.initialised.load(std::memory_order_relaxed))
+        return;
+    miBoolean wants_instances = miFALSE;
+    if (code.init)
+        code.init(state, nullptr, &wants_instances);
+    code.wants_instance_init = wants_instances != miFALSE;
+    code.initialised.store(true, std::memory_order_release);
+}
+
+// The first call of an instance. One lock for the whole scene: first calls are rare, and a lock for each
+// instance could close a circle, for an init may bring about the first calls of others.
+void initialise(Scene& scene, Element& element, miState* state, miShader_type type) {
+    const std::lock_guard guard(scene.init_guard);
+    ShaderInstance& instance = *element.shader;
+    if (instance.initialised.load(std::memory_order_relaxed) || instance.initialising)
+        return;
+    instance.initialising = true;
+    auto* function = element.as<miFunction>();
+    const Element& holder = parameter_holder(scene, element);
+    function->reserved[0] = &element;
+    function->connection_offset = holder.as<miFunction>()->connection_offset;
+    const Renderer* renderer = context_of(state).renderer;
+    const std::size_t threads = renderer ? renderer->contexts().size() : 0;
+    instance.thread_user.assign(std::max(threads, static_cast<std::size_t>(state->thread) + 1), nullptr);
+
+    const CallScope scope(state, type, function);
+    initialise_code(*instance.code, state);
+    if (instance.code->wants_instance_init) {
+        miBoolean ignored = miFALSE;
+        instance.code->init(state, parameter_holder(scene, element).as<miFunction>()->parameters, &ignored);
+    }
+    scene.init_order.push_back(element.tag);
+    instance.initialising = false;
+    instance.initialised.store(true, std::memory_order_release);
+}
+
+bool is_finite(const miColor& c) {
+    return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
+}
+
+// Runs the code of one instance.
+miBoolean run(void* result, miShader_type type, miState* state, Element& element, void* arg) {
+    ThreadContext& context = context_of(state);
+    ShaderInstance& instance = *element.shader;
+    if (!instance.initialised.load(std::memory_order_acquire))
+        initialise(context.world->scene, element, state, type);
+    auto* function = element.as<miFunction>();
+    auto* holder = function;
+    if (function->parameter_indirect)
+        holder = parameter_holder(context.world->scene, element).as<miFunction>();
+    ++context.statistics.shader_calls;
+
+    const CallScope scope(state, type, function);
+    const miBoolean answer = instance.code->entry(result, state, holder->parameters, arg);
+    if (answer && result && !context.bad_shader && instance.declaration &&
+        instance.declaration->result.type == miTYPE_COLOR && !is_finite(*static_cast<const miColor*>(result)))
+        context.bad_shader = &element;
+    return answer;
+}
+
+// The root of a phenomenon for a type of call.
+miTag root_of(const ShaderInstance& phenomenon, miShader_type type) {
+    miTag root = miNULLTAG;
+    switch (type) {
+    case miSHADER_LENS:
+        root = phenomenon.lens;
+        break;
+    case miSHADER_OUTPUT:
+        root = phenomenon.output;
+        break;
+    case miSHADER_VOLUME:
+        root = phenomenon.volume;
+        break;
+    case miSHADER_ENVIRONMENT:
+        root = phenomenon.environment;
+        break;
+    default:
+        break;
+    }
+    return root ? root : phenomenon.root;
+}
+
+miTag slot_of(const miMaterial& material, miShader_type type) {
+    switch (type) {
+    case miSHADER_SHADOW:
+        return material.shadow;
+    case miSHADER_ENVIRONMENT:
+        return material.environment;
+    case miSHADER_VOLUME:
+        return material.volume;
+    case miSHADER_PHOTON:
+        return material.photon;
+    case miSHADER_PHOTONVOL:
+        return material.photonvol;
+    case miSHADER_DISPLACE:
+        return material.displace;
+    case miSHADER_LIGHTMAP:
+        return material.lightmap;
+    case miSHADER_CONTOUR:
+        return material.contour;
+    default:
+        return material.shader;
+    }
+}
+
+// Runs one member of a list. `element` may be null.
+miBoolean call_one(void* result, miShader_type type, miState* state, Element* element, void* arg) {
+    if (!element)
+        return miFALSE;
+    if (element->type == miSCENE_MATERIAL)
+        return call_shader(result, type, state, slot_of(*element->as<miMaterial>(), type), arg);
+    if (element->type != miSCENE_FUNCTION || !element->shader)
+        return miFALSE;
+    if (element->shader->code)
+        return run(result, type, state, *element, arg);
+    return call_shader(result, type, state, root_of(*element->shader, type), arg);
+}
+
+} // namespace
+
+// A list is lit when one of its shaders is; a shadow list ends with the first that blocks the light.
+miBoolean call_shader(void* result, miShader_type type, miState* state, miTag tag, void* arg) {
+    const Database& database = context_of(state).world->scene.database;
+    miBoolean answer = miFALSE;
+    while (tag != miNULLTAG) {
+        Element* element = database.find(tag);
+        const miBoolean one = call_one(result, type, state, element, arg);
+        if (type == miSHADER_SHADOW && !one)
+            return miFALSE;
+        answer = answer || one;
+        if (!element || element->type != miSCENE_FUNCTION || type == miSHADER_LENS)
+            break;
+        tag = element->as<miFunction>()->next_function;
+    }
+    return answer;
+}
+
+miTag material_slot(const Scene& scene, miTag material, miShader_type type) {
+    const Element* element = material ? scene.database.find(material) : nullptr;
+    if (!element)
+        return miNULLTAG;
+    if (element->type == miSCENE_MATERIAL)
+        return slot_of(*element->as<miMaterial>(), type);
+    if (element->type != miSCENE_FUNCTION || !element->shader)
+        return miNULLTAG;
+    const ShaderInstance& instance = *element->shader;
+    if (!instance.code) {
+        const Element* root = scene.database.find(instance.root);
+        if (root && root->type == miSCENE_MATERIAL)
+            return slot_of(*root->as<miMaterial>(), type);
+        if ((type == miSHADER_VOLUME && instance.volume) ||
+            (type == miSHADER_ENVIRONMENT && instance.environment))
+            return material;
+    }
+    const bool applies = instance.declaration && ((instance.declaration->apply >> type) & 1u);
+    return type == miSHADER_MATERIAL || applies ? material : miNULLTAG;
+}
+
+// ---- connected parameters ----
+
+namespace {
+
+std::byte* bytes_of(miFunction* function) {
+    return reinterpret_cast<std::byte*>(function->parameters);
+}
+
+void* value_of(miState* state, Element& owner, const Connection& connection);
+
+// Bytes of an interface's block. Parts of them may be connected in their turn.
+void* interface_value(miState* state, Element& phenomenon, std::uint32_t offset, std::uint32_t size) {
+    std::byte* literal = bytes_of(phenomenon.as<miFunction>()) + offset;
+    std::byte* mixed = nullptr;
+    for (const Connection& c : phenomenon.shader->connections) {
+        if (c.offset <= offset && offset + size <= c.offset + c.size)
+            return static_cast<std::byte*>(value_of(state, phenomenon, c)) + (offset - c.offset);
+        if (c.offset < offset || c.offset + c.size > offset + size)
+            continue;
+        if (!mixed) {
+            mixed = static_cast<std::byte*>(context_of(state).arena.allocate(size));
+            std::memcpy(mixed, literal, size);
+        }
+        std::memcpy(mixed + (c.offset - offset), value_of(state, phenomenon, c), c.size);
+    }
+    return mixed ? mixed : literal;
+}
+
+void* value_of(miState* state, Element& owner, const Connection& connection) {
+    ThreadContext& context = context_of(state);
+    const Database& database = context.world->scene.database;
+    if (connection.from_interface) {
+        Element* phenomenon = database.find(owner.as<miFunction>()->interfacephen);
+        if (phenomenon && phenomenon->shader)
+            return interface_value(state, *phenomenon, connection.source_offset, connection.size);
+        return bytes_of(owner.as<miFunction>()) + connection.offset;
+    }
+    Element* source = database.find(connection.shader);
+    const std::uint32_t result_size = source && source->shader ? source->shader->result_size : 0u;
+    const std::size_t size = std::max(
+        {std::size_t{result_size}, std::size_t{connection.source_offset} + connection.size, sizeof(miColor)});
+    auto* result = static_cast<std::byte*>(context.arena.allocate(size));
+    std::memset(result, 0, size);
+    call_one(result, miSHADER_TEXTURE, state, source, nullptr);
+    return result + connection.source_offset;
+}
+
+} // namespace
+
+void* evaluate_parameter(miState* state, void* param) {
+    const int entry = mi_connection_entry(state->shader, param);
+    Element& element = parameter_holder(context_of(state).world->scene, *element_of(state->shader));
+    const std::vector<Connection>& connections = element.shader->connections;
+    if (entry <= 0 || static_cast<std::size_t>(entry) > connections.size())
+        return param;
+    return value_of(state, element, connections[static_cast<std::size_t>(entry) - 1]);
+}
+
+} // namespace stage

@@ -1,0 +1,42 @@
+// Arithmetic with the interface's vectors.
+#pragma once
+
+#include "shader.h"
+
+namespace stage {
+
+inline miVector operator+(const miVector& a, const miVector& b) {
+    return {a.x + b.x, a.y + b.y, a.z + b.z};
+}
+inline miVector operator-(const miVector& a, const miVector& b) {
+    return {a.x - b.x, a.y - b.y, a.z - b.z};
+}
+inline miVector operator-(const miVector& a) {
+    return {-a.x, -a.y, -a.z};
+}
+inline miVector operator*(const miVector& a, float f) {
+    return {a.x * f, a.y * f, a.z * f};
+}
+inline float dot(const miVector& a, const miVector& b) {
+    return mi_vector_dot(&a, &b);
+}
+inline miVector cross(const miVector& a, const miVector& b) {
+    miVector r;
+    mi_vector_prod(&r, &a, &b);
+    return r;
+}
+inline float length(const miVector& a) {
+    return mi_vector_norm(&a);
+}
+// A null vector stays what it is.
+inline miVector normalized(miVector a) {
+    mi_vector_normalize(&a);
+    return a;
+}
+// The end of a ray, computed in double precision: long rays lose nothing but the last rounding.
+inline miVector point_on_ray(const miVector& org, const miVector& dir, double distance) {
+    return {static_cast<float>(org.x + distance * dir.x), static_cast<float>(org.y + distance * dir.y),
+            static_cast<float>(org.z + distance * dir.z)};
+}
+
+} // namespace stage

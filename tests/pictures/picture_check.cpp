@@ -1,0 +1,178 @@
+// Judges a rendered picture: against values worked out by hand, and against a reference picture.
+//
+//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--output FOLDER] [--save FILE.exr]
+//
+// --save stores the picture as a reference, in half floats: only after looking at it.
+// When it does not agree with the reference, picture, reference and enlarged difference are left in FOLDER.
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+#include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagebufalgo.h>
+
+namespace {
+
+using namespace OIIO;
+namespace fs = std::filesystem;
+
+// The four-number rule.
+constexpr float pixel_absolute = 0.004f; // a pixel fails above this
+constexpr float pixel_relative = 0.001f; // and this
+constexpr double share_of_pixels = 0.0002;
+constexpr float largest = 0.01f; // no pixel may be off by more (and by more than the relative limit)
+
+// All channels as floats. Integers are read as parts of the largest one; they get their values back.
+ImageBuf load(const std::string& path) {
+    ImageBuf image(path);
+    if (!image.read(0, 0, true, TypeFloat))
+        throw std::runtime_error(path + ": " + image.geterror());
+    for (int c = 0; c < image.nchannels(); ++c) {
+        if (image.nativespec().channelformat(c) != TypeUInt32)
+            continue;
+        for (ImageBuf::Iterator<float> pixel(image); !pixel.done(); ++pixel)
+            pixel[c] = std::round(pixel[c] * 4294967295.0f);
+    }
+    return image;
+}
+
+void save_reference(const ImageBuf& picture, const std::string& path) {
+    ImageBuf reference(picture);
+    reference.specmod().channelformats.clear();
+    reference.specmod().attribute("compression", "zip");
+    if (!reference.write(path, TypeHalf))
+        throw std::runtime_error(path + ": " + reference.geterror());
+}
+
+std::vector<float> pixels_of(const ImageBuf& image) {
+    std::vector<float> values(image.spec().image_pixels() * static_cast<std::size_t>(image.nchannels()));
+    image.get_pixels(image.roi(), TypeFloat, values.data());
+    return values;
+}
+
+// Picture, reference and ten times their difference side by side, each pixel enlarged to 4 by 4.
+void write_evidence(const fs::path& folder, const ImageBuf& picture, const ImageBuf& reference) {
+    fs::create_directories(folder);
+    picture.write((folder / "picture.exr").string());
+    reference.write((folder / "reference.exr").string());
+    const int colors = std::min(3, picture.nchannels());
+    const int width = picture.spec().width, height = picture.spec().height, zoom = 4;
+    const std::vector<float> a = pixels_of(picture), b = pixels_of(reference);
+    const auto n = static_cast<std::size_t>(picture.nchannels());
+    ImageBuf sheet(ImageSpec(width * 3 * zoom, height * zoom, colors, TypeFloat));
+    for (ImageBuf::Iterator<float> out(sheet); !out.done(); ++out) {
+        const int part = out.x() / (width * zoom), x = out.x() / zoom % width, y = out.y() / zoom;
+        for (int c = 0; c < colors; ++c) {
+            const std::size_t i = (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                                   static_cast<std::size_t>(x)) *
+                                      n +
+                                  static_cast<std::size_t>(c);
+            out[c] = part == 0 ? a[i] : part == 1 ? b[i] : 10 * std::abs(a[i] - b[i]);
+        }
+    }
+    ImageBufAlgo::pow(sheet, sheet, 1 / 2.2f);
+    sheet.write((folder / "picture_reference_difference.png").string(), TypeUInt8);
+}
+
+bool agrees(const ImageBuf& picture, const ImageBuf& reference) {
+    if (picture.spec().width != reference.spec().width || picture.spec().height != reference.spec().height ||
+        picture.spec().channelnames != reference.spec().channelnames) {
+        std::cerr << "size or channels differ from the reference's\n";
+        return false;
+    }
+    const std::vector<float> a = pixels_of(picture), b = pixels_of(reference);
+    const auto n = static_cast<std::size_t>(picture.nchannels());
+    std::size_t failing = 0, worst_at = 0;
+    float worst = 0;
+    for (std::size_t pixel = 0; pixel < a.size(); pixel += n) {
+        bool fails = false;
+        for (std::size_t i = pixel; i < pixel + n; ++i) {
+            const float off = std::abs(a[i] - b[i]);
+            if (off <= pixel_absolute || off <= pixel_relative * std::max(std::abs(a[i]), std::abs(b[i])))
+                continue;
+            fails = true;
+            if (!(off <= worst)) // also takes a NaN for the worst
+                worst = off, worst_at = i;
+        }
+        failing += fails;
+    }
+    const std::size_t count = a.size() / n;
+    if (failing == 0)
+        return true;
+    const auto x = (worst_at / n) % static_cast<std::size_t>(picture.spec().width);
+    const auto y = (worst_at / n) / static_cast<std::size_t>(picture.spec().width);
+    std::cerr << failing << " of " << count << " pixels differ; the most by " << worst << " in "
+              << picture.spec().channelnames[worst_at % n] << " at column " << x << ", row " << y
+              << " from the top\n";
+    return static_cast<double>(failing) <= share_of_pixels * static_cast<double>(count) && worst <= largest;
+}
+
+// Lines of "x y channel value tolerance", with raster positions from the lower left; # starts a comment.
+bool as_expected(const ImageBuf& picture, const std::string& path) {
+    std::ifstream file(path);
+    if (!file)
+        throw std::runtime_error("cannot read " + path);
+    bool good = true;
+    int checked = 0;
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line.substr(0, line.find('#')));
+        int x = 0, y = 0;
+        std::string channel;
+        float value = 0, tolerance = 0;
+        if (!(words >> x))
+            continue;
+        if (!(words >> y >> channel >> value >> tolerance))
+            throw std::runtime_error(path + ": not \"x y channel value tolerance\": " + line);
+        const int index = picture.spec().channelindex(channel);
+        if (index < 0)
+            throw std::runtime_error("the picture has no channel " + channel);
+        const float found = picture.getchannel(x, picture.spec().height - 1 - y, 0, index);
+        ++checked;
+        if (std::abs(found - value) <= tolerance)
+            continue;
+        good = false;
+        std::cerr << "(" << x << ", " << y << ") " << channel << ": " << found << ", expected " << value
+                  << " +- " << tolerance << '\n';
+    }
+    if (checked == 0)
+        throw std::runtime_error(path + " expects nothing");
+    return good;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Judges a rendered picture."};
+    std::string picture_path, reference_path, expect_path, save_path, output = ".";
+    app.add_option("picture", picture_path)->required();
+    app.add_option("--expect", expect_path, "File of values worked out by hand");
+    app.add_option("--reference", reference_path, "Picture to agree with");
+    app.add_option("--output", output, "Folder for the evidence of a failure");
+    app.add_option("--save", save_path, "Store the picture as a reference");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        const ImageBuf picture = load(picture_path);
+        bool good = true;
+        if (!expect_path.empty())
+            good = as_expected(picture, expect_path) && good;
+        if (!reference_path.empty()) {
+            const ImageBuf reference = load(reference_path);
+            if (!agrees(picture, reference)) {
+                good = false;
+                write_evidence(output, picture, reference);
+                std::cerr << "see " << (fs::path(output) / "picture_reference_difference.png").string()
+                          << '\n';
+            }
+        }
+        if (!save_path.empty())
+            save_reference(picture, save_path);
+        return good ? EXIT_SUCCESS : EXIT_FAILURE;
+    } catch (const std::exception& error) {
+        std::cerr << "picture_check: " << error.what() << '\n';
+        return EXIT_FAILURE;
+    }
+}

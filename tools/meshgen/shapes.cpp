@@ -1,0 +1,88 @@
+// The shapes that are given by a formula.
+#include <algorithm>
+#include <numbers>
+
+#include "mesh.h"
+
+namespace meshgen {
+
+namespace {
+
+constexpr double pi = std::numbers::pi;
+
+double signed_power(double base, double exponent) {
+    return std::copysign(std::pow(std::abs(base), exponent), base);
+}
+
+// Sine and cosine of whole quarter turns exactly, so that seams and poles close.
+double exact(double value) {
+    return std::abs(value) < 1e-12 ? 0.0 : value;
+}
+
+} // namespace
+
+// Alan H. Barr, "Superquadrics and angle-preserving transformations", 1981.
+Mesh superquadric(double north_south, double east_west, std::uint32_t columns, std::uint32_t rows) {
+    return net(columns, rows, [&](double u, double v) {
+        const double around = (2 * u - 1) * pi, up = (v - 0.5) * pi;
+        const double cu = exact(std::cos(around)), su = exact(std::sin(around));
+        const double cv = exact(std::cos(up)), sv = exact(std::sin(up));
+        const auto form = [&](double ns, double ew) {
+            const double radius = signed_power(cv, ns);
+            return Vec{radius * signed_power(cu, ew), radius * signed_power(su, ew), signed_power(sv, ns)};
+        };
+        return Vertex{
+            form(north_south, east_west), normalized(form(2 - north_south, 2 - east_west)), {u, v, 0}};
+    });
+}
+
+Mesh trefoil(double tube_radius, std::uint32_t columns, std::uint32_t rows) {
+    const auto centre = [](double t) {
+        return Vec{std::sin(t) + 2 * std::sin(2 * t), std::cos(t) - 2 * std::cos(2 * t), -std::sin(3 * t)};
+    };
+    // The Frenet frame of this curve never breaks down: its curvature has no zero.
+    return net(columns, rows, [&](double u, double v) {
+        const double t = exact(u == 1 ? 0 : 2 * pi * u), around = v == 1 ? 0 : 2 * pi * v;
+        const Vec tangent = normalized(
+            {std::cos(t) + 4 * std::cos(2 * t), -std::sin(t) + 4 * std::sin(2 * t), -3 * std::cos(3 * t)});
+        const Vec second = {-std::sin(t) - 8 * std::sin(2 * t), -std::cos(t) + 8 * std::cos(2 * t),
+                            9 * std::sin(3 * t)};
+        const Vec side = normalized(second - tangent * dot(second, tangent));
+        const Vec out = side * std::cos(around) - cross(tangent, side) * std::sin(around);
+        return Vertex{centre(t) + out * tube_radius, out, {u, v, 0}};
+    });
+}
+
+Mesh waves(std::uint32_t size) {
+    return net(size, size, [](double u, double v) {
+        const double x = 2 * u - 1, y = 2 * v - 1, k = 3 * pi, height = 0.05;
+        const Vec slope = {height * k * std::cos(k * x) * std::cos(k * y),
+                           -height * k * std::sin(k * x) * std::sin(k * y), 0};
+        return Vertex{{x, y, height * std::sin(k * x) * std::cos(k * y)},
+                      normalized({-slope.x, -slope.y, 1}),
+                      {u, v, 0}};
+    });
+}
+
+Mesh sweep(double width, double front, double back, double radius, double height, std::uint32_t bend_steps) {
+    // The profile in the plane of y and z: two ends and the bend between; v is the length along it.
+    const double flat = front + back - radius, bend = radius * pi / 2, wall = height - radius;
+    return net(1, bend_steps + 2, [&](double u, double v) {
+        const double step = std::round(v * (bend_steps + 2));
+        const double turn = std::clamp((step - 1) / bend_steps, 0.0, 1.0) * pi / 2;
+        Vec point{(u - 0.5) * width, back - radius + radius * std::sin(turn),
+                  radius - radius * std::cos(turn)};
+        double along = flat + turn / (pi / 2) * bend;
+        if (step == 0) {
+            point.y = -front;
+            along = 0;
+        } else if (step > bend_steps + 1) {
+            point.z = height;
+            along += wall;
+        }
+        const Vec normal{0, -exact(std::sin(turn)), exact(std::cos(turn))};
+        return Vertex{point, normal, {u * width, along, 0}};
+    });
+}
+
+} // namespace meshgen
