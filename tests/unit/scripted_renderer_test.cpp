@@ -156,15 +156,15 @@ TEST_F(ScriptedRenderer, PinsAreBalanced) {
     RENDERER(mi_db_unpin)(tag);
     state.camera.framebuffers =
         renderer.add_framebuffers({{"first", miIMG_TYPE_RGBA_FP}, {"id", miIMG_TYPE_TAG}});
-    auto* interface = RENDERER(mi_get_shader_interface)(3);
-    auto* buffers = interface->accessFramebuffer(state.camera.framebuffers);
+    auto* access = RENDERER(mi_get_shader_interface)(3);
+    auto* buffers = access->accessFramebuffer(state.camera.framebuffers);
     std::size_t index = 0;
     EXPECT_TRUE(buffers->get_index("id", index) && index == 1);
     EXPECT_FALSE(buffers->get_index("other", index));
-    EXPECT_EQ(interface->accessFramebuffer(tag), nullptr);
+    EXPECT_EQ(access->accessFramebuffer(tag), nullptr);
     EXPECT_EQ(renderer.pins(), 2);
-    interface->releaseFramebuffer(buffers);
-    interface->release();
+    access->releaseFramebuffer(buffers);
+    access->release();
     EXPECT_EQ(renderer.pins(), 0);
     EXPECT_EQ(renderer.bad_accesses(), 0);
     EXPECT_NE(RENDERER(mi_db_access)(999), nullptr);
