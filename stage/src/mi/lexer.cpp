@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <system_error>
@@ -371,6 +373,10 @@ bool Lexer::take_index(std::uint32_t& index) {
         return false;
     index = static_cast<std::uint32_t>(to_integer(next(), 0, UINT32_MAX));
     return true;
+}
+
+bool Lexer::at_digit() {
+    return !has_token_ && has_class(*skip_plain_space(), digit);
 }
 
 bool Lexer::take_word(std::string_view word) {

@@ -65,6 +65,8 @@ class Lexer {
     void read_numbers(std::vector<float>& numbers);
     // Takes an unsigned integer if one is next.
     bool take_index(std::uint32_t& index);
+    // True when the text goes on with a digit; false also when it is not clear without a word.
+    [[nodiscard]] bool at_digit();
     // Takes a word without quotes if it is next.
     bool take_word(std::string_view word);
 

@@ -106,7 +106,7 @@ class Parser {
     void skip_body(Declaration& declaration);
 
     // ---- values (values.cpp)
-    void parameters(BlockBuilder& block, const Declaration& declaration);
+    bool parameters(BlockBuilder& block, const Declaration& declaration); // false when there are none
     void value(BlockBuilder& block, std::uint32_t offset, const Param& param);
     void array_value(BlockBuilder& block, std::uint32_t offset, const Param& param);
     void struct_value(BlockBuilder& block, std::uint32_t offset, const Param& param);
@@ -134,6 +134,7 @@ class Parser {
     // ---- elements (elements.cpp, placing.cpp, textures.cpp, object.cpp)
     void options();
     bool options_rays(miOptions& o);
+    bool options_photons(miOptions& o);
     bool options_sampling(miOptions& o);
     bool options_picture(miOptions& o);
     void options_filter(miOptions& o);
@@ -156,9 +157,14 @@ class Parser {
     void writable_texture(Element& element, miParam_type kind);
     void light_profile();
     void user_data();
-    void user_data_bytes(Element& element);
-    void user_data_file(Element& element);
+    std::vector<std::byte> byte_strings();
+    std::vector<std::byte> data_file(const Token& name);
+    Element& data_block(const Token& at, const Declaration& declaration, Element* existing = nullptr);
+    Element& make_data(Element* existing, const Place& place, const std::vector<std::byte>& bytes,
+                       const Declaration* declaration);
     void object();
+    void object_flag(miObject& o, bool has_group);
+    miTag object_material(const Token& word);
     void instance();
     bool instance_flags(miInstance& i);
     bool instance_place(miInstance& i);
@@ -167,7 +173,6 @@ class Parser {
     void instance_lights(miInstance& i);
     void group();
     miUint1 mode(int most);
-    std::vector<miTag> name_list(int kind);
     void attach_data(std::vector<std::pair<Token, miTag>>& chain, miTag& head);
 
     Scene& scene_;
@@ -177,6 +182,7 @@ class Parser {
     std::vector<std::string> namespaces_;
     Phenomenon* phenomenon_ = nullptr;
     int depth_ = 0; // of shaders within shaders
+    miTag empty_parameters_ = miNULLTAG; // the latest shader, if it was given none
     struct Link {
         miTag next;
         std::uint64_t owner;
@@ -185,7 +191,7 @@ class Parser {
 };
 
 // Slots of an element that own chains.
-enum class Slot : std::uint8_t { shader, lens, output, volume, environment, state, data, emitter, material };
+enum class Slot : std::uint8_t { shader, lens, output, volume, environment, data, emitter, material };
 
 inline std::uint64_t owner(const Element& element, Slot slot, unsigned number = 0) {
     return std::uint64_t{element.tag} << 16 | static_cast<std::uint64_t>(slot) << 8 | number;

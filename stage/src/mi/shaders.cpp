@@ -29,7 +29,7 @@ template <class T> class Held {
 
 } // namespace
 
-// `shader "n" "decl" ( ... )`, or `shader "n" "s1" "s2" ...` for the first of a chain.
+// `shader "n" "decl" ( ... )`; an edit may leave the declaration's name out.
 void Parser::shader_element() {
     const Token word = name("the name of the shader");
     Element* existing = nullptr;
@@ -74,7 +74,7 @@ Element& Parser::instantiate(Declaration& declaration, const Token& at, Element*
     if (existing && existing->shader->declaration == &declaration)
         for (const Param& param : declaration.params)
             block.copy(param.offset, param, view_block(*existing), param.offset);
-    parameters(block, declaration);
+    const bool any_given = parameters(block, declaration);
 
     Element& element =
         existing ? *existing : scene_.database.add(miSCENE_FUNCTION, {}, place_of(at), sizeof(miFunction));
@@ -93,6 +93,7 @@ Element& Parser::instantiate(Declaration& declaration, const Token& at, Element*
         check_cycle(element, at);
     if (phenomenon)
         build_phenomenon(element, declaration, at);
+    empty_parameters_ = any_given ? miNULLTAG : element.tag;
     return element;
 }
 

@@ -57,9 +57,8 @@ std::shared_ptr<Source> Source::open(const std::string& path) {
 
     const std::shared_ptr<Source> source(new Source);
     source->name_ = std::make_shared<const std::string>(path);
-    source->folder_ = std::filesystem::path(path).parent_path().string();
-    if (source->folder_.empty())
-        source->folder_ = ".";
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    source->folder_ = folder.empty() ? std::string(1, '.') : folder.string();
     const auto size = static_cast<std::size_t>(status.st_size);
     // The rest of a mapping's last page is zero; a file that fills its last page has no zero byte behind it.
     if (size % static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) != 0) {

@@ -14,7 +14,7 @@ template <class T> void store(std::byte* to, const T& value) {
 
 } // namespace
 
-void Parser::parameters(BlockBuilder& block, const Declaration& declaration) {
+bool Parser::parameters(BlockBuilder& block, const Declaration& declaration) {
     const std::string of = (declaration.kind == Declaration::Kind::data ? "data \"" : "shader \"") +
                            declaration.name + '"';
     std::vector<const Param*> given;
@@ -42,6 +42,7 @@ void Parser::parameters(BlockBuilder& block, const Declaration& declaration) {
         if (!accept(',') && !lexer_.peek().is(')'))
             fail_expected("',' or ')' after the " + type_name(*param) + " \"" + param->name + "\" of " + of);
     }
+    return !given.empty();
 }
 
 void Parser::value(BlockBuilder& block, std::uint32_t offset, const Param& param) {
@@ -239,6 +240,8 @@ miTag Parser::interface_tag(miParam_type type) {
     const std::uint32_t size = lay_out(alone);
     BlockBuilder block(alone, size);
     interface_value(block, 0, alone.front());
+    if (!block.connections().empty())
+        fail(word, "the parameter is connected to a shader, but an element's name is needed here");
     miTag tag;
     std::memcpy(&tag, block.at(0), sizeof tag);
     return tag;
