@@ -220,8 +220,3 @@ STAGE_API miScalar mi_scattering_pathlength(miState* state, miScalar k) {
         return std::numeric_limits<miScalar>::max();
     return -std::log1p(-context_of(state).next_random()) / k;
 }
-
-// No object of a scene carries falloff distances here, so that rays never fade by themselves.
-STAGE_API miBoolean mi_ray_falloff(miState*, double*, double*) {
-    return miFALSE;
-}

@@ -171,7 +171,7 @@ miBoolean function_parameter_value(Query& query) {
         return miFALSE;
     void* value = reinterpret_cast<char*>(holder->parameters) + param->offset;
     if (mi_parameter_is_connected(holder, value)) {
-        if (!query.state || holder != query.state->shader)
+        if (!query.state || function->record != query.state->shader)
             return miFALSE;
         value = evaluate_parameter(query.state, value);
     }
@@ -240,14 +240,10 @@ miBoolean declaration_type(Query& query) {
     return declaration ? query.give(declaration->result.type) : miFALSE;
 }
 
-// A phenomenon has no code of its own, so it has no such lock either.
+// A phenomenon has no code of its own, and a shader that nothing uses has none yet: there is nothing to lock.
 miBoolean declaration_lock(Query& query) {
     const Declaration* declaration = declaration_of(query);
-    const Scene* scene = scene_of(query.state);
-    if (!declaration || !scene)
-        return miFALSE;
-    const auto code = scene->code.find(declaration->name);
-    return code != scene->code.end() ? query.give(&code->second->lock) : miFALSE;
+    return declaration && declaration->code ? query.give(&declaration->code->lock) : miFALSE;
 }
 
 constexpr std::array<const char*, miNTYPES> type_words = {

@@ -4,11 +4,11 @@
 // leads back: a normal stays perpendicular to the surface under any scaling. Nothing is normalised.
 #include "api/spaces.h"
 
-#include <algorithm>
-#include <cmath>
+#include <cstddef>
 
 #include "api/api.h"
 #include "kit/matrix.h"
+#include "render/camera.h"
 #include "render/shading.h"
 
 namespace stage {
@@ -52,16 +52,6 @@ Space object_space(const miState* state, MovingSpace& storage) {
     return {instance->from_internal.m, instance->to_internal.m};
 }
 
-miVector raster_position(const miCamera& camera, const miVector& point) {
-    // A point beside the eye has no picture; it is put far away rather than to infinity.
-    const float depth = std::copysign(std::max(std::fabs(point.z), 1e-20f), -point.z);
-    const float scale = (camera.orthographic ? 1.0f : camera.focal / depth) / camera.aperture;
-    return {(point.x * scale + 0.5f) * static_cast<float>(camera.x_resolution) + camera.x_offset,
-            (point.y * scale * camera.aspect + 0.5f) * static_cast<float>(camera.y_resolution) +
-                camera.y_offset,
-            point.z};
-}
-
 namespace {
 
 miVector normal_to(const miVector& v, const Space& space) {
@@ -95,8 +85,11 @@ STAGE_API void mi_point_to_light(miState* state, miVector* r, miVector* v) {
     *r = transform_point(*v, light_space(state).to);
 }
 
+// Pixels from the lower left corner, z 0. A point in the eye's own plane has no picture and gives 0.
 STAGE_API void mi_point_to_raster(miState* state, miVector* r, miVector* v) {
-    *r = raster_position(*state->camera, transform_point(*v, camera_space(state).to));
+    const miVector point = transform_point(*v, camera_space(state).to);
+    if (!Projection(*state->camera).raster(point, *r))
+        *r = {0.0f, 0.0f, 0.0f};
 }
 
 STAGE_API void mi_point_from_world(miState* state, miVector* r, miVector* v) {

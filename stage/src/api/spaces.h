@@ -22,7 +22,4 @@ struct MovingSpace {
 // Of the instance that the state stands on, at the state's time; internal space when there is none.
 Space object_space(const miState* state, MovingSpace& storage);
 
-// Raster position of a point in camera space, in pixels from the lower left corner; z is handed on.
-miVector raster_position(const miCamera& camera, const miVector& point);
-
 } // namespace stage

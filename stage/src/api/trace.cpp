@@ -120,9 +120,3 @@ STAGE_API miBoolean mi_trace_probe(miState* state, miVector* dir, miVector* org)
     frame.state.dir = along;
     return stage::cast(frame, near, far_away, stage::RayMask::trace) ? miTRUE : miFALSE;
 }
-
-// No element of a scene sets distances at which rays fall off.
-STAGE_API miBoolean mi_ray_falloff(miState*, double* start, double* stop) {
-    *start = *stop = 0.0;
-    return miFALSE;
-}
