@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "image/picture_file.h"
-#include "kit/message.h"
 #include "mi/parser.h"
 #include "render/renderer.h"
 #include "scene/libraries.h"
@@ -134,7 +133,7 @@ void Session::number_first_frame() {
 
 void Session::print_warnings(const stage::Scene& scene) {
     for (; warnings_ < scene.warnings.size(); ++warnings_)
-        stage::send_text(stage::MessageLevel::warning, scene.warnings[warnings_]);
+        std::fprintf(stderr, "warning: %s\n", scene.warnings[warnings_].c_str());
 }
 
 void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
