@@ -182,7 +182,7 @@ TEST(Texture, AMissingFileIsNamedOnceAndBlack) {
     // A format whose library does not leave its own strings behind when it gives up in the middle.
     const std::string broken = write("broken.exr", 2, 2, 1, std::vector<float>{1, 2, 3, 4});
     ASSERT_EQ(truncate(broken.c_str(), 20), 0);
-    for (const std::string& file : {std::string("/no/such/file.png"), broken, std::string()}) {
+    for (const std::string& file : {std::string("/no/such/file.png"), broken}) {
         stage::Element& e = add_image(stage, file);
         e.place.file = std::make_shared<std::string>("scene.mi");
         e.place.line = 12;
