@@ -6,12 +6,13 @@ using namespace base;
 namespace {
 
 // Lets what lies behind the surface through, where it is not opaque.
-void blend_with_background(miColor* result, miState* state, miScalar opacity) {
-    if (opacity >= 1.0f)
+void blend_with_background(miColor* result, miState* state, const miColor& opacity) {
+    if (opacity.r >= 1.0f && opacity.g >= 1.0f && opacity.b >= 1.0f)
         return;
     miColor behind{0, 0, 0, 0};
     mi_trace_transparent(&behind, state);
-    *result = mix(behind, *result, opacity);
+    const miColor clear{1.0f - opacity.r, 1.0f - opacity.g, 1.0f - opacity.b, 1.0f - opacity.a};
+    *result = *result * opacity + behind * clear;
 }
 
 } // namespace
@@ -34,7 +35,7 @@ BASE_EXPORT miBoolean base_constant(miColor* result, miState* state, base_consta
 struct base_lambert_params {
     miColor ambient; // added to the light that arrives; the diffuse colour acts on it too
     miColor diffuse;
-    miScalar opacity;
+    miColor opacity; // of each component; 1 lets nothing through
     LightList lights;
 };
 
@@ -47,7 +48,7 @@ BASE_EXPORT miBoolean base_lambert(miColor* result, miState* state, base_lambert
                   return diffuse * cosine;
               });
     result->a = 1.0f;
-    blend_with_background(result, state, *mi_eval_scalar(&params->opacity));
+    blend_with_background(result, state, *mi_eval_color(&params->opacity));
     return miTRUE;
 }
 
@@ -59,7 +60,7 @@ struct base_glossy_params {
     miColor specular;  // colour of highlights and reflections
     miScalar exponent; // of the highlights
     miScalar ior;      // of the coat; 1 switches reflections off
-    miScalar opacity;
+    miColor opacity;   // of each component; 1 lets nothing through
     LightList lights;
 };
 
@@ -85,7 +86,7 @@ BASE_EXPORT miBoolean base_glossy(miColor* result, miState* state, base_glossy_p
         *result = mix(*result, reflection * specular, mirrored);
     }
     result->a = 1.0f;
-    blend_with_background(result, state, *mi_eval_scalar(&params->opacity));
+    blend_with_background(result, state, *mi_eval_color(&params->opacity));
     return miTRUE;
 }
 

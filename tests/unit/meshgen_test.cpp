@@ -94,12 +94,15 @@ TEST(Meshgen, ClosedBodies) {
         {"cylinder", superquadric(0.2, 1, 192, 96), superquadric_volume(0.2, 1), 0.03, 0.5},
         {"double pyramid", superquadric(2, 2, 96, 48), 4.0 / 3, 1e-6, -1}, // creases have no normal
         {"cushion", superquadric(0.5, 0.5, 192, 96), superquadric_volume(0.5, 0.5), 0.02, 0.5},
+        {"star", superquadric(0.5, 2.4, 192, 96), superquadric_volume(0.5, 2.4), 0.01, -1},
         {"trefoil", trefoil(0.5, 512, 64), trefoil_length() * std::numbers::pi * 0.25, 0.05, 0.98},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_NEAR(volume_of(c.mesh), c.volume, c.tolerance);
         EXPECT_EQ(open_edges(c.mesh), 0u);
+        for (const Vertex& vertex : c.mesh.vertices)
+            ASSERT_NEAR(length(vertex.normal), 1, 1e-9); // also when it is no number
         EXPECT_GT(worst_normal(c.mesh), c.cosine);
     }
 }

@@ -27,12 +27,20 @@ Mesh superquadric(double north_south, double east_west, std::uint32_t columns, s
         const double around = (2 * u - 1) * pi, up = (v - 0.5) * pi;
         const double cu = exact(std::cos(around)), su = exact(std::sin(around));
         const double cv = exact(std::cos(up)), sv = exact(std::sin(up));
-        const auto form = [&](double ns, double ew) {
-            const double radius = signed_power(cv, ns);
-            return Vec{radius * signed_power(cu, ew), radius * signed_power(su, ew), signed_power(sv, ns)};
-        };
-        return Vertex{
-            form(north_south, east_west), normalized(form(2 - north_south, 2 - east_west)), {u, v, 0}};
+        const double around_x = signed_power(cu, east_west), around_y = signed_power(su, east_west);
+        const double radius = signed_power(cv, north_south);
+        // The normal's exponents are 2 minus the form's. A cross-section with inward curves would make them
+        // negative: there the whole vector is multiplied by what would stand below the fraction line.
+        const double k = std::abs(2 - east_west), out = signed_power(cv, 2 - north_south);
+        Vec normal{out * signed_power(cu, k), out * signed_power(su, k), signed_power(sv, 2 - north_south)};
+        if (east_west > 2)
+            normal = {out * std::copysign(std::pow(std::abs(su), k), cu),
+                      out * std::copysign(std::pow(std::abs(cu), k), su),
+                      normal.z * std::pow(std::abs(cu * su), k)};
+        const Vec point{radius * around_x, radius * around_y, signed_power(sv, north_south)};
+        if (length(normal) == 0) // the poles of a star
+            normal = {0, 0, sv};
+        return Vertex{point, normalized(normal), {u, v, 0}};
     });
 }
 
