@@ -31,7 +31,7 @@ template <class T> T distinct(int number) {
 
 template <class Result> Result answer() {
     if constexpr (!std::is_void_v<Result>)
-        return distinct<Result>(17); // within the range of every enumeration
+        return distinct<Result>(77);
 }
 
 // Scripts `name`, calls the forwarding function and compares what arrives.
@@ -40,8 +40,7 @@ void expect_forwarded(const char* name, scripted::Script<Result(Arguments...)>& 
                       Result (*forward)(Arguments...)) {
     const auto sent = []<int... numbers>(std::integer_sequence<int, numbers...>) {
         return std::tuple<Arguments...>(distinct<Arguments>(numbers + 1)...);
-    }
-    (std::make_integer_sequence<int, sizeof...(Arguments)>());
+    }(std::make_integer_sequence<int, sizeof...(Arguments)>());
     bool arrived = false;
     script = [&](Arguments... arguments) -> Result {
         arrived = std::tuple<Arguments...>(arguments...) == sent;

@@ -2,6 +2,8 @@
 // when a call cannot be served.
 #include "shader_fixture.h"
 
+#include <thread>
+
 namespace {
 
 struct Warned {
@@ -194,6 +196,26 @@ TEST_F(CallMaterialTest, UnsupportedCallsAreReportedOncePerFlag) {
         EXPECT_FALSE(flag); // this message belongs to the running instance
         EXPECT_TRUE(own->warned);
     }
+    orl::delete_instance_data(state);
+}
+
+TEST_F(CallMaterialTest, ThreadsShareTheFlag) {
+    const miTag material = renderer.add_material(full_material());
+    orl::new_instance_data<Warned>(state.run(shader, miSHADER_LENS));
+    miSetModuleHandle(renderer.handle()); // the threads meet while functions are being looked up
+    std::vector<std::thread> threads;
+    for (short number = 0; number < 4; ++number)
+        threads.emplace_back([&, number] {
+            scripted::State own;
+            own.run(shader, miSHADER_LENS);
+            own->thread = number;
+            miColor result{};
+            for (int i = 0; i < 200; ++i)
+                EXPECT_FALSE(CallMaterial(&result, own, material, nullptr));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(errors().size(), 1u);
     orl::delete_instance_data(state);
 }
 
