@@ -58,7 +58,10 @@ public:
         return scene.database.add(type, name, {}, size);
     }
     template <class T> T* record(miTag tag) { return scene.database.find(tag)->as<T>(); }
-    Block& block(miTag shader) { return *reinterpret_cast<Block*>(record<miFunction>(shader)->parameters); }
+    Block& block(miTag shader) {
+        void* parameters = record<miFunction>(shader)->parameters;
+        return *static_cast<Block*>(parameters);
+    }
 
     // A shader instance with code of its own.
     miTag add_shader(Body body, miParam_type result = miTYPE_COLOR,

@@ -7,14 +7,18 @@ namespace stage {
 namespace {
 
 class MiObject : public SceneFixture {
-  protected:
+protected:
     const miTriangles& read(const std::string& text) {
         parse("declare shader \"tint\" () end declare material \"m\" \"tint\" () end material\n"
-              "material \"m2\" \"tint\" () end material\nobject \"o\" " + text + " end object");
+              "material \"m2\" \"tint\" () end material\nobject \"o\" " +
+              text + " end object");
         return *record<miObject>("o").triangles;
     }
-    static std::vector<miUint> indices(const miTriangles& t) { return {t.indices, t.indices + 3 * t.triangle_count}; }
-    static std::vector<float> at(const miTriangles& t, std::size_t vertex, int offset, std::size_t count = 3) {
+    static std::vector<miUint> indices(const miTriangles& t) {
+        return {t.indices, t.indices + 3 * t.triangle_count};
+    }
+    static std::vector<float> at(const miTriangles& t, std::size_t vertex, int offset,
+                                 std::size_t count = 3) {
         const float* first = t.vertices + vertex * static_cast<std::size_t>(t.vertex_stride) + offset;
         return {first, first + count};
     }
@@ -98,13 +102,15 @@ TEST_F(MiObject, LabelsAndDataWords) {
     const miTriangles& t = read("tagged on group 0 0 0 1 0 0 1 1 0 0 1 0 v 0 v 1 v 2 v 3\n"
                                 "p 7 0 1 2 data 65540 7 -1\nc 9 0 1 2 3 data 1 2 4294967295 end group");
     EXPECT_EQ(t.data_count, 3);
-    EXPECT_EQ(Indices(t.data, t.data + 9), (Indices{65540, 7, 0xffffffff, 1, 2, 0xffffffff, 1, 2, 0xffffffff}));
+    EXPECT_EQ(Indices(t.data, t.data + 9),
+              (Indices{65540, 7, 0xffffffff, 1, 2, 0xffffffff, 1, 2, 0xffffffff}));
     EXPECT_EQ(std::vector<miTag>(t.materials, t.materials + 3), (std::vector<miTag>{7, 9, 9}));
 }
 
 TEST_F(MiObject, CommentsAnywhere) {
-    const miTriangles& t = read("group 0 0 0 # a corner\n1 0 0 0 +1 # another\n0 # the last\n"
-                                "v # point\n 0 v 1 # and\n v 2\n# polygons\np # material\n 0 1 # two\n 2 end group");
+    const miTriangles& t =
+        read("group 0 0 0 # a corner\n1 0 0 0 +1 # another\n0 # the last\n"
+             "v # point\n 0 v 1 # and\n v 2\n# polygons\np # material\n 0 1 # two\n 2 end group");
     EXPECT_EQ(indices(t), (Indices{0, 1, 2}));
     EXPECT_EQ(at(t, 2, 0), (Floats{0, 1, 0}));
 }
@@ -122,7 +128,8 @@ TEST_F(MiObject, IncrementalReplacesGroupsOrKeepsThem) {
     parse("incremental object \"o\" visible off end object");
     EXPECT_EQ(record<miObject>("o").triangles->triangle_count, 1u);
     EXPECT_EQ(record<miObject>("o").visible, 0);
-    parse("incremental object \"o\" group 0 0 0 1 0 0 1 1 0 0 1 0 v 0 v 1 v 2 v 3 c 0 1 2 3 end group end object");
+    parse("incremental object \"o\" group 0 0 0 1 0 0 1 1 0 0 1 0 v 0 v 1 v 2 v 3 c 0 1 2 3 end group end "
+          "object");
     EXPECT_EQ(record<miObject>("o").triangles->triangle_count, 2u);
     EXPECT_EQ(record<miObject>("o").visible, 0);
 }
@@ -145,8 +152,9 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"group 0 0 end group", "2:11: the vectors of the group are 2 numbers, which is no multiple of 3"},
         Bad{"group 0 0 0 v 1", "2:15: there is no vector 1: the group has 1"},
         Bad{"group 0 0 0 v 0 n 7", "2:19: there is no vector 7: the group has 1"},
-        Bad{"group 0 0 0 v 0 v 0 n 0", "2:23: this vertex has other parts than the object's first one; normals, motion "
-                                       "vectors, texture spaces and bump basis vectors must be the same for all"},
+        Bad{"group 0 0 0 v 0 v 0 n 0",
+            "2:23: this vertex has other parts than the object's first one; normals, motion "
+            "vectors, texture spaces and bump basis vectors must be the same for all"},
         Bad{"group 0 0 0 v 0 p 0 0 1", "2:23: there is no vertex 1: the group has 1"},
         Bad{"group 0 0 0 v 0 p 0 0 end group",
             "2:23: a polygon needs at least 3 vertices, expected one more, found 'end'"},
@@ -164,12 +172,13 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"group 0 0 0 v -1", "2:15: the integer is outside the range 0 to 4294967295"},
         Bad{"tagged group 0 0 0 v 0 p \"x\" 0 0 0",
             "2:26: expected the label of the polygon, since the object is tagged, found the string \"x\""},
-        Bad{"group 0 0 0 v 0 t 0 x 0 t",
-            "2:25: expected y and the second bump basis vector, found 't'"},
-        Bad{"group 0 0 0", "2:12: expected a vertex (v), a polygon (c, cp, p) or 'end group', found the end of the file"},
-        Bad{"motion box 0 0 0 1 1 1",
-            "2:1: unknown statement 'motion' in an object; expected visible, shadow, trace, select, reflection, "
-            "refraction, transparency, caustic, globillum, finalgather, tagged, face, tag, data, group or end object"}));
+        Bad{"group 0 0 0 v 0 t 0 x 0 t", "2:25: expected y and the second bump basis vector, found 't'"},
+        Bad{"group 0 0 0",
+            "2:12: expected a vertex (v), a polygon (c, cp, p) or 'end group', found the end of the file"},
+        Bad{"motion box 0 0 0 1 1 1", "2:1: unknown statement 'motion' in an object; expected visible, "
+                                      "shadow, trace, select, reflection, "
+                                      "refraction, transparency, caustic, globillum, finalgather, tagged, "
+                                      "face, tag, data, group or end object"}));
 
 } // namespace
 } // namespace stage

@@ -1,6 +1,7 @@
 // A scene from text, with shaders that need no library.
 #pragma once
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@
 namespace stage {
 
 class SceneFixture : public testing::Test {
-  protected:
+protected:
     SceneFixture() {
         for (const char* shader : {"tint", "bundle", "number", "many", "lamp", "place"})
             scene.libraries->define(shader, reinterpret_cast<void*>(&nothing));
@@ -22,14 +23,17 @@ class SceneFixture : public testing::Test {
 
     // Declarations that most tests need: three lines.
     static constexpr const char* declarations =
-        "declare shader color \"tint\" ( color \"in\" default 1 1 1, scalar \"k\", shader \"next\" ) end declare\n"
+        "declare shader color \"tint\" ( color \"in\" default 1 1 1, scalar \"k\", shader \"next\" ) end "
+        "declare\n"
         "declare shader struct { color \"c\", scalar \"s\" } \"bundle\" ( integer \"i\" ) end declare "
         "declare shader scalar \"number\" ( ) end declare\n"
-        "declare shader \"many\" ( array scalar \"a\", struct \"pair\" { color \"x\", vector \"y\" }, array struct { "
+        "declare shader \"many\" ( array scalar \"a\", struct \"pair\" { color \"x\", vector \"y\" }, array "
+        "struct { "
         "integer \"i\", scalar \"f\" } \"s\", string \"t\", array light \"l\", boolean \"b\" ) end declare\n";
 
     void parse(const std::string& text) {
-        parse_text(scene, text, "test.mi", [this](Scene&, const RenderCommand& command) { renders.push_back(command); });
+        parse_text(scene, text, "test.mi",
+                   [this](Scene&, const RenderCommand& command) { renders.push_back(command); });
     }
     void parse_declared(const std::string& text) { parse(declarations + text); }
 
@@ -55,14 +59,15 @@ class SceneFixture : public testing::Test {
     // A parameter's value in a shader instance, by the offset that the C structure gives it.
     template <class T> T parameter(const Element& shader, std::size_t offset) {
         T value;
-        std::memcpy(&value, reinterpret_cast<const char*>(shader.as<miFunction>()->parameters) + offset, sizeof value);
+        std::memcpy(&value, reinterpret_cast<const char*>(shader.as<miFunction>()->parameters) + offset,
+                    sizeof value);
         return value;
     }
 
     Scene scene;
     std::vector<RenderCommand> renders;
 
-  private:
+private:
     static miBoolean nothing(void*, miState*, void*, void*) { return miTRUE; }
 };
 

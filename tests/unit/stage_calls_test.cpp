@@ -129,6 +129,31 @@ TEST(StageCalls, ManyThreadsInitialiseOnce) {
 
 // ---- what a call changes ----
 
+// The memory of a shader's rays ends with it, so its caller must not find them.
+TEST(StageCalls, RaysOfACalledShaderEndWithIt) {
+    TestScene s;
+    const miTag inner = s.add_shader([](void*, miState* state, void*, void*) {
+        miVector org{0.0f, 0.0f, 5.0f};
+        miVector down{0.0f, 0.0f, -1.0f};
+        EXPECT_TRUE(mi_trace_probe(state, &down, &org));
+        return miTRUE;
+    });
+    const miTag outer = s.add_shader([&](void* r, miState* state, void*, void*) {
+        miVector org{0.5f, 0.0f, 5.0f};
+        miVector down{0.0f, 0.0f, -1.0f};
+        stage::call_shader(r, miSHADER_TEXTURE, state, inner, nullptr);
+        EXPECT_EQ(state->child, nullptr);
+        EXPECT_TRUE(mi_trace_probe(state, &down, &org));
+        const miState* own = state->child;
+        stage::call_shader(r, miSHADER_TEXTURE, state, inner, nullptr);
+        EXPECT_EQ(state->child, own);
+        return miTRUE;
+    });
+    s.add_square({0.0f, 0.0f, 0.0f}, s.add_material(outer));
+    s.build();
+    s.shade();
+}
+
 TEST(StageCalls, NestedCallsSeeTheirOwnTypeAndLeaveTheStateAsItWas) {
     TestScene s;
     std::vector<int> types;

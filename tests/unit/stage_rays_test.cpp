@@ -78,6 +78,23 @@ TEST(StageIntersection, BackOfASquareByProbe) {
     EXPECT_EQ(state.child->dist, 0.0);
 }
 
+// The outside of an object stays the outside when it is mirrored.
+TEST(StageIntersection, MirroredInstances) {
+    TestScene s;
+    const miTag square = s.add_square(origin, s.add_material(miNULLTAG));
+    auto& tf = s.record<miInstance>(square)->tf;
+    tf.global_to_local[0] = tf.local_to_global[0] = -1.0f;
+    s.build();
+    miState state = s.eye();
+    miVector org{0.5f, 0.0f, 5.0f};
+    miVector dir{0.0f, 0.0f, -1.0f};
+    ASSERT_TRUE(mi_trace_probe(&state, &dir, &org));
+    EXPECT_FALSE(state.child->inv_normal);
+    expect_vector(state.child->normal, 0.0f, 0.0f, 1.0f);
+    expect_vector(state.child->tex_list[0], 0.25f, 0.5f, 0.0f);
+    expect_vector(*state.child->derivs[0], -2.0f, 0.0f, 0.0f);
+}
+
 // A smooth normal that leans away from the viewer is bent back: (sin 80, 0, cos 80) seen along (0, 0, -1)
 // stays; seen along (0.8, 0, -0.6) it looks away by 0.8 sin 80 - 0.6 cos 80 > 0.
 TEST(StageIntersection, SmoothNormalsNeverLookAway) {
@@ -377,6 +394,40 @@ TEST(StageTrace, EnvironmentRays) {
     EXPECT_EQ(s.shade().r, 1.0f);
     s.record<miMaterial>(material)->environment = own;
     EXPECT_EQ(s.shade().r, 2.0f);
+}
+
+// Neither near the origin nor far from it, where points are rounded to 1/16384, does a ray meet its own
+// start.
+TEST(StageTrace, RaysDoNotMeetTheirOwnStart) {
+    for (const float place : {0.7f, -333.3f}) {
+        TestScene s;
+        int met = 0;
+        const miTag mirror = s.add_material(s.add_shader([&](void* r, miState* state, void*, void*) {
+            for (int k = -4; k <= 4; ++k) {
+                miVector up{static_cast<float>(k) * 0.3f, 0.1f, 1.0f};
+                mi_vector_normalize(&up);
+                met += mi_trace_reflection(static_cast<miColor*>(r), state, &up);
+            }
+            return miTRUE;
+        }));
+        const miTag square = s.add_square({place, place, place}, mirror);
+        // Turned by 30 degrees about y: local = world turned back.
+        auto& tf = s.record<miInstance>(square)->tf;
+        const float c = 0.8660254f;
+        const miMatrix turned = {
+            c, 0, 0.5f, 0, 0, 1, 0, 0, -0.5f, 0, c, 0, -place * (c - 0.5f), -place, -place * (0.5f + c), 1};
+        std::copy(std::begin(turned), std::end(turned), tf.global_to_local);
+        s.build();
+        int hits = 0;
+        for (float x = -0.8f; x <= 0.8f; x += 0.07f) {
+            miState state = s.eye(place + x, place + 0.5f * x);
+            miColor result{};
+            const stage::ArenaScope scope(s.context.arena);
+            hits += stage::shade_eye_sample(&result, &state);
+        }
+        EXPECT_GT(hits, 20);
+        EXPECT_EQ(met, 0) << place;
+    }
 }
 
 TEST(StageTrace, LoopsOfRaysNeedNoMoreMemoryThanOne) {

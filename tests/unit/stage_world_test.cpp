@@ -225,7 +225,7 @@ instance "poor" "pieces" material ["red"] end instance
 
 TEST(StageWorld, FlagsDecideWhichRaysMeetAnInstance) {
     with_world(square + R"(
-object "ghost" shadow trace group
+object "ghost" visible off shadow trace group
     -1 -1 0  1 -1 0  1 1 0  v 0 v 1 v 2  p 0 1 2
 end group end object
 instance "ghost_inst" "ghost" end instance

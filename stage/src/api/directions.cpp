@@ -220,3 +220,9 @@ STAGE_API miScalar mi_scattering_pathlength(miState* state, miScalar k) {
         return std::numeric_limits<miScalar>::max();
     return -std::log1p(-context_of(state).next_random()) / k;
 }
+
+// No element of a scene sets distances at which rays fall off.
+STAGE_API miBoolean mi_ray_falloff(miState*, double* start, double* stop) {
+    *start = *stop = 0.0;
+    return miFALSE;
+}

@@ -97,6 +97,8 @@ void write_exr(const std::string& path, std::span<const FrameBuffer* const> buff
     spec.nchannels = static_cast<int>(spec.channelnames.size());
     spec.attribute("compression", compression.empty() ? "zip" : compression);
     spec.attribute("oiio:ColorSpace", "Linear");
+    // The format's writer puts in the time of day otherwise, and the same picture would not be the same file.
+    spec.attribute("DateTime", "2000:01:01 00:00:00");
 
     std::vector<std::byte> packed(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
                                   pixel_bytes);

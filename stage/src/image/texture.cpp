@@ -232,12 +232,12 @@ namespace {
 
 std::shared_ptr<Image> load(Element& element) {
     auto* header = element.as<miImg_image>();
+    if (header->width > 0 && header->height > 0) // pixels of the scene, or an image that shaders fill
+        return Image::wrap(header, element.size, header->filter != miFALSE);
+    // The reader of the scene has already told of a file that it did not find, and gave no path.
+    if (element.file.empty())
+        return Image::missing();
     try {
-        if (element.file.empty()) {
-            if (header->width > 0 && header->height > 0)
-                return Image::wrap(header, element.size, header->filter != miFALSE);
-            throw std::runtime_error("it has neither pixels nor a file");
-        }
         std::shared_ptr<Image> image = Image::read(element.file, header->filter != miFALSE);
         image->record()->local = header->local;
         image->record()->writable = header->writable;

@@ -75,7 +75,8 @@ void Parser::register_declaration(std::unique_ptr<Declaration> declaration, cons
     declaration->place = place_of(name);
     declaration->block_size = lay_out(declaration->params);
 
-    Element& element = scene_.database.add(miSCENE_FUNCTION_DECL, {}, declaration->place, sizeof(miFunction_decl));
+    Element& element =
+        scene_.database.add(miSCENE_FUNCTION_DECL, {}, declaration->place, sizeof(miFunction_decl));
     auto* record = element.as<miFunction_decl>();
     record->type = declaration->kind == Declaration::Kind::shader       ? miFUNCTION_C
                    : declaration->kind == Declaration::Kind::phenomenon ? miFUNCTION_PHEN
@@ -102,7 +103,8 @@ std::vector<Param> Parser::parameter_list(char closing, int depth) {
         if (params.size() > most_parameters)
             fail(at, "more than " + std::to_string(most_parameters) + " parameters");
         if (!accept(',') && !lexer_.peek().is(closing))
-            fail_expected(std::string("',' or '") + closing + "' after the parameter \"" + params.back().name + '"');
+            fail_expected(std::string("',' or '") + closing + "' after the parameter \"" +
+                          params.back().name + '"');
     }
     return params;
 }
@@ -122,17 +124,28 @@ Param Parser::parameter(int depth) {
 
 Param Parser::type(int depth) {
     static const std::unordered_map<std::string_view, miParam_type> types = {
-        {"boolean", miTYPE_BOOLEAN},   {"integer", miTYPE_INTEGER},   {"scalar", miTYPE_SCALAR},
-        {"string", miTYPE_STRING},     {"color", miTYPE_COLOR},       {"vector", miTYPE_VECTOR},
-        {"transform", miTYPE_TRANSFORM}, {"shader", miTYPE_SHADER},   {"texture", miTYPE_TEX},
-        {"light", miTYPE_LIGHT},       {"struct", miTYPE_STRUCT},     {"array", miTYPE_ARRAY},
-        {"material", miTYPE_MATERIAL}, {"geometry", miTYPE_GEOMETRY}, {"lightprofile", miTYPE_LIGHTPROFILE},
+        {"boolean", miTYPE_BOOLEAN},
+        {"integer", miTYPE_INTEGER},
+        {"scalar", miTYPE_SCALAR},
+        {"string", miTYPE_STRING},
+        {"color", miTYPE_COLOR},
+        {"vector", miTYPE_VECTOR},
+        {"transform", miTYPE_TRANSFORM},
+        {"shader", miTYPE_SHADER},
+        {"texture", miTYPE_TEX},
+        {"light", miTYPE_LIGHT},
+        {"struct", miTYPE_STRUCT},
+        {"array", miTYPE_ARRAY},
+        {"material", miTYPE_MATERIAL},
+        {"geometry", miTYPE_GEOMETRY},
+        {"lightprofile", miTYPE_LIGHTPROFILE},
         {"data", miTYPE_DATA}};
     const Token word = lexer_.peek();
     const auto found = types.find(word.text);
     if (word.kind != Kind::name || found == types.end())
-        fail_expected("a type (boolean, integer, scalar, string, color, vector, transform, shader, texture, light, "
-                      "struct, array, material, geometry, lightprofile or data)");
+        fail_expected(
+            "a type (boolean, integer, scalar, string, color, vector, transform, shader, texture, light, "
+            "struct, array, material, geometry, lightprofile or data)");
     lexer_.next();
     Param param;
     param.type = found->second;

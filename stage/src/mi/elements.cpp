@@ -76,8 +76,7 @@ void Parser::options() {
                 element.state_shaders.push_back(item.second);
         } else if (accept("data")) {
             attach_data(data, o.userdata);
-        } else if (!options_rays(o) && !options_sampling(o) && !options_photons(o) &&
-                   !options_picture(o)) {
+        } else if (!options_rays(o) && !options_sampling(o) && !options_photons(o) && !options_picture(o)) {
             fail_unknown("options", "a known option, a \"string option\", state, data or end options");
         }
     }
@@ -167,8 +166,8 @@ bool Parser::options_photons(miOptions& o) {
         expect("depth");
         o.photon_reflection_depth = integer(0, deepest_trace);
         o.photon_refraction_depth = integer(0, deepest_trace);
-        o.photon_trace_depth =
-            at_number() ? integer(0, 2 * deepest_trace) : o.photon_reflection_depth + o.photon_refraction_depth;
+        o.photon_trace_depth = at_number() ? integer(0, 2 * deepest_trace)
+                                           : o.photon_reflection_depth + o.photon_refraction_depth;
     } else if (accept("finalgather")) {
         if (accept("rays"))
             o.finalgather_rays = integer(1, 1 << 20);
@@ -222,7 +221,8 @@ void Parser::options_filter(miOptions& o) {
     const float usual = o.filter == 'b' ? 1.0f : o.filter == 't' ? 2.0f : o.filter == 'g' ? 3.0f : 4.0f;
     o.filter_size_x = at_number() ? scalar() : usual;
     o.filter_size_y = at_number() ? scalar() : o.filter_size_x;
-    if (!(o.filter_size_x > 0.0f && o.filter_size_y > 0.0f && o.filter_size_x <= 32.0f && o.filter_size_y <= 32.0f))
+    if (!(o.filter_size_x > 0.0f && o.filter_size_y > 0.0f && o.filter_size_x <= 32.0f &&
+          o.filter_size_y <= 32.0f))
         fail(at, "the filter's size must lie above 0 and up to 32 pixels");
 }
 
@@ -273,8 +273,9 @@ void Parser::camera() {
         } else if (accept("data")) {
             attach_data(data, c.userdata);
         } else if (!camera_lens(c, element) && !camera_picture(c)) {
-            fail_unknown("a camera", "framebuffer, output, focal, aperture, aspect, resolution, window, clip, lens, "
-                                     "volume, environment, frame, field, offset, data or end camera");
+            fail_unknown("a camera",
+                         "framebuffer, output, focal, aperture, aspect, resolution, window, clip, lens, "
+                         "volume, environment, frame, field, offset, data or end camera");
         }
     }
     if (whole && !window)
@@ -372,27 +373,30 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
         const auto is_next = [&](const auto& entry) { return accept(entry.first); };
         if (const auto t = std::find_if(std::begin(texts), std::end(texts), is_next); t != std::end(texts)) {
             b.*(t->second) = text("a string");
-        } else if (const auto f = std::find_if(std::begin(flags), std::end(flags), is_next); f != std::end(flags)) {
+        } else if (const auto f = std::find_if(std::begin(flags), std::end(flags), is_next);
+                   f != std::end(flags)) {
             b.*(f->second) = on_off();
         } else if (accept("premultiplied")) {
             premultiplied = on_off();
             given = true;
         } else if (accept("datatype")) {
             const Token type = name("a data type");
-            static const char* const types[] = {"rgba",  "rgba_16", "rgba_fp", "rgba_h", "rgb", "rgb_16", "rgb_fp",
-                                                "rgb_h", "a",       "a_16",    "a_fp",   "s",   "s_16",   "s_fp",
-                                                "vta",   "vts",     "z",       "n",      "m",   "tag",    "bit",
-                                                "coverage"};
+            static const char* const types[] = {"rgba",   "rgba_16", "rgba_fp", "rgba_h",  "rgb",  "rgb_16",
+                                                "rgb_fp", "rgb_h",   "a",       "a_16",    "a_fp", "s",
+                                                "s_16",   "s_fp",    "vta",     "vts",     "z",    "n",
+                                                "m",      "tag",     "bit",     "coverage"};
             if (std::find(std::begin(types), std::end(types), type.value) == std::end(types))
                 fail(type, "unknown data type " + describe(type) +
-                               ", expected rgba, rgb, a or s (plain or with _16, _fp), rgba_h, rgb_h, vta, vts, z, n, "
+                               ", expected rgba, rgb, a or s (plain or with _16, _fp), rgba_h, rgb_h, vta, "
+                               "vts, z, n, "
                                "m, tag, bit or coverage");
             b.datatype = type.value;
         } else if (accept("compression")) {
             const Token kind = name("a compression");
             static const char* const kinds[] = {"none", "rle", "piz", "zip", "pxr24"};
             if (std::find(std::begin(kinds), std::end(kinds), kind.value) == std::end(kinds))
-                fail(kind, "unknown compression " + describe(kind) + ", expected none, rle, piz, zip or pxr24");
+                fail(kind,
+                     "unknown compression " + describe(kind) + ", expected none, rle, piz, zip or pxr24");
             b.compression = kind.value;
         } else if (accept("quality")) {
             b.quality = integer(1, 100);
@@ -460,11 +464,12 @@ void Parser::material() {
     if (next.kind == Kind::string || next.is('=') || (next.kind == Kind::name && lexer_.following() == '('))
         m.shader = shaders(miSHADER_MATERIAL, slot_owner(slots[0]));
     while (!lexer_.peek().is("end")) {
-        const auto slot =
-            std::find_if(std::begin(slots), std::end(slots), [&](const SlotInfo& s) { return accept(s.word); });
+        const auto slot = std::find_if(std::begin(slots), std::end(slots),
+                                       [&](const SlotInfo& s) { return accept(s.word); });
         if (slot == std::end(slots))
-            fail_unknown("a material", "shader, displace, shadow, volume, environment, contour, photon, photonvol, "
-                                       "lightmap or end material");
+            fail_unknown("a material",
+                         "shader, displace, shadow, volume, environment, contour, photon, photonvol, "
+                         "lightmap or end material");
         const bool empty_list = at_name() && lexer_.following() == '(';
         m.*(slot->slot) = shaders(slot->kind, slot_owner(*slot));
         if (empty_list && slot != slots)
@@ -588,8 +593,8 @@ void Parser::light_shadowmap(miLight& light) {
         light.use_shadow_maps = optional_on_off();
 }
 
-// `rectangle u v`, `disc normal radius`, `sphere radius`, `cylinder axis radius`, `object "o"` or `user`, then
-// [samples u v [level low_u low_v]].
+// `rectangle u v`, `disc normal radius`, `sphere radius`, `cylinder axis radius`, `object "o"` or `user`,
+// then [samples u v [level low_u low_v]].
 void Parser::light_area(miLight& light, const Token& word) {
     const auto radius = [this] {
         const Token at = lexer_.peek();
@@ -623,8 +628,9 @@ void Parser::light_area(miLight& light, const Token& word) {
     } else if (accept("user")) {
         light.area = miLIGHT_USER;
     } else {
-        fail_unknown("a light", "emitter, origin, direction, spread, rectangle, disc, sphere, cylinder, object, user, "
-                                "visible, tag, data, energy, exponent, caustic, globillum, shadowmap or end light");
+        fail_unknown("a light",
+                     "emitter, origin, direction, spread, rectangle, disc, sphere, cylinder, object, user, "
+                     "visible, tag, data, energy, exponent, caustic, globillum, shadowmap or end light");
     }
     if (!at_number())
         return;

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -257,7 +257,8 @@ void Lexer::command() {
         at() = end;
         include(begin);
     } else if (word == "$code" || word == "$end") {
-        fail_at(source(), begin, "shader source code in scenes is not supported: compile it to a library and use link");
+        fail_at(source(), begin,
+                "shader source code in scenes is not supported: compile it to a library and use link");
     } else {
         fail_at(source(), begin, "unknown command " + std::string(word) + ", expected $include");
     }
@@ -280,7 +281,8 @@ void Lexer::include(const char* command_at) {
         fail_at(from, at, "the file name is not closed before the end of the line");
     at = end + 1;
     if (stack_.size() >= deepest_include)
-        fail_at(from, command_at, "files include each other more than " + std::to_string(deepest_include) + " deep");
+        fail_at(from, command_at,
+                "files include each other more than " + std::to_string(deepest_include) + " deep");
     try {
         const std::string path = find_file_(std::string(begin, end), from.folder(), search);
         for (const Reading& reading : stack_)
@@ -315,7 +317,8 @@ std::int64_t Lexer::to_integer(const Token& token, std::int64_t low, std::int64_
     if (stop != end)
         fail(token, "expected an integer, found " + describe(token));
     if (error != std::errc() || value < low || value > high)
-        fail(token, "the integer is outside the range " + std::to_string(low) + " to " + std::to_string(high));
+        fail(token,
+             "the integer is outside the range " + std::to_string(low) + " to " + std::to_string(high));
     return value;
 }
 
@@ -339,7 +342,8 @@ void Lexer::read_numbers(std::vector<float>& numbers) {
             float value;
             const auto [end, error] = std::from_chars(*at == '+' ? at + 1 : at, source_end, value);
             // Anything unusual ("inf", 1e999, 12abc) is left to the words and their messages.
-            if (error != std::errc() || !has_class(end[-1], digit | numeric) || has_class(*end, letter | numeric))
+            if (error != std::errc() || !has_class(end[-1], digit | numeric) ||
+                has_class(*end, letter | numeric))
                 break;
             numbers.push_back(value);
             at = end;

@@ -31,10 +31,11 @@ struct Token {
 [[nodiscard]] std::string describe(const Token& token);
 
 class Lexer {
-  public:
+public:
     // Finds the file of an $include: the name, the folder of the including file, and whether the name stood
     // in <>. Throws std::runtime_error.
-    using FindFile = std::function<std::string(const std::string& name, const std::string& folder, bool search)>;
+    using FindFile =
+        std::function<std::string(const std::string& name, const std::string& folder, bool search)>;
     explicit Lexer(FindFile find_file) : find_file_(std::move(find_file)) {}
 
     // Reads `source` next; when it ends, reading goes on where it was.
@@ -81,7 +82,7 @@ class Lexer {
     [[noreturn]] void fail_last(const std::string& message) const { fail_at(*last_source_, last_, message); }
     [[noreturn]] void fail_at(const Source& source, const char* at, const std::string& message) const;
 
-  private:
+private:
     struct Reading {
         std::shared_ptr<Source> source;
         const char* at;

@@ -27,8 +27,9 @@ struct Corner {
     int bumps = 0; // texture spaces with basis vectors, always the first ones
 
     [[nodiscard]] bool same_parts(const Corner& other) const {
-        return (normal == absent) == (other.normal == absent) && (motion == absent) == (other.motion == absent) &&
-               textures == other.textures && bumps == other.bumps;
+        return (normal == absent) == (other.normal == absent) &&
+               (motion == absent) == (other.motion == absent) && textures == other.textures &&
+               bumps == other.bumps;
     }
 };
 
@@ -36,7 +37,7 @@ struct Corner {
 
 // Reads the groups of one object into its geometry.
 class ObjectReader {
-  public:
+public:
     using FindMaterial = std::function<miTag(const Token&)>;
     ObjectReader(Lexer& lexer, Geometry& geometry, bool tagged, FindMaterial find_material)
         : lexer_(lexer), geometry_(geometry), tagged_(tagged), find_material_(std::move(find_material)) {}
@@ -44,7 +45,7 @@ class ObjectReader {
     void group();
     void finish();
 
-  private:
+private:
     void vertices();
     void vertex();
     std::uint32_t vector_index(const char* what);
@@ -122,8 +123,9 @@ void ObjectReader::vertex() {
     if (stride_ == 0)
         lay_out();
     else if (!corner_.same_parts(first_))
-        lexer_.fail_last("this vertex has other parts than the object's first one; normals, motion vectors, texture "
-                         "spaces and bump basis vectors must be the same for all");
+        lexer_.fail_last(
+            "this vertex has other parts than the object's first one; normals, motion vectors, texture "
+            "spaces and bump basis vectors must be the same for all");
     add_vertex();
 }
 
@@ -150,7 +152,8 @@ void ObjectReader::texture_space() {
         lexer_.fail_last("texture spaces with bump basis vectors must come before those without");
     corner_.bump_x[space] = vector_index("bump basis vector");
     if (!lexer_.take_word("y"))
-        lexer_.fail(lexer_.peek(), "expected y and the second bump basis vector, found " + describe(lexer_.peek()));
+        lexer_.fail(lexer_.peek(),
+                    "expected y and the second bump basis vector, found " + describe(lexer_.peek()));
     corner_.bump_y[space] = vector_index("bump basis vector");
     ++corner_.bumps;
 }
@@ -220,8 +223,9 @@ void ObjectReader::polygon(bool convex) {
     if (lexer_.take_word("data"))
         read_data();
     else if (geometry_.view.data_count > 0)
-        lexer_.fail(lexer_.peek(), "expected the polygon's data words, which the object's first polygon has, found " +
-                                       describe(lexer_.peek()));
+        lexer_.fail(lexer_.peek(),
+                    "expected the polygon's data words, which the object's first polygon has, found " +
+                        describe(lexer_.peek()));
     add_triangles(convex);
     any_polygon_ = true;
 }
@@ -231,8 +235,9 @@ void ObjectReader::read_material() {
     if (tagged_) {
         std::uint32_t label = 0;
         if (!lexer_.take_index(label))
-            lexer_.fail(lexer_.peek(), "expected the label of the polygon, since the object is tagged, found " +
-                                           describe(lexer_.peek()));
+            lexer_.fail(lexer_.peek(),
+                        "expected the label of the polygon, since the object is tagged, found " +
+                            describe(lexer_.peek()));
         material_ = label;
         return;
     }
@@ -266,7 +271,7 @@ void ObjectReader::read_data() {
     words_.clear();
     for (;;) {
         std::uint32_t word = 0;
-        if (lexer_.take_index(word))
+        if (lexer_.at_digit() && lexer_.take_index(word))
             words_.push_back(word);
         else if (lexer_.peek().kind == Token::Kind::number)
             words_.push_back(static_cast<miUint>(lexer_.to_integer(lexer_.next(), INT32_MIN, UINT32_MAX)));
@@ -372,9 +377,9 @@ void Parser::object() {
                 geometry = std::make_unique<Geometry>();
                 geometry->view.normal_offset = geometry->view.motion_offset = -1;
                 geometry->view.texture_offset = geometry->view.bump_offset = -1;
-                reader = std::make_unique<ObjectReader>(lexer_, *geometry, o.tagged != 0, [this](const Token& token) {
-                    return object_material(token);
-                });
+                reader = std::make_unique<ObjectReader>(
+                    lexer_, *geometry, o.tagged != 0,
+                    [this](const Token& token) { return object_material(token); });
             }
             reader->group();
             end_of("group");
@@ -407,9 +412,9 @@ void Parser::object_flag(miObject& o, bool has_group) {
                                                                         {"trace", &miObject::trace},
                                                                         {"select", &miObject::select}};
     static const std::pair<const char*, miUint1 miObject::*> modes[] = {
-        {"reflection", &miObject::reflection}, {"refraction", &miObject::refraction},
+        {"reflection", &miObject::reflection},     {"refraction", &miObject::refraction},
         {"transparency", &miObject::transparency}, {"caustic", &miObject::caustic},
-        {"globillum", &miObject::globillum}, {"finalgather", &miObject::finalgather}};
+        {"globillum", &miObject::globillum},       {"finalgather", &miObject::finalgather}};
     for (const auto& [word, flag] : flags) {
         if (accept(word)) {
             o.*flag = optional_on_off() ? 1 : 0;
@@ -432,8 +437,9 @@ void Parser::object_flag(miObject& o, bool has_group) {
     } else if (accept("tag")) {
         o.label = static_cast<miUint>(lexer_.to_integer(lexer_.next(), 0, UINT32_MAX));
     } else {
-        fail_unknown("an object", "visible, shadow, trace, select, reflection, refraction, transparency, caustic, "
-                                  "globillum, finalgather, tagged, face, tag, data, group or end object");
+        fail_unknown("an object",
+                     "visible, shadow, trace, select, reflection, refraction, transparency, caustic, "
+                     "globillum, finalgather, tagged, face, tag, data, group or end object");
     }
 }
 

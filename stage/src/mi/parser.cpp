@@ -170,9 +170,10 @@ void Parser::statement() {
         return;
     if (incremental_)
         fail_expected("an entity after 'incremental'");
-    fail(word, "expected a command or an entity (options, camera, texture, material, light, object, instance, "
-               "instgroup, shader, data, lightprofile), found " +
-                   describe(word));
+    fail(word,
+         "expected a command or an entity (options, camera, texture, material, light, object, instance, "
+         "instgroup, shader, data, lightprofile), found " +
+             describe(word));
 }
 
 bool Parser::entity(const Token& word) {
@@ -341,7 +342,8 @@ std::string Parser::find_include(const std::string& file, const std::string& fol
         folders.push_back(folder);
     std::error_code ignored;
     for (const std::string& candidate : folders)
-        if (const fs::path found = (fs::path(candidate) / path).lexically_normal(); fs::exists(found, ignored))
+        if (const fs::path found = (fs::path(candidate) / path).lexically_normal();
+            fs::exists(found, ignored))
             return found.string();
     std::string message = "cannot find the file \"" + file + "\"";
     for (std::size_t i = 0; i < folders.size() && !path.is_absolute(); ++i)
@@ -394,7 +396,8 @@ Element& Parser::resolve(const Token& name, const char* what) {
 Element& Parser::resolve(const Token& name, int type, const char* what) {
     Element& element = resolve(name, what);
     if (element.type != type)
-        fail(name, '"' + std::string(name.value) + "\" (defined at " + element.place.text() + ") is no " + what);
+        fail(name,
+             '"' + std::string(name.value) + "\" (defined at " + element.place.text() + ") is no " + what);
     return element;
 }
 
@@ -404,7 +407,8 @@ void Parser::check_new(const Token& name) const {
     const Element* known = nullptr;
     if (!phenomenon_)
         known = scene_.database.find(qualified(name));
-    else if (const auto found = phenomenon_->names.find(std::string(name.value)); found != phenomenon_->names.end())
+    else if (const auto found = phenomenon_->names.find(std::string(name.value));
+             found != phenomenon_->names.end())
         known = scene_.database.find(found->second);
     if (known)
         fail(name, '"' + std::string(name.value) + "\" is already defined at " + known->place.text() +
@@ -451,7 +455,8 @@ void Parser::chain(const std::vector<std::pair<Token, miTag>>& items, std::uint6
                 fail(token, std::string("the ") + what + " is in the list already");
         const auto [link, added] = links_.try_emplace(tag, Link{next, owner});
         if (!added && link->second.next != next && link->second.owner != owner)
-            fail(token, std::string("the ") + what + " is in another list already, where a different one follows it");
+            fail(token, std::string("the ") + what +
+                            " is in another list already, where a different one follows it");
         link->second = {next, owner};
         Element& element = *scene_.database.find(tag);
         if (element.type == miSCENE_FUNCTION)

@@ -25,11 +25,11 @@ struct PhenomenonBody {
 namespace mi {
 
 class Parser {
-  public:
+public:
     Parser(Scene& scene, const RenderHandler& on_render);
     void run(std::shared_ptr<Source> source);
 
-  private:
+private:
     using Kind = Token::Kind;
 
     // The phenomenon whose instance is being built.
@@ -42,7 +42,9 @@ class Parser {
 
     // ---- words (parser.cpp)
     Place place_of(const Token& token) const { return token.source->place(token.at); }
-    [[noreturn]] void fail(const Token& token, const std::string& message) const { lexer_.fail(token, message); }
+    [[noreturn]] void fail(const Token& token, const std::string& message) const {
+        lexer_.fail(token, message);
+    }
     [[noreturn]] void fail_expected(const std::string& what);
     [[noreturn]] void fail_unknown(const std::string& where, std::string_view known);
     void warn(const Place& place, const std::string& message);
@@ -50,7 +52,7 @@ class Parser {
     bool accept(char sign);
     void expect(std::string_view word);
     void expect(char sign);
-    Token name(const char* what);   // a string or a word
+    Token name(const char* what); // a string or a word
     std::string text(const char* what);
     bool at_name() { return lexer_.peek().kind == Kind::string || lexer_.peek().kind == Kind::name; }
     bool at_number() { return lexer_.peek().kind == Kind::number; }
@@ -96,7 +98,8 @@ class Parser {
     void declare();
     void declare_data();
     void declare_function(bool phenomenon);
-    void register_declaration(std::unique_ptr<Declaration> declaration, const std::string& key, const Token& name);
+    void register_declaration(std::unique_ptr<Declaration> declaration, const std::string& key,
+                              const Token& name);
     std::vector<Param> parameter_list(char closing, int depth);
     Param parameter(int depth);
     Param type(int depth);
@@ -119,7 +122,7 @@ class Parser {
     // ---- shaders (shaders.cpp)
     void shader_element();
     Declaration& declaration(const Token& name);
-    Element& instantiate(Declaration& declaration, const Token& at, Element* existing);
+    Element& instantiate(Declaration& declaration, const Token& at, Element* existing, std::string_view name);
     Element& shader(miShader_type kind);
     void check_apply(const Element& function, miShader_type kind, const Token& at);
     // One shader or a chain of them; the first one's tag.
@@ -143,7 +146,8 @@ class Parser {
     bool camera_lens(miCamera& c, const Element& element);
     bool camera_picture(miCamera& c);
     void framebuffer(std::vector<FramebufferDesc>& buffers);
-    void output(Element& camera, std::vector<FramebufferDesc>& buffers, std::vector<std::pair<Token, miTag>>& outputs);
+    void output(Element& camera, std::vector<FramebufferDesc>& buffers,
+                std::vector<std::pair<Token, miTag>>& outputs);
     void material();
     void material_phenomenon(const Token& name);
     void inherit_parameters(miMaterial& material, miTag shader);
@@ -181,7 +185,7 @@ class Parser {
     bool incremental_ = false;
     std::vector<std::string> namespaces_;
     Phenomenon* phenomenon_ = nullptr;
-    int depth_ = 0; // of shaders within shaders
+    int depth_ = 0;                      // of shaders within shaders
     miTag empty_parameters_ = miNULLTAG; // the latest shader, if it was given none
     struct Link {
         miTag next;

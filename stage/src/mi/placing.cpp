@@ -83,7 +83,8 @@ void Parser::instance() {
         const Token item = name("the name of what is instanced");
         const Element& found = resolve(item, "element");
         const int type = found.type;
-        if (type != miSCENE_OBJECT && type != miSCENE_LIGHT && type != miSCENE_CAMERA && type != miSCENE_GROUP)
+        if (type != miSCENE_OBJECT && type != miSCENE_LIGHT && type != miSCENE_CAMERA &&
+            type != miSCENE_GROUP)
             fail(item, '"' + std::string(item.value) + "\" (defined at " + found.place.text() +
                            ") is no object, light, camera or instance group");
         i.item = found.tag;
@@ -93,9 +94,10 @@ void Parser::instance() {
         if (accept("data"))
             attach_data(data, i.userdata);
         else if (!instance_flags(i) && !instance_place(i) && !instance_lists(i))
-            fail_unknown("an instance", "hide, visible, shadow, trace, reflection, refraction, transparency, caustic, "
-                                        "globillum, finalgather, face, transform, motion, override, material, light, "
-                                        "tag, data, parameters or end instance");
+            fail_unknown("an instance",
+                         "hide, visible, shadow, trace, reflection, refraction, transparency, caustic, "
+                         "globillum, finalgather, face, transform, motion, override, material, light, "
+                         "tag, data, parameters or end instance");
     }
     chain(data, owner(element, Slot::data), "data block");
     end_of("instance");
@@ -110,10 +112,14 @@ miUint1 Parser::mode(int most) {
 
 bool Parser::instance_flags(miInstance& i) {
     static const std::pair<const char*, miUint1 miInstance::*> flags[] = {
-        {"visible", &miInstance::visible},       {"shadow", &miInstance::shadow},
-        {"trace", &miInstance::trace},           {"reflection", &miInstance::reflection},
-        {"refraction", &miInstance::refraction}, {"transparency", &miInstance::transparency},
-        {"caustic", &miInstance::caustic},       {"globillum", &miInstance::globillum},
+        {"visible", &miInstance::visible},
+        {"shadow", &miInstance::shadow},
+        {"trace", &miInstance::trace},
+        {"reflection", &miInstance::reflection},
+        {"refraction", &miInstance::refraction},
+        {"transparency", &miInstance::transparency},
+        {"caustic", &miInstance::caustic},
+        {"globillum", &miInstance::globillum},
         {"finalgather", &miInstance::finalgather}};
     for (const auto& [word, flag] : flags) {
         if (accept(word)) {
@@ -181,8 +187,9 @@ void Parser::instance_materials(miInstance& i) {
     const Place place = place_of(lexer_.peek());
     i.mtl_array_size = 0;
     if (!accept('[')) {
-        i.material = accept('=') ? (accept("interface") ? interface_tag(miTYPE_MATERIAL) : reference(miTYPE_MATERIAL))
-                                 : reference(miTYPE_MATERIAL);
+        i.material = accept('=')
+                         ? (accept("interface") ? interface_tag(miTYPE_MATERIAL) : reference(miTYPE_MATERIAL))
+                         : reference(miTYPE_MATERIAL);
         return;
     }
     std::vector<miTag> tags;
@@ -227,7 +234,8 @@ void Parser::group() {
             kids.push_back(resolve(lexer_.next(), miSCENE_INSTANCE, "instance").tag);
             given = true;
         } else if (accept("tag")) {
-            element.as<miGroup>()->label = static_cast<miUint>(lexer_.to_integer(lexer_.next(), 0, UINT32_MAX));
+            element.as<miGroup>()->label =
+                static_cast<miUint>(lexer_.to_integer(lexer_.next(), 0, UINT32_MAX));
         } else if (accept("data")) {
             attach_data(data, element.as<miGroup>()->userdata);
         } else {
@@ -235,7 +243,8 @@ void Parser::group() {
         }
     }
     if (given) {
-        scene_.database.resize(element, sizeof(miGroup) + (kids.empty() ? 0 : kids.size() - 1) * sizeof(miTag));
+        scene_.database.resize(element,
+                               sizeof(miGroup) + (kids.empty() ? 0 : kids.size() - 1) * sizeof(miTag));
         auto& g = *element.as<miGroup>();
         g.no_kids = g.max_kids = static_cast<int>(kids.size());
         for (std::size_t k = 0; k < kids.size(); ++k)

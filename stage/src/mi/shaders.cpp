@@ -16,13 +16,13 @@ constexpr int deepest_phenomenon = 12;
 
 // Holds a member of the parser at another value for the length of a block.
 template <class T> class Held {
-  public:
+public:
     Held(T& place, T value) : place_(place), before_(std::move(place)) { place_ = std::move(value); }
     ~Held() { place_ = std::move(before_); }
     Held(const Held&) = delete;
     Held& operator=(const Held&) = delete;
 
-  private:
+private:
     T& place_;
     T before_;
 };
@@ -39,11 +39,12 @@ void Parser::shader_element() {
         check_new(word);
     if (existing && lexer_.peek().is('(')) {
         auto& declared = const_cast<Declaration&>(*existing->shader->declaration);
-        instantiate(declared, word, existing);
+        instantiate(declared, word, existing, existing->name);
         return;
     }
     const Token declared = name("the name of a shader declaration");
-    Element& element = instantiate(declaration(declared), declared, existing);
+    Element& element =
+        instantiate(declaration(declared), declared, existing, existing ? existing->name : qualified(word));
     if (!existing)
         give_name(element, word);
 }
@@ -56,12 +57,12 @@ Declaration& Parser::declaration(const Token& name) {
 }
 
 // Reads the parameters that follow and makes a shader instance, or gives an existing one new parameters.
-Element& Parser::instantiate(Declaration& declaration, const Token& at, Element* existing) {
+// The name is for messages: until it is given, or if it never is, the instance cannot be looked up by it.
+Element& Parser::instantiate(Declaration& declaration, const Token& at, Element* existing,
+                             std::string_view name) {
     if (declaration.kind == Declaration::Kind::shader) {
         try {
-            bind_code(scene_, declaration, place_of(at));
-        } catch (const SceneError&) {
-            throw;
+            bind_code(scene_, declaration);
         } catch (const std::runtime_error& error) {
             fail(at, error.what());
         }
@@ -78,6 +79,7 @@ Element& Parser::instantiate(Declaration& declaration, const Token& at, Element*
 
     Element& element =
         existing ? *existing : scene_.database.add(miSCENE_FUNCTION, {}, place_of(at), sizeof(miFunction));
+    element.name = name;
     if (!existing || element.shader->declaration != &declaration)
         element.shader = std::make_unique<ShaderInstance>();
     element.shader->declaration = &declaration;
@@ -119,8 +121,7 @@ Element& Parser::shader(miShader_type kind) {
     const Token word = name("a shader");
     Element* element = nullptr;
     if (lexer_.peek().is('(')) {
-        element = &instantiate(declaration(word), word, nullptr);
-        element->name = word.value; // for messages; it cannot be looked up
+        element = &instantiate(declaration(word), word, nullptr, word.value);
     } else {
         element = &resolve(word, miSCENE_FUNCTION, "shader");
     }
@@ -130,7 +131,8 @@ Element& Parser::shader(miShader_type kind) {
 
 void Parser::check_apply(const Element& function, miShader_type kind, const Token& at) {
     const Declaration& declared = *function.shader->declaration;
-    if (kind < miNSHADERTYPES && declared.apply != 0 && (declared.apply >> static_cast<unsigned>(kind) & 1u) == 0)
+    if (kind < miNSHADERTYPES && declared.apply != 0 &&
+        (declared.apply >> static_cast<unsigned>(kind) & 1u) == 0)
         warn(place_of(at), "the shader \"" + declared.name + "\" is not declared to be applied here");
 }
 
@@ -173,8 +175,8 @@ void Parser::build_phenomenon(Element& function, const Declaration& declaration,
     try {
         phenomenon_body(function, declaration, at);
     } catch (const SceneError& error) {
-        throw SceneError(error, place_of(at).text() + ": in this instance of the phenomenon \"" + declaration.name +
-                                    '"');
+        throw SceneError(error, place_of(at).text() + ": in this instance of the phenomenon \"" +
+                                    declaration.name + '"');
     }
 }
 
@@ -196,12 +198,13 @@ void Parser::phenomenon_body(Element& function, const Declaration& declaration, 
         if (word.kind == Kind::name && (phenomenon_root(function, declaration) ||
                                         (!word.is("options") && !word.is("camera") && entity(word))))
             continue;
-        fail_unknown("a phenomenon", "shader, material, light, object, instance, instgroup, a texture, data, root, "
-                                     "lens, output, volume or environment");
+        fail_unknown("a phenomenon",
+                     "shader, material, light, object, instance, instgroup, a texture, data, root, "
+                     "lens, output, volume or environment");
     }
     if (shader.root == miNULLTAG)
-        throw SceneError(place_of(at), "the phenomenon \"" + declaration.name + "\" (declared at " +
-                                           declaration.place.text() + ") has no root");
+        fail(at, "the phenomenon \"" + declaration.name + "\" (declared at " + declaration.place.text() +
+                     ") has no root");
 }
 
 bool Parser::phenomenon_root(Element& function, const Declaration& declaration) {
@@ -235,8 +238,10 @@ miTag Parser::root_element(const Declaration& declaration) {
     const miTag tag = accept("interface") ? interface_tag(miTYPE_SHADER) : shader(miNSHADERTYPES).tag;
     const Element* root = scene_.database.find(tag);
     if (root && !same_type(root->shader->declaration->result, declaration.result))
-        fail(word, "the root returns a " + type_name(root->shader->declaration->result) + ", but the phenomenon is "
-                   "declared to return a " + type_name(declaration.result));
+        fail(word, "the root returns a " + type_name(root->shader->declaration->result) +
+                       ", but the phenomenon is "
+                       "declared to return a " +
+                       type_name(declaration.result));
     return tag;
 }
 

@@ -11,7 +11,7 @@ namespace stage::mi {
 
 // Text with at least one zero byte behind its end, so that scanners need not test for the end at every byte.
 class Source {
-  public:
+public:
     // Maps or reads a regular file. Throws std::runtime_error with the reason.
     static std::shared_ptr<Source> open(const std::string& path);
     static std::shared_ptr<Source> from_text(std::string_view text, std::string name, std::string folder);
@@ -32,7 +32,7 @@ class Source {
     // Lets the system take back the memory of a mapped file; it is read again when needed.
     void forget_pages() const;
 
-  private:
+private:
     Source() = default;
     std::shared_ptr<const std::string> name_;
     std::string folder_;

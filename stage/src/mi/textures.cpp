@@ -20,7 +20,9 @@ int hex_digit(char c) {
 // How pixels lie in an image record.
 struct Pixels {
     int width, height, comp, bytes;
-    [[nodiscard]] std::size_t row() const { return static_cast<std::size_t>(width) * static_cast<std::size_t>(bytes); }
+    [[nodiscard]] std::size_t row() const {
+        return static_cast<std::size_t>(width) * static_cast<std::size_t>(bytes);
+    }
     [[nodiscard]] std::size_t rows() const {
         return static_cast<std::size_t>(height) * static_cast<std::size_t>(comp);
     }
@@ -49,7 +51,8 @@ void make_image(Database& database, Element& element, const Pixels& p) {
     image->comp = p.comp;
     image->type = image_type(p.comp, p.bytes);
     image->dirsize = 1;
-    auto* index = reinterpret_cast<miIntptr*>(static_cast<std::byte*>(element.record) + offsetof(miImg_image, c));
+    auto* index =
+        reinterpret_cast<miIntptr*>(static_cast<std::byte*>(element.record) + offsetof(miImg_image, c));
     for (std::size_t k = 0; k < p.rows(); ++k)
         index[k] = static_cast<miIntptr>(head + k * p.row());
 }
@@ -84,7 +87,7 @@ void Parser::texture() {
         if (!existing)
             check_new(word);
         const Token declared = lexer_.next();
-        Element& function = instantiate(declaration(declared), declared, existing);
+        Element& function = instantiate(declaration(declared), declared, existing, qualified(word));
         if (!existing)
             give_name(function, word);
         return;
@@ -139,7 +142,9 @@ void Parser::texture_bytes(Element& element, miParam_type kind) {
     const std::size_t pixels = static_cast<std::size_t>(p.width) * static_cast<std::size_t>(p.height);
     const std::size_t pixel = bytes.size() / pixels;
     p.comp = static_cast<int>(pixel / static_cast<std::size_t>(p.bytes));
-    const bool fits = kind == miTYPE_SCALAR_TEX ? p.comp == 1 : kind == miTYPE_VECTOR_TEX ? p.comp == 3 : p.comp >= 3;
+    const bool fits = kind == miTYPE_SCALAR_TEX   ? p.comp == 1
+                      : kind == miTYPE_VECTOR_TEX ? p.comp == 3
+                                                  : p.comp >= 3;
     if (pixels * static_cast<std::size_t>(p.comp * p.bytes) != bytes.size() || !fits || p.comp > 4)
         fail(at, std::to_string(bytes.size()) + " bytes do not fill a " + type_name(kind) + " of " +
                      std::to_string(p.width) + " x " + std::to_string(p.height) + " pixels");
@@ -169,10 +174,11 @@ void Parser::writable_texture(Element& element, miParam_type kind) {
             int comp, bytes;
         } types[] = {{"rgba", 4, 1},   {"rgba_16", 4, 2}, {"rgba_fp", 4, 4}, {"rgb", 3, 1}, {"rgb_16", 3, 2},
                      {"rgb_fp", 3, 4}, {"s", 1, 1},       {"s_16", 1, 2},    {"s_fp", 1, 4}};
-        const auto* found =
-            std::find_if(std::begin(types), std::end(types), [&](const auto& t) { return type.value == t.name; });
+        const auto* found = std::find_if(std::begin(types), std::end(types),
+                                         [&](const auto& t) { return type.value == t.name; });
         if (found == std::end(types))
-            fail(type, "unknown data type " + describe(type) + ", expected rgba, rgb or s, plain or with _16 or _fp");
+            fail(type, "unknown data type " + describe(type) +
+                           ", expected rgba, rgb or s, plain or with _16 or _fp");
         p.comp = found->comp;
         p.bytes = found->bytes;
         if (lexer_.peek().kind == Kind::string)
@@ -203,8 +209,8 @@ void Parser::light_profile() {
             const Token file = name("a file name");
             element.file = find_file(std::string(file.value));
             if (element.file.empty())
-                warn(place_of(file), "cannot find the file \"" + std::string(file.value) + "\" of the light profile \"" +
-                                         element.name + '"');
+                warn(place_of(file), "cannot find the file \"" + std::string(file.value) +
+                                         "\" of the light profile \"" + element.name + '"');
         } else {
             fail_unknown("a light profile", "format, file or end lightprofile");
         }
@@ -245,8 +251,8 @@ void Parser::user_data() {
         if (bracket)
             expect(']');
         if (bytes.size() != static_cast<std::size_t>(count))
-            fail(content, std::to_string(count) + " bytes are announced, but " + std::to_string(bytes.size()) +
-                              " are given");
+            fail(content, std::to_string(count) + " bytes are announced, but " +
+                              std::to_string(bytes.size()) + " are given");
         element = &make_data(existing, place_of(word), bytes, nullptr);
     } else if (!at_name()) {
         fail_expected("a number of bytes, a file name, or a declaration with parameters");
@@ -290,7 +296,8 @@ std::vector<std::byte> Parser::data_file(const Token& name) {
 Element& Parser::data_block(const Token& at, const Declaration& declaration, Element* existing) {
     BlockBuilder block(declaration.params, declaration.block_size);
     if (existing && existing->declaration == &declaration) {
-        const BlockView old{reinterpret_cast<const std::byte*>(existing->as<miUserdata>()->parameters), nullptr};
+        const BlockView old{reinterpret_cast<const std::byte*>(existing->as<miUserdata>()->parameters),
+                            nullptr};
         for (const Param& param : declaration.params)
             block.copy(param.offset, param, old, param.offset);
     }

@@ -15,8 +15,8 @@ template <class T> void store(std::byte* to, const T& value) {
 } // namespace
 
 bool Parser::parameters(BlockBuilder& block, const Declaration& declaration) {
-    const std::string of = (declaration.kind == Declaration::Kind::data ? "data \"" : "shader \"") +
-                           declaration.name + '"';
+    const std::string of =
+        (declaration.kind == Declaration::Kind::data ? "data \"" : "shader \"") + declaration.name + '"';
     std::vector<const Param*> given;
     expect('(');
     while (!accept(')')) {
@@ -88,7 +88,8 @@ void Parser::struct_value(BlockBuilder& block, std::uint32_t offset, const Param
         } else if (next < param.members.size()) {
             member = &param.members[next++];
         } else {
-            fail_expected("'}', since the structure has " + std::to_string(param.members.size()) + " members");
+            fail_expected("'}', since the structure has " + std::to_string(param.members.size()) +
+                          " members");
         }
         block.disconnect(offset + member->offset, *member);
         value(block, offset + member->offset, *member);
@@ -169,7 +170,8 @@ miTag Parser::reference(miParam_type type) {
         fits = found == miSCENE_IMAGE || found == miSCENE_FUNCTION;
     }
     if (!fits)
-        fail(word, '"' + std::string(word.value) + "\" (defined at " + element.place.text() + ") is no " + what);
+        fail(word,
+             '"' + std::string(word.value) + "\" (defined at " + element.place.text() + ") is no " + what);
     return element.tag;
 }
 
@@ -206,7 +208,8 @@ void Parser::connection(BlockBuilder& block, std::uint32_t offset, const Param& 
     const Param& result = source->shader->declaration->result;
     const Param* member = find_member(result, path, &source_offset);
     if (!member)
-        fail(word, "the result of shader \"" + source->name + "\" has no member \"" + std::string(path) + '"');
+        fail(word,
+             "the result of shader \"" + source->name + "\" has no member \"" + std::string(path) + '"');
     if (!same_type(*member, param))
         fail(word, "a " + type_name(param) + " cannot take the " + type_name(*member) + " that " +
                        std::string(describe(word)) + " returns" +

@@ -25,30 +25,30 @@ struct Matrix {
 };
 
 enum class RayMask : std::uint32_t { // which instances a ray can meet
-    primary = 1u << 0,      // visible
-    shadow = 1u << 1,       // casts shadows
-    trace = 1u << 2,        // seen by secondary rays at all (probe, continue)
-    reflection = 1u << 3,   // seen in reflections
-    refraction = 1u << 4,   // seen through refraction
-    transparency = 1u << 5, // seen through transparency
+    primary = 1u << 0,               // visible
+    shadow = 1u << 1,                // casts shadows
+    trace = 1u << 2,                 // seen by secondary rays at all (probe, continue)
+    reflection = 1u << 3,            // seen in reflections
+    refraction = 1u << 4,            // seen through refraction
+    transparency = 1u << 5,          // seen through transparency
     finalgather = 1u << 6,
 };
 
 // One piece of geometry at one place.
 struct WorldInstance {
-    miTag tag = miNULLTAG;      // the leaf instance; instances reached by several paths have elements of their own
+    miTag tag = miNULLTAG; // the leaf instance; instances reached by several paths have elements of their own
     miTag object_tag = miNULLTAG;
     const miObject* object = nullptr;
     const miTriangles* triangles = nullptr;
-    Matrix to_internal;         // object to internal space
+    Matrix to_internal; // object to internal space
     Matrix from_internal;
-    Matrix motion_to_internal;  // at the end of the shutter interval; equals to_internal when nothing moves
-    bool mirrored = false;      // to_internal turns orientation around
+    Matrix motion_to_internal; // at the end of the shutter interval; equals to_internal when nothing moves
+    bool mirrored = false;     // to_internal turns orientation around
     bool has_motion = false;
-    std::uint32_t mask = 0;     // RayMask bits
-    miUint1 face = 'a';         // which sides are seen
+    std::uint32_t mask = 0; // RayMask bits
+    miUint1 face = 'a';     // which sides are seen
     bool receives_reflection = true, receives_refraction = true, receives_transparency = true;
-    miTag material = miNULLTAG; // inherited; or:
+    miTag material = miNULLTAG;       // inherited; or:
     std::span<const miTag> materials; // inherited list, indexed by the labels of a tagged object
     bool override_material = false;
     bool exclusive_lights = false;
@@ -69,7 +69,7 @@ struct WorldLight {
 struct EmbreeScene; // render/embree_scene.h, the only place that includes Embree
 
 class World {
-  public:
+public:
     // Flattens the graph below `command.root` and builds the ray casting structure. Throws SceneError.
     World(Scene& scene, const RenderCommand& command, bool camera_space);
     ~World();
@@ -90,11 +90,12 @@ class World {
     [[nodiscard]] const WorldInstance* find_instance(miTag tag) const;
     [[nodiscard]] const WorldLight* find_light(miTag instance) const;
 
-    // Nearest hit with near < distance < far, among instances with a bit of `mask`. `time` in [0, 1]: shutter.
-    bool intersect(const miVector& org, const miVector& dir, double near, double far, float time, std::uint32_t mask,
-                   miRc_intersection& hit) const;
+    // Nearest hit with near < distance < far, among instances with a bit of `mask`. `time` in [0, 1]:
+    // shutter.
+    bool intersect(const miVector& org, const miVector& dir, double near, double far, float time,
+                   std::uint32_t mask, miRc_intersection& hit) const;
 
-  private:
+private:
     std::unique_ptr<EmbreeScene> embree_;
     std::unordered_map<miTag, std::uint32_t> instance_index_, light_index_;
 };

@@ -50,9 +50,9 @@ void BlockBuilder::apply_defaults(const std::vector<Param>& params, std::uint32_
 }
 
 void BlockBuilder::begin_array(std::uint32_t offset, const Param& array) {
+    disconnect(offset, array);
     const ArrayHead empty{0, 0};
     std::memcpy(at(offset), &empty, sizeof empty);
-    disconnect(offset, array);
 }
 
 std::uint32_t BlockBuilder::append(std::uint32_t offset, const Param& array) {
@@ -76,11 +76,20 @@ std::uint32_t BlockBuilder::append(std::uint32_t offset, const Param& array) {
 }
 
 void BlockBuilder::disconnect(std::uint32_t offset, const Param& param) {
-    const std::uint32_t end = offset + param.size;
+    if (param.type == miTYPE_STRUCT)
+        for (const Param& member : param.members)
+            disconnect(offset + member.offset, member);
+    std::uint32_t end = offset + param.size;
+    if (param.type == miTYPE_ARRAY) { // the elements, wherever they are
+        const ArrayHead head = head_at(at(offset));
+        offset = element_offset(offset, param, head, 0);
+        end = offset + static_cast<std::uint32_t>(head.count) * param.members.front().size;
+    }
     std::erase_if(connections_, [&](const Connection& c) { return c.offset >= offset && c.offset < end; });
 }
 
-void BlockBuilder::connect(std::uint32_t offset, const Param& param, miTag shader, std::uint32_t source_offset) {
+void BlockBuilder::connect(std::uint32_t offset, const Param& param, miTag shader,
+                           std::uint32_t source_offset) {
     for (const Param& member : param.members)
         connect(offset + member.offset, member, shader, source_offset + member.offset);
     if (!param.members.empty())
@@ -100,7 +109,8 @@ void BlockBuilder::copy(std::uint32_t offset, const Param& param, const BlockVie
         const ArrayHead source = head_at(from.bytes + from_offset);
         begin_array(offset, param);
         for (int k = 0; k < source.count; ++k)
-            copy(append(offset, param), param.members.front(), from, element_offset(from_offset, param, source, k));
+            copy(append(offset, param), param.members.front(), from,
+                 element_offset(from_offset, param, source, k));
         return;
     }
     if (param.type == miTYPE_STRUCT) {
@@ -141,7 +151,8 @@ void store_block(Database& database, Element& function, const BlockBuilder& bloc
 }
 
 BlockView view_block(const Element& function) {
-    return {reinterpret_cast<const std::byte*>(function.as<miFunction>()->parameters), &function.shader->connections};
+    return {reinterpret_cast<const std::byte*>(function.as<miFunction>()->parameters),
+            &function.shader->connections};
 }
 
 } // namespace stage

@@ -17,7 +17,7 @@ struct BlockView {
 };
 
 class BlockBuilder {
-  public:
+public:
     // Starts with the declared defaults, zeros where there are none.
     BlockBuilder(const std::vector<Param>& params, std::uint32_t block_size);
 
@@ -29,8 +29,8 @@ class BlockBuilder {
     void begin_array(std::uint32_t offset, const Param& array);
     std::uint32_t append(std::uint32_t offset, const Param& array);
 
-    // Takes the value at `offset` from a shader's result at `source_offset`. A structure is connected member by
-    // member, because shaders evaluate it so. No arrays.
+    // Takes the value at `offset` from a shader's result at `source_offset`. A structure is connected member
+    // by member, because shaders evaluate it so. No arrays.
     void connect(std::uint32_t offset, const Param& param, miTag shader, std::uint32_t source_offset);
     // Copies a value and its connections from another block of the same layout at that place.
     void copy(std::uint32_t offset, const Param& param, const BlockView& from, std::uint32_t from_offset);
@@ -40,7 +40,7 @@ class BlockBuilder {
     [[nodiscard]] const std::vector<std::byte>& bytes() const { return bytes_; }
     [[nodiscard]] const std::vector<Connection>& connections() const { return connections_; }
 
-  private:
+private:
     void apply_defaults(const std::vector<Param>& params, std::uint32_t base);
     std::vector<std::byte> bytes_;
     std::vector<Connection> connections_;

@@ -108,8 +108,8 @@ std::uint32_t array_element_offset(const Param& array) {
 }
 
 bool same_type(const Param& a, const Param& b) {
-    return a.type == b.type && std::equal(a.members.begin(), a.members.end(), b.members.begin(),
-                                          b.members.end(), same_type);
+    return a.type == b.type &&
+           std::equal(a.members.begin(), a.members.end(), b.members.begin(), b.members.end(), same_type);
 }
 
 const Param* find_member(const Param& whole, std::string_view path, std::uint32_t* offset) {
@@ -131,7 +131,8 @@ const Param* find_member(const Param& whole, std::string_view path, std::uint32_
 }
 
 const Param* Declaration::find(std::string_view param) const {
-    const auto found = std::find_if(params.begin(), params.end(), [&](const Param& p) { return p.name == param; });
+    const auto found =
+        std::find_if(params.begin(), params.end(), [&](const Param& p) { return p.name == param; });
     return found == params.end() ? nullptr : &*found;
 }
 

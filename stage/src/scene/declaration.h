@@ -1,8 +1,8 @@
 // Layout of parameter blocks by C rules.
 //
-// A parameter block is what the C structure of a shader's parameters would be. An array parameter `x` is three
-// members, `int i_x, n_x; T x[1]`, of which element k is `x[i_x + k]`; the elements stand behind the structure,
-// and i_x leads there.
+// A parameter block is what the C structure of a shader's parameters would be. An array parameter `x` is
+// three members, `int i_x, n_x; T x[1]`, of which element k is `x[i_x + k]`; the elements stand behind the
+// structure, and i_x leads there.
 #pragma once
 
 #include <string>
@@ -34,8 +34,8 @@ std::uint32_t lay_out(std::vector<Param>& members, std::uint32_t* alignment = nu
 // True when values of both have the same meaning and layout.
 [[nodiscard]] bool same_type(const Param& a, const Param& b);
 
-// A declared structure's member, struct member ("a.b") or the result itself for an empty path; null when there
-// is none. `offset` receives its place.
+// A declared structure's member, struct member ("a.b") or the result itself for an empty path; null when
+// there is none. `offset` receives its place.
 [[nodiscard]] const Param* find_member(const Param& whole, std::string_view path, std::uint32_t* offset);
 
 } // namespace stage

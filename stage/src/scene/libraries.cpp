@@ -51,7 +51,8 @@ void LibrarySet::load(const std::string& file, const std::vector<std::string>& f
     void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
         const char* reason = dlerror();
-        throw std::runtime_error("cannot load the library \"" + file + "\": " + (reason ? reason : "no reason given"));
+        throw std::runtime_error("cannot load the library \"" + file +
+                                 "\": " + (reason ? reason : "no reason given"));
     }
     libraries_.push_back({path, handle});
     if (void* set_handle = dlsym(handle, "miSetModuleHandle"); set_handle && module_handle_)
@@ -102,17 +103,19 @@ ShaderCode* LibrarySet::find_code(Scene& scene, const std::string& name) {
     return scene.code.emplace(name, std::move(code)).first->second.get();
 }
 
-void bind_code(Scene& scene, Declaration& declaration, const Place& place) {
+void bind_code(Scene& scene, Declaration& declaration) {
     if (declaration.code)
         return;
-    const std::string shader = "shader \"" + declaration.name + "\" (declared at " + declaration.place.text() + ")";
+    const std::string shader =
+        "shader \"" + declaration.name + "\" (declared at " + declaration.place.text() + ")";
     ShaderCode* code = LibrarySet::find_code(scene, declaration.name);
     if (!code)
-        throw SceneError(place, shader + " is in no linked library (linked: " + scene.libraries->names() + ")");
+        throw std::runtime_error(shader + " is in no linked library (linked: " + scene.libraries->names() +
+                                 ")");
     const int version = code->version ? code->version() : declaration.version;
     if (declaration.version != 0 && version != declaration.version)
-        throw SceneError(place, shader + " has version " + std::to_string(version) + " in " + code->library +
-                                    ", but version " + std::to_string(declaration.version) + " is declared");
+        throw std::runtime_error(shader + " has version " + std::to_string(version) + " in " + code->library +
+                                 ", but version " + std::to_string(declaration.version) + " is declared");
     declaration.code = code;
 }
 

@@ -11,7 +11,7 @@
 namespace stage {
 
 class LibrarySet {
-  public:
+public:
     LibrarySet() = default;
     ~LibrarySet();
     LibrarySet(const LibrarySet&) = delete;
@@ -36,7 +36,7 @@ class LibrarySet {
 
     [[nodiscard]] std::string names() const; // of all libraries, for messages
 
-  private:
+private:
     struct Library {
         std::string path;
         void* handle;
@@ -46,8 +46,8 @@ class LibrarySet {
     void* module_handle_ = nullptr;
 };
 
-// Finds the code of a declared shader at its first use and compares versions. Throws SceneError at `place`
-// when the shader is missing or its version differs from the declaration's.
-void bind_code(Scene& scene, Declaration& declaration, const Place& place);
+// Finds the code of a declared shader at its first use and compares versions. Throws std::runtime_error when
+// the shader is missing or its version differs from the declaration's.
+void bind_code(Scene& scene, Declaration& declaration);
 
 } // namespace stage

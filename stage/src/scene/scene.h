@@ -22,7 +22,8 @@
 
 namespace stage {
 
-// Where something stands in a scene file; lines and columns count from 1. An empty file means "made by the stage".
+// Where something stands in a scene file; lines and columns count from 1. An empty file means "made by the
+// stage".
 struct Place {
     std::shared_ptr<const std::string> file;
     int line = 0;
@@ -30,9 +31,10 @@ struct Place {
     [[nodiscard]] std::string text() const; // "file:line:column", or "(built in)"
 };
 
-// A mistake in a scene. what() is the whole report: "file:line:column: message", the offending line and a caret.
+// A mistake in a scene. what() is the whole report: "file:line:column: message", the offending line and a
+// caret.
 class SceneError : public std::runtime_error {
-  public:
+public:
     SceneError(const Place& place, const std::string& message, std::string_view source_line = {});
     // The same report with another line below it.
     SceneError(const SceneError& error, const std::string& note);
@@ -44,9 +46,9 @@ class SceneError : public std::runtime_error {
 struct Param {
     std::string name;
     miParam_type type = miTYPE_INTEGER;
-    std::vector<Param> members;       // of a struct; of an array: the one element type
-    std::uint32_t offset = 0;         // in the enclosing block; of an array: of its i_, n_ pair
-    std::uint32_t size = 0;           // of an array: of the pair and its first element, as the C member run
+    std::vector<Param> members; // of a struct; of an array: the one element type
+    std::uint32_t offset = 0;   // in the enclosing block; of an array: of its i_, n_ pair
+    std::uint32_t size = 0;     // of an array: of the pair and its first element, as the C member run
     std::uint32_t alignment = 1;
     std::vector<std::byte> default_value; // empty when there is none; zeros then
 };
@@ -60,15 +62,15 @@ struct Declaration {
     Kind kind = Kind::shader;
     std::string name;
     Place place;
-    miTag tag = miNULLTAG;                 // its database element, a miFunction_decl
-    Param result;                          // unused for data
+    miTag tag = miNULLTAG; // its database element, a miFunction_decl
+    Param result;          // unused for data
     std::vector<Param> params;
-    std::uint32_t block_size = 0;          // bytes of a block with every array holding one element
-    int version = 0;                       // 0: not stated
-    std::uint32_t apply = 0;               // bit n for miShader_type n
-    std::string shadow_mode;               // demanded mode: "", "off", "on", "sort", "segments"
-    ShaderCode* code = nullptr;            // of a shader: found in the libraries at the first use
-    std::shared_ptr<PhenomenonBody> body;  // of a phenomenon
+    std::uint32_t block_size = 0;         // bytes of a block with every array holding one element
+    int version = 0;                      // 0: not stated
+    std::uint32_t apply = 0;              // bit n for miShader_type n
+    std::string shadow_mode;              // demanded mode: "", "off", "on", "sort", "segments"
+    ShaderCode* code = nullptr;           // of a shader: found in the libraries at the first use
+    std::shared_ptr<PhenomenonBody> body; // of a phenomenon
     [[nodiscard]] const Param* find(std::string_view param) const;
 };
 
@@ -88,16 +90,16 @@ struct ShaderCode {
     ExitEntry exit = nullptr;
     VersionEntry version = nullptr;
 
-    miLock lock = nullptr;               // of all instances, miQ_DECL_LOCK
+    miLock lock = nullptr;                // of all instances, miQ_DECL_LOCK
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
     std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
 };
 
 // What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
-// The parser settles references to a phenomenon's interface while it builds an instance of the phenomenon: what
-// is literal there is copied, what is connected there is connected to the same shader. `from_interface` is
-// therefore for scenes that are built otherwise.
+// The parser settles references to a phenomenon's interface while it builds an instance of the phenomenon:
+// what is literal there is copied, what is connected there is connected to the same shader. `from_interface`
+// is therefore for scenes that are built otherwise.
 struct Connection {
     std::uint32_t offset = 0;        // of the parameter (or struct member, or array element) in the block
     std::uint32_t size = 0;          // bytes of the value
@@ -109,8 +111,8 @@ struct Connection {
 // What the renderer keeps for a shader instance beside its public record (miFunction).
 struct ShaderInstance {
     const Declaration* declaration = nullptr;
-    ShaderCode* code = nullptr;  // null for a phenomenon
-    miTag root = miNULLTAG;      // of a phenomenon instance: the shader or material it stands for
+    ShaderCode* code = nullptr; // null for a phenomenon
+    miTag root = miNULLTAG;     // of a phenomenon instance: the shader or material it stands for
     miTag lens = miNULLTAG, output = miNULLTAG, volume = miNULLTAG, environment = miNULLTAG; // further roots
     std::uint32_t result_size = 0;
     std::vector<Connection> connections;
@@ -137,8 +139,9 @@ class Image;
 // The named frame buffers of a camera.
 struct FramebufferDesc {
     std::string name;
-    std::string datatype = "rgba"; // as in the scene language: rgba, rgba_fp, rgb, a, s, z, n, m, tag, coverage, ...
-    std::string filename;          // "": not written to a file of its own
+    std::string datatype =
+        "rgba";           // as in the scene language: rgba, rgba_fp, rgb, a, s, z, n, m, tag, coverage, ...
+    std::string filename; // "": not written to a file of its own
     std::string filetype;
     std::string compression;
     std::string colorprofile;
@@ -161,20 +164,20 @@ struct Element {
     void* record = nullptr; // the public record
     std::size_t size = 0;   // bytes of it
     std::atomic<int> pins{0};
-    std::vector<std::uint64_t> block;     // owns the record of most elements (aligned, zeroed)
+    std::vector<std::uint64_t> block; // owns the record of most elements (aligned, zeroed)
 
-    std::unique_ptr<ShaderInstance> shader;          // miSCENE_FUNCTION
-    std::unique_ptr<Geometry> geometry;              // miSCENE_OBJECT
-    std::vector<FramebufferDesc> framebuffers;       // miSCENE_FRAMEBUFFERS
-    const Declaration* declaration = nullptr;        // miSCENE_FUNCTION_DECL, miSCENE_USERDATA
-    std::string file;                                // miSCENE_IMAGE: file name as found on the search path
-    std::shared_ptr<Image> image;                    // miSCENE_IMAGE: filled at first use
-    std::mutex image_guard;                          // held while it is filled
-    std::atomic<Image*> loaded_image{nullptr};       // the same, once it can be used without the guard
+    std::unique_ptr<ShaderInstance> shader;    // miSCENE_FUNCTION
+    std::unique_ptr<Geometry> geometry;        // miSCENE_OBJECT
+    std::vector<FramebufferDesc> framebuffers; // miSCENE_FRAMEBUFFERS
+    const Declaration* declaration = nullptr;  // miSCENE_FUNCTION_DECL, miSCENE_USERDATA
+    std::string file;                          // miSCENE_IMAGE: file name as found on the search path
+    std::shared_ptr<Image> image;              // miSCENE_IMAGE: filled at first use
+    std::mutex image_guard;                    // held while it is filled
+    std::atomic<Image*> loaded_image{nullptr}; // the same, once it can be used without the guard
     std::vector<std::pair<std::string, std::string>> string_options; // miSCENE_OPTIONS
-    std::vector<miTag> state_shaders;                // miSCENE_OPTIONS: in the order of their calls
-    float texture_filter = 1.0f;                     // miSCENE_IMAGE: scale of the filter, when the image asks for one
-    std::string texture_file_type;                   // miSCENE_IMAGE, writable: file format, "" by the file's name
+    std::vector<miTag> state_shaders; // miSCENE_OPTIONS: in the order of their calls
+    float texture_filter = 1.0f;      // miSCENE_IMAGE: scale of the filter, when the image asks for one
+    std::string texture_file_type;    // miSCENE_IMAGE, writable: file format, "" by the file's name
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
@@ -188,7 +191,7 @@ inline Element* element_of(const miFunction* function) {
 // All elements. Tags count from 1 and are never used twice. Reading is free of locks and may happen on many
 // threads; elements are added only while no frame is rendered, or under `add`'s own lock by the renderer.
 class Database {
-  public:
+public:
     Database();
     ~Database();
     Database(const Database&) = delete;
@@ -201,7 +204,7 @@ class Database {
     [[nodiscard]] Element* find(miTag tag) const; // null for a tag that names nothing
     [[nodiscard]] Element* find(std::string_view name) const;
     void rename(Element& element, std::string name);
-    void remove(Element& element); // `delete "name"`: the name goes, the tag stays valid
+    void remove(Element& element);          // `delete "name"`: the name goes, the tag stays valid
     [[nodiscard]] std::size_t size() const; // highest tag
 
     template <class T> [[nodiscard]] T* record(miTag tag, int type) const {
@@ -209,7 +212,7 @@ class Database {
         return e && e->type == type ? e->as<T>() : nullptr;
     }
 
-  private:
+private:
     // Elements lie in pages that never move, so that readers need no lock while a page is added.
     static constexpr std::size_t page_size = 512;
     static constexpr std::size_t page_limit = std::size_t{1} << 16;
@@ -227,7 +230,7 @@ class Database {
 // ---- the scene -------------------------------------------------------------------------------------
 
 struct RenderCommand {
-    miTag root = miNULLTAG;            // instgroup
+    miTag root = miNULLTAG; // instgroup
     miTag camera_instance = miNULLTAG;
     miTag options = miNULLTAG;
     miTag inheritance = miNULLTAG;
@@ -246,16 +249,17 @@ struct Scene {
     std::unordered_map<std::string, std::unique_ptr<ShaderCode>> code;
     std::unique_ptr<LibrarySet> libraries;
     std::vector<std::string> search_path; // for link, include, textures and data files
-    std::vector<std::string> warnings;    // missing texture, version mismatch, ...: each names element and place
+    std::vector<std::string> warnings; // missing texture, version mismatch, ...: each names element and place
 
-    std::function<void(const std::string& text)> on_echo; // the `echo` command; null prints on standard output
-    int verbosity = -1;                                   // the `verbose` command; -1 when there was none
+    std::function<void(const std::string& text)>
+        on_echo;        // the `echo` command; null prints on standard output
+    int verbosity = -1; // the `verbose` command; -1 when there was none
 
-    // Calls the exit functions of all initialised instances and shaders, in reverse order of their first calls.
-    // Each call's state is a copy of `prototype` (or an empty one) with `shader` set; afterwards everything may
-    // be initialised anew.
+    // Calls the exit functions of all initialised instances and shaders, in reverse order of their first
+    // calls. Each call's state is a copy of `prototype` (or an empty one) with `shader` set; afterwards
+    // everything may be initialised anew.
     void exit_shaders(const miState* prototype = nullptr);
-    std::vector<miTag> init_order;      // instances by first call; guarded by init_guard
+    std::vector<miTag> init_order; // instances by first call; guarded by init_guard
     // Held while init functions run. They may evaluate parameters and so bring about further first calls.
     std::recursive_mutex init_guard;
 };

@@ -55,7 +55,8 @@ struct Projection {
         }
         int axis = 0;
         for (int k = 1; k < 3; ++k)
-            if (std::abs(normal[static_cast<std::size_t>(k)]) > std::abs(normal[static_cast<std::size_t>(axis)]))
+            if (std::abs(normal[static_cast<std::size_t>(k)]) >
+                std::abs(normal[static_cast<std::size_t>(axis)]))
                 axis = k;
         u = (axis + 1) % 3;
         v = (axis + 2) % 3;
@@ -74,15 +75,36 @@ struct Projection {
     }
 };
 
+// The corner's neighbours in the ring.
+struct Neighbours {
+    std::size_t before, after;
+    Neighbours(std::size_t at, std::size_t n) : before((at + n - 1) % n), after((at + 1) % n) {}
+};
+
+double turn(const Ring& ring, std::size_t at) {
+    const Neighbours n(at, ring.size());
+    return cross(ring[n.before], ring[at], ring[n.after]);
+}
+
+// True when the corner's interior angle contains the direction to `from`: of several corners at one place,
+// which bridges make, only one does.
+bool opens_towards(const Ring& ring, std::size_t at, const Point& from) {
+    const Neighbours n(at, ring.size());
+    const bool left = cross(ring[n.before], ring[at], from) >= 0.0;
+    const bool right = cross(ring[at], ring[n.after], from) >= 0.0;
+    return turn(ring, at) > 0.0 ? left && right : left || right;
+}
+
 // The corner of `border` that the hole's rightmost point sees: the bridge's other end.
 std::size_t bridge_end(const Ring& border, const Point& from) {
     double nearest = std::numeric_limits<double>::infinity();
     std::size_t best = border.size();
     for (std::size_t j = border.size() - 1, i = 0; i < border.size(); j = i++) {
         const Point &a = border[j], &b = border[i];
-        if ((a.y > from.y) == (b.y > from.y) && !(a.y == from.y && b.y == from.y))
+        const bool along = a.y == from.y && b.y == from.y;
+        if ((a.y > from.y) == (b.y > from.y) && !along)
             continue;
-        const double x = a.y == b.y ? std::min(a.x, b.x) : a.x + (from.y - a.y) / (b.y - a.y) * (b.x - a.x);
+        const double x = along ? std::min(a.x, b.x) : a.x + (from.y - a.y) / (b.y - a.y) * (b.x - a.x);
         if (x >= from.x && x < nearest) {
             nearest = x;
             best = a.x > b.x ? j : i;
@@ -91,21 +113,17 @@ std::size_t bridge_end(const Ring& border, const Point& from) {
     if (best == border.size()) // the hole lies outside: any corner gives a defined result
         return 0;
 
-    // A reflex corner inside the triangle (from, hit, best) hides `best`; the one of smallest angle is seen.
     const Point hit{nearest, from.y, 0};
+    for (std::size_t i = 0; i < border.size(); ++i)
+        if (same_place(border[i], hit) && opens_towards(border, i, from))
+            return i;
+    // A corner inside the triangle (from, hit, best) hides `best`; the one of the smallest angle is seen.
     const Point target = border[best];
     double smallest = std::numeric_limits<double>::infinity();
     for (std::size_t i = 0; i < border.size(); ++i) {
         const Point& p = border[i];
         const bool within = target.y < from.y ? inside(from, target, hit, p) : inside(from, hit, target, p);
-        if (!within || p.x < from.x)
-            continue;
-        // Of two corners at the same place the one whose wedge contains `from` is seen.
-        const Point& before = border[(i + border.size() - 1) % border.size()];
-        const Point& after = border[(i + 1) % border.size()];
-        const bool convex = cross(before, p, after) > 0.0;
-        const bool left = cross(before, p, from) >= 0.0, right = cross(p, after, from) >= 0.0;
-        if (!(convex ? left && right : left || right))
+        if (!within || p.x < from.x || !opens_towards(border, i, from))
             continue;
         const double slope = p.x > from.x ? std::abs(p.y - from.y) / (p.x - from.x) : 0.0;
         if (slope < smallest) {
@@ -128,13 +146,20 @@ void join_hole(Ring& border, Ring hole) {
     border.insert(border.begin() + static_cast<std::ptrdiff_t>(end) + 1, hole.begin(), hole.end());
 }
 
-bool is_ear(const Ring& ring, std::size_t before, std::size_t at, std::size_t after) {
-    const Point &a = ring[before], &b = ring[at], &c = ring[after];
+// A convex corner whose triangle holds no other part of the polygon; only a corner that is not convex can
+// reach into it, and bridges touch it at corners of the same place.
+bool is_ear(const Ring& ring, std::size_t at) {
+    const Neighbours n(at, ring.size());
+    const Point &a = ring[n.before], &b = ring[at], &c = ring[n.after];
     if (cross(a, b, c) <= 0.0)
         return false;
-    return std::none_of(ring.begin(), ring.end(), [&](const Point& p) {
-        return !same_place(p, a) && !same_place(p, b) && !same_place(p, c) && inside(a, b, c, p);
-    });
+    for (std::size_t i = 0; i < ring.size(); ++i) {
+        const Point& p = ring[i];
+        if (inside(a, b, c, p) && !same_place(p, a) && !same_place(p, b) && !same_place(p, c) &&
+            turn(ring, i) <= 0.0)
+            return false;
+    }
+    return true;
 }
 
 void cut_ears(Ring ring, std::vector<std::uint32_t>& result) {
@@ -143,16 +168,24 @@ void cut_ears(Ring ring, std::vector<std::uint32_t>& result) {
     while (ring.size() >= 3) {
         const std::size_t n = ring.size();
         at %= n;
-        const std::size_t before = (at + n - 1) % n, after = (at + 1) % n;
-        // When no corner is an ear the polygon crosses itself or has no area: cut anyway.
-        if (n == 3 || refused >= n || is_ear(ring, before, at, after)) {
-            result.insert(result.end(), {ring[before].index, ring[at].index, ring[after].index});
-            ring.erase(ring.begin() + static_cast<std::ptrdiff_t>(at));
-            refused = 0;
-        } else {
+        const bool stuck = refused >= n;
+        if (stuck)
+            for (std::size_t i = 0; i < n && turn(ring, at) != 0.0; ++i)
+                at = (at + 1) % n;
+        // Without an ear, a corner on a straight line goes first, which takes nothing away. A polygon that
+        // has none either crosses itself: cut anywhere.
+        const bool flat = stuck && n > 3 && turn(ring, at) == 0.0;
+        if (!flat && n > 3 && !stuck && !is_ear(ring, at)) {
             ++at;
             ++refused;
+            continue;
         }
+        const Neighbours neighbours(at, n);
+        if (!flat)
+            result.insert(result.end(),
+                          {ring[neighbours.before].index, ring[at].index, ring[neighbours.after].index});
+        ring.erase(ring.begin() + static_cast<std::ptrdiff_t>(at));
+        refused = 0;
     }
 }
 
