@@ -14,6 +14,11 @@ namespace {
 
 using Times = std::map<std::string, double>; // by name, nanoseconds
 
+Times& results() {
+    static Times times;
+    return times;
+}
+
 // Keeps the fastest repetition of each benchmark.
 class FastestReporter : public benchmark::BenchmarkReporter {
 public:
@@ -28,23 +33,21 @@ public:
                 continue;
             }
             const double time = run.real_accumulated_time / static_cast<double>(run.iterations) * 1e9;
-            const auto [entry, added] = fastest.try_emplace(run.run_name.function_name, time);
+            const auto [entry, added] = results().try_emplace(run.run_name.function_name, time);
             if (!added)
                 entry->second = std::min(entry->second, time);
         }
     }
-
-    Times fastest;
 };
 
-void print_pairs(const Times& fastest) {
+void print_pairs(const Times& times) {
     std::printf("%-36s %-28s %14s %14s %8s %14s\n", "subject", "peer", "ours [ns]", "peer [ns]", "ratio",
                 "more by [ns]");
-    for (const auto& [name, time] : fastest) {
+    for (const auto& [name, time] : times) {
         const std::size_t slash = name.rfind('/');
         const std::string subject = name.substr(0, slash);
-        const auto ours = fastest.find(subject + "/ours");
-        if (ours == fastest.end() || name == ours->first)
+        const auto ours = times.find(subject + "/ours");
+        if (ours == times.end() || name == ours->first)
             continue;
         std::printf("%-36s %-28s %14.3f %14.3f %8.3f %14.3f\n", subject.c_str(), name.c_str() + slash + 1,
                     ours->second, time, ours->second / time, ours->second - time);
@@ -67,8 +70,13 @@ int run_beside_peers(int argc, char** argv) {
         return 1;
     FastestReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    print_pairs(reporter.fastest);
-    return reporter.fastest.empty() ? 1 : 0;
+    print_pairs(results());
+    return results().empty() ? 1 : 0;
+}
+
+double fastest(const char* name) {
+    const auto found = results().find(name);
+    return found == results().end() ? 0.0 : found->second;
 }
 
 } // namespace bench

@@ -12,4 +12,7 @@ namespace bench {
 // Returns the exit code: 1 when nothing ran.
 int run_beside_peers(int argc, char** argv);
 
+// After a run: the fastest time of a benchmark in nanoseconds, 0 for one that did not run.
+double fastest(const char* name);
+
 } // namespace bench
