@@ -23,6 +23,7 @@ std::atomic<void*> renderer_module{nullptr};
 
 // Two threads may look the same name up at once; both store the same value, so relaxed order is enough.
 std::array<std::atomic<system::EntryPoint>, renderer_slots> entry_points{};
+static_assert(decltype(entry_points)::value_type::is_always_lock_free);
 
 #define ORL_NAME(result, name, parameters, arguments) #name,
 #define ORL_MESSAGE_NAME(name) #name,
@@ -61,6 +62,7 @@ ORL_EXPORT void miSetModuleHandle(void* handle) {
         entry.store(nullptr, std::memory_order_relaxed);
 }
 
+// NOLINTBEGIN(bugprone-macro-parentheses): the arguments are names and types
 #define ORL_FORWARD(result, name, parameters, arguments)                                                     \
     static_assert(std::is_same_v<decltype(name), result parameters>);                                        \
     namespace orl {                                                                                          \
@@ -89,6 +91,8 @@ ORL_EXPORT void miSetModuleHandle(void* handle) {
         va_end(arguments);                                                                                   \
         orl::entry_point<void(const char*, ...)>(orl::slot_##name)("%s", text);                              \
     }
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 ORL_RENDERER_FUNCTIONS(ORL_FORWARD, ORL_MESSAGE)
 

@@ -48,8 +48,10 @@ void GammaTable::fill(float (&entries)[size], float gamma) {
 float GammaTable::apply(const float (&entries)[size], float gamma, float component) {
     if (component > 1.0f)
         return numeric::pow(component, gamma);
-    if (component >= 0.0f)
-        return entries[static_cast<int>(component * static_cast<float>(size - 1) + 0.5f)];
+    if (component >= 0.0f) {
+        const float place = component * static_cast<float>(size - 1) + 0.5f;
+        return entries[static_cast<int>(place)];
+    }
     return std::isnan(component) ? component : entries[0];
 }
 
@@ -243,7 +245,8 @@ ORL_VERSION(utilshaders, orl_procedural_dummy);
 ORL_EXPORT miBoolean orl_procedural_dummy(miColor* result, miState* state, const void* params) {
     if (result == nullptr && state == nullptr && params == nullptr)
         return miFALSE;
-    *result = {0.7f, 0.7f, 0.7f, 1};
+    if (result != nullptr)
+        *result = {0.7f, 0.7f, 0.7f, 1};
     return miTRUE;
 }
 

@@ -184,10 +184,9 @@ ImageMemory::ImageMemory(int width, int height, miImg_type type, int levels) {
         starts.push_back(total);
         total += level_size(edge(width, i), edge(height, i), layout);
     }
-    memory_.resize(total / sizeof(std::max_align_t) + 1);
+    memory_.resize(total);
     for (int i = 0; i < levels; ++i) {
-        auto* level = reinterpret_cast<miImg_image*>(reinterpret_cast<char*>(memory_.data()) +
-                                                     starts[static_cast<std::size_t>(i)]);
+        auto* level = reinterpret_cast<miImg_image*>(memory_.data() + starts[static_cast<std::size_t>(i)]);
         fill_record(level, edge(width, i), edge(height, i), layout, type);
         image()->dir[i] = static_cast<miIntptr>(starts[static_cast<std::size_t>(i)]);
     }

@@ -31,7 +31,7 @@ public:
     [[nodiscard]] miImg_image* image() { return reinterpret_cast<miImg_image*>(memory_.data()); }
 
 private:
-    std::vector<std::max_align_t> memory_;
+    std::vector<std::byte> memory_; // operator new aligns it for every member of the record
 };
 
 } // namespace stage

@@ -58,10 +58,10 @@ const char* type_name(miParam_type type) {
     }
 }
 
-// Words of the apply clause, by shader type; those without one are told by other means.
+// Words of the apply clause, by shader type; the kinds without one have no word in the scene language.
 constexpr const char* apply_names[miNSHADERTYPES] = {
-    "lens",     "material", "light",  "shadow", "environment", "volume", "texture", "photon",  "geometry",
-    "displace", "emitter",  "output", nullptr,  "lightmap",    nullptr,  "state",   "contour",
+    "lens",     "material", "light",  "shadow", "environment", "volume", "texture", "photon", "geometry",
+    "displace", "emitter",  "output", nullptr,  "lightmap",    nullptr,  "state",   nullptr,
 };
 
 std::string number(double value) {

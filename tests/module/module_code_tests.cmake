@@ -1,0 +1,18 @@
+# What the built module is made of; it is only what it should be in optimised builds.
+if(TARGET orlshaders AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT ORL_SANITIZE)
+    find_program(ORL_BASH bash REQUIRED)
+    # With clang, CMake takes LLVM's objdump, which prints another notation.
+    set(objdump ${CMAKE_OBJDUMP})
+    if(NOT CMAKE_CROSSCOMPILING)
+        find_program(ORL_OBJDUMP objdump REQUIRED)
+        set(objdump ${ORL_OBJDUMP})
+    endif()
+    orl_add_command_test(forwarding_code
+        COMMAND ${ORL_BASH} ${CMAKE_CURRENT_SOURCE_DIR}/forwarding-code ${objdump}
+            $<TARGET_FILE:orlshaders> ${PROJECT_SOURCE_DIR}/shader/include/mi_binding.h
+        DEPENDS orlshaders)
+    orl_add_command_test(no_help_texts
+        COMMAND ${ORL_BASH} ${CMAKE_CURRENT_SOURCE_DIR}/no-help-texts $<TARGET_FILE:orlshaders>
+            ${PROJECT_BINARY_DIR}/shader
+        DEPENDS orlshaders)
+endif()

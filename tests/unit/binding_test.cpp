@@ -1,0 +1,196 @@
+// The binding to the renderer: every function reaches its namesake with its arguments, a new module is looked
+// up again, and what cannot be found is told word for word.
+#include "mi_binding.h"
+#include "scripted_renderer.h"
+#include "test_paths.h"
+
+#include <gtest/gtest.h>
+
+#include <csetjmp>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <tuple>
+
+#ifndef _WIN32
+#include <dlfcn.h>
+#endif
+
+namespace {
+
+using scripted::Renderer;
+
+// A value for argument `number` that no other argument of the call has.
+template <class T> T distinct(int number) {
+    if constexpr (std::is_pointer_v<T>)
+        return reinterpret_cast<T>(static_cast<std::intptr_t>(0x1000 + number));
+    else
+        return static_cast<T>(number);
+}
+
+template <class Result> Result answer() {
+    if constexpr (!std::is_void_v<Result>)
+        return distinct<Result>(77);
+}
+
+// Scripts `name`, calls the forwarding function and compares what arrives.
+template <class Result, class... Arguments>
+void expect_forwarded(const char* name, scripted::Script<Result(Arguments...)>& script,
+                      Result (*forward)(Arguments...)) {
+    const auto sent = []<int... numbers>(std::integer_sequence<int, numbers...>) {
+        return std::tuple<Arguments...>(distinct<Arguments>(numbers + 1)...);
+    }(std::make_integer_sequence<int, sizeof...(Arguments)>());
+    bool arrived = false;
+    script = [&](Arguments... arguments) -> Result {
+        arrived = std::tuple<Arguments...>(arguments...) == sent;
+        return answer<Result>();
+    };
+    if constexpr (std::is_void_v<Result>)
+        std::apply(forward, sent);
+    else
+        EXPECT_EQ(std::apply(forward, sent), answer<Result>()) << name;
+    EXPECT_TRUE(arrived) << name;
+    EXPECT_EQ(script.calls(), 1) << name;
+}
+
+class Binding : public testing::Test {
+protected:
+    Renderer& renderer = Renderer::get();
+    Binding() {
+        renderer.reset();
+        miSetModuleHandle(renderer.handle());
+    }
+};
+
+TEST_F(Binding, EveryFunctionReachesItsNamesakeWithItsArguments) {
+    int functions = 0;
+#define EXPECT_FORWARDED(result, name, parameters, arguments)                                                \
+    expect_forwarded(#name, renderer.name, &name);                                                           \
+    ++functions;
+#define NO_MESSAGE(name) ++functions;
+    ORL_RENDERER_FUNCTIONS(EXPECT_FORWARDED, NO_MESSAGE)
+    EXPECT_EQ(functions, 127);
+}
+
+TEST_F(Binding, QueryHandsItsFurtherArgumentsOn) {
+    const miTag a = renderer.add_string("a"), b = renderer.add_string("b");
+    const miTag group = renderer.add_group({a, b});
+    miTag kid = miNULLTAG;
+    EXPECT_TRUE(mi_query(miQ_GROUP_KID, nullptr, group, &kid, 1));
+    EXPECT_EQ(kid, b);
+    EXPECT_FALSE(mi_query(miQ_GROUP_KID, nullptr, group, &kid, 2));
+}
+
+using MessageFunction = void (*)(const char*, ...);
+
+TEST_F(Binding, MessagesArriveFormattedAtTheirLevel) {
+    const std::pair<MessageFunction, scripted::Level> cases[] = {
+        {&mi_debug, scripted::Level::debug},       {&mi_info, scripted::Level::info},
+        {&mi_progress, scripted::Level::progress}, {&mi_warning, scripted::Level::warning},
+        {&mi_error, scripted::Level::error},
+    };
+    for (const auto& [send, level] : cases) {
+        renderer.clear_logs();
+        send("%s: %d of %5.2f", "100%s %n", 3, 2.5);
+        ASSERT_EQ(renderer.messages().size(), 1u);
+        EXPECT_TRUE(renderer.has_message(level, "100%s %n: 3 of  2.50"));
+    }
+}
+
+TEST_F(Binding, LongMessagesAreCutTo1023Characters) {
+    for (const std::size_t length : {1022u, 1023u, 1024u, 5000u}) {
+        renderer.clear_logs();
+        mi_info("%s", std::string(length, 'x').c_str());
+        EXPECT_EQ(renderer.messages().at(0).text, std::string(std::min<std::size_t>(length, 1023), 'x'));
+    }
+}
+
+TEST_F(Binding, AnotherModuleIsLookedUpAgain) {
+    namespace fs = std::filesystem;
+    const fs::path original = ORL_FILE_SCRIPTED_RENDERER;
+    const fs::path copy = fs::path(orl_test_output_dir) / ("second_" + original.filename().string());
+    fs::remove(copy); // overwriting does not work with every run-time
+    fs::copy_file(original, copy);
+    Renderer second(copy.string().c_str());
+    second.reset();
+
+    EXPECT_EQ(mi_par_aborted(), miFALSE);
+    EXPECT_EQ(renderer.mi_par_aborted.calls(), 1);
+    miSetModuleHandle(second.handle());
+    mi_par_aborted();
+    mi_par_aborted();
+    EXPECT_EQ(renderer.mi_par_aborted.calls(), 1);
+    EXPECT_EQ(second.mi_par_aborted.calls(), 2);
+    miSetModuleHandle(renderer.handle());
+    mi_par_aborted();
+    EXPECT_EQ(renderer.mi_par_aborted.calls(), 2);
+}
+
+#ifdef _WIN32
+
+TEST(BindingDeathTest, WhatCannotBeFoundIsToldAndFaults) {
+    EXPECT_DEATH(
+        {
+            miSetModuleHandle(nullptr);
+            mi_par_aborted();
+        },
+        "DYNLOAD: dl_handle null\n.*dlsym failed on \"mi_par_aborted\" .handle: 0x0+, error: 127");
+}
+
+#else
+
+sigjmp_buf fault;
+
+// Calls a function that cannot be found; true when the call faulted.
+bool faults(void (*call)()) {
+    using Handler = void (*)(int);
+    const Handler jump = [](int) { siglongjmp(fault, 1); };
+    const Handler before = std::signal(SIGSEGV, jump);
+    const bool faulted = sigsetjmp(fault, 1) != 0;
+    if (!faulted)
+        call();
+    std::signal(SIGSEGV, before);
+    return faulted;
+}
+
+std::string printed(const void* handle) {
+    char text[32];
+    std::snprintf(text, sizeof text, "0x%p", handle);
+    return text;
+}
+
+std::string failure(const char* name, const void* handle) {
+    return std::string("dlsym failed on \"") + name + "\" (handle: " + printed(handle) + ", error: ";
+}
+
+TEST_F(Binding, ANameThatIsMissingIsToldAndLookedUpAgainAtEachCall) {
+    void* const mathematics = dlopen("libm.so.6", RTLD_NOW);
+    ASSERT_NE(mathematics, nullptr);
+    miSetModuleHandle(mathematics);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(faults([] { mi_matrix_ident(nullptr); }));
+    EXPECT_TRUE(faults([] { mi_matrix_ident(nullptr); }));
+    EXPECT_TRUE(faults([] { mi_error("x"); }));
+    const std::string told = testing::internal::GetCapturedStderr();
+
+    const std::string first = failure("mi_matrix_ident", mathematics);
+    const std::size_t second = told.find(first, 1);
+    EXPECT_EQ(told.find(first), 0u) << told;
+    EXPECT_NE(second, std::string::npos) << told;
+    EXPECT_NE(told.find(failure("mi_error", mathematics), second), std::string::npos) << told;
+    EXPECT_EQ(told.find("DYNLOAD"), std::string::npos) << told;
+    dlclose(mathematics);
+}
+
+TEST_F(Binding, ANullModuleIsToldBeforeTheLookUp) {
+    miSetModuleHandle(nullptr);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(faults([] { mi_par_aborted(); }));
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(told.find("DYNLOAD: dl_handle null\n" + failure("mi_par_aborted", nullptr)), 0u) << told;
+}
+
+#endif
+
+} // namespace

@@ -1,0 +1,242 @@
+// CallMaterial: which slot of a material runs for which call, what is installed meanwhile, and what is said
+// when a call cannot be served.
+#include "shader_fixture.h"
+
+#include <thread>
+
+namespace {
+
+struct Warned {
+    miBoolean warned;
+};
+
+class CallMaterialTest : public ShaderTest {
+protected:
+    scripted::ShaderInstance<Warned> shader{"wrapper"};
+    miTag volume_seen = 0, environment_seen = 0;
+    miShader_type type_seen{};
+    miColor start{};
+
+    // A shader that notes how it was called and leaves its number in red.
+    miTag add_slot(float number) {
+        return renderer.add_shader([this, number](void* result, miState* s, void*) {
+            auto* const color = static_cast<miColor*>(result);
+            start = *color;
+            volume_seen = s->volume;
+            environment_seen = s->environment;
+            type_seen = s->call_type;
+            color->r = number;
+            return miTRUE;
+        });
+    }
+
+    miMaterial full_material() {
+        return {.opaque = miFALSE,
+                .shader = add_slot(1),
+                .displace = add_slot(9),
+                .shadow = add_slot(3),
+                .volume = add_slot(5),
+                .environment = add_slot(4),
+                .contour = add_slot(16),
+                .photon = add_slot(7),
+                .photonvol = add_slot(14),
+                .lightmap = add_slot(13),
+                .hardware = miNULLTAG};
+    }
+};
+
+TEST_F(CallMaterialTest, RunsTheSlotOfTheCallInProgress) {
+    const miMaterial material = full_material();
+    const miTag tag = renderer.add_material(material);
+    const struct {
+        miShader_type type;
+        float number;
+        miTag volume, environment; // seen by the slot's shader
+    } cases[] = {
+        {miSHADER_MATERIAL, 1, material.volume, material.environment},
+        {miSHADER_TEXTURE, 1, material.volume, material.environment},
+        {miSHADER_SHADOW, 3, 500, 600},
+        {miSHADER_ENVIRONMENT, 4, 500, 600},
+        {miSHADER_VOLUME, 5, 500, 600},
+        {miSHADER_PHOTON, 7, material.photonvol, 600},
+        {miSHADER_DISPLACE, 9, 500, 600},
+        {miSHADER_LIGHTMAP, 13, 500, 600},
+        {miSHADER_PHOTONVOL, 14, 500, 600},
+        {miSHADER_CONTOUR, 16, 500, 600},
+    };
+    for (const auto& each : cases) {
+        state.run(shader, each.type);
+        state->volume = 500;
+        state->environment = 600;
+        miColor result{8, 8, 8, 8};
+        EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr)) << each.type;
+        EXPECT_EQ(result, (miColor{each.number, 0, 0, 0})) << each.type;
+        EXPECT_EQ(type_seen, each.type);
+        EXPECT_EQ(volume_seen, each.volume) << each.type;
+        EXPECT_EQ(environment_seen, each.environment) << each.type;
+        EXPECT_EQ(state->volume, each.volume) << "the volume stays, call type " << each.type;
+        EXPECT_EQ(state->environment, 600u) << each.type;
+        EXPECT_EQ(state->call_type, each.type);
+    }
+}
+
+TEST_F(CallMaterialTest, EmptySlots) {
+    miMaterial material{};
+    material.shader = add_slot(1);
+    const miTag tag = renderer.add_material(material);
+    const miTag empty = renderer.add_material({});
+    miColor result{};
+
+    state.run(shader, miSHADER_MATERIAL);
+    state->volume = 500;
+    state->environment = 600;
+    EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr));
+    EXPECT_EQ(state->volume, miNULLTAG); // installed even when empty
+    EXPECT_EQ(environment_seen, 600u);   // kept when empty
+    EXPECT_FALSE(CallMaterial(&result, state, empty, nullptr));
+
+    state.run(shader, miSHADER_SHADOW);
+    EXPECT_FALSE(CallMaterial(&result, state, tag, nullptr));
+
+    state.run(shader, miSHADER_ENVIRONMENT);
+    EXPECT_FALSE(CallMaterial(&result, state, tag, nullptr));
+    state.camera.environment = add_slot(44);
+    EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr));
+    EXPECT_EQ(result.r, 44.0f);
+
+    state.run(shader, miSHADER_DISPLACE);
+    result = {5, 5, 5, 5};
+    EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr));
+    EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
+    EXPECT_TRUE(errors().empty());
+}
+
+TEST_F(CallMaterialTest, ResultStartsBlackUnlessTheRayBringsAValue) {
+    const miTag tag = renderer.add_material(full_material());
+    constexpr miColor brought{0.25f, 0.5f, 0.75f, 1};
+    const std::pair<miRay_type, bool> cases[] = {
+        {miRAY_EYE, false},      {miRAY_TRANSPARENT, false},       {miRAY_LIGHT, false},
+        {miRAY_DISPLACE, false}, {miRAY_FINALGATHER, false},       {miRAY_SHADOW, true},
+        {miRAY_LM_VERTEX, true}, {miPHOTON_REFLECT_DIFFUSE, true}, {miRAY_LM_MESH, true},
+    };
+    state.run(shader, miSHADER_MATERIAL);
+    for (const auto& [type, kept] : cases) {
+        state->type = type;
+        miColor result = brought;
+        CallMaterial(&result, state, tag, nullptr);
+        EXPECT_EQ(start, kept ? brought : (miColor{0, 0, 0, 0})) << type;
+    }
+}
+
+TEST_F(CallMaterialTest, FunctionsRunAsTheCurrentMaterial) {
+    const std::pair<miShader_type, const char*> cases[] = {
+        {miSHADER_MATERIAL, "mi_call_material"},
+        {miSHADER_TEXTURE, "mi_call_material"},
+        {miSHADER_SHADOW, "mi_call_shadow_material"},
+        {miSHADER_ENVIRONMENT, "mi_call_environment_material"},
+        {miSHADER_VOLUME, "mi_call_volume_material"},
+        {miSHADER_PHOTON, "mi_call_photon_material"},
+        {miSHADER_PHOTONVOL, "mi_call_photonvol_material"},
+    };
+    const miTag function = add_slot(2);
+    for (const auto& [type, expected] : cases) {
+        renderer.clear_logs();
+        state.run(shader, type);
+        state->material = 700;
+        miColor result{};
+        EXPECT_TRUE(CallMaterial(&result, state, function, nullptr)) << expected;
+        ASSERT_EQ(renderer.calls().size(), 1u);
+        EXPECT_STREQ(renderer.calls()[0].function, expected);
+        EXPECT_EQ(renderer.calls()[0].tag, function);
+        EXPECT_EQ(state->material, 700u);
+    }
+}
+
+TEST_F(CallMaterialTest, FailingEnvironmentFunctionFallsBackToTheCamera) {
+    const miTag failing = renderer.add_shader([](void*, miState*, void*) { return miFALSE; });
+    state.run(shader, miSHADER_ENVIRONMENT);
+    miColor result{};
+    EXPECT_FALSE(CallMaterial(&result, state, failing, nullptr));
+    state.camera.environment = add_slot(44);
+    EXPECT_TRUE(CallMaterial(&result, state, failing, nullptr));
+    EXPECT_EQ(result.r, 44.0f);
+    EXPECT_EQ(type_seen, miSHADER_ENVIRONMENT);
+}
+
+TEST_F(CallMaterialTest, UnsupportedCallsAreReportedOncePerFlag) {
+    const miTag material = renderer.add_material(full_material());
+    const miTag function = add_slot(2);
+    const std::vector<std::string> of_material{"Shader 'wrapper' called with unsupported call type"};
+    const std::vector<std::string> of_function{
+        "Shader 'wrapper' does not support material phenomena in contour/displacement/lightmap modes."};
+    miColor result{};
+    auto* const own = orl::new_instance_data<Warned>(state.run(shader, miSHADER_LENS));
+
+    miBoolean flag = miFALSE;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(CallMaterial(&result, state, material, &flag));
+    EXPECT_EQ(errors(), of_material);
+    EXPECT_TRUE(flag);
+    EXPECT_FALSE(own->warned);
+
+    renderer.clear_logs(); // without a flag, the first word of the instance's data
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
+    EXPECT_EQ(errors(), of_material);
+    EXPECT_TRUE(own->warned);
+
+    for (const miShader_type type : {miSHADER_CONTOUR, miSHADER_DISPLACE, miSHADER_LIGHTMAP}) {
+        renderer.clear_logs();
+        own->warned = miFALSE;
+        flag = miFALSE;
+        state.run(shader, type);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_FALSE(CallMaterial(&result, state, function, &flag));
+        EXPECT_EQ(errors(), of_function);
+        EXPECT_FALSE(flag); // this message belongs to the running instance
+        EXPECT_TRUE(own->warned);
+    }
+    orl::delete_instance_data(state);
+}
+
+TEST_F(CallMaterialTest, ThreadsShareTheFlag) {
+    const miTag material = renderer.add_material(full_material());
+    orl::new_instance_data<Warned>(state.run(shader, miSHADER_LENS));
+    miSetModuleHandle(renderer.handle()); // the threads meet while functions are being looked up
+    std::vector<std::thread> threads;
+    for (short number = 0; number < 4; ++number)
+        threads.emplace_back([&, number] {
+            scripted::State own;
+            own.run(shader, miSHADER_LENS);
+            own->thread = number;
+            miColor result{};
+            for (int i = 0; i < 200; ++i)
+                EXPECT_FALSE(CallMaterial(&result, own, material, nullptr));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(errors().size(), 1u);
+    orl::delete_instance_data(state);
+}
+
+TEST_F(CallMaterialTest, NeitherFlagNorInstanceDataIsNoCrash) {
+    const miTag material = renderer.add_material(full_material());
+    miColor result{};
+    state.run(shader, miSHADER_LENS);
+    EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
+    EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
+    state->shader = nullptr;
+    EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
+    EXPECT_LE(errors().size(), 1u);
+}
+
+TEST_F(CallMaterialTest, OtherTagsAreRefused) {
+    state.run(shader, miSHADER_MATERIAL);
+    miColor result{1, 1, 1, 1};
+    EXPECT_FALSE(CallMaterial(&result, state, miNULLTAG, nullptr));
+    EXPECT_FALSE(CallMaterial(&result, state, 9999, nullptr));
+    EXPECT_FALSE(CallMaterial(&result, state, renderer.add_string("text"), nullptr));
+    EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
+}
+
+} // namespace

@@ -1,0 +1,117 @@
+// Allocator and locks: bookkeeping, failures, threads.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kit/lock.h"
+#include "kit/memory.h"
+#include "kit/message.h"
+
+namespace {
+
+class Memory : public testing::Test {
+protected:
+    const stage::MemoryCounts before = stage::memory_counts();
+    long long live_blocks() const { return stage::memory_counts().live_blocks - before.live_blocks; }
+    long long live_bytes() const { return stage::memory_counts().live_bytes - before.live_bytes; }
+};
+
+TEST_F(Memory, BlocksAreZeroedAlignedAndCounted) {
+    std::vector<void*> blocks;
+    for (const std::size_t size : {0, 1, 15, 16, 1000}) {
+        auto* block = static_cast<unsigned char*>(stage::allocate("file", 1, size));
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 16, 0u);
+        EXPECT_TRUE(std::all_of(block, block + size, [](unsigned char byte) { return byte == 0; }));
+        std::memset(block, 0xFF, size); // the next one must not find it
+        blocks.push_back(block);
+    }
+    EXPECT_EQ(live_blocks(), 5);
+    EXPECT_EQ(live_bytes(), 1032);
+    for (void* block : blocks)
+        stage::release("file", 2, block);
+    stage::release("file", 3, nullptr);
+    EXPECT_EQ(live_blocks(), 0);
+    EXPECT_EQ(live_bytes(), 0);
+}
+
+TEST_F(Memory, ReallocateKeepsWhatWasThereAndZeroesTheRest) {
+    auto* block = static_cast<char*>(stage::reallocate("file", 1, nullptr, 4));
+    std::memcpy(block, "abcd", 4);
+    block = static_cast<char*>(stage::reallocate("file", 2, block, 8));
+    EXPECT_EQ(std::memcmp(block, "abcd\0\0\0\0", 8), 0);
+    block = static_cast<char*>(stage::reallocate("file", 3, block, 2));
+    EXPECT_EQ(std::memcmp(block, "ab", 2), 0);
+    EXPECT_EQ(live_bytes(), 2);
+    EXPECT_EQ(stage::reallocate("file", 4, block, 0), nullptr);
+    EXPECT_EQ(live_blocks(), 0);
+}
+
+TEST_F(Memory, DuplicatesText) {
+    char* text = stage::duplicate("file", 1, "text");
+    EXPECT_STREQ(text, "text");
+    EXPECT_EQ(live_bytes(), 5);
+    stage::release("file", 2, text);
+    EXPECT_EQ(stage::duplicate("file", 3, nullptr), nullptr);
+}
+
+TEST_F(Memory, WhatIsNoBlockIsReportedAndLeftAlone) {
+    std::string reported;
+    stage::set_message_sink([&](stage::MessageLevel, std::string_view text) { reported = text; });
+    alignas(16) char bytes[64] = {};
+    stage::release("wrong.cpp", 12, bytes + 48);
+    stage::set_message_sink(nullptr);
+    EXPECT_EQ(stage::memory_counts().bad_releases - before.bad_releases, 1);
+    EXPECT_NE(reported.find("wrong.cpp:12"), std::string::npos);
+    EXPECT_EQ(live_blocks(), 0);
+}
+
+TEST_F(Memory, TestAllocationsFailOnRequest) {
+    stage::fail_allocations_after(2);
+    void* first = stage::test_allocate("file", 1, 8);
+    void* second = stage::test_allocate("file", 1, 8);
+    EXPECT_NE(first, nullptr);
+    EXPECT_NE(second, nullptr);
+    EXPECT_EQ(stage::test_allocate("file", 1, 8), nullptr);
+    EXPECT_EQ(stage::test_allocate("file", 1, 8), nullptr);
+    stage::fail_allocations_after(-1);
+    void* third = stage::test_allocate("file", 1, 8);
+    EXPECT_NE(third, nullptr);
+    for (void* block : {first, second, third})
+        stage::release("file", 1, block);
+    EXPECT_EQ(stage::test_allocate("file", 1, SIZE_MAX), nullptr); // header and size together overflow
+    EXPECT_EQ(live_blocks(), 0);
+}
+
+TEST_F(Memory, ThreadsDoNotLoseCountsAndLocksKeepThemApart) {
+    const long long locks = stage::live_locks();
+    miLock lock = stage::create_lock();
+    EXPECT_EQ(stage::live_locks(), locks + 1);
+    int guarded = 0; // an increment that threads would lose without the lock
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 5000; ++i) {
+                void* block = stage::allocate("file", i, 24);
+                stage::acquire_lock(lock);
+                ++guarded;
+                stage::release_lock(lock);
+                stage::release("file", i, block);
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(guarded, 20000);
+    EXPECT_EQ(live_blocks(), 0);
+    EXPECT_EQ(live_bytes(), 0);
+    stage::destroy_lock(lock);
+    EXPECT_EQ(stage::live_locks(), locks);
+}
+
+} // namespace

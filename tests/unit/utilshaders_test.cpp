@@ -1,0 +1,383 @@
+// The small shaders: pass-through, lists, wrappers, the editor background, gamma and node data.
+#include "shader_fixture.h"
+#include "utilshaders.h"
+
+#include <cmath>
+
+using namespace orl;
+
+ENTRY_POINT(orl_empty, miColor, void);
+ENTRY_POINT(orl_unknown, miColor, void);
+ENTRY_POINT(orl_procedural_dummy, miColor, void);
+ENTRY_POINT(orl_passthru, void, PassthruParams);
+ENTRY_POINT(LumeTools, miColor, void);
+ENTRY_POINT(orl_is_material_editor, miInteger, void);
+ENTRY_POINT(orl_MaterialToShader, miColor, MaterialToShaderParams);
+INIT_AND_EXIT(orl_MaterialToShader, MaterialToShaderParams);
+ENTRY_POINT(orl_ShaderList, miColor, ShaderListParams);
+ENTRY_POINT(orl_ShadowWrapper, miColor, ShadowWrapperParams);
+ENTRY_POINT(orl_base_MeditBackground, miColor, MeditBackgroundParams);
+INIT_AND_EXIT(orl_base_MeditBackground, MeditBackgroundParams);
+ENTRY_POINT(orl_base_ImageGammaCorrect, miColor, ImageGammaCorrectParams);
+INIT_AND_EXIT(orl_base_ImageGammaCorrect, ImageGammaCorrectParams);
+ENTRY_POINT(orl_NodeVisibility, miColor, NodeVisibilityParams);
+ENTRY_POINT(orl_WireColor, miColor, WireColorParams);
+
+namespace {
+
+class UtilShaders : public ShaderTest {
+protected:
+    miColor result{9, 9, 9, 9};
+};
+
+// ---- mathematics
+
+TEST(GammaTableTest, FollowsThePowerAndStaysInside) {
+    static float table[GammaTable::size];
+    GammaTable::fill(table, 2.2f);
+    EXPECT_EQ(table[0], 0.0f);
+    EXPECT_EQ(table[8191], 1.0f);
+    const auto apply = [&](float c) { return GammaTable::apply(table, 2.2f, c); };
+    for (float c = 0; c <= 1; c += 0.0137f) {
+        // half a step of the table is at most 0.5 / 8191 in c, and the slope of c^2.2 is at most 2.2
+        EXPECT_NEAR(apply(c), std::pow(c, 2.2), 2.2 * 0.5 / 8191 + 1e-6) << c;
+    }
+    EXPECT_FLOAT_EQ(apply(1.5f), 2.4400615f); // exp(2.2 ln 1.5) = exp(0.892023238)
+    EXPECT_EQ(apply(infinite), infinite);
+    for (const float c : {-0.0f, -1e-9f, -0.3f, -1e9f, -infinite})
+        EXPECT_EQ(apply(c), 0.0f) << c;
+    EXPECT_TRUE(std::isnan(apply(not_a_number)));
+}
+
+TEST(CubeFaces, AreUprightAndUnmirroredFromTheMiddle) {
+    // Looking along each axis with y up; `right` and `up` as a viewer in the middle sees them. Above and
+    // below, the viewer has tilted from looking along -z, so up is +z and -z.
+    const struct {
+        miVector ahead, right, up;
+    } faces[] = {
+        {{0, 0, -1}, {1, 0, 0}, {0, 1, 0}}, {{1, 0, 0}, {0, 0, 1}, {0, 1, 0}},
+        {{0, 0, 1}, {-1, 0, 0}, {0, 1, 0}}, {{-1, 0, 0}, {0, 0, -1}, {0, 1, 0}},
+        {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}},  {{0, -1, 0}, {1, 0, 0}, {0, 0, -1}},
+    };
+    for (const auto& face : faces)
+        for (const float x : {-0.9f, 0.0f, 0.5f})
+            for (const float y : {-0.25f, 0.0f, 0.75f}) {
+                const miVector dir{3 * (face.ahead.x + x * face.right.x + y * face.up.x),
+                                   3 * (face.ahead.y + x * face.right.y + y * face.up.y),
+                                   3 * (face.ahead.z + x * face.right.z + y * face.up.z)};
+                const TextureCoordinate at = cube_face_coordinate(dir);
+                EXPECT_NEAR(at.u, (x + 1) / 2, 1e-6f);
+                EXPECT_NEAR(at.v, (y + 1) / 2, 1e-6f);
+            }
+    EXPECT_EQ(cube_face_coordinate({0, 0, 0}).u, 0.5f);
+}
+
+TEST(BackgroundBands, RunDiagonallyAndStayInside) {
+    const struct {
+        TextureCoordinate at;
+        int band;
+    } cases[] = {
+        {{0.99f, 0.99f}, 4}, // 7 + 7 = 14
+        {{0, 0}, 0},         {{0.124f, 0.124f}, 0}, {{0.125f, 0}, 1},
+        {{0.25f, 0.25f}, 4}, {{0.7f, 0}, 0},        {{-0.5f, 0}, 1}, // -4, five bands further on
+        {{-0.5f, -0.5f}, 2},                                         // -8
+    };
+    for (const auto& each : cases)
+        EXPECT_EQ(background_band(each.at), each.band) << each.at.u << ' ' << each.at.v;
+    for (const float u : {not_a_number, infinite, -infinite, 1e30f, -1e30f, 3e9f}) {
+        const int band = background_band({u, -0.9f});
+        EXPECT_TRUE(band >= 0 && band < background_bands) << u;
+    }
+}
+
+TEST(Handles, AreJoinedWithoutSignExtension) {
+    EXPECT_EQ(join_handle(-1, 0), 0xffffffffu);
+    EXPECT_EQ(join_handle(0, 1), std::uint64_t{1} << 32);
+    EXPECT_EQ(join_handle(static_cast<miInteger>(0x89abcdefu), static_cast<miInteger>(0xfedcba98u)),
+              0xfedcba9889abcdefu);
+}
+
+// ---- trivial shaders
+
+TEST_F(UtilShaders, Placeholders) {
+    const struct {
+        miBoolean (*shader)(miColor*, miState*, const void*);
+        miColor expected;
+        bool refuses_nulls;
+    } cases[] = {
+        {orl_empty, {0, 0, 0, 1}, true},
+        {orl_unknown, {1, 1, 1, 0}, true},
+        {orl_procedural_dummy, {0.7f, 0.7f, 0.7f, 1}, false},
+        {LumeTools, {0, 0, 0, 1}, false},
+    };
+    for (const auto& each : cases) {
+        const int params = 0;
+        result = {9, 9, 9, 9};
+        EXPECT_TRUE(each.shader(&result, state, &params));
+        EXPECT_EQ(result, each.expected);
+        EXPECT_TRUE(each.shader(&result, state, nullptr));
+        EXPECT_EQ(each.shader(&result, nullptr, nullptr), !each.refuses_nulls);
+    }
+    EXPECT_FALSE(orl_procedural_dummy(nullptr, nullptr, nullptr));
+}
+
+TEST_F(UtilShaders, PassthruCopiesEightBytes) {
+    const PassthruParams params{1.5f, not_a_number};
+    float copied[3] = {0, 0, 7};
+    EXPECT_TRUE(orl_passthru(copied, state, &params));
+    EXPECT_EQ(copied[0], 1.5f);
+    EXPECT_TRUE(std::isnan(copied[1]));
+    EXPECT_EQ(copied[2], 7.0f);
+}
+
+TEST_F(UtilShaders, MaterialEditorFlag) {
+    miInteger flag = 5;
+    EXPECT_TRUE(orl_is_material_editor(&flag, state, nullptr));
+    EXPECT_EQ(flag, 0);
+    orl_SceneData scene{};
+    for (const miBoolean field : {0, 1, 17}) {
+        scene.material_editor = field;
+        set_scene(scene);
+        EXPECT_TRUE(orl_is_material_editor(&flag, state, nullptr));
+        EXPECT_EQ(flag, field != 0);
+    }
+}
+
+// ---- materials and lists
+
+TEST_F(UtilShaders, MaterialToShader) {
+    miMaterial material{};
+    material.shader = renderer.add_color({1, 2, 3, 4});
+    LiveShader<MaterialToShaderParams> shader(state, orl_MaterialToShader_init, orl_MaterialToShader_exit);
+    shader->material = renderer.add_material(material);
+    shader.start();
+    EXPECT_TRUE(orl_MaterialToShader(&result, state, &shader.params()));
+    EXPECT_EQ(result, (miColor{1, 2, 3, 4}));
+    state->call_type = miSHADER_LENS;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
+    EXPECT_EQ(errors().size(), 1u);
+    state->call_type = miSHADER_MATERIAL;
+    shader.connect(shader->material, [](miState*) { return miNULLTAG; });
+    EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
+}
+
+TEST_F(UtilShaders, ShaderListRunsAllInOrder) {
+    std::string order;
+    const auto add = [&](char name, miBoolean answer) {
+        return renderer.add_shader([&order, name, answer](void* value, miState* s, void*) {
+            order += name;
+            static_cast<miColor*>(value)->r += 1;
+            EXPECT_EQ(s->call_type, miSHADER_SHADOW);
+            return answer;
+        });
+    };
+    const miTag yes = add('y', miTRUE), no = add('n', miFALSE);
+    const struct {
+        std::vector<miTag> list;
+        const char* order;
+        bool answer;
+    } cases[] = {{{no, yes, no}, "nyn", true}, {{no, no}, "nn", false}, {{}, "", false}, {{yes}, "y", true}};
+    for (const auto& each : cases) {
+        scripted::ShaderInstance<ShaderListParams> shader;
+        shader.set_array(shader->shaders.first, shader->shaders.count, shader->shaders.elements, each.list);
+        state.run(shader, miSHADER_SHADOW);
+        order.clear();
+        result.r = 0;
+        EXPECT_EQ(orl_ShaderList(&result, state, &shader.params()), each.answer);
+        EXPECT_EQ(order, each.order);
+        EXPECT_EQ(result.r, static_cast<float>(each.list.size()));
+    }
+}
+
+TEST_F(UtilShaders, ShadowWrapper) {
+    scripted::ShaderInstance<ShadowWrapperParams> shader;
+    const miTag shadow = renderer.add_color({0.5f, 0, 0, 0});
+    renderer.mi_trace_shadow_seg = [](miColor* light, miState*) {
+        light->r = 0.25f;
+        return miTRUE;
+    };
+    orl_NodeData makes_none{}, makes_all{};
+    makes_all.shadows_from_all_lights = miTRUE;
+    const struct {
+        const orl_NodeData* node;
+        miTag shader;
+        int mode;
+        miBoolean answer;
+        float light; // red, 1 before
+        int segments;
+    } cases[] = {
+        {nullptr, shadow, 1, miTRUE, 0.5f, 0},       {nullptr, miNULLTAG, 1, miFALSE, 1, 0},
+        {&makes_all, shadow, 's', miTRUE, 0.5f, 0},  {&makes_none, shadow, 1, miTRUE, 1, 0},
+        {&makes_none, miNULLTAG, 'l', miTRUE, 1, 0}, {&makes_none, shadow, 's', miTRUE, 0.25f, 1},
+    };
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        const auto& each = cases[i];
+        renderer.mi_trace_shadow_seg.reset_calls();
+        state->instance = add_instance_with(each.node ? add_record(*each.node) : miNULLTAG);
+        state->type = miRAY_SHADOW;
+        state.options.shadow = each.mode;
+        shader->shadow = each.shader;
+        state.run(shader, miSHADER_SHADOW);
+        result = {1, 1, 1, 1};
+        EXPECT_EQ(orl_ShadowWrapper(&result, state, &shader.params()), each.answer) << "case " << i;
+        EXPECT_EQ(result.r, each.light) << "case " << i;
+        EXPECT_EQ(renderer.mi_trace_shadow_seg.calls(), each.segments) << "case " << i;
+    }
+}
+
+// ---- background and gamma
+
+class Background : public UtilShaders {
+protected:
+    LiveShader<MeditBackgroundParams> shader{state, orl_base_MeditBackground_init,
+                                             orl_base_MeditBackground_exit};
+    miVector asked{};
+
+    miColor shade() {
+        EXPECT_TRUE(orl_base_MeditBackground(&result, state, &shader.params()));
+        return result;
+    }
+    miTag add_image() {
+        return renderer.add_texture([this](miColor* value, const miVector& at) {
+            asked = at;
+            *value = {0.25f, 0.5f, 2, 0.75f};
+            return miTRUE;
+        });
+    }
+};
+
+TEST_F(Background, OffShowsTheColour) {
+    shader->color = {1, 2, 3, 4};
+    shader.start();
+    EXPECT_EQ(shade(), (miColor{1, 2, 3, 4}));
+}
+
+TEST_F(Background, BandsFollowTheRaster) {
+    shader->on = miTRUE;
+    shader.start();
+    state->raster_x = 0.99f * 640;
+    state->raster_y = 0.99f * 480;
+    EXPECT_EQ(shade(), (miColor{0, 0, 0, 0}));
+    state->raster_x = 0;
+    EXPECT_EQ(shade(), (miColor{0, 128.0f / 255, 0, 0})); // 7 modulo 5
+    state.camera.x_resolution = 0;
+    EXPECT_EQ(shade().a, 0.0f); // 0 / 0 picks some band
+}
+
+TEST_F(Background, EnvironmentRaysOfOrdinaryScenesSeeACube) {
+    shader->on = miTRUE;
+    shader->background = add_image();
+    shader.start();
+    // A view that looks along world x while internal -z is ahead: world = internal turned about y.
+    constexpr miMatrix to_world{0, 0, 1, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 0, 1};
+    renderer.set_to_space(scripted::Space::world, to_world);
+    state->type = miRAY_ENVIRONMENT;
+    state->dir = {0.5f, 0.25f, -1}; // world (1, 0.25, 0.5): the face at +x, right is +z
+    shade();
+    EXPECT_NEAR(asked.x, 0.75f, 1e-6f);
+    EXPECT_NEAR(asked.y, 0.625f, 1e-6f);
+
+    orl_SceneData editor{};
+    editor.material_editor = miTRUE;
+    set_scene(editor);
+    shade();
+    EXPECT_EQ(asked.x, 320.0f / 640);
+    EXPECT_EQ(asked.y, 240.0f / 480);
+}
+
+TEST_F(Background, ImagesLoseTheDisplayGamma) {
+    orl_SceneData scene{};
+    scene.display_gamma = 2;
+    set_scene(scene);
+    shader->on = miTRUE;
+    shader->background = add_image();
+    shader.start();
+    const miColor linear = shade();
+    EXPECT_NEAR(linear.r, 0.0625f,
+                1.3e-4f); // half a step of the table: 2 * 0.25 * 0.5 / 8191, and of entries
+    EXPECT_NEAR(linear.g, 0.25f, 1.3e-4f);
+    EXPECT_EQ(linear.b, 4.0f);
+    EXPECT_EQ(linear.a, 0.75f);
+}
+
+TEST_F(UtilShaders, GammaOfOneBuildsNoTable) {
+    orl_SceneData scene{};
+    for (const float gamma : {1.0f, 2.2f}) {
+        scene.display_gamma = gamma;
+        set_scene(scene);
+        LiveShader<ImageGammaCorrectParams> shader(state, orl_base_ImageGammaCorrect_init,
+                                                   orl_base_ImageGammaCorrect_exit);
+        shader->texture = renderer.add_texture([](miColor* value, const miVector& at) {
+            *value = {at.x, at.y, 1.5f, at.z};
+            return miTRUE;
+        });
+        const long long before = renderer.resources().live_bytes;
+        shader.start();
+        EXPECT_EQ(renderer.resources().live_bytes - before > 8192, gamma != 1.0f);
+        state.textures = {{0.3f, 1, 0.2f}};
+        state.use_textures();
+        EXPECT_TRUE(orl_base_ImageGammaCorrect(&result, state, &shader.params()));
+        EXPECT_NEAR(result.r, std::pow(0.3f, gamma), 1.4e-4f);
+        EXPECT_EQ(result.g, 1.0f);
+        EXPECT_FLOAT_EQ(result.b, gamma == 1.0f ? 1.5f : 2.4400615f);
+        EXPECT_EQ(result.a, 0.2f);
+    }
+}
+
+TEST_F(UtilShaders, ImagesThatAreMissingAreBlack) {
+    LiveShader<ImageGammaCorrectParams> shader(state, orl_base_ImageGammaCorrect_init,
+                                               orl_base_ImageGammaCorrect_exit);
+    shader.start();
+    state->tex_list = nullptr;
+    for (const miTag texture : {miNULLTAG, miTag{9999}}) {
+        shader->texture = texture;
+        result = {9, 9, 9, 9};
+        EXPECT_TRUE(orl_base_ImageGammaCorrect(&result, state, &shader.params()));
+        EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
+    }
+}
+
+// ---- node data
+
+TEST_F(UtilShaders, NodeVisibility) {
+    scripted::ShaderInstance<NodeVisibilityParams> shader;
+    shader->color = {1, 0.5f, 0, 0.25f};
+    state.run(shader);
+    EXPECT_TRUE(orl_NodeVisibility(&result, state, &shader.params()));
+    EXPECT_EQ(result, shader->color);
+
+    orl_NodeData node{};
+    node.visibility = 0.5f;
+    set_node(node);
+    EXPECT_TRUE(orl_NodeVisibility(&result, state, &shader.params()));
+    EXPECT_EQ(result, (miColor{0.5f, 0.25f, 0, 0.125f}));
+    shader->as_opacity = miTRUE; // 1 - (1 - c) / 2
+    EXPECT_TRUE(orl_NodeVisibility(&result, state, &shader.params()));
+    EXPECT_EQ(result, (miColor{1, 0.75f, 0.5f, 0.625f}));
+}
+
+TEST_F(UtilShaders, WireColor) {
+    scripted::ShaderInstance<WireColorParams> shader;
+    shader->a = {1, 1, 1, 0.5f};
+    shader->b = {0, 0, 4, 1};
+    state.run(shader);
+    EXPECT_FALSE(orl_WireColor(&result, state, &shader.params()));
+    orl_NodeData node{};
+    node.color_r = 0.25f;
+    node.color_g = 0.5f;
+    node.color_b = 0.75f;
+    set_node(node);
+    // red and green: the weight; blue: weight + 4 (1 - weight)
+    const std::pair<int, miColor> cases[] = {
+        {1, {0.25f, 0.25f, 3.25f, 0.5f}}, {2, {0.5f, 0.5f, 2.5f, 0.5f}},   {3, {0.75f, 0.75f, 1.75f, 0.5f}},
+        {0, {0.25f, 0.5f, 1.75f, 0.5f}},  {4, {0.25f, 0.5f, 1.75f, 0.5f}}, {-1, {0.25f, 0.5f, 1.75f, 0.5f}},
+    };
+    for (const auto& [channel, expected] : cases) {
+        shader->channel = channel;
+        EXPECT_TRUE(orl_WireColor(&result, state, &shader.params()));
+        EXPECT_EQ(result, expected) << channel;
+    }
+}
+
+} // namespace
