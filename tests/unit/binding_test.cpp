@@ -40,7 +40,8 @@ void expect_forwarded(const char* name, scripted::Script<Result(Arguments...)>& 
                       Result (*forward)(Arguments...)) {
     const auto sent = []<int... numbers>(std::integer_sequence<int, numbers...>) {
         return std::tuple<Arguments...>(distinct<Arguments>(numbers + 1)...);
-    }(std::make_integer_sequence<int, sizeof...(Arguments)>());
+    }
+    (std::make_integer_sequence<int, sizeof...(Arguments)>());
     bool arrived = false;
     script = [&](Arguments... arguments) -> Result {
         arrived = std::tuple<Arguments...>(arguments...) == sent;
