@@ -10,14 +10,11 @@
 #include <memory>
 #include <sstream>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "mi/parser.h"
-#include "render/context.h"
 #include "render/renderer.h"
 #include "render/shading.h"
-#include "render/world.h"
 #include "scene/libraries.h"
 
 namespace stage_test {
@@ -38,15 +35,14 @@ inline std::string show(const miState* s) {
            show({s->dist, s->dot_nd});
 }
 
-// The parameters of every test shader.
-struct Block {
-    miColor color;
-    miScalar scalar;
-};
-
-inline Block& block_of(const miState* state) {
-    void* parameters = state->shader->parameters;
-    return *static_cast<Block*>(parameters);
+// The parameters of every test shader, "color" and "scalar", as its running instance has them.
+inline miColor& eval_color(miState* state) {
+    void* color = state->shader->parameters;
+    return *static_cast<miColor*>(mi_eval(state, color));
+}
+inline miScalar& eval_scalar(miState* state) {
+    void* scalar = static_cast<miColor*>(static_cast<void*>(state->shader->parameters)) + 1;
+    return *static_cast<miScalar*>(mi_eval(state, scalar));
 }
 
 inline miBoolean probe(miState* state, miVector org, miVector dir = {0.0f, 0.0f, -1.0f}) {
@@ -141,7 +137,6 @@ public:
     // The state of an eye sample that looks down from (x, y, 10).
     miState eye(float x = 0.0f, float y = 0.0f) {
         miState state{};
-        state.version = 2;
         state.camera = &get<miCamera>("cam");
         state.camera_inst = tag("cam_inst");
         state.options = options;
@@ -151,8 +146,7 @@ public:
         state.volume = state.camera->volume;
         return state;
     }
-
-    // Shades the sample at (x, y).
+    // Shades that sample, or calls a shader with its state.
     miColor shade(float x = 0.0f, float y = 0.0f) {
         const stage::ArenaScope scope(context.arena);
         miState state = eye(x, y);
@@ -160,15 +154,13 @@ public:
         lit = stage::shade_eye_sample(&result, &state);
         return result;
     }
-    miBoolean lit = miFALSE; // what the last call answered
-
-    // Calls a shader as if for an eye ray.
-    miColor call(const std::string& name, miShader_type type = miSHADER_MATERIAL) {
+    miColor call(miTag shader, miShader_type type = miSHADER_MATERIAL) {
         miState state = eye();
         miColor result{};
-        lit = stage::call_shader(&result, type, &state, tag(name), nullptr);
+        lit = stage::call_shader(&result, type, &state, shader, nullptr);
         return result;
     }
+    miBoolean lit = miFALSE; // the answer to the last one
 
 private:
     using Body = std::function<miBoolean(miState*, miColor&)>;

@@ -8,7 +8,8 @@
 namespace {
 
 using stage::Arena;
-using stage_test::block_of;
+using stage_test::eval_color;
+using stage_test::eval_scalar;
 using stage_test::probe;
 using stage_test::show;
 using stage_test::TestScene;
@@ -32,19 +33,18 @@ TEST(StageArena, KeepsWhatIsNotReleasedAndReusesWhatIs) {
 
 // ---- life cycle ----
 
-std::vector<std::string> life;
+std::string life;
 std::atomic<int> inits{0};
 
 void life_init(miState* state, void* params, miBoolean* wants) {
     ++inits;
     *wants = miTRUE;
     // An instance init may evaluate what is connected.
-    const auto value = [&] { return *static_cast<miScalar*>(mi_eval(state, &block_of(state).scalar)); };
-    life.push_back(params ? "init " + std::to_string(static_cast<int>(value())) : "init");
+    life += params ? "init " + show({eval_scalar(state)}) + ", " : "init, ";
 }
 
 void life_exit(miState* state, void* params) {
-    life.push_back(params ? "exit " + std::to_string(static_cast<int>(block_of(state).color.r)) : "exit");
+    life += params ? "exit " + show({eval_color(state).r}) + ", " : "exit, ";
 }
 
 class LifeScene : public TestScene {
@@ -61,21 +61,21 @@ TEST(StageCalls, FirstCallsInitialiseInOrderAndExitsUndoThemInReverse) {
     LifeScene s;
     s.shader("color", "a", "color 1 0 0, scalar 1", [](miState*, miColor&) {});
     s.shader("scalar", "source", "", [](miState*, miColor& r) {
-        life.push_back("source");
+        life += "source, ";
         r.r = 2.0f;
     });
     s.parse("shader b a_code (color 9 0 0, scalar = source)\n");
     s.build();
     for (const char* name : {"a", "b", "a", "b"})
-        s.call(name);
-    EXPECT_EQ(life, (std::vector<std::string>{"init", "init 1", "source", "init 2"}));
+        s.call(s.tag(name));
+    EXPECT_EQ(life, "init, init 1, source, init 2, ");
     life.clear();
     const miState state = s.eye();
     s.scene.exit_shaders(&state);
-    EXPECT_EQ(life, (std::vector<std::string>{"exit 9", "exit 1", "exit"}));
+    EXPECT_EQ(life, "exit 9, exit 1, exit, ");
     life.clear();
-    s.call("a");
-    EXPECT_EQ(life, (std::vector<std::string>{"init", "init 1"})); // anew for the next frame
+    s.call(s.tag("a"));
+    EXPECT_EQ(life, "init, init 1, "); // anew for the next frame
 }
 
 TEST(StageCalls, ManyThreadsInitialiseOnce) {
@@ -83,7 +83,7 @@ TEST(StageCalls, ManyThreadsInitialiseOnce) {
     s.shader("a", [](miState*, miColor&) { return inits.load() == 2 ? miTRUE : miFALSE; });
     s.build();
     std::atomic<int> good{0};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([&] {
             stage::ThreadContext context;
@@ -93,8 +93,7 @@ TEST(StageCalls, ManyThreadsInitialiseOnce) {
             miColor result{};
             good += stage::call_shader(&result, miSHADER_MATERIAL, &state, s.tag("a"), nullptr);
         });
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.clear();
     EXPECT_EQ(good, 8); // each found both inits done
     EXPECT_EQ(inits, 2);
 }
@@ -131,7 +130,7 @@ TEST(StageCalls, NestedCallsSeeTheirOwnTypeAndLeaveTheStateAsItWas) {
     });
     s.square("floor", {}, "");
     s.build();
-    s.call("outer", miSHADER_SHADOW);
+    s.call(s.tag("outer"), miSHADER_SHADOW);
     EXPECT_EQ(types,
               (std::vector<int>{miSHADER_TEXTURE, miSHADER_SHADOW, miSHADER_TEXTURE, miSHADER_SHADOW}));
 }
@@ -150,10 +149,10 @@ TEST(StageCalls, ListsRunInOrderOnOneResult) {
     s.parse("material m 'first' 'second' 'third' end material\n");
     s.build();
     // ((0 + 1) 2 + 1) 10 + 1 = 31, lit because the first is.
-    EXPECT_EQ(s.call("m").r, 31.0f);
+    EXPECT_EQ(s.call(s.tag("m")).r, 31.0f);
     EXPECT_TRUE(s.lit);
     // A shadow list ends with the first that lets nothing through: ((0 + 1) 2 + 1) 10 = 30.
-    EXPECT_EQ(s.call("first", miSHADER_SHADOW).r, 30.0f);
+    EXPECT_EQ(s.call(s.tag("first"), miSHADER_SHADOW).r, 30.0f);
     EXPECT_FALSE(s.lit);
 }
 
@@ -174,11 +173,8 @@ TEST(StageCalls, MaterialSlotsAndPhenomena) {
     for (const auto& [name, expected] : cases) {
         std::vector<float> got;
         for (const auto type : {miSHADER_MATERIAL, miSHADER_SHADOW, miSHADER_VOLUME, miSHADER_ENVIRONMENT}) {
-            miState state = s.eye();
-            miColor result{};
-            const miTag slot = stage::material_slot(s.scene, s.tag(name), type);
-            EXPECT_EQ(stage::call_shader(&result, type, &state, slot, nullptr), result.r != 0.0f);
-            got.push_back(result.r);
+            got.push_back(s.call(stage::material_slot(s.scene, s.tag(name), type), type).r);
+            EXPECT_EQ(s.lit, got.back() != 0.0f);
         }
         EXPECT_EQ(show({got[0], got[1], got[2], got[3]}), expected) << name;
     }
@@ -194,8 +190,14 @@ TEST(StageParameters, LiteralsResultsMembersAndInterfaces) {
         std::memcpy(static_cast<void*>(&r), values, sizeof values);
     });
     s.shader("give", [](miState* state, miColor& c) {
-        c = *static_cast<miColor*>(mi_eval(state, &block_of(state).color));
-        c.r = *static_cast<miScalar*>(mi_eval(state, &block_of(state).scalar));
+        c = eval_color(state);
+        c.r = eval_scalar(state);
+    });
+    float next = 1.0f;
+    s.shader("scalar", "counter", "", [&](miState*, miColor& r) { r.r = next++; });
+    s.shader("color", "twice", "scalar = counter", [](miState* state, miColor& c) {
+        const miScalar &first = eval_scalar(state), &second = eval_scalar(state); // each lives until the end
+        c.r = first * 10.0f + second;
     });
     s.parse("shader literal give_code (color 1 2 3 4, scalar 7)\n"
             "shader member give_code (color = 'two.b', scalar = 'two.a')\n"
@@ -209,30 +211,22 @@ TEST(StageParameters, LiteralsResultsMembersAndInterfaces) {
             "shader of_phen give_code (color = phen_nested, scalar 4)\n");
     s.build();
     const std::pair<const char*, std::string> cases[] = {
-        {"literal", "7 2 4"},      {"member", "5 0.2 0.4"},         {"chained", "8 0.2 0.4"},
-        {"phen_literal", "9 2 4"}, {"phen_connected", "9 0.2 0.4"}, {"phen_nested", "6 0.2 0.4"},
+        {"literal", "7 2 4"},
+        {"member", "5 0.2 0.4"},
+        {"chained", "8 0.2 0.4"},
+        {"phen_literal", "9 2 4"},
+        {"phen_connected", "9 0.2 0.4"},
+        {"phen_nested", "6 0.2 0.4"},
         {"of_phen", "4 0.2 0.4"},
+        {"twice", "12 0 0"},
+        {"twice", "34 0 0"},
     };
+    const std::size_t used = s.context.arena.mark().used;
     for (const auto& [name, expected] : cases) {
-        const miColor got = s.call(name);
+        const miColor got = s.call(s.tag(name));
         EXPECT_EQ(show({got.r, got.g, got.a}), expected) << name;
+        EXPECT_EQ(s.context.arena.mark().used, used);
     }
-}
-
-TEST(StageParameters, ResultsAreMadeAnewAndLiveUntilTheShaderReturns) {
-    TestScene s;
-    float next = 1.0f;
-    s.shader("source", [&](miState*, miColor& c) { c.r = next++; });
-    s.shader("color", "sum", "color = source", [](miState* state, miColor& c) {
-        const auto* a = static_cast<const miColor*>(mi_eval(state, &block_of(state).color));
-        const auto* b = static_cast<const miColor*>(mi_eval(state, &block_of(state).color));
-        c.r = a->r * 10.0f + b->r;
-    });
-    s.build();
-    EXPECT_EQ(s.call("sum").r, 12.0f);
-    const stage::Arena::Mark before = s.context.arena.mark();
-    s.call("sum");
-    EXPECT_EQ(s.context.arena.mark().used, before.used);
 }
 
 } // namespace

@@ -49,9 +49,6 @@ TEST(StageIntersection, SidesAndMirroredInstances) {
         EXPECT_EQ(show(hit.tex_list[0]) + "; " + show({hit.bary[0], hit.bary[1], hit.bary[2]}), c.texture);
         EXPECT_EQ(show(*hit.derivs[0]), c.rise);
         EXPECT_EQ(show(*hit.derivs[1]), "0 2 0");
-        EXPECT_FALSE(probe(&state, {0.5f, -0.25f, c.from}, {0.0f, 0.0f, -way}));
-        EXPECT_EQ(state.child->pri, nullptr);
-        EXPECT_EQ(state.child->dist, 0.0);
     }
 }
 
@@ -144,15 +141,19 @@ miBoolean to_sky(miColor* result, miState* state) {
 }
 
 // Squares one above the other that reflect straight back, or let rays through.
-TEST(StageTrace, DepthLimits) {
+TEST(StageTrace, DepthLimitsAndObjectsFlags) {
+    constexpr auto reflect_ray = miRAY_REFLECT, refract_ray = miRAY_REFRACT, through_ray = miRAY_TRANSPARENT;
     const struct {
         int reflection_depth, refraction_depth, trace_depth;
         miRay_type type;
-        int calls; // of the material
+        miUint1 flag; // of the objects for such rays: 1 is seen by them, 2 casts them
+        int calls;    // of the material
     } cases[] = {
-        {3, 0, 8, miRAY_REFLECT, 4},     {3, 0, 2, miRAY_REFLECT, 3}, {0, 5, 8, miRAY_REFLECT, 1},
-        {0, 2, 8, miRAY_REFRACT, 3},     {5, 0, 8, miRAY_REFRACT, 1}, {0, 9, 1, miRAY_TRANSPARENT, 2},
-        {0, 1, 8, miRAY_TRANSPARENT, 2},
+        {3, 0, 8, reflect_ray, 3, 4}, {3, 0, 2, reflect_ray, 3, 3}, {0, 5, 8, reflect_ray, 3, 1},
+        {0, 2, 8, refract_ray, 3, 3}, {5, 0, 8, refract_ray, 3, 1}, {0, 9, 1, through_ray, 3, 2},
+        {0, 1, 8, through_ray, 3, 2}, {9, 9, 9, reflect_ray, 1, 1}, {9, 9, 9, reflect_ray, 2, 1},
+        {9, 9, 9, refract_ray, 1, 1}, {9, 9, 9, refract_ray, 2, 1}, {9, 9, 9, through_ray, 1, 1},
+        {9, 9, 9, through_ray, 2, 1},
     };
     for (const auto& c : cases) {
         TestScene s;
@@ -161,6 +162,10 @@ TEST(StageTrace, DepthLimits) {
         own.reflection_depth = c.reflection_depth;
         own.refraction_depth = c.refraction_depth;
         own.trace_depth = c.trace_depth;
+        auto& square = s.get<miObject>("square");
+        (c.type == miRAY_REFLECT   ? square.reflection
+         : c.type == miRAY_REFRACT ? square.refraction
+                                   : square.transparency) = c.flag;
         s.shader("any", [&](miState* state, miColor& result) {
             EXPECT_EQ(c.type == miRAY_REFLECT ? state->reflection_level : state->refraction_level, calls);
             EXPECT_EQ(state->type, calls ? c.type : miRAY_EYE);
@@ -175,23 +180,8 @@ TEST(StageTrace, DepthLimits) {
             s.square("at" + std::to_string(z), {0.0f, 0.0f, static_cast<float>(z)}, "shader any");
         s.build();
         s.shade();
-        EXPECT_EQ(calls, c.calls) << "type " << c.type << " depth " << c.trace_depth;
+        EXPECT_EQ(calls, c.calls) << "case " << &c - cases;
         EXPECT_FALSE(s.lit);
-    }
-}
-
-TEST(StageTrace, ObjectsShowReflectionsAndAreSeenInThem) {
-    for (const auto& [flag, expected] : {std::pair{3, 1.0f}, {2, 5.0f}, {1, 0.0f}}) {
-        TestScene s;
-        s.red("sky", 5.0f);
-        s.shader("mirror", [](miState* state, miColor& c) {
-            return state->type == miRAY_EYE ? reflect(state, c) : (c.r = 1.0f, miTRUE);
-        });
-        s.get<miObject>("square").reflection = static_cast<miUint1>(flag);
-        s.square("floor", {}, "shader mirror");
-        s.square("above", {0.0f, 0.0f, 20.0f}, "shader mirror");
-        s.build("environment sky");
-        EXPECT_EQ(s.shade().r, expected) << flag;
     }
 }
 
