@@ -19,20 +19,27 @@
 
 namespace stage_test {
 
-// Numbers to three places, in one line.
-inline std::string show(std::initializer_list<double> numbers) {
+inline void put(std::ostream& to, const std::string& text) {
+    to << text << ' ';
+}
+inline void put(std::ostream& to, double number) {
+    to << std::round(number * 1000.0) / 1000.0 + 0.0 << ' ';
+}
+inline void put(std::ostream& to, const miVector& v) {
+    put(to, v.x), put(to, v.y), put(to, v.z);
+}
+inline void put(std::ostream& to, const miColor& c) {
+    put(to, c.r), put(to, c.g), put(to, c.b), put(to, c.a);
+}
+// Numbers to three places, vectors, colours and words in one line.
+template <class... T> std::string show(const T&... items) {
     std::ostringstream text;
-    for (const double x : numbers)
-        text << (text.tellp() > 0 ? " " : "") << std::round(x * 1000.0) / 1000.0 + 0.0;
-    return text.str();
+    (put(text, items), ...);
+    return text.str().substr(0, text.str().size() - 1);
 }
-inline std::string show(const miVector& v) {
-    return show({v.x, v.y, v.z});
-}
-// The ray of a state and where it ends: "org > dir: point, normal, dist dot_nd".
-inline std::string show(const miState* s) {
-    return show(s->org) + " > " + show(s->dir) + ": " + show(s->point) + ", " + show(s->normal) + ", " +
-           show({s->dist, s->dot_nd});
+// The ray of a state, point, normal, length and cosine.
+inline std::string show_ray(const miState* s) {
+    return show(s->org, ">", s->dir, ":", s->point, ",", s->normal, ",", s->dist, s->dot_nd);
 }
 
 // The parameters of every test shader, "color" and "scalar", as its running instance has them.
@@ -50,6 +57,7 @@ inline miBoolean probe(miState* state, miVector org, miVector dir = {0.0f, 0.0f,
 }
 
 inline miBoolean reflect(miState* state, miColor& result, miVector dir = {0.0f, 0.0f, 1.0f}) {
+    mi_vector_normalize(&dir);
     return mi_trace_reflection(&result, state, &dir);
 }
 
@@ -84,11 +92,9 @@ public:
     miTag tag(const std::string& name) { return scene.database.find(name)->tag; }
     template <class T> T& get(const std::string& name) { return *scene.database.find(name)->as<T>(); }
 
-    // Declares `NAME_code` and makes the shader instance NAME. `body(state, result)` may return nothing:
+    // Declares `NAME_code` and makes the shader instance NAME. `body(state, result)` may return nothing for
     // TRUE.
-    template <class F> void shader(const std::string& name, F body) { shader("color", name, "", body); }
-    template <class F>
-    void shader(const std::string& result, const std::string& name, const std::string& parameters, F body) {
+    template <class F> void shader(const std::string& name, F body, const std::string& result = "color") {
         const std::string code = name + "_code";
         bodies()[code] = [body](miState* state, miColor& r) mutable -> miBoolean {
             if constexpr (std::is_void_v<decltype(body(state, r))>)
@@ -98,8 +104,7 @@ public:
         };
         scene.libraries->define(code, reinterpret_cast<void*>(&run));
         parse("declare shader " + result + " '" + code +
-              "' (color color, scalar scalar) end declare shader '" + name + "' '" + code + "'" + " (" +
-              parameters + ")\n");
+              "' (color color, scalar scalar) end declare shader '" + name + "' '" + code + "' ()\n");
     }
     // A shader that gives a red.
     void red(const std::string& name, float value) {
@@ -118,11 +123,8 @@ public:
     }
     void instance(const std::string& name, const std::string& item, const miVector& p,
                   const std::string& rest) {
-        std::string place;
-        for (const float x : {p.x, p.y, p.z})
-            place += std::to_string(-x) + " ";
-        parse("instance '" + name + "' " + item + " transform 1 0 0 0 0 1 0 0 0 0 1 0 " + place + "1 " +
-              rest + " end instance\n");
+        parse("instance '" + name + "' " + item + " transform 1 0 0 0 0 1 0 0 0 0 1 0 " +
+              show(-p.x, -p.y, -p.z) + " 1 " + rest + " end instance\n");
         members_ += " '" + name + "'";
     }
 

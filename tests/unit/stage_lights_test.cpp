@@ -5,14 +5,14 @@
 
 namespace {
 
-using stage_test::show;
-using stage_test::TestScene;
+using namespace stage_test;
 
 // A surface at z = 0 below the camera that takes all samples of "lamp".
 class LitScene : public TestScene {
 public:
     std::vector<miColor> colors;
-    std::string dir, cosine; // of the last sample
+    miVector dir; // of the last sample
+    miScalar cosine = 0.0f;
     miInteger samples = 0;
     int level = 0; // as if the surface were seen in that many mirrors
 
@@ -25,46 +25,30 @@ public:
     }
     void receive(miState* state) {
         miColor c;
-        miVector d;
-        miScalar n;
         samples = 0;
-        while (mi_sample_light(&c, &d, &n, state, tag("lamp"), &samples)) {
+        while (mi_sample_light(&c, &dir, &cosine, state, tag("lamp"), &samples))
             colors.push_back(c);
-            dir = show(d);
-            cosine = show({n});
-        }
     }
 };
-
-// ---- states of light rays ----
 
 // The illuminated point is (0.6, 0, 0), its normal (0, 0, 1).
 TEST(StageLights, StatesOfLightRays) {
     const struct {
-        const char* name;
         miVector place;
-        const char* light;
-        std::string state, dir; // of the ray; to the light
+        std::string light;
+        std::string ray, back; // start and direction; direction to the light, length and cosine
     } cases[] = {
-        {"point", {0, 0, 0.8f}, "origin 0 0 0", "0 0 0.8 > 0.6 0 -0.8", "-0.6 0 0.8, 1 0.8"},
-        {"moved point", {0, 0, 0.5f}, "origin 0 0 0.3", "0 0 0.8 > 0.6 0 -0.8", "-0.6 0 0.8, 1 0.8"},
-        {"below", {0.6f, 0, -2}, "origin 0 0 0", "0.6 0 -2 > 0 0 1", "0 0 -1, 2 -1"},
-        // Whether the point lies in the cone is for the light's shader to say.
-        {"spot that looks away",
-         {0, 0, 0.8f},
-         "origin 0 0 0 direction 0 0 1 spread 0.9",
-         "0 0 0.8 > 0.6 0 -0.8",
-         "-0.6 0 0.8, 1 0.8"},
-        {"far away", {5, 0, 3}, "direction 3 0 -4", "-6e+06 0 8e+06 > 0.6 0 -0.8", "-0.6 0 0.8, 1e+07 0.8"},
-        {"plane", {0, 0, 3}, "origin 0 0 0 direction 0 0 -2", "0.6 0 3 > 0 0 -1", "0 0 1, 3 1"},
-        {"behind its plane",
-         {0, 0, -3},
-         "origin 0 0 0 direction 0 0 -1",
-         "0.6 0 1e+07 > 0 0 -1",
-         "0 0 1, 1e+07 1"},
+        {{0, 0, 0.5f}, "origin 0 0 0.3", "0 0 0.8 > 0.6 0 -0.8", "-0.6 0 0.8 , 1 0.8"},
+        {{0.6f, 0, -2}, "origin 0 0 0", "0.6 0 -2 > 0 0 1", "0 0 -1 , 2 -1"},
+        // Whether the point lies in a spot's cone is for its shader to say.
+        {{0, 0, 1}, "origin 0 0 -.2 direction 0 0 1 spread .9", "0 0 0.8 > 0.6 0 -0.8", "-0.6 0 0.8 , 1 0.8"},
+        {{5, 0, 3}, "direction 3 0 -4", "-6e+06 0 8e+06 > 0.6 0 -0.8", "-0.6 0 0.8 , 1e+07 0.8"},
+        // With a plane to start from, and behind that.
+        {{0, 0, 3}, "origin 0 0 0 direction 0 0 -2", "0.6 0 3 > 0 0 -1", "0 0 1 , 3 1"},
+        {{0, 0, -3}, "origin 0 0 0 direction 0 0 -1", "0.6 0 1e+07 > 0 0 -1", "0 0 1 , 1e+07 1"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.light);
         LitScene s;
         std::string distance;
         s.shader("shine", [&](miState* state, miColor&) {
@@ -74,18 +58,18 @@ TEST(StageLights, StatesOfLightRays) {
             EXPECT_EQ(state->parent->type, miRAY_EYE);
             EXPECT_EQ(state->parent->call_type, miSHADER_MATERIAL);
             EXPECT_EQ(state->parent->child, state);
-            EXPECT_EQ(show(state->org) + " > " + show(state->dir), c.state);
-            EXPECT_EQ(show(state->point) + ", " + show(state->normal), "0.6 0 0, 0 0 1");
-            distance = show({state->dist, state->dot_nd});
+            EXPECT_EQ(show(state->org, ">", state->dir), c.ray);
+            EXPECT_EQ(show(state->point, state->normal), "0.6 0 0 0 0 1");
+            distance = show(state->dist, state->dot_nd);
             state->dot_nd = 0.25f; // what the shader leaves is what the surface gets
         });
-        s.light("lamp", c.place, std::string("= shine ") + c.light);
+        s.light("lamp", c.place, "= shine " + c.light);
         s.build();
         s.shade(0.6f, 0.0f);
         EXPECT_EQ(s.colors.size(), 1u); // black light is light all the same
         EXPECT_EQ(s.samples, 1);
-        EXPECT_EQ(s.dir + ", " + distance, c.dir);
-        EXPECT_EQ(s.cosine, "0.25");
+        EXPECT_EQ(show(s.dir, ",", distance), c.back);
+        EXPECT_EQ(s.cosine, 0.25f);
     }
 }
 
@@ -114,10 +98,8 @@ TEST(StageLights, Volumes) {
     clears = true;
     s.shade();
     ASSERT_EQ(s.colors.size(), 4u);
-    EXPECT_EQ(show({s.colors[0].r, s.colors[1].r, s.colors[2].r, s.colors[3].r}), "-0.5 1 -1 1");
+    EXPECT_EQ(show(s.colors[0].r, s.colors[1].r, s.colors[2].r, s.colors[3].r), "-0.5 1 -1 1");
 }
-
-// ---- areas and groups ----
 
 // Starts of the light's rays, relative to its centre.
 std::vector<miVector> area_points(const std::string& area, int level = 0) {
@@ -173,8 +155,6 @@ TEST(StageLights, GroupsStandForTheirMembers) {
     EXPECT_NEAR(sum / 5.0f, 4.0f, 1e-5f);
 }
 
-// ---- shadows ----
-
 // A point light of red 8 at z = 5 that casts a shadow ray to the surface, and surfaces between that only
 // shadow rays see.
 class ShadowScene : public LitScene {
@@ -193,17 +173,17 @@ public:
         red("surface", 1.0f);
     }
     void occluder(float height, const std::string& material) {
-        square(show({height}) + "_occluder", {0.0f, 0.0f, height}, material, "visible off");
+        square(show(height) + "_occluder", {0.0f, 0.0f, height}, material, "visible off");
     }
     // Its shadow shader does c -> c / 2 + height, after the rest of the way in segment mode.
     void filter(float height) {
-        const std::string name = show({height}) + "_filter";
+        const std::string name = show(height) + "_filter";
         shader(name, [this, height](miState* state, miColor& c) {
             EXPECT_EQ(state->type, miRAY_SHADOW);
             EXPECT_EQ(state->call_type, miSHADER_SHADOW);
             EXPECT_EQ(state->light_instance, tag("lamp"));
-            calls += show({height}) + "<" + show({state->org.z}) + " ";
-            EXPECT_EQ(show({state->point.x, state->point.z}), show({0.15 * (5.0 - height), height}));
+            calls += show(height) + "<" + show(state->org.z) + " ";
+            EXPECT_EQ(show(state->point.x, state->point.z), show(0.15 * (5.0 - height), height));
             // The way is sqrt(5^2 + 0.75^2) = 5.0559 long.
             EXPECT_NEAR(state->dist, std::fabs(height - state->org.z) * 1.01119, 1e-4);
             EXPECT_NEAR(state->dot_nd, state->org.z < height ? 0.98893 : -0.98893, 1e-5);
@@ -300,7 +280,7 @@ TEST(StageShadows, VolumesActOnEachSegment) {
         s.shader(name, [&, name](miState* state, miColor& c) {
             if (state->type == miRAY_EYE)
                 return;
-            pieces += name + " " + show({state->point.z - state->org.z}) + " ";
+            pieces += name + " " + show(state->point.z - state->org.z) + " ";
             c.r *= 0.5f;
         });
         s.shader("into_" + name, [&, name](miState* state, miColor& c) {
