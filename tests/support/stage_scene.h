@@ -19,46 +19,26 @@
 
 namespace stage_test {
 
-inline void put(std::ostream& to, const std::string& text) {
-    to << text << ' ';
-}
-inline void put(std::ostream& to, double number) {
-    to << std::round(number * 1000.0) / 1000.0 + 0.0 << ' ';
-}
-inline void put(std::ostream& to, const miVector& v) {
-    put(to, v.x), put(to, v.y), put(to, v.z);
-}
-inline void put(std::ostream& to, const miColor& c) {
-    put(to, c.r), put(to, c.g), put(to, c.b), put(to, c.a);
-}
 // Numbers to three places, vectors, colours and words in one line.
+class Line {
+public:
+    template <class... T> explicit Line(const T&... items) { (put(items), ...); }
+    std::string text;
+
+private:
+    void put(const std::string& word) { text += (text.empty() ? "" : " ") + word; }
+    void put(double x) { put((std::ostringstream() << std::round(x * 1000.0) / 1000.0 + 0.0).str()); }
+    void put(const miVector& v) { put(v.x), put(v.y), put(v.z); }
+    void put(const miColor& c) { put(c.r), put(c.g), put(c.b), put(c.a); }
+};
 template <class... T> std::string show(const T&... items) {
-    std::ostringstream text;
-    (put(text, items), ...);
-    return text.str().substr(0, text.str().size() - 1);
-}
-// The ray of a state, point, normal, length and cosine.
-inline std::string show_ray(const miState* s) {
-    return show(s->org, ">", s->dir, ":", s->point, ",", s->normal, ",", s->dist, s->dot_nd);
+    return Line(items...).text;
 }
 
 // The parameters of every test shader, "color" and "scalar", as its running instance has them.
-inline miColor& eval_color(miState* state) {
-    void* color = state->shader->parameters;
-    return *static_cast<miColor*>(mi_eval(state, color));
-}
-inline miScalar& eval_scalar(miState* state) {
-    void* scalar = static_cast<miColor*>(static_cast<void*>(state->shader->parameters)) + 1;
-    return *static_cast<miScalar*>(mi_eval(state, scalar));
-}
-
-inline miBoolean probe(miState* state, miVector org, miVector dir = {0.0f, 0.0f, -1.0f}) {
-    return mi_trace_probe(state, &dir, &org);
-}
-
-inline miBoolean reflect(miState* state, miColor& result, miVector dir = {0.0f, 0.0f, 1.0f}) {
-    mi_vector_normalize(&dir);
-    return mi_trace_reflection(&result, state, &dir);
+template <class T> T& eval(miState* state) {
+    auto* color = static_cast<miColor*>(static_cast<void*>(state->shader->parameters));
+    return *static_cast<T*>(mi_eval(state, std::is_same_v<T, miScalar> ? color + 1 : color));
 }
 
 class TestScene {
@@ -106,7 +86,6 @@ public:
         parse("declare shader " + result + " '" + code +
               "' (color color, scalar scalar) end declare shader '" + name + "' '" + code + "' ()\n");
     }
-    // A shader that gives a red.
     void red(const std::string& name, float value) {
         shader(name, [value](miState*, miColor& c) { c.r = value; });
     }
@@ -126,6 +105,14 @@ public:
         parse("instance '" + name + "' " + item + " transform 1 0 0 0 0 1 0 0 0 0 1 0 " +
               show(-p.x, -p.y, -p.z) + " 1 " + rest + " end instance\n");
         members_ += " '" + name + "'";
+    }
+
+    // What shaders do: the ray of a state, point, normal, length and cosine; and rays of their own.
+    static std::string ray(const miState* s) {
+        return show(s->org, ">", s->dir, ":", s->point, ",", s->normal, ",", s->dist, s->dot_nd);
+    }
+    static miBoolean probe(miState* state, miVector org, miVector dir = {0.0f, 0.0f, -1.0f}) {
+        return mi_trace_probe(state, &dir, &org);
     }
 
     // Ends the scene.

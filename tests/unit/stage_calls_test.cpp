@@ -1,5 +1,7 @@
 // Shader calls: life cycle, call types, lists, phenomena and connected parameters.
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <thread>
 
@@ -31,31 +33,30 @@ std::string life;
 std::atomic<int> inits{0};
 
 void life_init(miState* state, void* params, miBoolean* wants) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5)); // long enough for others to call meanwhile
     ++inits;
     *wants = miTRUE;
     // An instance init may evaluate what is connected.
-    life += params ? "init " + show(eval_scalar(state)) + ", " : "init, ";
+    life += params ? "init " + show(eval<miScalar>(state)) + ", " : "init, ";
 }
 
 void life_exit(miState* state, void* params) {
-    life += params ? "exit " + show(eval_color(state).r) + ", " : "exit, ";
+    life += params ? "exit " + show(eval<miColor>(state).r) + ", " : "exit, ";
 }
 
-class LifeScene : public TestScene {
-public:
-    LifeScene() {
-        life.clear();
-        inits = 0;
-        scene.libraries->define("a_code_init", reinterpret_cast<void*>(&life_init));
-        scene.libraries->define("a_code_exit", reinterpret_cast<void*>(&life_exit));
-    }
-};
+void add_life(TestScene& s) {
+    life.clear();
+    inits = 0;
+    s.scene.libraries->define("a_code_init", reinterpret_cast<void*>(&life_init));
+    s.scene.libraries->define("a_code_exit", reinterpret_cast<void*>(&life_exit));
+}
 
 TEST(StageCalls, FirstCallsInitialiseInOrderAndExitsUndoThemInReverse) {
-    LifeScene s;
+    TestScene s;
+    add_life(s);
     s.shader("a", [](miState*, miColor&) {});
-    s.shader(
-        "source", [](miState*, miColor& r) { life += "source, ", r.r = 2.0f; }, "scalar");
+    const auto source = [](miState*, miColor& r) { life += "source, ", r.r = 2.0f; };
+    s.shader("source", source, "scalar");
     s.parse("incremental shader a (color 1 0 0, scalar 1) shader b a_code (color 9 0 0, scalar = source)\n");
     s.build();
     for (const char* name : {"a", "b", "a", "b"})
@@ -71,7 +72,8 @@ TEST(StageCalls, FirstCallsInitialiseInOrderAndExitsUndoThemInReverse) {
 }
 
 TEST(StageCalls, ManyThreadsInitialiseOnce) {
-    LifeScene s;
+    TestScene s;
+    add_life(s);
     s.shader("a", [](miState*, miColor&) { return inits.load() == 2 ? miTRUE : miFALSE; });
     s.build();
     std::atomic<int> good{0};
@@ -98,7 +100,7 @@ TEST(StageCalls, NestedCallsSeeTheirOwnTypeAndLeaveTheStateAsItWas) {
         types.push_back(state->call_type);
         EXPECT_EQ(state->user, &mark); // handed down
         state->user = nullptr;
-        EXPECT_TRUE(probe(state, {0.0f, 0.0f, 5.0f}));
+        EXPECT_TRUE(TestScene::probe(state, {0.0f, 0.0f, 5.0f}));
     });
     s.shader("outer", [&](miState* state, miColor& c) {
         const miFunction* self = state->shader;
@@ -108,7 +110,7 @@ TEST(StageCalls, NestedCallsSeeTheirOwnTypeAndLeaveTheStateAsItWas) {
             mi_call_shader(&c, miSHADER_TEXTURE, state, s.tag("inner"));
             types.push_back(state->call_type);
             EXPECT_EQ(state->child, own);
-            EXPECT_TRUE(probe(state, {0.0f, 0.0f, 5.0f}));
+            EXPECT_TRUE(TestScene::probe(state, {0.0f, 0.0f, 5.0f}));
         }
         EXPECT_EQ(state->shader, self);
         EXPECT_EQ(state->user, &mark);
@@ -116,8 +118,8 @@ TEST(StageCalls, NestedCallsSeeTheirOwnTypeAndLeaveTheStateAsItWas) {
     s.square("floor", {}, "");
     s.build();
     s.call(s.tag("outer"), miSHADER_SHADOW);
-    EXPECT_EQ(types,
-              (std::vector<int>{miSHADER_TEXTURE, miSHADER_SHADOW, miSHADER_TEXTURE, miSHADER_SHADOW}));
+    constexpr auto inside = miSHADER_TEXTURE, after = miSHADER_SHADOW;
+    EXPECT_EQ(types, (std::vector<int>{inside, after, inside, after}));
 }
 
 TEST(StageCalls, ListsRunInOrderOnOneResult) {
@@ -150,10 +152,8 @@ TEST(StageCalls, MaterialSlotsAndPhenomena) {
             "shader of_shader make_c ()\n");
     s.build();
     // What each slot runs; 0: no such shader.
-    const std::pair<const char*, std::string> cases[] = {{"plain", "1 2 3 0 "},
-                                                         {"of_material", "1 2 0 0 "},
-                                                         {"of_shader", "1 0 3 0 "},
-                                                         {"surface", "1 0 0 0 "}};
+    const auto cases = {std::array{"plain", "1 2 3 0 "}, std::array{"of_material", "1 2 0 0 "},
+                        std::array{"of_shader", "1 0 3 0 "}, std::array{"surface", "1 0 0 0 "}};
     for (const auto& [name, expected] : cases) {
         std::string got;
         for (const auto type : {miSHADER_MATERIAL, miSHADER_SHADOW, miSHADER_VOLUME, miSHADER_ENVIRONMENT}) {
@@ -172,15 +172,14 @@ TEST(StageParameters, LiteralsResultsMembersAndInterfaces) {
         std::memcpy(static_cast<void*>(&r), values, sizeof values);
     };
     s.shader("two", two, "struct {scalar a, color b}");
-    s.shader("give", [](miState* state, miColor& c) {
-        c = eval_color(state);
-        c.r = eval_scalar(state);
-    });
+    s.shader("give",
+             [](miState* state, miColor& c) { c = eval<miColor>(state), c.r = eval<miScalar>(state); });
     float next = 1.0f;
-    s.shader(
-        "counter", [&](miState*, miColor& r) { r.r = next++; }, "scalar");
+    const auto counter = [&](miState*, miColor& r) { r.r = next++; };
+    s.shader("counter", counter, "scalar");
     s.shader("twice", [](miState* state, miColor& c) {
-        const miScalar &first = eval_scalar(state), &second = eval_scalar(state); // each lives until the end
+        const miScalar &first = eval<miScalar>(state),
+                       &second = eval<miScalar>(state); // each lives until the end
         c.r = first * 10.0f + second;
     });
     s.parse("incremental shader twice (scalar = counter)\n"
@@ -195,17 +194,15 @@ TEST(StageParameters, LiteralsResultsMembersAndInterfaces) {
             "shader phen_nested outer (k = 'two.b')\n"
             "shader of_phen give_code (color = phen_nested, scalar 4)\n");
     s.build();
-    const std::pair<const char*, std::string> cases[] = {
-        {"literal", "7 2 3 4"},
-        {"member", "5 0.2 0.3 0.4"},
-        {"chained", "8 0.2 0.3 0.4"},
-        {"phen_literal", "9 2 3 4"},
-        {"phen_connected", "9 0.2 0.3 0.4"},
-        {"phen_nested", "6 0.2 0.3 0.4"},
-        {"of_phen", "4 0.2 0.3 0.4"},
-        {"twice", "12 0 0 0"},
-        {"twice", "34 0 0 0"},
-    };
+    const std::pair<std::string, std::string> cases[] = {{"literal", "7 2 3 4"},
+                                                         {"member", "5 0.2 0.3 0.4"},
+                                                         {"chained", "8 0.2 0.3 0.4"},
+                                                         {"phen_literal", "9 2 3 4"},
+                                                         {"phen_connected", "9 0.2 0.3 0.4"},
+                                                         {"phen_nested", "6 0.2 0.3 0.4"},
+                                                         {"of_phen", "4 0.2 0.3 0.4"},
+                                                         {"twice", "12 0 0 0"},
+                                                         {"twice", "34 0 0 0"}};
     const std::size_t used = s.context.arena.mark().used;
     for (const auto& [name, expected] : cases) {
         EXPECT_EQ(show(s.call(s.tag(name))), expected) << name;

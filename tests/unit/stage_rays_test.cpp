@@ -31,14 +31,14 @@ TEST(StageIntersection, SidesAndMirroredInstances) {
         s.build();
         miState state = s.eye();
         const float way = c.from > 0.0f ? -1.0f : 1.0f;
-        ASSERT_TRUE(probe(&state, {0.5f, -0.25f, c.from}, {0.0f, 0.0f, way}));
+        ASSERT_TRUE(TestScene::probe(&state, {0.5f, -0.25f, c.from}, {0.0f, 0.0f, way}));
         const miState& hit = *state.child;
         EXPECT_EQ(hit.type, miRAY_PROBE);
         EXPECT_EQ(hit.instance, s.tag("floor"));
         EXPECT_EQ(hit.material, s.tag("floor.m"));
         EXPECT_EQ(hit.label, 17u);
         EXPECT_EQ(hit.inv_normal, c.inverted);
-        EXPECT_EQ(show_ray(&hit), c.hit);
+        EXPECT_EQ(TestScene::ray(&hit), c.hit);
         EXPECT_EQ(show(hit.normal_geom), show(hit.normal));
         EXPECT_EQ(show(hit.tex_list[0], ",", *hit.derivs[0], ",", *hit.derivs[1], ",", hit.bary[0],
                        hit.bary[1], hit.bary[2]),
@@ -56,10 +56,10 @@ TEST(StageIntersection, SmoothNormalsNeverLookAway) {
     s.instance("smooth_inst", "smooth", {}, "");
     s.build();
     miState state = s.eye();
-    ASSERT_TRUE(probe(&state, {0.0f, 0.0f, 5.0f}));
-    EXPECT_EQ(show_ray(state.child), "0 0 5 > 0 0 -1 : 0 0 0 , 0.985 0 0.174 , 5 -0.174");
-    ASSERT_TRUE(probe(&state, {-0.8f, 0.0f, 0.6f}, {0.8f, 0.0f, -0.6f}));
-    EXPECT_EQ(show_ray(state.child), "-0.8 0 0.6 > 0.8 0 -0.6 : 0 0 0 , 0.6 0 0.8 , 1 0");
+    ASSERT_TRUE(TestScene::probe(&state, {0.0f, 0.0f, 5.0f}));
+    EXPECT_EQ(TestScene::ray(state.child), "0 0 5 > 0 0 -1 : 0 0 0 , 0.985 0 0.174 , 5 -0.174");
+    ASSERT_TRUE(TestScene::probe(&state, {-0.8f, 0.0f, 0.6f}, {0.8f, 0.0f, -0.6f}));
+    EXPECT_EQ(TestScene::ray(state.child), "-0.8 0 0.6 > 0.8 0 -0.6 : 0 0 0 , 0.6 0 0.8 , 1 0");
     EXPECT_LE(state.child->dot_nd, 0.0f);
     EXPECT_FALSE(state.child->inv_normal);
 }
@@ -71,8 +71,11 @@ TEST(StageIntersection, RaysDoNotMeetTheirOwnStart) {
         int met = 0, hits = 0;
         s.shader("mirror", [&](miState* state, miColor& c) {
             ++hits;
-            for (float x = -1.2f; x <= 1.2f; x += 0.3f)
-                met += reflect(state, c, {x, 0.1f, 1.0f});
+            for (float x = -1.2f; x <= 1.2f; x += 0.3f) {
+                miVector up{x, 0.1f, 1.0f};
+                mi_vector_normalize(&up);
+                met += mi_trace_reflection(&c, state, &up);
+            }
         });
         // Turned by 30 degrees about y: local = world turned back.
         const double c = 0.8660254;
@@ -119,6 +122,13 @@ TEST(StageShade, HullsVolumesEnvironmentsAndClipping) {
     }
 }
 
+miBoolean back(miColor* result, miState* state) {
+    miVector dir{0.0f, 0.0f, -state->dir.z};
+    return mi_trace_reflection(result, state, &dir);
+}
+miBoolean on(miColor* result, miState* state) {
+    return mi_trace_refraction(result, state, &state->dir);
+}
 miBoolean to_sky(miColor* result, miState* state) {
     miVector dir{0.0f, 1.0f, 0.0f};
     return mi_trace_environment(result, state, &dir);
@@ -126,18 +136,30 @@ miBoolean to_sky(miColor* result, miState* state) {
 
 // Squares one above the other that reflect straight back, or let rays through.
 TEST(StageTrace, DepthLimitsAndObjectsFlags) {
-    constexpr auto reflect_ray = miRAY_REFLECT, refract_ray = miRAY_REFRACT, through_ray = miRAY_TRANSPARENT;
+    struct Kind {
+        miRay_type type;
+        miBoolean (*trace)(miColor*, miState*);
+        int miState::*level, miState::*other_level;
+        miUint1 miObject::*flag;
+    };
+    const Kind mirrored{miRAY_REFLECT, back, &miState::reflection_level, &miState::refraction_level,
+                        &miObject::reflection};
+    const Kind refracted{miRAY_REFRACT, on, &miState::refraction_level, &miState::reflection_level,
+                         &miObject::refraction};
+    const Kind through{miRAY_TRANSPARENT, mi_trace_transparent, &miState::refraction_level,
+                       &miState::reflection_level, &miObject::transparency};
     const struct {
         int reflection_depth, refraction_depth, trace_depth;
-        miRay_type type;
+        Kind kind;
+        int others;   // levels of the other kind at the start
         miUint1 flag; // of the objects for such rays: 1 is seen by them, 2 casts them
         int calls;    // of the material
     } cases[] = {
-        {3, 0, 8, reflect_ray, 3, 4}, {3, 0, 2, reflect_ray, 3, 3}, {0, 5, 8, reflect_ray, 3, 1},
-        {0, 2, 8, refract_ray, 3, 3}, {5, 0, 8, refract_ray, 3, 1}, {0, 9, 1, through_ray, 3, 2},
-        {0, 1, 8, through_ray, 3, 2}, {9, 9, 9, reflect_ray, 1, 1}, {9, 9, 9, reflect_ray, 2, 1},
-        {9, 9, 9, refract_ray, 1, 1}, {9, 9, 9, refract_ray, 2, 1}, {9, 9, 9, through_ray, 1, 1},
-        {9, 9, 9, through_ray, 2, 1},
+        {3, 0, 8, mirrored, 0, 3, 4},  {3, 0, 2, mirrored, 0, 3, 3},  {0, 5, 8, mirrored, 0, 3, 1},
+        {9, 9, 3, mirrored, 2, 3, 2},  {9, 9, 9, mirrored, 0, 1, 1},  {9, 9, 9, mirrored, 0, 2, 1},
+        {0, 2, 8, refracted, 0, 3, 3}, {5, 0, 8, refracted, 0, 3, 1}, {9, 9, 3, refracted, 2, 3, 2},
+        {9, 9, 9, refracted, 0, 1, 1}, {9, 9, 9, refracted, 0, 2, 1}, {0, 1, 8, through, 0, 3, 2},
+        {0, 9, 1, through, 0, 3, 2},   {9, 9, 9, through, 0, 1, 1},   {9, 9, 9, through, 0, 2, 1},
     };
     for (const auto& c : cases) {
         TestScene s;
@@ -146,19 +168,14 @@ TEST(StageTrace, DepthLimitsAndObjectsFlags) {
         own.reflection_depth = c.reflection_depth;
         own.refraction_depth = c.refraction_depth;
         own.trace_depth = c.trace_depth;
-        auto& square = s.get<miObject>("square");
-        (c.type == miRAY_REFLECT   ? square.reflection
-         : c.type == miRAY_REFRACT ? square.refraction
-                                   : square.transparency) = c.flag;
+        s.get<miObject>("square").*c.kind.flag = c.flag;
         s.shader("any", [&](miState* state, miColor& result) {
-            EXPECT_EQ(c.type == miRAY_REFLECT ? state->reflection_level : state->refraction_level, calls);
-            EXPECT_EQ(state->type, calls ? c.type : miRAY_EYE);
+            EXPECT_EQ(state->*c.kind.level, calls);
+            EXPECT_EQ(state->type, calls ? c.kind.type : miRAY_EYE);
             ++calls;
             state->options = &own;
-            miVector back{0.0f, 0.0f, -state->dir.z};
-            return c.type == miRAY_REFLECT   ? mi_trace_reflection(&result, state, &back)
-                   : c.type == miRAY_REFRACT ? mi_trace_refraction(&result, state, &back)
-                                             : mi_trace_transparent(&result, state);
+            state->*c.kind.other_level = c.others;
+            return c.kind.trace(&result, state);
         });
         for (const int z : {0, 20, -5, -10, -15})
             s.square("at" + std::to_string(z), {0.0f, 0.0f, static_cast<float>(z)}, "shader any");
@@ -187,7 +204,7 @@ TEST(StageTrace, WhatIsBehindASurface) {
         TestScene s;
         const auto end = [&](miState* state, miColor& r) {
             EXPECT_EQ(state->type, c.type);
-            EXPECT_EQ(show_ray(state), c.end);
+            EXPECT_EQ(TestScene::ray(state), c.end);
             EXPECT_EQ(state->parent != nullptr, state->type != miRAY_EYE);
             EXPECT_TRUE(!state->parent || state->parent->call_type == miSHADER_MATERIAL); // still readable
             r.r = 1.0f;
@@ -212,14 +229,14 @@ TEST(StageTrace, RaysInFlightAreLeftAloneAndOthersUsedAgain) {
     s.shader("mirror", [&](miState* state, miColor& c) {
         std::size_t used[4];
         for (std::size_t& u : used) {
-            reflect(state, c);
+            back(&c, state);
             EXPECT_EQ(show(state->child->point), "0 0 20");
             u = s.context.arena.mark().used;
         }
         EXPECT_EQ(used[0], used[3]);
     });
     s.shader("other", [&](miState* state, miColor&) {
-        EXPECT_TRUE(probe(state->parent, {0.0f, 0.0f, 5.0f}));
+        EXPECT_TRUE(TestScene::probe(state->parent, {0.0f, 0.0f, 5.0f}));
         EXPECT_EQ(show(state->parent->child->point), "0 0 0");
         EXPECT_EQ(show(state->point), "0 0 20");
         EXPECT_EQ(state->type, miRAY_REFLECT);
