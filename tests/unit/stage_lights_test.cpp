@@ -93,41 +93,34 @@ TEST(StageLights, Volumes) {
     EXPECT_EQ(show(s.colors[0].r, s.colors[1].r), "-0.5 1");
 }
 
-// Starts of the light's rays, relative to its centre.
-std::vector<miVector> area_points(const std::string& area, int level = 0) {
-    LitScene s;
-    std::vector<miVector> points;
-    s.level = level;
-    s.shader("shine", [&](miState* state, miColor&) {
-        points.push_back({state->org.x, state->org.y, state->org.z - 4.0f});
-        return points.size() % 4 ? miFALSE : miTRUE;
-    });
-    s.light("lamp", {0.0f, 0.0f, 4.0f}, "= shine origin 0 0 0 " + area);
-    s.build();
-    s.shade();
-    EXPECT_EQ(s.samples, static_cast<int>(points.size())); // dark ones count
-    EXPECT_EQ(s.colors.size(), points.size() / 4);
-    return points;
-}
-
 // The other shapes are seen in pictures.
 TEST(StageLights, AreasHaveOneSampleInEachCell) {
-    const char* rectangle = "rectangle 2 0 0 0 1 0 4 3 2 2 1";
-    std::set<std::pair<int, int>> cells;
-    for (const miVector& p : area_points(rectangle)) {
-        EXPECT_NEAR(p.z, 0.0f, 1e-6f);
-        ASSERT_TRUE(std::fabs(p.x) <= 2.0f && std::fabs(p.y) <= 1.0f);
-        cells.emplace(static_cast<int>(p.x + 2.0f), static_cast<int>((p.y + 1.0f) * 1.5f));
+    const struct {
+        std::string area;
+        int level, samples;
+        float radius; // across x; 0: flat
+    } cases[] = {{"rectangle 2 0 0 0 1 0 4 3 2 2 1", 0, 12, 0.0f},
+                 {"rectangle 2 0 0 0 1 0 4 3 2 2 1", 1, 12, 0.0f},
+                 {"rectangle 2 0 0 0 1 0 4 3 2 2 1", 2, 2, 0.0f},
+                 {"cylinder 2 0 0 0.5 4 1", 0, 4, 0.5f}};
+    for (const auto& c : cases) {
+        LitScene s;
+        s.level = c.level;
+        std::set<std::pair<int, int>> cells;
+        s.shader("shine", [&](miState* state, miColor&) {
+            const miVector p{state->org.x, state->org.y, state->org.z - 4.0f}; // from the light's centre
+            EXPECT_NEAR(p.z * p.z + (c.radius > 0.0f ? p.y * p.y : 0.0f), c.radius * c.radius, 1e-5f);
+            EXPECT_TRUE(std::fabs(p.x) <= 2.0f && std::fabs(p.y) <= 1.0f);
+            cells.emplace(static_cast<int>(p.x + 2.0f), static_cast<int>((p.y + 1.0f) * 1.5f));
+            return cells.size() % 4 ? miFALSE : miTRUE;
+        });
+        s.light("lamp", {0.0f, 0.0f, 4.0f}, "= shine origin 0 0 0 " + c.area);
+        s.build();
+        s.shade();
+        EXPECT_EQ(s.samples, c.samples); // dark ones count
+        EXPECT_EQ(cells.size(), static_cast<std::size_t>(c.samples));
+        EXPECT_EQ(s.colors.size(), cells.size() / 4);
     }
-    EXPECT_EQ(cells.size(), 12u);
-    EXPECT_EQ(area_points(rectangle, 1).size(), 12u);
-    EXPECT_EQ(area_points(rectangle, 2).size(), 2u);
-    cells.clear();
-    for (const miVector& p : area_points("cylinder 3 0 0 0.5 6 2")) {
-        EXPECT_NEAR(p.y * p.y + p.z * p.z, 0.25f, 1e-5f);
-        cells.emplace(static_cast<int>(p.x + 3.0f), 0);
-    }
-    EXPECT_EQ(cells.size(), 6u);
 }
 
 // The average over the samples of a group is the sum of its lights: 1 + 3, though one takes four samples.

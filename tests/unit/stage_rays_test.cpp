@@ -126,9 +126,6 @@ miBoolean back(miColor* result, miState* state) {
     miVector dir{0.0f, 0.0f, -state->dir.z};
     return mi_trace_reflection(result, state, &dir);
 }
-miBoolean on(miColor* result, miState* state) {
-    return mi_trace_refraction(result, state, &state->dir);
-}
 miBoolean to_sky(miColor* result, miState* state) {
     miVector dir{0.0f, 1.0f, 0.0f};
     return mi_trace_environment(result, state, &dir);
@@ -136,21 +133,10 @@ miBoolean to_sky(miColor* result, miState* state) {
 
 // Squares one above the other that reflect straight back, or let rays through.
 TEST(StageTrace, DepthLimitsAndObjectsFlags) {
-    struct Kind {
-        miRay_type type;
-        miBoolean (*trace)(miColor*, miState*);
-        int miState::*level, miState::*other_level;
-        miUint1 miObject::*flag;
-    };
-    const Kind mirrored{miRAY_REFLECT, back, &miState::reflection_level, &miState::refraction_level,
-                        &miObject::reflection};
-    const Kind refracted{miRAY_REFRACT, on, &miState::refraction_level, &miState::reflection_level,
-                         &miObject::refraction};
-    const Kind through{miRAY_TRANSPARENT, mi_trace_transparent, &miState::refraction_level,
-                       &miState::reflection_level, &miObject::transparency};
+    constexpr auto mirrored = miRAY_REFLECT, refracted = miRAY_REFRACT, through = miRAY_TRANSPARENT;
     const struct {
         int reflection_depth, refraction_depth, trace_depth;
-        Kind kind;
+        miRay_type type;
         int others;   // levels of the other kind at the start
         miUint1 flag; // of the objects for such rays: 1 is seen by them, 2 casts them
         int calls;    // of the material
@@ -168,14 +154,17 @@ TEST(StageTrace, DepthLimitsAndObjectsFlags) {
         own.reflection_depth = c.reflection_depth;
         own.refraction_depth = c.refraction_depth;
         own.trace_depth = c.trace_depth;
-        s.get<miObject>("square").*c.kind.flag = c.flag;
+        auto& o = s.get<miObject>("square");
+        (c.type == mirrored ? o.reflection : c.type == refracted ? o.refraction : o.transparency) = c.flag;
         s.shader("any", [&](miState* state, miColor& result) {
-            EXPECT_EQ(state->*c.kind.level, calls);
-            EXPECT_EQ(state->type, calls ? c.kind.type : miRAY_EYE);
+            EXPECT_EQ(c.type == mirrored ? state->reflection_level : state->refraction_level, calls);
+            EXPECT_EQ(state->type, calls ? c.type : miRAY_EYE);
             ++calls;
             state->options = &own;
-            state->*c.kind.other_level = c.others;
-            return c.kind.trace(&result, state);
+            (c.type == mirrored ? state->refraction_level : state->reflection_level) = c.others;
+            return c.type == mirrored    ? back(&result, state)
+                   : c.type == refracted ? mi_trace_refraction(&result, state, &state->dir)
+                                         : mi_trace_transparent(&result, state);
         });
         for (const int z : {0, 20, -5, -10, -15})
             s.square("at" + std::to_string(z), {0.0f, 0.0f, static_cast<float>(z)}, "shader any");
