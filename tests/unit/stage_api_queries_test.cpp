@@ -32,7 +32,7 @@ bool unanswered(Stage& stage, miQ_type code, miTag tag) {
 TEST(Queries, AnswerWithWhatTheSceneHolds) {
     Stage stage;
     stage.parse(
-        R"(declare data "dd" ( integer "i" ) end declare data "d2" "dd" () data "d1" tag 43 1 'ff' data "d2"
+        R"(declare data "dd" ( integer "i" ) end declare data "d2" "dd" () data "d1" tag 43 1 'ff'
 incremental object "square" data "d2" end object
 shader "next" "tint" () shader "fn" "tint" ( "a" 2.5, "b" 1 2 3 4, "c" [ 9 ] ))");
     const miTag inst = stage.tag("square_inst"), object = stage.tag("square"), group = stage.tag("world"),
@@ -148,17 +148,20 @@ TEST(Queries, WithFurtherArguments) {
     ASSERT_TRUE(ask(miQ_PRI_DATA, miNULLTAG, &slots, &indices, &words));
     EXPECT_EQ((std::vector<miUint>{words[indices[0]], words[indices[1]]}), (std::vector<miUint>{21, 22}));
 
+    auto* function = stage["fn"].as<miFunction>();
+    function->reserved[0] = &stage["fn"]; // as the first call leaves it
+    stage.state.shader = function;
     stage["fn"].shader->thread_user.resize(2); // pointers of threads are kept apart
     void* pointers[2] = {&kid, &b};
     for (short k = 0; k < 2; ++k) {
         stage.state.thread = k;
         void* found = &slots;
-        EXPECT_TRUE(ask(miQ_FUNC_TLS_GET, fn, &found));
+        EXPECT_TRUE(ask(miQ_FUNC_TLS_GET, miNULLTAG, &found));
         EXPECT_EQ(found, nullptr);
-        EXPECT_TRUE(ask(miQ_FUNC_TLS_SET, fn, &pointers[k]));
+        EXPECT_TRUE(ask(miQ_FUNC_TLS_SET, miNULLTAG, &pointers[k]));
     }
     void** all = nullptr;
-    ASSERT_TRUE(ask(miQ_FUNC_TLS_GETALL, fn, &all, &slots));
+    ASSERT_TRUE(ask(miQ_FUNC_TLS_GETALL, miNULLTAG, &all, &slots));
     EXPECT_EQ((std::vector<void*>{all, all + slots}), (std::vector<void*>{pointers[0], pointers[1]}));
 }
 
