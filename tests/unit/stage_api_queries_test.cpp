@@ -162,7 +162,7 @@ TEST(Queries, WithFurtherArguments) {
     }
     void** all = nullptr;
     ASSERT_TRUE(ask(miQ_FUNC_TLS_GETALL, miNULLTAG, &all, &slots));
-    EXPECT_EQ((std::vector<void*>{all, all + slots}), (std::vector<void*>{pointers[0], pointers[1]}));
+    EXPECT_EQ(std::vector<void*>(all, all + slots), (std::vector<void*>{pointers[0], pointers[1]}));
 }
 
 // Collects what is reported while it lives.
