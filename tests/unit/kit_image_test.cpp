@@ -1,5 +1,4 @@
 // Pixels of image records, luminance and the render colour space.
-#include <array>
 #include <cmath>
 #include <limits>
 
@@ -71,19 +70,6 @@ TEST(Image, WhatIsOutsideIsHarmless) {
         stage::put_image_color(image, {1, 1, 1, 1}, 0, 0);
         expect_color(stage::image_color(image, 0, 0), {0, 0, 0, 0}, 0);
     }
-}
-
-TEST(Image, PyramidLevels) {
-    stage::ImageMemory memory(5, 2, miIMG_TYPE_RGB, 3);
-    const std::array<std::array<int, 2>, 3> sizes = {{{5, 2}, {2, 1}, {1, 1}}};
-    for (int level = 0; level < 3; ++level) {
-        miImg_image* image = stage::image_level(memory.image(), level);
-        ASSERT_NE(image, nullptr);
-        EXPECT_EQ((std::array{image->width, image->height}), sizes[static_cast<std::size_t>(level)]);
-        stage::put_image_color(image, {1, 0, 0, 0}, image->width - 1, image->height - 1);
-    }
-    for (const int level : {-1, 3, 1000})
-        EXPECT_EQ(stage::image_level(memory.image(), level), nullptr);
 }
 
 TEST(Color, LuminanceAndRenderSpace) {

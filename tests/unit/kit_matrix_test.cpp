@@ -45,12 +45,6 @@ TEST(Matrix, ProductAppliesTheLeftMatrixFirst) {
     expect_near(stage::transform_vector({1, 1, 1}, scale), {2, 3, 4});
 }
 
-TEST(Matrix, PointsAreDividedByTheFourthCoordinate) {
-    const miMatrix perspective = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, -1, 0, 0, 0, 0}; // w = -z
-    expect_near(stage::transform_point({2, 4, -2}, perspective), {1, 2, -1});
-    expect_near(stage::transform_point({2, 4, 0}, perspective), {2, 4, 0}); // w = 0: not divided
-}
-
 TEST(Matrix, InverseByHandAndInPlace) {
     // p' = p A + t, so p = p' B - t B with B the inverse of A = [2 1 0; 0 4 0; 1 0 0.5], whose determinant
     // is 4.
@@ -79,17 +73,6 @@ TEST(Matrix, SingularMatricesAreToldAndTheResultIsLeftAlone) {
         std::fill_n(inverse, 16, 7.0f);
         EXPECT_FALSE(stage::matrix_invert(inverse, m));
         EXPECT_EQ(std::count(inverse, inverse + 16, 7.0f), 16);
-    }
-}
-
-TEST(Matrix, NormalsStayUprightWithTheMatrixThatLeadsBack) {
-    const miMatrix to = {3, 0, 0, 0, 0.5f, 1, 0, 0, 0, 2, 0.25f, 0, 5, 6, 7, 1};
-    miMatrix from;
-    ASSERT_TRUE(stage::matrix_invert(from, to));
-    const miVector normal = stage::transform_vector_transposed({1, 1, 1}, from);
-    for (const miVector& tangent : {miVector{1, -1, 0}, {0, 1, -1}}) {
-        const miVector moved = stage::transform_vector(tangent, to);
-        EXPECT_NEAR(mi_vector_dot(&normal, &moved), 0, 1e-5f);
     }
 }
 

@@ -1,4 +1,4 @@
-// Messages: whole text, whole lines, levels, and the end after a fatal one.
+// Messages: whole text, whole lines, levels.
 #include <string>
 #include <vector>
 
@@ -37,13 +37,5 @@ TEST(Message, TextOfAnyLengthArrivesWholeAndLevelsFilter) {
     stage::set_message_level(MessageLevel::info);
     EXPECT_EQ(received, expected);
 }
-
-#ifndef _WIN32
-TEST(MessageDeathTest, FatalEndsTheProcessWithALineOnStandardError) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(stage::send_message(MessageLevel::fatal, "no %s left", "memory"),
-                 "^fatal: no memory left\n");
-}
-#endif
 
 } // namespace

@@ -37,59 +37,6 @@ shutter 0.5 motion on filter gauss gamma 2.25 face front camera space "rays" 1 2
     EXPECT_EQ(element("o").string_options[1].second, "slow");
 }
 
-TEST_F(MiElements, Camera) {
-    parse_declared(
-        R"(camera "c" framebuffer "main" datatype "rgba" filename "o.exr" filetype "exr" primary on
-framebuffer "aux" datatype "rgb_fp" user on output "tint" ( ) focal 50 aperture 36 aspect 1.5
-resolution 300 200 clip 0.5 5000 frame 7 0.25 offset 0.5 -2 environment "tint" ( "k" 1 )
-framebuffer "aux" filename "aux.exr" quality 80 end camera)");
-    const auto& c = record<miCamera>("c");
-    EXPECT_EQ(values(c.focal, c.orthographic, c.aperture, c.aspect, c.x_resolution, c.window.xh, c.window.yh),
-              values(50, 0, 36, 1.5, 300, 299, 199));
-    EXPECT_EQ(values(c.clip.min, c.clip.max, c.frame, c.frame_time, c.x_offset, c.y_offset),
-              values(0.5, 5000, 7, 0.25, 0.5, -2));
-    EXPECT_NE(c.output, miNULLTAG);
-    EXPECT_NE(c.environment, miNULLTAG);
-    const auto& buffers = element(c.framebuffers).framebuffers;
-    ASSERT_EQ(buffers.size(), 2u);
-    EXPECT_EQ(values(buffers[0].primary, buffers[0].premultiplied, buffers[1].user, buffers[1].premultiplied,
-                     buffers[1].quality),
-              values(1, 1, 1, 0, 80));
-    EXPECT_EQ(buffers[0].filename + buffers[1].datatype + buffers[1].filename, "o.exrrgb_fpaux.exr");
-    parse(R"(incremental camera "c" focal infinity window 10 20 30 40 end camera)");
-    parse(R"(incremental camera "c" resolution 600 400 output "rgba" "png" "x.png" end camera)");
-    EXPECT_EQ(values(c.orthographic, c.window.yl, c.window.xh),
-              values(1, 20, 30)); // a window of its own stays
-    EXPECT_EQ(buffers.back().filename, "x.png");
-}
-
-TEST_F(MiElements, Lights) {
-    parse_declared(
-        R"(light "point" "tint" () origin 0 5 0 energy 10 20 30 exponent 2 caustic photons 100 200 end light
-light "sun" "tint" () direction 0 -2 0 end light
-light "plane" "tint" () direction 0 -2 0 origin 1 2 3 end light
-light "spot" "tint" () origin 0 0 0 direction 3 0 4 spread 0.75 visible tag 9 end light
-light "area" "tint" () origin 0 0 0 rectangle 1 0 0 0 0 2 4 5 2 1 1 end light
-light "ball" "tint" () origin 0 0 0 sphere 2.5 end light
-light "tube" "tint" () origin 0 0 0 cylinder 0 1 0 0.5 3 3 end light
-light "disc" "tint" () origin 0 0 0 disc 0 0 -4 1 end light)");
-    const auto light = [this](const char* name) -> const miLight& { return record<miLight>(name); };
-    const miLight &point = light("point"), &sun = light("sun"), &spot = light("spot"), &area = light("area");
-    EXPECT_EQ(values(point.type, point.area, point.origin.y, point.energy.g, point.exponent,
-                     point.caustic_store_photons, point.caustic_emit_photons, point.shader != miNULLTAG),
-              values(miLIGHT_ORIGIN, miLIGHT_NONE, 5, 20, 2, 100, 200, 1));
-    EXPECT_EQ(values(sun.type, sun.direction.y, sun.dirlight_has_org, light("plane").dirlight_has_org),
-              values(miLIGHT_DIRECTION, -1, 0, 1));
-    EXPECT_EQ(values(spot.type, spot.spread, spot.label, spot.visible), values(miLIGHT_SPOT, 0.75, 9, 1));
-    EXPECT_FLOAT_EQ(spot.direction.z, 0.8f);
-    EXPECT_EQ(values(area.area, area.primitive.rectangle.edge_v.z, area.samples_u, area.samples_v,
-                     area.low_level, area.low_samples_v),
-              values(miLIGHT_RECTANGLE, 2, 4, 5, 2, 1));
-    EXPECT_EQ(values(light("ball").primitive.sphere.radius, light("tube").primitive.cylinder.radius,
-                     light("disc").primitive.disc.normal.z),
-              values(2.5, 0.5, -1));
-}
-
 TEST_F(MiElements, Instances) {
     const std::filesystem::path folder = orl_test_output_dir;
     std::ofstream(folder / "bytes.bin", std::ios::binary) << std::string("a\0b", 3);
@@ -125,33 +72,6 @@ tag 77 data "d1" data "d2" override face back parameters "dd" ( "f" 2.5 ) end in
     parse(R"(incremental instance "i" hide off material "m" light null data null end instance)");
     EXPECT_EQ(values(i.off, i.mtl_array_size, i.material, i.light_list, i.userdata, i.tf.global_to_local[12]),
               values(0, 0, element("m").tag, 0, 0, 1));
-}
-
-TEST_F(MiElements, Textures) {
-    const std::filesystem::path folder = orl_test_output_dir;
-    std::ofstream(folder / "wood.png") << "not looked into";
-    parse_text(scene,
-               R"(local filter 0.5 color texture "t" "wood.png"
-scalar texture "gone" "gone.tif"
-color texture "b" 2 2 '000102' '101112' '202122' '303132'
-scalar texture "w" [ 1 2 2 ] '0102' '0304'
-writable color texture "out" "o.exr" "rgb_fp" "exr" 8 4)",
-               "x.mi", nullptr, folder.string());
-    const miImg_image &t = record<miImg_image>("t"), &b = record<miImg_image>("b");
-    const miImg_image &w = record<miImg_image>("w"), &out = record<miImg_image>("out");
-    EXPECT_EQ(element("t").file, (folder / "wood.png").string());
-    EXPECT_EQ(values(t.filter, t.local, element("t").texture_filter), values(1, 1, 0.5));
-    EXPECT_EQ(element("gone").file, "");
-    EXPECT_THAT(scene.warnings,
-                testing::ElementsAre(R"(x.mi:2:23: cannot find the file "gone.tif" of the texture "gone")"));
-    EXPECT_EQ(values(b.comp, b.bits, b.type, w.bits, w.type, out.writable, out.width, out.type),
-              values(3, 8, miIMG_TYPE_RGB, 16, miIMG_TYPE_S_16, 1, 8, miIMG_TYPE_RGB_FP));
-    // Component 1 of pixel (1, 1) is byte 0x31, component 2 of pixel (1, 0) byte 0x12.
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&b);
-    const auto* index = reinterpret_cast<const miIntptr*>(bytes + offsetof(miImg_image, c));
-    EXPECT_EQ(values(bytes[index[1 * 3 + 1] + 1], bytes[index[0 * 3 + 2] + 1]), values(0x31, 0x12));
-    EXPECT_GE(element("out").size,
-              offsetof(miImg_image, c) + 12 * sizeof(miIntptr) + 8 * 4 * 3 * sizeof(float));
 }
 
 TEST_F(MiElements, CommandsAndRendersAtOnce) {

@@ -127,19 +127,6 @@ shader "u" "tint" ( "in" = "tint" ( "k" 9 ) ))");
     EXPECT_EQ(parameter<float>(element(connection(element("u"), 0)->shader), offsetof(Tint, k)), 9.0f);
 }
 
-TEST_F(MiShader, DefaultsOfArraysAndStructs) {
-    parse(
-        R"(declare shader "many" ( array color "c" default [ 1 2 3, 4 5 6 ], struct "p" { scalar "a" 7, string "b" "text" } ) version 2 apply material, texture end declare
-shader "x" "many" ())");
-    const Element& x = element("x");
-    EXPECT_EQ(parameter<int>(x, 4), 2);
-    EXPECT_EQ(parameter<miColor>(x, 8 + item<miColor>(x, 0, 1)).b, 6.0f);
-    EXPECT_EQ(parameter<float>(x, 24), 7.0f);
-    EXPECT_EQ(text(parameter<miTag>(x, 28)), "text");
-    EXPECT_EQ(scene.declarations.at("many")->version, 2);
-    EXPECT_EQ(scene.declarations.at("many")->apply, 1u << miSHADER_MATERIAL | 1u << miSHADER_TEXTURE);
-}
-
 TEST_F(MiShader, IncrementalKeepsWhatIsNotSaid) {
     parse_declared(R"(shader "n" "number" () shader "s" "many" ( "a" [ 1, = "n" ], "t" "old" ))");
     const Element& s = element("s");
@@ -154,19 +141,6 @@ TEST_F(MiShader, IncrementalKeepsWhatIsNotSaid) {
     parse(R"(incremental shader "s" "many" ( "a" [ 4 ] ))"); // a value takes the place of a connection
     EXPECT_EQ(parameter<int>(s, offsetof(Many, n_a)), 1);
     EXPECT_TRUE(s.shader->connections.empty());
-}
-
-TEST_F(MiShader, ChainsOfShaders) {
-    parse_declared(R"(shader "a" "tint" () shader "b" "tint" ()
-camera "c" lens "a" "tint" ( "k" 1 ) "b" focal 50 end camera)");
-    const Element &a = element(record<miCamera>("c").lens), &k = element(a.as<miFunction>()->next_function);
-    EXPECT_EQ(a.name, "a");
-    EXPECT_EQ(parameter<float>(k, offsetof(Tint, k)), 1.0f);
-    EXPECT_EQ(k.as<miFunction>()->next_function, element("b").tag);
-    EXPECT_EQ(record<miFunction>("b").next_function, miNULLTAG);
-    EXPECT_THAT(
-        mistake(R"(shader "x" "tint" () camera "d" lens "x" "b" end camera camera "e" lens "x" end camera)"),
-        testing::HasSubstr("in another list already"));
 }
 
 constexpr const char* phenomenon =
@@ -228,17 +202,6 @@ material "m" "tint" ( "k" 3 ) shadow "tint" ( ) photon "tint" ( "k" 1 ) end mate
     EXPECT_EQ(record<miFunction>(m.shadow).parameter_indirect, m.shader);
     EXPECT_EQ(parameter<float>(element(m.photon), offsetof(Tint, k)), 1.0f);
     EXPECT_EQ(record<miFunction>(m.photon).parameter_indirect, miNULLTAG);
-}
-
-TEST_F(MiShader, NamespacesHideNames) {
-    parse_declared(
-        R"(shader "s" "tint" ( "k" 1 ) namespace "a" shader "s" "tint" ( "k" 2 )
-shader "use" "tint" ( "next" "s" ) shader "global" "tint" ( "next" "::s" )
-end namespace shader "out" "tint" ( "next" "a::s" ) delete "s" shader "s" "tint" ())");
-    EXPECT_EQ(parameter<miTag>(element("a::use"), offsetof(Tint, next)), element("a::s").tag);
-    EXPECT_NE(parameter<miTag>(element("a::global"), offsetof(Tint, next)), element("a::s").tag);
-    EXPECT_EQ(parameter<miTag>(element("out"), offsetof(Tint, next)), element("a::s").tag);
-    EXPECT_EQ(parameter<float>(element("s"), offsetof(Tint, k)), 0.0f);
 }
 
 } // namespace

@@ -118,48 +118,6 @@ TEST(Samplers, FollowTheirDistributions) {
     }
 }
 
-TEST(Samplers, PathLengthIsExponential) {
-    Ray ray;
-    std::vector<int> counts(50);
-    for (int i = 0; i < 50000; ++i) {
-        const double passed =
-            std::exp(-3.0 * static_cast<double>(mi_scattering_pathlength(&ray.state, 3.0f)));
-        ++counts[static_cast<std::size_t>(std::min(49.0, passed * 50.0))];
-    }
-    expect_even(counts, 50000, "path length");
-    EXPECT_GT(mi_scattering_pathlength(&ray.state, 0.0f), 1e30f);
-    EXPECT_TRUE(std::isfinite(mi_scattering_pathlength(&ray.state, 0.0f)));
-}
-
-// Equal cells of the samples become equal parts of the projected hemisphere: stratification survives.
-TEST(Samplers, DiffuseTakesTheCallersSample) {
-    Ray ray;
-    for (const float sample : {0.0f, 0.5f, 0.75f}) {
-        miVector d;
-        miScalar at[2] = {sample, 0.3f};
-        mi_reflection_dir_diffuse_x(&d, &ray.state, at);
-        EXPECT_NEAR(ray.local(d)[2], std::sqrt(1 - sample), 1e-6);
-    }
-}
-
-TEST(Samplers, GlossyStaysOnItsSideAndNarrowsToTheMirror) {
-    for (const double angle : {0.0, 0.8, 1.5})
-        for (const float shiny : {0.0f, 20.0f, 1e6f}) {
-            Ray ray(angle);
-            miVector mirror, refracted, d;
-            mi_reflection_dir(&mirror, &ray.state);
-            ASSERT_TRUE(mi_refraction_dir(&refracted, &ray.state, 1.0f, 1.4f));
-            for (int i = 0; i < 300; ++i) { // 1e6: slopes of 1e-3, eight deviations
-                mi_reflection_dir_glossy(&d, &ray.state, shiny);
-                ASSERT_GE(ray.local(d)[2], 0.0) << angle << " " << shiny;
-                ASSERT_TRUE(shiny < 1e6f || mi_vector_dot(&d, &mirror) > std::cos(0.02f));
-                ASSERT_TRUE(mi_transmission_dir_glossy(&d, &ray.state, 1.0f, 1.4f, shiny));
-                ASSERT_LE(ray.local(d)[2], 0.0) << angle << " " << shiny;
-                ASSERT_TRUE(shiny < 1e6f || mi_vector_dot(&d, &refracted) > std::cos(0.02f));
-            }
-        }
-}
-
 TEST(Directions, MirrorAndSnell) {
     for (const double angle : {0.0, 0.2, 0.7, 1.3})
         for (const auto& [in, out] : {std::pair{1.0f, 1.5f}, {1.0f, 1.0f}, {1.33f, 1.2f}, {1.5f, 1.0f}}) {

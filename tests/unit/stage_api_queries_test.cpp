@@ -200,45 +200,4 @@ TEST(DatabaseDeathTest, AMissingTagEndsTheProgramByName) {
     EXPECT_DEATH(mi_db_access(123456), "mi_db_access: tag 123456");
 }
 
-TEST(InterfaceObject, ShowsTheBuffersOfACamera) {
-    Stage stage;
-    stage.parse(
-        "camera \"c\" framebuffer \"main\" datatype \"rgba\" primary on framebuffer \"depth\" datatype \"z\" "
-        "end camera");
-    EXPECT_EQ(mi_get_shader_interface(2), nullptr);
-    auto* object = mi_get_shader_interface(3);
-    ASSERT_NE(object, nullptr);
-    EXPECT_EQ(object->accessFramebuffer(stage.tag("square")), nullptr);
-    auto* buffers = object->accessFramebuffer(stage["c"].as<miCamera>()->framebuffers);
-    ASSERT_NE(buffers, nullptr);
-    size_t number = 99;
-    EXPECT_TRUE(buffers->get_buffercount(number) && number == 2);
-    EXPECT_TRUE(buffers->get_index("depth", number) && number == 1);
-    EXPECT_FALSE(buffers->get_index("nothing", number));
-    const char* text = nullptr;
-    EXPECT_TRUE(buffers->get_buffername(1, text));
-    EXPECT_STREQ(text, "depth");
-    EXPECT_FALSE(buffers->get_buffername(2, text));
-    miImg_type type;
-    EXPECT_TRUE(buffers->get_datatype(1, type) && type == miIMG_TYPE_Z);
-    bool flag = false;
-    int whole = 0;
-    EXPECT_TRUE(buffers->get("main", "primary", flag) && flag);
-    EXPECT_TRUE(buffers->set("depth", "dpi", 300) && buffers->get("depth", "dpi", whole) && whole == 300);
-    EXPECT_FALSE(buffers->set("nothing", "dpi", 1));
-    EXPECT_FALSE(buffers->set("main", "colour", 1));
-    object->releaseFramebuffer(buffers);
-    object->release();
-}
-
-TEST(Unsupported, IsReportedOnceByName) {
-    Stage stage;
-    Messages messages;
-    miColor color = {1, 2, 3, 4};
-    for (int i = 0; i < 3; ++i)
-        EXPECT_FALSE(mi_compute_irradiance(&color, &stage.state));
-    EXPECT_THAT(messages.texts, testing::ElementsAre("mi_compute_irradiance is not supported yet"));
-    EXPECT_EQ(color.b, 3.0f);
-}
-
 } // namespace

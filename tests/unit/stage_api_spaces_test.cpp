@@ -68,17 +68,6 @@ TEST_P(Spaces, ConversionsAgreeWithAProductOfMatrices) {
     EXPECT_EQ(std::memcmp(&before, &after, sizeof after), 0);
 }
 
-TEST_P(Spaces, RasterFollowsTheCamera) {
-    Stage stage(GetParam());
-    // What is at (0.4, -0.3, -4) in camera space; the inverse of a rotation and a translation is to_world().
-    const Vector3 at = times({0.4, -0.3, -4.0}, 1, camera_place.to_world() * world_to_internal);
-    miVector p = {static_cast<float>(at[0]), static_cast<float>(at[1]), static_cast<float>(at[2])}, r;
-    mi_point_to_raster(&stage.state, &r, &p);
-    // On the image plane at distance 2: x 0.2 of width 1.5, y -0.15 of height 1.5 / 1.25 = 1.2.
-    EXPECT_NEAR(r.x, (0.2 / 1.5 + 0.5) * 320 + 3, 2e-3);
-    EXPECT_NEAR(r.y, (-0.15 / 1.2 + 0.5) * 240 - 5, 2e-3);
-}
-
 // Half-way through the shutter interval the blend of both matrices is a plain mean here: only the
 // translation differs.
 TEST_P(Spaces, ObjectSpaceMovesWithTheShutter) {

@@ -132,19 +132,6 @@ TEST(Texture, PyramidLevelsAreMeans) {
     EXPECT_EQ(mi_img_pyramid_get_level(image.record(), 3), nullptr);
 }
 
-// From far enough away a pixel sees the whole picture.
-TEST(Texture, AFilteredLookupFollowsTheDistance) {
-    Stage stage;
-    std::vector<unsigned char> checks;
-    for (int i = 0; i < 64 * 64; ++i)
-        checks.push_back((i + i / 64) % 2 ? 255 : 0);
-    const stage::Element& image = add_image(stage, write("checks.png", 64, 64, 1, checks), true);
-    stage.state.dist = 1e-3;
-    EXPECT_NEAR(look(stage, image, 0.5f / 64, 0.5f / 64).r, 1.0f, 1e-6f); // (0, 63) from the top: odd
-    stage.state.dist = 1e4;
-    EXPECT_NEAR(look(stage, image, 0.5f / 64, 0.5f / 64).r, 0.5f, 3e-3f);
-}
-
 TEST(Texture, ABrokenFileIsNamedOnceAndBlack) {
     Stage stage;
     std::vector<std::string> messages;

@@ -110,15 +110,4 @@ TEST(StageFilm, WhatCannotBeAveragedIsTheCentralSample) {
     EXPECT_NE(result[0].pixel(9, 7)[1], expected.g);
 }
 
-TEST(StageFilm, AStoppedFrameKeepsItsFinishedBuckets) {
-    auto result = render(
-        [](float, float) {
-            return miColor{1, 1, 1, 1};
-        },
-        everything, 'g', 1.0f, 8, [](auto& buckets) { buckets.resize(2); });
-    for (int y = 0; y < height; ++y) // buckets run from the top
-        for (int x = 0; x < width; ++x)
-            ASSERT_NEAR(result[0].pixel(x, y)[0], y >= height - 8 && x < 16 ? 1.0f : 0.0f, 1e-6f);
-}
-
 } // namespace

@@ -1,6 +1,5 @@
-// Values that shaders put into frame buffers, and the points that they take samples at.
+// The points that shaders take samples at.
 #include <array>
-#include <bit>
 #include <set>
 #include <vector>
 
@@ -10,7 +9,6 @@
 
 namespace {
 
-using stage::BufferKind;
 using Points = std::vector<std::array<double, 2>>;
 
 class StageSampleValues : public testing::Test {
@@ -27,28 +25,6 @@ protected:
     stage::ThreadContext context;
     miState state{};
 };
-
-TEST_F(StageSampleValues, BuffersTakeValuesOfTheirOwnType) {
-    context.buffers.values.resize(4);
-    context.buffers.written.resize(4);
-    context.buffers.kinds = {BufferKind::color, BufferKind::vector, BufferKind::scalar, BufferKind::integer};
-    miColor color{1.0f, 2.0f, 3.0f, 4.0f};
-    miVector vector{5.0f, 6.0f, 7.0f};
-    miScalar scalar = 8.0f;
-    miUint tag = 0x7fc00001u, back = 0; // as a float not a number, and must come through all the same
-    void* values[] = {&color, &vector, &scalar, &tag};
-    for (int k = 0; k < 4; ++k)
-        EXPECT_TRUE(mi_fb_put(&state, k, values[k]));
-    EXPECT_EQ(context.buffers.values[0].a, 4.0f);
-    EXPECT_EQ(context.buffers.values[1].b, 7.0f);
-    EXPECT_EQ(context.buffers.values[2].r, 8.0f);
-    EXPECT_TRUE(mi_fb_get(&state, 3, &back));
-    EXPECT_EQ(back, tag);
-    for (const int unknown : {-1, 4, 1000000, -2147483647}) {
-        EXPECT_TRUE(mi_fb_put(&state, unknown, &color));
-        EXPECT_FALSE(mi_fb_get(&state, unknown, &color));
-    }
-}
 
 // 16 points of two dimensions: one in each of the 16 cells of every division into 16 / k by k strips.
 void expect_net(const Points& points) {

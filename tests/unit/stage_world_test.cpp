@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 
 #include "mi/parser.h"
-#include "render/affine.h"
 #include "render/world.h"
 #include "scene/scene.h"
 
@@ -57,24 +56,6 @@ struct Frame {
     stage::Scene scene;
     std::unique_ptr<World> world;
 };
-
-TEST(StageAffine, InverseUndoesAndRefusesWhatIsNoSpace) {
-    // A scale, a shear, a turn and a shift.
-    const miMatrix m = {2, 0.5f, 0, 0, -1, 3, 0.25f, 0, 0, 0.125f, -4, 0, 7, -8, 9, 1};
-    const auto a = stage::Affine::from(m);
-    const stage::Affine product = *a * a->inverse().value();
-    for (std::size_t row = 0; row < 4; ++row)
-        for (std::size_t column = 0; column < 3; ++column)
-            EXPECT_NEAR(product.rows[row][column], row == column ? 1.0 : 0.0, 1e-14);
-    const miMatrix projective = {1, 0, 0, 0.5f, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-    const miMatrix flat = {1, 2, 3, 0, 2, 4, 6, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-    const miMatrix tiny = {1e-12f, 0, 0, 0, 0, 1e-12f, 0, 0, 0, 0, 1e-12f, 0, 0, 0, 0, 1};
-    const miMatrix infinite = {infinity, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-    EXPECT_FALSE(stage::Affine::from(projective));
-    EXPECT_FALSE(stage::Affine::from(infinite));
-    EXPECT_FALSE(stage::Affine::from(flat)->inverse());
-    EXPECT_TRUE(stage::Affine::from(tiny)->inverse()); // small is not flat
-}
 
 // The outer matrix takes world x to local x / 2, so its contents appear twice as large; the inner one shifts
 // by -3 into local space, so the object stands at +3 inside the group: at x = 6 in the world.
