@@ -1,9 +1,7 @@
-// Allocator and locks: bookkeeping, failures, threads.
+// Allocator and locks: bookkeeping, threads.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <string>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -11,7 +9,6 @@
 
 #include "kit/lock.h"
 #include "kit/memory.h"
-#include "kit/message.h"
 
 namespace {
 
@@ -48,28 +45,6 @@ TEST_F(Memory, ReallocateKeepsWhatWasThereAndZeroesTheRest) {
     EXPECT_EQ(std::memcmp(block, "ab", 2), 0);
     EXPECT_EQ(live_bytes(), 2);
     EXPECT_EQ(stage::reallocate("file", 4, block, 0), nullptr);
-    EXPECT_EQ(live_blocks(), 0);
-}
-
-TEST_F(Memory, WhatIsNoBlockIsReportedAndLeftAlone) {
-    std::string reported;
-    stage::set_message_sink([&](stage::MessageLevel, std::string_view text) { reported = text; });
-    alignas(16) char bytes[64] = {};
-    stage::release("wrong.cpp", 12, bytes + 48);
-    stage::set_message_sink(nullptr);
-    EXPECT_EQ(stage::memory_counts().bad_releases - before.bad_releases, 1);
-    EXPECT_NE(reported.find("wrong.cpp:12"), std::string::npos);
-}
-
-TEST_F(Memory, TestAllocationsFailOnRequest) {
-    stage::fail_allocations_after(2);
-    for (const bool given : {true, true, false, false}) {
-        void* block = stage::test_allocate("file", 1, 8);
-        EXPECT_EQ(block != nullptr, given);
-        stage::release("file", 1, block);
-    }
-    stage::fail_allocations_after(-1);
-    EXPECT_EQ(stage::test_allocate("file", 1, SIZE_MAX), nullptr); // header and size together overflow
     EXPECT_EQ(live_blocks(), 0);
 }
 

@@ -127,22 +127,6 @@ shader "u" "tint" ( "in" = "tint" ( "k" 9 ) ))");
     EXPECT_EQ(parameter<float>(element(connection(element("u"), 0)->shader), offsetof(Tint, k)), 9.0f);
 }
 
-TEST_F(MiShader, IncrementalKeepsWhatIsNotSaid) {
-    parse_declared(R"(shader "n" "number" () shader "s" "many" ( "a" [ 1, = "n" ], "t" "old" ))");
-    const Element& s = element("s");
-    parse(R"(incremental shader "s" ( "b" on, "pair" { "y" 1 2 3 } ))");
-    EXPECT_EQ(&element("s"), &s);
-    const std::size_t a = offsetof(Many, a) + item<float>(s, offsetof(Many, i_a), 0);
-    EXPECT_EQ(parameter<float>(s, a), 1.0f);
-    EXPECT_NE(connection(s, a + sizeof(float)), nullptr);
-    EXPECT_EQ(text(parameter<miTag>(s, offsetof(Many, t))), "old");
-    EXPECT_EQ(parameter<float>(s, offsetof(Many, pair.y.y)), 2.0f);
-    EXPECT_EQ(parameter<miBoolean>(s, offsetof(Many, b)), miTRUE);
-    parse(R"(incremental shader "s" "many" ( "a" [ 4 ] ))"); // a value takes the place of a connection
-    EXPECT_EQ(parameter<int>(s, offsetof(Many, n_a)), 1);
-    EXPECT_TRUE(s.shader->connections.empty());
-}
-
 constexpr const char* phenomenon =
     R"(declare phenomenon color "mix" ( color "base" default 1 2 3, scalar "k", array scalar "list" )
   shader "inner" "tint" ( "in" = interface "base", "k" = interface "k" )

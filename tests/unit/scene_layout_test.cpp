@@ -1,6 +1,4 @@
-// The database: tags, names, records that change their size, readers beside a writer.
-#include <thread>
-
+// The database: tags, names, records that change their size.
 #include <gtest/gtest.h>
 
 #include "scene/scene.h"
@@ -28,20 +26,6 @@ TEST(Database, TagsNamesAndRecords) {
     database.remove(a); // must not take the new one's name
     EXPECT_EQ(database.find(std::string_view("a")), &other);
     EXPECT_EQ(database.find(a.tag), &a);
-}
-
-TEST(Database, ReadersNeedNoLockWhileElementsAreAdded) {
-    Database database;
-    constexpr std::size_t count = 5000;
-    std::thread reader([&] {
-        for (std::size_t known = 0; known < count; known = database.size())
-            for (std::size_t tag = 1; tag <= known; tag += 97)
-                if (*database.find(static_cast<miTag>(tag))->as<std::size_t>() == count)
-                    ADD_FAILURE();
-    });
-    for (std::size_t k = 0; k < count; ++k)
-        database.add(miSCENE_STRING, "", {}, sizeof(std::size_t));
-    reader.join();
 }
 
 } // namespace

@@ -137,21 +137,4 @@ TEST(Directions, MirrorAndSnell) {
         }
 }
 
-// With a shading normal far off, directions would go into the geometry.
-TEST(Directions, StayOnTheirSideOfTheGeometry) {
-    for (int i = 0; i < 40; ++i) {
-        Ray ray(1.4);
-        const auto s = static_cast<float>(std::sin(-0.05 * i)), c = static_cast<float>(std::cos(-0.05 * i));
-        const miVector n = ray.state.normal;
-        ray.state.normal_geom = {c * n.x + s * ray.u.x, c * n.y + s * ray.u.y, c * n.z + s * ray.u.z};
-        miVector d;
-        mi_reflection_dir(&d, &ray.state);
-        EXPECT_GT(mi_vector_dot(&d, &ray.state.normal_geom), 0.0f) << i;
-        mi_reflection_dir_diffuse(&d, &ray.state);
-        EXPECT_GE(mi_vector_dot(&d, &ray.state.normal_geom), -1e-6f);
-        mi_transmission_dir_diffuse(&d, &ray.state);
-        EXPECT_LE(mi_vector_dot(&d, &ray.state.normal_geom), 1e-6f);
-    }
-}
-
 } // namespace

@@ -120,13 +120,4 @@ TEST(Triangle, CornerValuesPointIntoTheTessellation) {
     EXPECT_EQ(stage.hit.triangle, 1u) << "the primitive that was given is not changed";
 }
 
-TEST(Triangle, TextureCoordinatesAreInterpolated) {
-    Stage stage;
-    // Weights 1/4, 1/4, 1/2 of the corners (-1, -1), (1, 1), (-1, 1): space 1 holds (x, 10, y).
-    miVector value;
-    ASSERT_TRUE(mi_texture_interpolate(&stage.state, 1, &value.x));
-    expect_near(value, {-0.5, 10, 0.5}, 1e-6);
-    EXPECT_FALSE(mi_texture_interpolate(&stage.state, 2, &value.x));
-}
-
 } // namespace

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -90,26 +89,6 @@ TEST(Texture, FormatsKeepTheirValues) {
         expect_color(look(stage, add_image(stage, file), 0.5f, 0.5f), expected, 1e-6, file);
 }
 
-TEST(Texture, TheRecordGivesThePixels) {
-    Stage stage;
-    const miTag tag = add_image(stage, four()).tag;
-    auto* record = static_cast<miImg_image*>(mi_db_access(tag));
-    EXPECT_EQ((std::array{mi_img_get_width(record), mi_img_get_height(record), record->bits, record->comp}),
-              (std::array{2, 2, 8, 3}));
-    // The green component of the upper row, by the list of scanlines.
-    miIntptr offset;
-    std::memcpy(&offset, reinterpret_cast<char*>(record) + offsetof(miImg_image, c) + 4 * sizeof offset,
-                sizeof offset);
-    EXPECT_EQ(*(reinterpret_cast<unsigned char*>(record) + offset + 1), 200);
-    miColor c;
-    mi_img_get_color(record, &c, 1, 1);
-    EXPECT_FLOAT_EQ(c.g, 200 / 255.0f);
-    mi_db_unpin(tag);
-    int width = 0;
-    EXPECT_TRUE(mi_query(miQ_IMAGE_WIDTH, &stage.state, tag, &width));
-    EXPECT_EQ(width, 2);
-}
-
 TEST(Texture, PyramidLevelsAreMeans) {
     Stage stage;
     std::vector<float> pixels(7 * 5);
@@ -147,40 +126,6 @@ TEST(Texture, ABrokenFileIsNamedOnceAndBlack) {
                               testing::AllOf(testing::HasSubstr("scene.mi:1"), testing::HasSubstr(broken))));
     int width;
     EXPECT_FALSE(mi_query(miQ_IMAGE_WIDTH, &stage.state, e.tag, &width));
-}
-
-// A texture shader of the test: the coordinate, scaled, in the type of its result.
-template <class Result> miBoolean coordinate_shader(void* result, miState* state, void*, void*) {
-    const miColor value = {state->tex.x, 2 * state->tex.y, state->tex.z, 0.5f};
-    std::memcpy(result, &value, sizeof(Result));
-    return state->tex.x > 0 ? miTRUE : miFALSE;
-}
-
-TEST(Texture, AShaderStandsInForAnImage) {
-    Stage stage;
-    stage.define("color", coordinate_shader<miColor>);
-    stage.define("vector", coordinate_shader<miVector>);
-    stage.define("scalar", coordinate_shader<miScalar>);
-    const struct {
-        std::string type;
-        float scalar;
-        Vector3 vector;
-    } rows[] = {{"color", 3.0f, {1, 4, 4}}, {"vector", 3.0f, {1, 4, 4}}, {"scalar", 1.0f, {1, 1, 1}}};
-    for (const auto& row : rows) {
-        stage.parse("declare shader " + row.type + " \"" + row.type + "\" () end declare shader \"map_" +
-                    row.type + "\" \"" + row.type + "\" ()");
-        const stage::Element& map = stage["map_" + row.type];
-        stage.state.tex = {7, 8, 9};
-        miVector coord = {1, 2, 4}, vector{};
-        miScalar scalar = 0;
-        EXPECT_TRUE(mi_lookup_scalar_texture(&scalar, &stage.state, map.tag, &coord));
-        EXPECT_FLOAT_EQ(scalar, row.scalar);
-        EXPECT_TRUE(mi_lookup_vector_texture(&vector, &stage.state, map.tag, &coord));
-        expect_near(vector, row.vector, 0, row.type);
-        EXPECT_EQ(stage.state.tex.y, 8.0f) << "the caller's coordinate is put back";
-        EXPECT_EQ(look(stage, map, -1, 2, miFALSE).r, -1.0f) << "the shader's own answer";
-    }
-    look(stage, stage["square"], 0, 0, miFALSE);
 }
 
 } // namespace
