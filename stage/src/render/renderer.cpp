@@ -118,8 +118,8 @@ struct Renderer::Frame {
     std::uint32_t grid = 1;
     float jitter = 0.0f;
     bool camera_keeps_lengths = false; // its rays arrive in internal space with the length that they have
-    miState state{};                             // of every eye ray, before its sample is known
-    std::atomic<std::size_t> next{0};            // bucket
+    miState state{};                   // of every eye ray, before its sample is known
+    std::atomic<std::size_t> next{0};  // bucket
     std::atomic<bool> reported_bad_value{false}; // of no particular shader
 };
 
