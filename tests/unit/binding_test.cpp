@@ -148,6 +148,12 @@ TEST(BindingDeathTest, WhatCannotBeFoundIsToldAndFaults) {
 
 #else
 
+// A character that the locale cannot write makes formatting fail half-way.
+TEST_F(Binding, AMessageThatCannotBeFormattedIsEmpty) {
+    mi_info("before %ls", L"\U0001F600");
+    EXPECT_TRUE(renderer.has_message(scripted::Level::info, ""));
+}
+
 sigjmp_buf fault;
 
 // Calls a function that cannot be found; true when the call faulted.
