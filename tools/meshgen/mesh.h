@@ -86,7 +86,8 @@ struct ObjectOptions {
 void write_object(std::ostream& out, const Mesh& mesh, const ObjectOptions& options);
 
 // |x / a|^(2/e2) + ...: Barr's superellipsoid with semi-axis 1; exponent 1 is round, towards 0 a
-// box, 2 a double pyramid, more a star. `north_south` (at most 2) shapes the profile, `east_west` the cross-section.
+// box, 2 a double pyramid, more a star. `north_south` (at most 2) shapes the profile, `east_west` the
+// cross-section.
 Mesh superquadric(double north_south, double east_west, std::uint32_t columns, std::uint32_t rows);
 
 // A tube along the trefoil knot (sin t + 2 sin 2t, cos t - 2 cos 2t, -sin 3t), which fills a radius of 3.

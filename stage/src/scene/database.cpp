@@ -1,32 +1,35 @@
 // The elements by tag and by name.
-#include <array>
+#include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "scene/scene.h"
 
 namespace stage {
 
-struct Database::Page {
-    std::array<Element, page_size> elements;
-};
-
-Database::Database() : pages_(std::make_unique<std::atomic<Page*>[]>(page_limit)) {}
+Database::Database() = default;
 
 Database::~Database() {
-    for (std::size_t i = 0; i < page_limit; ++i)
-        delete pages_[i].load(std::memory_order_relaxed);
+    for (const std::atomic<Element*>& page : pages_)
+        delete[] page.load(std::memory_order_relaxed);
+}
+
+std::pair<std::size_t, std::size_t> Database::locate(std::size_t index) {
+    const std::size_t position = index + first_page;
+    const auto page = static_cast<std::size_t>(std::bit_width(position) - std::bit_width(first_page));
+    return {page, position - (first_page << page)};
 }
 
 Element& Database::add(int type, std::string name, const Place& place, std::size_t size) {
     const std::lock_guard lock(guard_);
     const std::size_t index = count_.load(std::memory_order_relaxed);
-    if (index / page_size >= page_limit)
+    const auto [page, at] = locate(index);
+    if (page >= page_limit)
         throw SceneError(place, "too many elements in the scene");
-    std::atomic<Page*>& page = pages_[index / page_size];
-    if (!page.load(std::memory_order_relaxed))
-        page.store(new Page, std::memory_order_release);
+    if (!pages_[page].load(std::memory_order_relaxed))
+        pages_[page].store(new Element[first_page << page], std::memory_order_release);
 
-    Element& element = page.load(std::memory_order_relaxed)->elements[index % page_size];
+    Element& element = pages_[page].load(std::memory_order_relaxed)[at];
     element.tag = static_cast<miTag>(index + 1);
     element.type = type;
     element.place = place;
@@ -50,8 +53,8 @@ void Database::resize(Element& element, std::size_t size) {
 Element* Database::find(miTag tag) const {
     if (tag == miNULLTAG || tag > count_.load(std::memory_order_acquire))
         return nullptr;
-    const std::size_t index = tag - 1;
-    return &pages_[index / page_size].load(std::memory_order_acquire)->elements[index % page_size];
+    const auto [page, at] = locate(tag - 1);
+    return &pages_[page].load(std::memory_order_acquire)[at];
 }
 
 Element* Database::find(std::string_view name) const {

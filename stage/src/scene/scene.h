@@ -4,6 +4,7 @@
 // beside them. The parser builds a Scene; rendering reads it.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -15,6 +16,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "geoshader.h"
@@ -214,15 +216,16 @@ public:
     }
 
 private:
-    // Elements lie in pages that never move, so that readers need no lock while a page is added.
-    static constexpr std::size_t page_size = 512;
-    static constexpr std::size_t page_limit = std::size_t{1} << 16;
-    struct Page;
+    // Elements lie in pages that never move, each twice as large as the one before, so that readers need no
+    // lock while a page is added.
+    static constexpr std::size_t first_page = 64;
+    static constexpr std::size_t page_limit = 24;
+    [[nodiscard]] static std::pair<std::size_t, std::size_t> locate(std::size_t index); // page, place in it
     struct NameHash {
         using is_transparent = void;
         std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
     };
-    std::unique_ptr<std::atomic<Page*>[]> pages_;
+    std::array<std::atomic<Element*>, page_limit> pages_{};
     std::atomic<std::size_t> count_{0};
     std::unordered_map<std::string, miTag, NameHash, std::equal_to<>> names_;
     mutable std::mutex guard_;
