@@ -32,7 +32,7 @@ template <class T> T distinct(int number) {
 
 template <class Result> Result answer() {
     if constexpr (!std::is_void_v<Result>)
-        return distinct<Result>(77);
+        return distinct<Result>(21);
 }
 
 // Scripts `name`, calls the forwarding function and compares what arrives.

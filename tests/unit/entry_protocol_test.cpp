@@ -13,6 +13,7 @@ struct Params {
     decl::Array<miInteger> first;
     miColor color;
     decl::Array<miColor> colors;
+    decl::Transform transform;
     miTag last;
 };
 
@@ -36,8 +37,8 @@ TEST_F(EntryProtocol, ConnectedParametersAreEvaluatedAtEachUse) {
     shader.connect(shader->scalar, [](miState*) { return 3.0f; });
     renderer.mi_phen_eval = [](miState*, void*) -> void* { return nullptr; };
     EXPECT_EQ(eval(state, shader->scalar), 2.5f);
-    decl::Transform transform{};
-    EXPECT_EQ(eval(state, transform), static_cast<void*>(&transform));
+    shader.set_connection(&shader->transform, 1);
+    EXPECT_EQ(eval(state, shader->transform), static_cast<void*>(&shader->transform));
 }
 
 TEST_F(EntryProtocol, SpansReachElementsWhereverTheyLie) {

@@ -120,14 +120,16 @@ TEST_F(HostData, BlocksThatAreTooShortAreNoRecords) {
                   {-9, -9, true}};
     for (const auto& each : arrays) {
         SCOPED_TRACE(each.first);
+        const bool near_by = each.first >= 0 && each.first <= max_elements + 1;
+        const auto behind = [&](miInteger skipped) { return each.first + (near_by ? skipped : 0); };
         WithElements<orl_ObjectData> object; // the array is the record's last, so its room follows directly
         object.record.uv_channels = {each.first, each.count, {0}};
         WithElements<orl_NodeData> node; // behind the first array are 5 words more, behind the second 1
-        node.record.shadow_lights = {each.first < 0 ? each.first : each.first + 5, each.count, {0}};
+        node.record.shadow_lights = {behind(5), each.count, {0}};
         const std::array expected{true, each.fits, each.fits, each.fits};
         EXPECT_EQ(found(block(24 * 4), add_record(node), add_record(object)), expected);
         node.record.shadow_lights = {};
-        node.record.lights = {each.first < 0 ? each.first : each.first + 1, each.count, {0}};
+        node.record.lights = {behind(1), each.count, {0}};
         EXPECT_EQ(found(block(24 * 4), add_record(node), add_record(object)), expected);
     }
 }
