@@ -130,9 +130,10 @@ TEST_F(Binding, AnotherModuleIsLookedUpAgain) {
     EXPECT_EQ(second.name.calls(), 1) << #name;                                                              \
     EXPECT_EQ(renderer.name.calls(), 1) << #name;
     ORL_RENDERER_FUNCTIONS(EXPECT_SECOND, EXPECT_SECOND_MESSAGE)
+    renderer.reset(); // its scripts belong to calls that are over
     miSetModuleHandle(renderer.handle());
     mi_par_aborted();
-    EXPECT_EQ(renderer.mi_par_aborted.calls(), 2);
+    EXPECT_EQ(renderer.mi_par_aborted.calls(), 1);
 }
 
 #ifdef _WIN32
