@@ -87,7 +87,24 @@ INSTANTIATE_TEST_SUITE_P(
                 "1:31: \"n\" is already defined at test.mi:1:12; write 'incremental' in front to change it"},
         Mistake{"incremental shader \"n\" ()", "1:20: there is no shader \"n\""},
         Mistake{"shader \"a\" \"tint\" () incremental shader \"a\" ( \"in\" = \"a\" )",
-                "1:41: the parameters of \"a\" are connected to its own result"},
+                "1:41: \"a\" leads back to itself and would run without end"},
+        Mistake{"shader \"a\" \"tint\" () shader \"b\" \"tint\" ( \"next\" \"a\" ) "
+                "shader \"c\" \"tint\" ( \"in\" = \"b\" ) incremental shader \"a\" ( \"next\" \"c\" )",
+                "1:107: \"a\" leads back to itself and would run without end"},
+        Mistake{
+            "declare shader \"place\" ( array struct { integer \"k\", shader \"s\" } \"l\" ) end declare\n"
+            "shader \"x\" \"place\" () shader \"y\" \"place\" ( \"l\" [ { 1, \"x\" } ] )\n"
+            "incremental shader \"x\" ( \"l\" [ { 1, null }, { 2, \"y\" } ] )",
+            "3:20: \"x\" leads back to itself and would run without end"},
+        Mistake{"declare shader \"lamp\" ( material \"m\" ) end declare\n"
+                "material \"loop\" \"lamp\" ( \"m\" \"loop\" ) end material",
+                "2:10: \"loop\" leads back to itself and would run without end"},
+        // one of a slot's list of shaders
+        Mistake{
+            "declare shader \"lamp\" ( material \"m\" ) end declare\n"
+            "material \"m\" \"tint\" () end material material \"n\" \"lamp\" ( \"m\" \"m\" ) end material\n"
+            "incremental material \"m\" shadow \"tint\" () \"lamp\" ( \"m\" \"n\" ) end material",
+            "3:22: \"m\" leads back to itself and would run without end"},
         Mistake{"shader \"a\" \"tint\" ( \"in\" = interface \"x\" )",
                 "1:38: 'interface' has a meaning only within a phenomenon"},
         Mistake{"declare shader \"x\" ( wibble \"a\" )",

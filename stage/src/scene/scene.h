@@ -97,6 +97,7 @@ struct ShaderCode {
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
     std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
+    std::atomic<bool> reported_depth{false};     // calls that led too deep were reported once
 };
 
 // What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
