@@ -44,7 +44,19 @@ const Mistake mistakes[] = {
      R"(1:51: the result of shader "n" has no member)"},
     {R"(shader "n" "number" () shader "n" "tint" ())", R"(1:31: "n" is already defined at test.mi:1:12)"},
     {R"(shader "a" "tint" () incremental shader "a" ( "in" = "a" ))",
-     R"(1:41: the parameters of "a" are connected)"},
+     R"(1:41: "a" leads back to itself and would)"},
+    {R"(shader "a" "tint" () shader "b" "tint" ( "next" "a" )
+shader "c" "tint" ( "in" = "b" ) incremental shader "a" ( "next" "c" ))",
+     R"(2:53: "a" leads back to itself and would run)"},
+    {R"(declare shader "place" ( array struct { integer "k", shader "s" } "l" ) end declare
+shader "x" "place" () shader "y" "place" ( "l" [ { 1, "x" } ] )
+incremental shader "x" ( "l" [ { 1, null }, { 2, "y" } ] ))",
+     R"(3:20: "x" leads back to itself and would run)"},
+    {R"(declare shader "lamp" ( material "m" ) end declare
+material "m" "tint" () end material material "n" "lamp" ( "m" "m" ) end material
+incremental material "m" shadow "tint" () "lamp" ( "m" "n" ) end material)", // one of a slot's list of
+                                                                             // shaders
+     R"(3:22: "m" leads back to itself and would run)"},
     {R"(shader "a" "tint" ( "in" = interface "x" ))", "1:38: 'interface' has a meaning only within a phenom"},
     {R"(declare shader "x" ( wibble "a" ))", "1:22: expected a type (boolean, integer, scalar, "},
     {R"(declare shader "tint" () end declare)", R"(1:16: the string "tint" is already declared)"},

@@ -17,7 +17,7 @@ namespace stage {
 class SceneFixture : public testing::Test {
 protected:
     SceneFixture() {
-        for (const char* shader : {"tint", "bundle", "number", "many"})
+        for (const char* shader : {"tint", "bundle", "number", "many", "lamp", "place"})
             scene.libraries->define(shader, reinterpret_cast<void*>(&nothing));
     }
 

@@ -1,11 +1,13 @@
 // Shader calls: life cycle, call types, lists, phenomena and connected parameters.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "kit/message.h"
 #include "stage_scene.h"
 
 namespace {
@@ -125,6 +127,43 @@ TEST(StageCalls, ManyThreadsInitialiseOnce) {
     EXPECT_EQ(good, 8);
     EXPECT_EQ(code_inits, 1);
     s.scene.exit_shaders();
+}
+
+// ---- calls without end ----
+
+TEST(StageCalls, WithoutEndAreGivenUpAndReportedOnce) {
+    std::vector<std::string> told;
+    stage::set_message_sink([&](stage::MessageLevel, std::string_view text) { told.emplace_back(text); });
+    TestScene s;
+    long long runs = 0;
+    int deepest = 0, depth = 0, wanted = 0;
+    miTag loop = miNULLTAG;
+    // Called twice by itself: without a bound for all calls together the number of calls doubles at each
+    // level.
+    loop = s.add_shader([&](void* result, miState* state, void*, void*) {
+        ++runs;
+        deepest = std::max(deepest, ++depth);
+        miBoolean answer = depth == wanted;
+        for (int k = 0; k < 2 && !answer; ++k)
+            answer = mi_call_shader(static_cast<miColor*>(result), miSHADER_MATERIAL, state, loop);
+        --depth;
+        return answer;
+    });
+    s.scene.database.find(loop)->name = "loop";
+    s.build();
+    miState state = s.eye();
+    miColor result{};
+    for (int k = 0; k < 3; ++k) {
+        runs = 0;
+        EXPECT_FALSE(stage::call_shader(&result, miSHADER_MATERIAL, &state, loop, nullptr));
+        EXPECT_EQ(runs, deepest);
+    }
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_NE(told[0].find("shader \"loop\""), std::string::npos) << told[0];
+    // Glass in glass nests some hundred calls.
+    wanted = 500;
+    EXPECT_TRUE(stage::call_shader(&result, miSHADER_MATERIAL, &state, loop, nullptr));
+    stage::set_message_sink(nullptr);
 }
 
 // ---- what a call changes ----
