@@ -1,167 +1,137 @@
-// Small scenes built by hand for tests of the stage: shaders are functions of the test, surfaces are squares.
+// Small scenes for tests of the stage: text in the scene language, shaders that are functions of the test.
 #pragma once
 
-#include <cstddef>
-#include <cstring>
-#include <deque>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
 #include <functional>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include "render/context.h"
+#include "mi/parser.h"
+#include "render/renderer.h"
 #include "render/shading.h"
-#include "render/world.h"
-#include "scene/scene.h"
+#include "scene/libraries.h"
 
 namespace stage_test {
 
-using Body = std::function<miBoolean(void* result, miState* state, void* params, void* arg)>;
+inline void put(std::ostream& to, const std::string& text) {
+    to << text << ' ';
+}
+inline void put(std::ostream& to, double number) {
+    to << std::round(number * 1000.0) / 1000.0 + 0.0 << ' ';
+}
+inline void put(std::ostream& to, const miVector& v) {
+    put(to, v.x), put(to, v.y), put(to, v.z);
+}
+inline void put(std::ostream& to, const miColor& c) {
+    put(to, c.r), put(to, c.g), put(to, c.b), put(to, c.a);
+}
+// Numbers to three places, vectors, colours and words in one line.
+template <class... T> std::string show(const T&... items) {
+    std::ostringstream text;
+    (put(text, items), ...);
+    return text.str().substr(0, text.str().size() - 1);
+}
+// The ray of a state, point, normal, length and cosine.
+inline std::string show_ray(const miState* s) {
+    return show(s->org, ">", s->dir, ":", s->point, ",", s->normal, ",", s->dist, s->dot_nd);
+}
 
-// The parameters of every test shader. Connections address them by their offsets.
-struct Block {
-    Body* body;
-    miColor color;
-    miScalar scalar;
-    miTag tag;
-};
+// The parameters of every test shader, "color" and "scalar", as its running instance has them.
+inline miColor& eval_color(miState* state) {
+    void* color = state->shader->parameters;
+    return *static_cast<miColor*>(mi_eval(state, color));
+}
+inline miScalar& eval_scalar(miState* state) {
+    void* scalar = static_cast<miColor*>(static_cast<void*>(state->shader->parameters)) + 1;
+    return *static_cast<miScalar*>(mi_eval(state, scalar));
+}
 
-inline miBoolean run_body(void* result, miState* state, void* params, void* arg) {
-    return (*static_cast<Block*>(params)->body)(result, state, params, arg);
+inline miBoolean probe(miState* state, miVector org, miVector dir = {0.0f, 0.0f, -1.0f}) {
+    return mi_trace_probe(state, &dir, &org);
+}
+
+inline miBoolean reflect(miState* state, miColor& result, miVector dir = {0.0f, 0.0f, 1.0f}) {
+    mi_vector_normalize(&dir);
+    return mi_trace_reflection(&result, state, &dir);
 }
 
 class TestScene {
 public:
     stage::Scene scene;
-    miOptions* options;
-    miCamera* camera;
     std::unique_ptr<stage::World> world;
     stage::ThreadContext context;
 
-    // The camera stands at (0, 0, 10) and looks down -z; ray tracing is on, depths are 4, 4 and 8.
+    // The camera stands at (0, 0, 10) and looks down -z. "square" is 2 by 2, faces +z and has a texture space
+    // that runs from 0 to 1 along x and y.
     TestScene() {
-        command_.options = add(miSCENE_OPTIONS, sizeof(miOptions)).tag;
-        options = record<miOptions>(command_.options);
-        options->trace = miTRUE;
-        options->reflection_depth = options->refraction_depth = 4;
-        options->trace_depth = 8;
-        options->shadow = 1;
-        options->face = 'a';
-        const miTag camera_tag = add(miSCENE_CAMERA, sizeof(miCamera)).tag;
-        camera = record<miCamera>(camera_tag);
-        camera->focal = camera->aperture = camera->aspect = 1.0f;
-        camera->x_resolution = camera->y_resolution = 16;
-        command_.camera_instance = add_instance(camera_tag, {0.0f, 0.0f, 10.0f});
+        bodies().clear();
+        stage::set_current_scene(&scene);
+        parse("options opt trace depth 4 4 8 end options\n"
+              "camera cam focal 1 aperture 1 aspect 1 resolution 16 16 end camera\n"
+              "instance cam_inst cam transform 1 0 0 0 0 1 0 0 0 0 1 0 0 0 -10 1 end instance\n"
+              "object square visible shadow trace reflection refraction transparency group\n"
+              "-1 -1 0 1 -1 0 1 1 0 -1 1 0 0 0 0 1 0 0 1 1 0 0 1 0\n"
+              "v 0 t 4 v 1 t 5 v 2 t 6 v 3 t 7 c 0 1 2 c 0 2 3 end group end object\n");
+        options = &get<miOptions>("opt");
+    }
+    ~TestScene() { stage::set_current_scene(nullptr); }
+    miOptions* options;
+
+    // Quotes may be single ones.
+    void parse(std::string text) {
+        std::replace(text.begin(), text.end(), '\'', '"');
+        stage::parse_text(scene, text, "test.mi",
+                          [this](stage::Scene&, const stage::RenderCommand& command) { command_ = command; });
+    }
+    miTag tag(const std::string& name) { return scene.database.find(name)->tag; }
+    template <class T> T& get(const std::string& name) { return *scene.database.find(name)->as<T>(); }
+
+    // Declares `NAME_code` and makes the shader instance NAME. `body(state, result)` may return nothing for
+    // TRUE.
+    template <class F> void shader(const std::string& name, F body, const std::string& result = "color") {
+        const std::string code = name + "_code";
+        bodies()[code] = [body](miState* state, miColor& r) mutable -> miBoolean {
+            if constexpr (std::is_void_v<decltype(body(state, r))>)
+                return body(state, r), miTRUE;
+            else
+                return body(state, r);
+        };
+        scene.libraries->define(code, reinterpret_cast<void*>(&run));
+        parse("declare shader " + result + " '" + code +
+              "' (color color, scalar scalar) end declare shader '" + name + "' '" + code + "' ()\n");
+    }
+    // A shader that gives a red.
+    void red(const std::string& name, float value) {
+        shader(name, [value](miState*, miColor& c) { c.r = value; });
     }
 
-    stage::Element& add(int type, std::size_t size, const char* name = "") {
-        return scene.database.add(type, name, {}, size);
+    // Members of the world: "NAME.m" is the square's material.
+    void square(const std::string& name, const miVector& place, const std::string& material,
+                const std::string& flags = "") {
+        parse("material '" + name + ".m' " + material + " end material\n");
+        instance(name, "square", place, "material '" + name + ".m' " + flags);
     }
-    template <class T> T* record(miTag tag) { return scene.database.find(tag)->as<T>(); }
-    Block& block(miTag shader) {
-        void* parameters = record<miFunction>(shader)->parameters;
-        return *static_cast<Block*>(parameters);
+    void light(const std::string& name, const miVector& place, const std::string& text) {
+        parse("light '" + name + ".l' " + text + " end light\n");
+        instance(name, "'" + name + ".l'", place, "");
     }
-
-    // A shader instance with code of its own.
-    miTag add_shader(Body body, miParam_type result = miTYPE_COLOR,
-                     std::uint32_t result_size = sizeof(miColor)) {
-        stage::Element& element = add_function(result, result_size);
-        bodies_.push_back(std::move(body));
-        codes_.emplace_back().entry = run_body;
-        codes_.back().name = "test shader";
-        element.shader->code = &codes_.back();
-        block(element.tag).body = &bodies_.back();
-        return element.tag;
+    void instance(const std::string& name, const std::string& item, const miVector& p,
+                  const std::string& rest) {
+        parse("instance '" + name + "' " + item + " transform 1 0 0 0 0 1 0 0 0 0 1 0 " +
+              show(-p.x, -p.y, -p.z) + " 1 " + rest + " end instance\n");
+        members_ += " '" + name + "'";
     }
 
-    // An instance of a phenomenon; its interface is a Block as well.
-    miTag add_phenomenon(miTag root, std::uint32_t result_size = sizeof(miColor)) {
-        stage::Element& element = add_function(miTYPE_COLOR, result_size);
-        element.as<miFunction>()->type = miFUNCTION_PHEN;
-        element.shader->root = root;
-        return element.tag;
-    }
-
-    void connect(miTag shader, const stage::Connection& connection) {
-        stage::Element& element = *scene.database.find(shader);
-        element.shader->connections.push_back(connection);
-        auto* function = element.as<miFunction>();
-        function->connection_offset = sizeof(Block);
-        const int entry = static_cast<int>(element.shader->connections.size());
-        std::memcpy(reinterpret_cast<char*>(function->parameters) + sizeof(Block) + connection.offset, &entry,
-                    sizeof entry);
-    }
-
-    miTag add_material(miTag shader, miTag shadow = miNULLTAG, miTag volume = miNULLTAG) {
-        const miTag tag = add(miSCENE_MATERIAL, sizeof(miMaterial)).tag;
-        auto* material = record<miMaterial>(tag);
-        material->shader = shader;
-        material->shadow = shadow;
-        material->volume = volume;
-        return tag;
-    }
-
-    // An instance of an element, moved to a place of the world. It is a member of the root group.
-    miTag add_instance(miTag item, const miVector& place, bool in_root = true) {
-        stage::Element& element = add(miSCENE_INSTANCE, sizeof(miInstance));
-        auto* instance = element.as<miInstance>();
-        instance->item = item;
-        for (int k = 0; k < 16; k += 5)
-            instance->tf.global_to_local[k] = instance->tf.local_to_global[k] = 1.0f;
-        const float t[3] = {place.x, place.y, place.z};
-        for (int k = 0; k < 3; ++k) {
-            instance->tf.global_to_local[12 + k] = -t[k];
-            instance->tf.local_to_global[12 + k] = t[k];
-        }
-        instance->visible = instance->shadow = instance->trace = instance->reflection = instance->refraction =
-            instance->transparency = instance->finalgather = 2;
-        if (in_root)
-            members_.push_back(element.tag);
-        return element.tag;
-    }
-
-    // A square of 2 by 2 that faces +z, centred at `place`. Its texture space 0 runs from 0 to 1 along x and
-    // y.
-    miTag add_square(const miVector& place, miTag material) {
-        stage::Element& element = add(miSCENE_OBJECT, sizeof(miObject));
-        element.geometry = std::make_unique<stage::Geometry>();
-        stage::Geometry& g = *element.geometry;
-        g.vertices = {-1, -1, 0, 0, 0, 0, 1, -1, 0, 1, 0, 0, 1, 1, 0, 1, 1, 0, -1, 1, 0, 0, 1, 0};
-        g.indices = {0, 1, 2, 0, 2, 3};
-        g.view = {};
-        g.view.triangle_count = 2;
-        g.view.vertex_count = 4;
-        g.view.vertex_stride = 6;
-        g.view.normal_offset = g.view.motion_offset = g.view.bump_offset = -1;
-        g.view.texture_count = 1;
-        g.view.texture_offset = 3;
-        g.view.vertices = g.vertices.data();
-        g.view.indices = g.indices.data();
-        g.view.material = material;
-        auto* object = element.as<miObject>();
-        object->visible = object->shadow = object->trace = 1;
-        object->reflection = object->refraction = object->transparency = object->finalgather = 3;
-        object->triangles = &g.view;
-        return add_instance(element.tag, place);
-    }
-
-    // A light and its instance; `fill` completes the record.
-    miTag add_light(miTag shader, const miVector& place, const std::function<void(miLight&)>& fill = {}) {
-        const miTag tag = add(miSCENE_LIGHT, sizeof(miLight)).tag;
-        record<miLight>(tag)->shader = shader;
-        if (fill)
-            fill(*record<miLight>(tag));
-        return add_instance(tag, place);
-    }
-
-    // Ends the scene; nothing may be added afterwards.
-    void build() {
-        const std::size_t size = sizeof(miGroup) + members_.size() * sizeof(miTag);
-        command_.root = add(miSCENE_GROUP, size).tag;
-        auto* group = record<miGroup>(command_.root);
-        group->no_kids = static_cast<int>(members_.size());
-        std::copy(members_.begin(), members_.end(), group->kids);
+    // Ends the scene.
+    void build(const std::string& camera = "") {
+        parse("incremental camera cam " + camera + " end camera instgroup root 'cam_inst'" + members_ +
+              " end instgroup render root cam_inst opt\n");
         world = std::make_unique<stage::World>(scene, command_, false);
         context.world = world.get();
     }
@@ -169,52 +139,44 @@ public:
     // The state of an eye sample that looks down from (x, y, 10).
     miState eye(float x = 0.0f, float y = 0.0f) {
         miState state{};
-        state.version = 2;
-        state.camera = camera;
-        state.camera_inst = command_.camera_instance;
+        state.camera = &get<miCamera>("cam");
+        state.camera_inst = tag("cam_inst");
         state.options = options;
         state.renderer = &context;
         state.org = {x, y, 10.0f};
         state.dir = {0.0f, 0.0f, -1.0f};
-        state.volume = camera->volume;
-        state.environment = camera->environment;
-        state.importance = 1.0f;
+        state.volume = state.camera->volume;
         return state;
     }
-
-    // Shades the sample at (x, y).
-    miColor shade(float x = 0.0f, float y = 0.0f, miBoolean* lit = nullptr) {
+    // Shades that sample, or calls a shader with its state.
+    miColor shade(float x = 0.0f, float y = 0.0f) {
         const stage::ArenaScope scope(context.arena);
         miState state = eye(x, y);
         miColor result{};
-        const miBoolean answer = stage::shade_eye_sample(&result, &state);
-        if (lit)
-            *lit = answer;
+        lit = stage::shade_eye_sample(&result, &state);
         return result;
     }
+    miColor call(miTag shader, miShader_type type = miSHADER_MATERIAL) {
+        miState state = eye();
+        miColor result{};
+        lit = stage::call_shader(&result, type, &state, shader, nullptr);
+        return result;
+    }
+    miBoolean lit = miFALSE; // the answer to the last one
 
 private:
-    stage::Element& add_function(miParam_type result, std::uint32_t result_size) {
-        constexpr std::size_t room = 2 * sizeof(Block); // the parameters and, behind them, their connections
-        stage::Element& element = add(miSCENE_FUNCTION, sizeof(miFunction) + room);
-        stage::Declaration& declaration = declarations_.emplace_back();
-        declaration.result.type = result;
-        element.shader = std::make_unique<stage::ShaderInstance>();
-        element.shader->declaration = &declaration;
-        element.shader->result_size = result_size;
-        element.as<miFunction>()->parameter_size = sizeof(Block);
-        return element;
+    using Body = std::function<miBoolean(miState*, miColor&)>;
+    static std::map<std::string, Body>& bodies() {
+        static std::map<std::string, Body> map;
+        return map;
+    }
+    static miBoolean run(void* result, miState* state, void*, void*) {
+        const std::string& code = stage::element_of(state->shader)->shader->declaration->name;
+        return bodies().at(code)(state, *static_cast<miColor*>(result));
     }
 
     stage::RenderCommand command_;
-    std::vector<miTag> members_;
-    std::deque<Body> bodies_;
-    std::deque<stage::ShaderCode> codes_;
-    std::deque<stage::Declaration> declarations_;
+    std::string members_;
 };
-
-inline miColor& color(void* result) {
-    return *static_cast<miColor*>(result);
-}
 
 } // namespace stage_test

@@ -1,11 +1,7 @@
 // Shader calls: life cycle, call types, lists, phenomena and connected parameters.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdint>
-#include <string>
+#include <atomic>
+#include <cstring>
 #include <thread>
-#include <vector>
 
 #include "kit/message.h"
 #include "stage_scene.h"
@@ -13,12 +9,7 @@
 namespace {
 
 using stage::Arena;
-using stage::Connection;
-using stage_test::Block;
-using stage_test::color;
-using stage_test::TestScene;
-
-// ---- scratch memory ----
+using namespace stage_test;
 
 TEST(StageArena, KeepsWhatIsNotReleasedAndReusesWhatIs) {
     Arena arena;
@@ -31,88 +22,61 @@ TEST(StageArena, KeepsWhatIsNotReleasedAndReusesWhatIs) {
     for (int round = 0; round < 3; ++round) {
         arena.release(mark);
         EXPECT_EQ(arena.allocate(100), again);
-        for (const std::size_t size :
-             {std::size_t{200000}, std::size_t{8}, std::size_t{70000}, std::size_t{300000}})
+        for (const std::size_t size : {200000u, 8u, 70000u, 300000u})
             std::memset(arena.allocate(size), 0xee, size);
     }
     EXPECT_EQ(*first, 7);
 }
 
-// ---- life cycle ----
-
-std::vector<std::string> life; // of the shaders below; only one thread writes while a test looks
-std::atomic<int> code_inits{0}, instance_inits{0};
+std::string life;
+std::atomic<int> inits{0};
 
 void life_init(miState* state, void* params, miBoolean* wants) {
-    if (!params) {
-        ++code_inits;
-        *wants = miTRUE;
-        life.push_back("init");
-        return;
-    }
-    ++instance_inits;
+    ++inits;
+    *wants = miTRUE;
     // An instance init may evaluate what is connected.
-    auto* block = static_cast<Block*>(params);
-    const auto value = *static_cast<miScalar*>(mi_eval(state, &block->scalar));
-    life.push_back("init " + std::to_string(static_cast<int>(value)));
+    life += params ? "init " + show(eval_scalar(state)) + ", " : "init, ";
 }
 
 void life_exit(miState* state, void* params) {
-    auto* block = static_cast<Block*>(params);
-    const int value = params ? static_cast<int>(block->scalar) : 0;
-    EXPECT_NE(state->shader, nullptr);
-    life.push_back(params ? "exit " + std::to_string(value) : "exit");
+    life += params ? "exit " + show(eval_color(state).r) + ", " : "exit, ";
 }
 
-TEST(StageCalls, FirstCallsInitialiseInOrderAndExitsUndoThemInReverse) {
-    life.clear();
-    TestScene s;
-    const auto nothing = [](void*, miState*, void*, void*) { return miTRUE; };
-    const miTag a = s.add_shader(nothing);
-    const miTag b = s.add_shader(nothing);
-    stage::ShaderCode* code = s.scene.database.find(a)->shader->code;
-    code->init = life_init;
-    code->exit = life_exit;
-    s.scene.database.find(b)->shader->code = code;
-    s.block(a).scalar = 1.0f;
-    // The source of b's parameter is a shader of its own, run inside b's init.
-    const miTag source = s.add_shader(
-        [](void* r, miState*, void*, void*) {
-            life.push_back("source");
-            *static_cast<miScalar*>(r) = 2.0f;
-            return miTRUE;
-        },
-        miTYPE_SCALAR, sizeof(miScalar));
-    s.block(b).scalar = 9.0f;
-    s.connect(b, {offsetof(Block, scalar), sizeof(miScalar), source, false, 0});
-    s.build();
+class LifeScene : public TestScene {
+public:
+    LifeScene() {
+        life.clear();
+        inits = 0;
+        scene.libraries->define("a_code_init", reinterpret_cast<void*>(&life_init));
+        scene.libraries->define("a_code_exit", reinterpret_cast<void*>(&life_exit));
+    }
+};
 
-    miState state = s.eye();
-    miColor result{};
-    for (const miTag tag : {a, b, a, b})
-        EXPECT_TRUE(stage::call_shader(&result, miSHADER_MATERIAL, &state, tag, nullptr));
-    EXPECT_EQ(life, (std::vector<std::string>{"init", "init 1", "source", "init 2"}));
+TEST(StageCalls, FirstCallsInitialiseInOrderAndExitsUndoThemInReverse) {
+    LifeScene s;
+    s.shader("a", [](miState*, miColor&) {});
+    s.shader(
+        "source", [](miState*, miColor& r) { life += "source, ", r.r = 2.0f; }, "scalar");
+    s.parse("incremental shader a (color 1 0 0, scalar 1) shader b a_code (color 9 0 0, scalar = source)\n");
+    s.build();
+    for (const char* name : {"a", "b", "a", "b"})
+        s.call(s.tag(name));
+    EXPECT_EQ(life, "init, init 1, source, init 2, ");
     life.clear();
+    const miState state = s.eye();
     s.scene.exit_shaders(&state);
-    EXPECT_EQ(life, (std::vector<std::string>{"exit 9", "exit 1", "exit"}));
+    EXPECT_EQ(life, "exit 9, exit 1, exit, ");
     life.clear();
-    EXPECT_TRUE(stage::call_shader(&result, miSHADER_MATERIAL, &state, a, nullptr));
-    EXPECT_EQ(life, (std::vector<std::string>{"init", "init 1"})); // anew for the next frame
-    s.scene.exit_shaders(&state);
+    s.call(s.tag("a"));
+    EXPECT_EQ(life, "init, init 1, "); // anew for the next frame
 }
 
 TEST(StageCalls, ManyThreadsInitialiseOnce) {
-    life.clear();
-    code_inits = instance_inits = 0;
-    TestScene s;
-    const auto ready = [](void*, miState*, void*, void*) {
-        return instance_inits.load() == 1 ? miTRUE : miFALSE;
-    };
-    const miTag shader = s.add_shader(ready);
-    s.scene.database.find(shader)->shader->code->init = life_init;
+    LifeScene s;
+    s.shader("a", [](miState*, miColor&) { return inits.load() == 2 ? miTRUE : miFALSE; });
     s.build();
     std::atomic<int> good{0};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([&] {
             stage::ThreadContext context;
@@ -120,278 +84,167 @@ TEST(StageCalls, ManyThreadsInitialiseOnce) {
             miState state = s.eye();
             state.renderer = &context;
             miColor result{};
-            good += stage::call_shader(&result, miSHADER_MATERIAL, &state, shader, nullptr);
+            good += stage::call_shader(&result, miSHADER_MATERIAL, &state, s.tag("a"), nullptr);
         });
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(good, 8);
-    EXPECT_EQ(code_inits, 1);
-    s.scene.exit_shaders();
+    threads.clear();
+    EXPECT_EQ(good, 8); // each found both inits done
+    EXPECT_EQ(inits, 2);
 }
 
-// ---- calls without end ----
-
+// A shader that calls itself twice: without a bound for all calls together their number doubles at each
+// level.
 TEST(StageCalls, WithoutEndAreGivenUpAndReportedOnce) {
     std::vector<std::string> told;
     stage::set_message_sink([&](stage::MessageLevel, std::string_view text) { told.emplace_back(text); });
     TestScene s;
     long long runs = 0;
     int deepest = 0, depth = 0, wanted = 0;
-    miTag loop = miNULLTAG;
-    // Called twice by itself: without a bound for all calls together the number of calls doubles at each
-    // level.
-    loop = s.add_shader([&](void* result, miState* state, void*, void*) {
+    s.shader("loop", [&](miState* state, miColor& c) {
         ++runs;
         deepest = std::max(deepest, ++depth);
         miBoolean answer = depth == wanted;
         for (int k = 0; k < 2 && !answer; ++k)
-            answer = mi_call_shader(static_cast<miColor*>(result), miSHADER_MATERIAL, state, loop);
+            answer = mi_call_shader(&c, miSHADER_MATERIAL, state, s.tag("loop"));
         --depth;
         return answer;
     });
-    s.scene.database.find(loop)->name = "loop";
     s.build();
     miState state = s.eye();
     miColor result{};
+    const auto call = [&] { return mi_call_shader(&result, miSHADER_MATERIAL, &state, s.tag("loop")); };
     for (int k = 0; k < 3; ++k) {
         runs = 0;
-        EXPECT_FALSE(stage::call_shader(&result, miSHADER_MATERIAL, &state, loop, nullptr));
+        EXPECT_FALSE(call());
         EXPECT_EQ(runs, deepest);
     }
     ASSERT_EQ(told.size(), 1u);
     EXPECT_NE(told[0].find("shader \"loop\""), std::string::npos) << told[0];
-    // Glass in glass nests some hundred calls.
-    wanted = 500;
-    EXPECT_TRUE(stage::call_shader(&result, miSHADER_MATERIAL, &state, loop, nullptr));
+    wanted = 500; // glass in glass nests some hundred calls
+    EXPECT_TRUE(call());
     stage::set_message_sink(nullptr);
-}
-
-// ---- what a call changes ----
-
-// The memory of a shader's rays ends with it, so its caller must not find them.
-TEST(StageCalls, RaysOfACalledShaderEndWithIt) {
-    TestScene s;
-    const miTag inner = s.add_shader([](void*, miState* state, void*, void*) {
-        miVector org{0.0f, 0.0f, 5.0f};
-        miVector down{0.0f, 0.0f, -1.0f};
-        EXPECT_TRUE(mi_trace_probe(state, &down, &org));
-        return miTRUE;
-    });
-    const miTag outer = s.add_shader([&](void* r, miState* state, void*, void*) {
-        miVector org{0.5f, 0.0f, 5.0f};
-        miVector down{0.0f, 0.0f, -1.0f};
-        stage::call_shader(r, miSHADER_TEXTURE, state, inner, nullptr);
-        EXPECT_EQ(state->child, nullptr);
-        EXPECT_TRUE(mi_trace_probe(state, &down, &org));
-        const miState* own = state->child;
-        stage::call_shader(r, miSHADER_TEXTURE, state, inner, nullptr);
-        EXPECT_EQ(state->child, own);
-        return miTRUE;
-    });
-    s.add_square({0.0f, 0.0f, 0.0f}, s.add_material(outer));
-    s.build();
-    s.shade();
 }
 
 TEST(StageCalls, NestedCallsSeeTheirOwnTypeAndLeaveTheStateAsItWas) {
     TestScene s;
     std::vector<int> types;
     int mark = 0;
-    const miTag inner = s.add_shader([&](void*, miState* state, void*, void*) {
+    s.shader("inner", [&](miState* state, miColor&) {
         types.push_back(state->call_type);
         EXPECT_EQ(state->user, &mark); // handed down
         state->user = nullptr;
-        state->user_size = 5;
-        return miTRUE;
+        EXPECT_TRUE(probe(state, {0.0f, 0.0f, 5.0f}));
     });
-    const miTag outer = s.add_shader([&](void* r, miState* state, void*, void*) {
-        EXPECT_EQ(state->user, nullptr);
-        miFunction* self = state->shader;
+    s.shader("outer", [&](miState* state, miColor& c) {
+        const miFunction* self = state->shader;
         state->user = &mark;
-        state->user_size = 1;
-        types.push_back(state->call_type);
-        stage::call_shader(r, miSHADER_TEXTURE, state, inner, nullptr);
-        types.push_back(state->call_type);
+        // The memory of a shader's rays ends with it, so its caller must not find them.
+        for (const miState* own = state->child; types.size() < 4; own = state->child) {
+            mi_call_shader(&c, miSHADER_TEXTURE, state, s.tag("inner"));
+            types.push_back(state->call_type);
+            EXPECT_EQ(state->child, own);
+            EXPECT_TRUE(probe(state, {0.0f, 0.0f, 5.0f}));
+        }
         EXPECT_EQ(state->shader, self);
         EXPECT_EQ(state->user, &mark);
-        EXPECT_EQ(state->user_size, 1);
-        return miTRUE;
     });
+    s.square("floor", {}, "");
     s.build();
-    miState state = s.eye();
-    miColor result{};
-    stage::call_shader(&result, miSHADER_SHADOW, &state, outer, nullptr);
-    EXPECT_EQ(types, (std::vector<int>{miSHADER_SHADOW, miSHADER_TEXTURE, miSHADER_SHADOW}));
-    EXPECT_EQ(state.user, nullptr);
-    EXPECT_EQ(state.shader, nullptr);
-    EXPECT_FALSE(stage::call_shader(&result, miSHADER_TEXTURE, &state, miNULLTAG, nullptr));
+    s.call(s.tag("outer"), miSHADER_SHADOW);
+    EXPECT_EQ(types,
+              (std::vector<int>{miSHADER_TEXTURE, miSHADER_SHADOW, miSHADER_TEXTURE, miSHADER_SHADOW}));
 }
 
 TEST(StageCalls, ListsRunInOrderOnOneResult) {
     TestScene s;
     const auto times = [](float factor, miBoolean answer) {
-        return [=](void* r, miState*, void*, void*) {
-            color(r).r = (color(r).r + 1.0f) * factor;
-            return answer;
-        };
+        return [=](miState*, miColor& c) { return c.r = (c.r + 1.0f) * factor, answer; };
     };
-    const miTag first = s.add_shader(times(2.0f, miTRUE));
-    const miTag second = s.add_shader(times(10.0f, miFALSE));
-    const miTag third = s.add_shader(times(1.0f, miFALSE));
-    s.record<miFunction>(first)->next_function = second;
-    s.record<miFunction>(second)->next_function = third;
+    s.shader("first", times(2.0f, miTRUE));
+    s.shader("second", times(10.0f, miFALSE));
+    s.shader("third", times(1.0f, miFALSE));
+    s.parse("material m 'first' 'second' 'third' end material\n");
     s.build();
-    miState state = s.eye();
-    miColor result{};
     // ((0 + 1) 2 + 1) 10 + 1 = 31, lit because the first is.
-    EXPECT_TRUE(stage::call_shader(&result, miSHADER_MATERIAL, &state, first, nullptr));
-    EXPECT_EQ(result.r, 31.0f);
+    EXPECT_EQ(s.call(s.tag("m")).r, 31.0f);
+    EXPECT_TRUE(s.lit);
     // A shadow list ends with the first that lets nothing through: ((0 + 1) 2 + 1) 10 = 30.
-    result = {};
-    EXPECT_FALSE(stage::call_shader(&result, miSHADER_SHADOW, &state, first, nullptr));
-    EXPECT_EQ(result.r, 30.0f);
+    EXPECT_EQ(s.call(s.tag("first"), miSHADER_SHADOW).r, 30.0f);
+    EXPECT_FALSE(s.lit);
 }
 
 TEST(StageCalls, MaterialSlotsAndPhenomena) {
     TestScene s;
-    const auto shader = [&](float value) {
-        return s.add_shader([value](void* r, miState*, void*, void*) {
-            color(r).r = value;
-            return miTRUE;
-        });
-    };
-    const miTag surface = shader(1.0f);
-    const miTag shadow = shader(2.0f);
-    const miTag volume = shader(3.0f);
-    const miTag material = s.add_material(surface, shadow, volume);
-    const miTag of_material = s.add_phenomenon(material);
-    const miTag of_shader = s.add_phenomenon(surface);
-    s.scene.database.find(of_shader)->shader->volume = volume;
+    s.red("surface", 1.0f);
+    s.red("shadow", 2.0f);
+    s.red("volume", 3.0f);
+    s.parse("material plain shader surface shadow shadow volume volume end material\n"
+            "declare phenomenon material make_m () material m shader surface shadow shadow end material\n"
+            "root material m end declare shader of_material make_m ()\n"
+            "declare phenomenon color make_c () root = surface volume = volume end declare\n"
+            "shader of_shader make_c ()\n");
     s.build();
-
-    const struct {
-        miTag tag;
-        miShader_type type;
-        float value; // 0: no such shader
-    } cases[] = {
-        {material, miSHADER_MATERIAL, 1.0f},    {material, miSHADER_SHADOW, 2.0f},
-        {material, miSHADER_VOLUME, 3.0f},      {material, miSHADER_ENVIRONMENT, 0.0f},
-        {of_material, miSHADER_MATERIAL, 1.0f}, {of_material, miSHADER_SHADOW, 2.0f},
-        {of_shader, miSHADER_MATERIAL, 1.0f},   {of_shader, miSHADER_VOLUME, 3.0f},
-        {of_shader, miSHADER_SHADOW, 0.0f},     {surface, miSHADER_MATERIAL, 1.0f},
-        {surface, miSHADER_SHADOW, 0.0f},       {surface, miSHADER_VOLUME, 0.0f},
-    };
-    for (const auto& c : cases) {
-        miState state = s.eye();
-        miColor result{};
-        state.material = c.tag;
-        const miTag slot = stage::material_slot(s.scene, c.tag, c.type);
-        EXPECT_EQ(stage::call_shader(&result, c.type, &state, slot, nullptr), c.value != 0.0f);
-        EXPECT_EQ(result.r, c.value) << "tag " << c.tag << " type " << c.type;
+    // What each slot runs; 0: no such shader.
+    const std::pair<const char*, std::string> cases[] = {{"plain", "1 2 3 0 "},
+                                                         {"of_material", "1 2 0 0 "},
+                                                         {"of_shader", "1 0 3 0 "},
+                                                         {"surface", "1 0 0 0 "}};
+    for (const auto& [name, expected] : cases) {
+        std::string got;
+        for (const auto type : {miSHADER_MATERIAL, miSHADER_SHADOW, miSHADER_VOLUME, miSHADER_ENVIRONMENT}) {
+            got += show(s.call(stage::material_slot(s.scene, s.tag(name), type), type).r) + " ";
+            EXPECT_EQ(s.lit, !got.ends_with("0 "));
+        }
+        EXPECT_EQ(got, expected) << name;
     }
 }
 
-// ---- connected parameters ----
-
-// What a shader with a connected color sees.
-miColor evaluated(TestScene& s, miTag shader) {
-    miState state = s.eye();
-    miColor result{};
-    stage::call_shader(&result, miSHADER_MATERIAL, &state, shader, nullptr);
-    return result;
-}
-
-miBoolean give_color(void* r, miState* state, void* params, void*) {
-    color(r) = *static_cast<miColor*>(mi_eval(state, &static_cast<Block*>(params)->color));
-    return miTRUE;
-}
-
-TEST(StageParameters, LiteralResultAndMemberOfAResult) {
+TEST(StageParameters, LiteralsResultsMembersAndInterfaces) {
     TestScene s;
-    struct Two {
-        miScalar a;
-        miColor b;
+    const auto two = [](miState* state, miColor& r) {
+        EXPECT_EQ(state->call_type, miSHADER_TEXTURE);
+        const float values[] = {5.0f, 0.1f, 0.2f, 0.3f, 0.4f};
+        std::memcpy(static_cast<void*>(&r), values, sizeof values);
     };
-    int calls = 0;
-    const miTag source = s.add_shader(
-        [&](void* r, miState* state, void*, void*) {
-            ++calls;
-            EXPECT_EQ(state->call_type, miSHADER_TEXTURE);
-            *static_cast<Two*>(r) = {5.0f, {0.1f, 0.2f, 0.3f, 0.4f}};
-            return miTRUE;
-        },
-        miTYPE_STRUCT, sizeof(Two));
-    const miTag literal = s.add_shader(give_color);
-    s.block(literal).color = {1.0f, 2.0f, 3.0f, 4.0f};
-    const miTag connected = s.add_shader(give_color);
-    s.connect(connected, {offsetof(Block, color), sizeof(miColor), source, false, offsetof(Two, b)});
-    s.build();
-    EXPECT_EQ(evaluated(s, literal).g, 2.0f);
-    EXPECT_EQ(evaluated(s, connected).g, 0.2f);
-    EXPECT_EQ(evaluated(s, connected).a, 0.4f);
-    EXPECT_EQ(calls, 2); // again at each use
-}
-
-TEST(StageParameters, ResultsLiveUntilTheShaderReturns) {
-    TestScene s;
+    s.shader("two", two, "struct {scalar a, color b}");
+    s.shader("give", [](miState* state, miColor& c) {
+        c = eval_color(state);
+        c.r = eval_scalar(state);
+    });
     float next = 1.0f;
-    const miTag source = s.add_shader([&](void* r, miState*, void*, void*) {
-        color(r).r = next++;
-        return miTRUE;
+    s.shader(
+        "counter", [&](miState*, miColor& r) { r.r = next++; }, "scalar");
+    s.shader("twice", [](miState* state, miColor& c) {
+        const miScalar &first = eval_scalar(state), &second = eval_scalar(state); // each lives until the end
+        c.r = first * 10.0f + second;
     });
-    const miTag shader = s.add_shader([](void* r, miState* state, void* params, void*) {
-        auto& block = *static_cast<Block*>(params);
-        const auto* a = static_cast<const miColor*>(mi_eval(state, &block.color));
-        const auto* b = static_cast<const miColor*>(mi_eval(state, &block.color));
-        color(r).r = a->r * 10.0f + b->r;
-        return miTRUE;
-    });
-    s.connect(shader, {offsetof(Block, color), sizeof(miColor), source, false, 0});
+    s.parse("incremental shader twice (scalar = counter)\n"
+            "shader literal give_code (color 1 2 3 4, scalar 7)\n"
+            "shader member give_code (color = 'two.b', scalar = 'two.a')\n"
+            "shader chained give_code (color = member, scalar 8)\n"
+            "declare phenomenon color make (color k, scalar x)\n"
+            "    root = give_code (color = interface k, scalar = interface x) end declare\n"
+            "declare phenomenon color outer (color k) root = make (k = interface k, x 6) end declare\n"
+            "shader phen_literal make (k 1 2 3 4, x 9)\n"
+            "shader phen_connected make (k = 'two.b', x 9)\n"
+            "shader phen_nested outer (k = 'two.b')\n"
+            "shader of_phen give_code (color = phen_nested, scalar 4)\n");
     s.build();
-    EXPECT_EQ(evaluated(s, shader).r, 12.0f);
-    const stage::Arena::Mark before = s.context.arena.mark();
-    evaluated(s, shader);
-    EXPECT_EQ(s.context.arena.mark().used, before.used);
-}
-
-TEST(StageParameters, InterfacesHandOnLiteralsConnectionsAndMixtures) {
-    TestScene s;
-    const miTag inner = s.add_shader(give_color);
-    const miTag phenomenon = s.add_phenomenon(inner);
-    s.record<miFunction>(inner)->interfacephen = phenomenon;
-    Connection to_interface{offsetof(Block, color), sizeof(miColor), miNULLTAG, true, offsetof(Block, color)};
-    s.connect(inner, to_interface);
-    s.block(phenomenon).color = {1.0f, 2.0f, 3.0f, 4.0f};
-    const miTag scalar = s.add_shader(
-        [](void* r, miState*, void*, void*) {
-            *static_cast<miScalar*>(r) = 20.0f;
-            return miTRUE;
-        },
-        miTYPE_SCALAR, sizeof(miScalar));
-    const miTag whole = s.add_shader([](void* r, miState*, void*, void*) {
-        color(r) = {7.0f, 8.0f, 9.0f, 0.0f};
-        return miTRUE;
-    });
-    // A phenomenon in a phenomenon: the inner interface is connected to the outer one.
-    const miTag nested = s.add_phenomenon(phenomenon);
-    s.block(nested).color = {11.0f, 12.0f, 13.0f, 14.0f};
-    s.build();
-
-    EXPECT_EQ(evaluated(s, phenomenon).g, 2.0f);
-    s.connect(phenomenon,
-              {offsetof(Block, color) + offsetof(miColor, g), sizeof(miScalar), scalar, false, 0});
-    EXPECT_EQ(evaluated(s, phenomenon).g, 20.0f); // one component is connected
-    EXPECT_EQ(evaluated(s, phenomenon).b, 3.0f);  // the others are the literal's
-
-    stage::ShaderInstance& instance = *s.scene.database.find(phenomenon)->shader;
-    instance.connections.clear();
-    s.connect(phenomenon, {offsetof(Block, color), sizeof(miColor), whole, false, 0});
-    EXPECT_EQ(evaluated(s, phenomenon).b, 9.0f);
-
-    instance.connections.clear();
-    s.record<miFunction>(phenomenon)->interfacephen = nested;
-    s.connect(phenomenon, to_interface);
-    EXPECT_EQ(evaluated(s, nested).b, 13.0f);
+    const std::pair<const char*, std::string> cases[] = {
+        {"literal", "7 2 3 4"},
+        {"member", "5 0.2 0.3 0.4"},
+        {"chained", "8 0.2 0.3 0.4"},
+        {"phen_literal", "9 2 3 4"},
+        {"phen_connected", "9 0.2 0.3 0.4"},
+        {"phen_nested", "6 0.2 0.3 0.4"},
+        {"of_phen", "4 0.2 0.3 0.4"},
+        {"twice", "12 0 0 0"},
+        {"twice", "34 0 0 0"},
+    };
+    const std::size_t used = s.context.arena.mark().used;
+    for (const auto& [name, expected] : cases) {
+        EXPECT_EQ(show(s.call(s.tag(name))), expected) << name;
+        EXPECT_EQ(s.context.arena.mark().used, used);
+    }
 }
 
 } // namespace

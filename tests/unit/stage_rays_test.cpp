@@ -1,571 +1,268 @@
 // Rays: what a state holds after a hit and a miss, what is called and in which order, depths, lens shaders.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "stage_scene.h"
 
 namespace {
 
-using stage_test::color;
-using stage_test::TestScene;
+using namespace stage_test;
 
-void expect_vector(const miVector& v, float x, float y, float z) {
-    EXPECT_NEAR(v.x, x, 1e-6f);
-    EXPECT_NEAR(v.y, y, 1e-6f);
-    EXPECT_NEAR(v.z, z, 1e-6f);
-}
-
-const miVector origin{0.0f, 0.0f, 0.0f};
-
-TEST(StageIntersection, FrontOfASquare) {
-    TestScene s;
-    miTag material = miNULLTAG;
-    miTag square = miNULLTAG;
-    bool seen = false;
-    material = s.add_material(s.add_shader([&](void*, miState* state, void*, void*) {
-        seen = true;
-        expect_vector(state->point, 0.5f, -0.25f, 0.0f);
-        expect_vector(state->normal, 0.0f, 0.0f, 1.0f);
-        expect_vector(state->normal_geom, 0.0f, 0.0f, 1.0f);
-        EXPECT_FALSE(state->inv_normal);
-        EXPECT_NEAR(state->dot_nd, -1.0f, 1e-6f);
-        EXPECT_NEAR(state->dist, 10.0, 1e-5);
-        EXPECT_EQ(state->type, miRAY_EYE);
-        EXPECT_EQ(state->call_type, miSHADER_MATERIAL);
-        EXPECT_EQ(state->material, material);
-        EXPECT_EQ(state->instance, square);
-        EXPECT_EQ(state->parent, nullptr);
-        EXPECT_NE(state->pri, nullptr);
-        // The square's coordinates rise from 0 to 1 over a length of 2.
-        expect_vector(state->tex_list[0], 0.75f, 0.375f, 0.0f);
-        expect_vector(*state->derivs[0], 2.0f, 0.0f, 0.0f);
-        expect_vector(*state->derivs[1], 0.0f, 2.0f, 0.0f);
-        EXPECT_EQ(state->derivs[2], nullptr);
-        EXPECT_EQ(state->bump_x_list, nullptr);
-        // Of the corners (-1, -1), (1, -1), (1, 1): 0.25 a + 0.375 b + 0.375 c = (0.5, -0.25).
-        EXPECT_NEAR(state->bary[0], 0.25f, 1e-6f);
-        EXPECT_NEAR(state->bary[1], 0.375f, 1e-6f);
-        EXPECT_NEAR(state->bary[2], 0.375f, 1e-6f);
-        return miTRUE;
-    }));
-    square = s.add_square(origin, material);
-    s.build();
-    s.shade(0.5f, -0.25f);
-    EXPECT_TRUE(seen);
-}
-
-TEST(StageIntersection, BackOfASquareByProbe) {
-    TestScene s;
-    const miTag square = s.add_square(origin, s.add_material(miNULLTAG));
-    s.build();
-    miState state = s.eye();
-    miVector org{0.5f, 0.25f, -3.0f};
-    miVector dir{0.0f, 0.0f, 1.0f};
-    ASSERT_TRUE(mi_trace_probe(&state, &dir, &org));
-    const miState& child = *state.child;
-    EXPECT_EQ(child.type, miRAY_PROBE);
-    EXPECT_EQ(child.instance, square);
-    EXPECT_TRUE(child.inv_normal);
-    expect_vector(child.normal, 0.0f, 0.0f, -1.0f);
-    expect_vector(child.normal_geom, 0.0f, 0.0f, -1.0f);
-    EXPECT_NEAR(child.dot_nd, -1.0f, 1e-6f);
-    EXPECT_NEAR(child.dist, 3.0, 1e-6);
-    dir.z = -1.0f;
-    EXPECT_FALSE(mi_trace_probe(&state, &dir, &org));
-    EXPECT_EQ(state.child->pri, nullptr);
-    EXPECT_EQ(state.child->dist, 0.0);
-}
-
-// The outside of an object stays the outside when it is mirrored.
-TEST(StageIntersection, MirroredInstances) {
-    TestScene s;
-    const miTag square = s.add_square(origin, s.add_material(miNULLTAG));
-    auto& tf = s.record<miInstance>(square)->tf;
-    tf.global_to_local[0] = tf.local_to_global[0] = -1.0f;
-    s.build();
-    miState state = s.eye();
-    miVector org{0.5f, 0.0f, 5.0f};
-    miVector dir{0.0f, 0.0f, -1.0f};
-    ASSERT_TRUE(mi_trace_probe(&state, &dir, &org));
-    EXPECT_FALSE(state.child->inv_normal);
-    expect_vector(state.child->normal, 0.0f, 0.0f, 1.0f);
-    expect_vector(state.child->tex_list[0], 0.25f, 0.5f, 0.0f);
-    expect_vector(*state.child->derivs[0], -2.0f, 0.0f, 0.0f);
+// The place (0.5, -0.25) of the square, whose coordinates rise from 0 to 1 over a length of 2. Of the corners
+// (-1, -1), (1, -1), (1, 1) it is 0.25 a + 0.375 b + 0.375 c. Mirrored, (-0.5, -0.25) of (-1, -1), (1, 1),
+// (-1, 1).
+TEST(StageIntersection, SidesAndMirroredInstances) {
+    const struct {
+        float from;        // height of the start
+        const char* scale; // along x
+        miUint1 inverted;
+        std::string hit, texture; // texture coordinates, change along u and v, weights of the corners
+    } cases[] = {
+        {10, "1", 0, "0.5 -0.25 10 > 0 0 -1 : 0.5 -0.25 0 , 0 0 1 , 10 -1",
+         "0.75 0.375 0 , 2 0 0 , 0 2 0 , 0.25 0.375 0.375"},
+        {-3, "1", 1, "0.5 -0.25 -3 > 0 0 1 : 0.5 -0.25 0 , 0 0 -1 , 3 -1",
+         "0.75 0.375 0 , 2 0 0 , 0 2 0 , 0.25 0.375 0.375"},
+        // The outside stays the outside.
+        {9, "-1", 0, "0.5 -0.25 9 > 0 0 -1 : 0.5 -0.25 0 , 0 0 1 , 9 -1",
+         "0.25 0.375 0 , -2 0 0 , 0 2 0 , 0.625 0.25 0.125"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.hit);
+        TestScene s;
+        s.square("floor", {}, "",
+                 std::string("tag 17 transform ") + c.scale + " 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1");
+        s.build();
+        miState state = s.eye();
+        const float way = c.from > 0.0f ? -1.0f : 1.0f;
+        ASSERT_TRUE(probe(&state, {0.5f, -0.25f, c.from}, {0.0f, 0.0f, way}));
+        const miState& hit = *state.child;
+        EXPECT_EQ(hit.type, miRAY_PROBE);
+        EXPECT_EQ(hit.instance, s.tag("floor"));
+        EXPECT_EQ(hit.material, s.tag("floor.m"));
+        EXPECT_EQ(hit.label, 17u);
+        EXPECT_EQ(hit.inv_normal, c.inverted);
+        EXPECT_EQ(show_ray(&hit), c.hit);
+        EXPECT_EQ(show(hit.normal_geom), show(hit.normal));
+        EXPECT_EQ(show(hit.tex_list[0], ",", *hit.derivs[0], ",", *hit.derivs[1], ",", hit.bary[0],
+                       hit.bary[1], hit.bary[2]),
+                  c.texture);
+    }
 }
 
 // A smooth normal that leans away from the viewer is bent back: (sin 80, 0, cos 80) seen along (0, 0, -1)
-// stays; seen along (0.8, 0, -0.6) it looks away by 0.8 sin 80 - 0.6 cos 80 > 0.
+// stays; seen along (0.8, 0, -0.6) it looks away by 0.8 sin 80 - 0.6 cos 80 > 0. That it points down in the
+// file does not matter: the geometry decides about sides.
 TEST(StageIntersection, SmoothNormalsNeverLookAway) {
     TestScene s;
-    const miTag square = s.add_square(origin, s.add_material(miNULLTAG));
-    stage::Geometry& g = *s.scene.database.find(s.record<miInstance>(square)->item)->geometry;
-    const miVector lean{0.98480775f, 0.0f, 0.17364818f};
-    std::vector<float> vertices;
-    for (std::size_t v = 0; v < 4; ++v) {
-        vertices.insert(vertices.end(), g.vertices.begin() + static_cast<std::ptrdiff_t>(6 * v),
-                        g.vertices.begin() + static_cast<std::ptrdiff_t>(6 * v + 6));
-        // Half of the meshes in the world have their normals the wrong way round.
-        vertices.insert(vertices.end(), {-lean.x, -lean.y, -lean.z});
-    }
-    g.vertices = vertices;
-    g.view.vertices = g.vertices.data();
-    g.view.vertex_stride = 9;
-    g.view.normal_offset = 6;
+    s.parse("object smooth visible trace group -1 -1 0 1 -1 0 0 1 0 -.98480775 0 -.17364818\n"
+            "v 0 n 3 v 1 n 3 v 2 n 3 c 0 1 2 end group end object\n");
+    s.instance("smooth_inst", "smooth", {}, "");
     s.build();
     miState state = s.eye();
-    miVector org{0.0f, 0.0f, 5.0f};
-    miVector dir{0.0f, 0.0f, -1.0f};
-    ASSERT_TRUE(mi_trace_probe(&state, &dir, &org));
-    expect_vector(state.child->normal, lean.x, 0.0f, lean.z);
-    EXPECT_NEAR(state.child->dot_nd, -lean.z, 1e-6f);
-
-    org = {-0.8f, 0.0f, 0.6f};
-    dir = {0.8f, 0.0f, -0.6f};
-    ASSERT_TRUE(mi_trace_probe(&state, &dir, &org));
-    EXPECT_FALSE(state.child->inv_normal); // the geometry decides
-    expect_vector(state.child->normal, 0.6f, 0.0f, 0.8f);
+    ASSERT_TRUE(probe(&state, {0.0f, 0.0f, 5.0f}));
+    EXPECT_EQ(show_ray(state.child), "0 0 5 > 0 0 -1 : 0 0 0 , 0.985 0 0.174 , 5 -0.174");
+    ASSERT_TRUE(probe(&state, {-0.8f, 0.0f, 0.6f}, {0.8f, 0.0f, -0.6f}));
+    EXPECT_EQ(show_ray(state.child), "-0.8 0 0.6 > 0.8 0 -0.6 : 0 0 0 , 0.6 0 0.8 , 1 0");
     EXPECT_LE(state.child->dot_nd, 0.0f);
-    EXPECT_NEAR(state.child->dot_nd, 0.0f, 1e-6f);
+    EXPECT_FALSE(state.child->inv_normal);
 }
 
-TEST(StageShade, EnvironmentThenVolumeWithOneState) {
-    TestScene s;
-    std::vector<std::string> log;
-    const miState* environment_state = nullptr;
-    s.camera->environment = s.add_shader([&](void* r, miState* state, void*, void*) {
-        log.push_back("environment");
-        environment_state = state;
-        EXPECT_EQ(state->dist, 0.0);
-        EXPECT_EQ(state->pri, nullptr);
-        color(r).r = 3.0f;
-        return miTRUE;
-    });
-    s.camera->volume = s.add_shader([&](void* r, miState* state, void*, void*) {
-        log.push_back("volume");
-        EXPECT_EQ(state, environment_state);
-        EXPECT_EQ(state->dist, 0.0);
-        color(r).r *= 10.0f;
-        return miFALSE;
-    });
-    s.add_square({50.0f, 0.0f, 0.0f}, s.add_material(miNULLTAG));
-    s.build();
-    miBoolean lit = miFALSE;
-    EXPECT_EQ(s.shade(0.0f, 0.0f, &lit).r, 30.0f);
-    EXPECT_TRUE(lit);
-    EXPECT_EQ(log, (std::vector<std::string>{"environment", "volume"}));
-    s.options->no_volume = 1;
-    EXPECT_EQ(s.shade().r, 3.0f);
-}
-
-TEST(StageShade, OpaqueMaterialsHaveFullAlpha) {
-    TestScene s;
-    const miTag material = s.add_material(s.add_shader([](void* r, miState*, void*, void*) {
-        color(r) = {1.0f, 1.0f, 1.0f, 0.25f};
-        return miTRUE;
-    }));
-    s.add_square(origin, material);
-    s.build();
-    EXPECT_EQ(s.shade().a, 0.25f);
-    s.record<miMaterial>(material)->opaque = miTRUE;
-    EXPECT_EQ(s.shade().a, 1.0f);
-}
-
-// A surface whose material has a volume but no shader, and one with a shader below.
-TEST(StageShade, HullsOnlyChangeTheVolume) {
-    TestScene s;
-    std::vector<double> inside;
-    std::vector<double> outside;
-    const auto record = [](std::vector<double>& list) {
-        return [&list](void*, miState* state, void*, void*) {
-            list.push_back(state->dist);
-            return miTRUE;
-        };
-    };
-    const miTag volume = s.add_shader(record(inside));
-    s.camera->volume = s.add_shader(record(outside));
-    const miTag ground = s.add_shader([&](void* r, miState* state, void*, void*) {
-        EXPECT_EQ(state->volume, volume);
-        EXPECT_EQ(state->refraction_level, 0);
-        color(r).r = 1.0f;
-        return miTRUE;
-    });
-    s.add_square(origin, s.add_material(ground));
-    s.add_square({0.0f, 0.0f, 2.0f}, s.add_material(miNULLTAG, miNULLTAG, volume));
-    s.build();
-    EXPECT_EQ(s.shade().r, 1.0f);
-    ASSERT_EQ(inside.size(), 1u);
-    EXPECT_NEAR(inside[0], 2.0, 1e-4);
-    ASSERT_EQ(outside.size(), 1u);
-    EXPECT_NEAR(outside[0], 8.0, 1e-4);
-}
-
-// ---- secondary rays ----
-
-// Two squares that face each other and reflect straight back.
-TEST(StageTrace, DepthLimits) {
-    const struct {
-        int reflection_depth, refraction_depth, trace_depth;
-        miRay_type type;
-        int calls; // of the material
-    } cases[] = {
-        {3, 0, 8, miRAY_REFLECT, 4},     {3, 0, 2, miRAY_REFLECT, 3}, {0, 5, 8, miRAY_REFLECT, 1},
-        {0, 2, 8, miRAY_REFRACT, 3},     {5, 0, 8, miRAY_REFRACT, 1}, {0, 9, 1, miRAY_TRANSPARENT, 2},
-        {0, 1, 8, miRAY_TRANSPARENT, 2},
-    };
-    for (const auto& c : cases) {
-        TestScene s;
-        int calls = 0;
-        const miTag material = s.add_material(s.add_shader([&](void* r, miState* state, void*, void*) {
-            const int level = c.type == miRAY_REFLECT ? state->reflection_level : state->refraction_level;
-            EXPECT_EQ(level, calls);
-            EXPECT_EQ(state->type, calls ? c.type : miRAY_EYE);
-            ++calls;
-            miVector back{0.0f, 0.0f, -state->dir.z};
-            miBoolean lit = miFALSE;
-            if (c.type == miRAY_REFLECT)
-                lit = mi_trace_reflection(static_cast<miColor*>(r), state, &back);
-            else if (c.type == miRAY_REFRACT)
-                lit = mi_trace_refraction(static_cast<miColor*>(r), state, &back);
-            else
-                lit = mi_trace_transparent(static_cast<miColor*>(r), state);
-            return lit;
-        }));
-        s.add_square(origin, material);
-        // Straight on there must be something as well.
-        for (const float z : {20.0f, -5.0f, -10.0f, -15.0f})
-            s.add_square({0.0f, 0.0f, z}, material);
-        s.options->reflection_depth = c.reflection_depth;
-        s.options->refraction_depth = c.refraction_depth;
-        s.options->trace_depth = c.trace_depth;
-        s.build();
-        miBoolean lit = miTRUE;
-        s.shade(0.0f, 0.0f, &lit);
-        EXPECT_EQ(calls, c.calls) << "type " << c.type << " depth " << c.trace_depth;
-        EXPECT_FALSE(lit);
-    }
-}
-
-TEST(StageTrace, OptionsOfTheStateAreInForce) {
-    TestScene s;
-    int calls = 0;
-    const miTag material = s.add_material(s.add_shader([&](void* r, miState* state, void*, void*) {
-        ++calls;
-        miOptions copy = *state->options;
-        copy.reflection_depth = 1;
-        miOptions* before = state->options;
-        state->options = &copy;
-        miVector back{0.0f, 0.0f, -state->dir.z};
-        mi_trace_reflection(static_cast<miColor*>(r), state, &back);
-        state->options = before;
-        return miTRUE;
-    }));
-    s.add_square(origin, material);
-    s.add_square({0.0f, 0.0f, 20.0f}, material);
-    s.build();
-    s.shade();
-    EXPECT_EQ(calls, 2);
-}
-
-TEST(StageTrace, SurfacesThatDoNotReceiveAndObjectsThatAreNotSeen) {
-    TestScene s;
-    s.camera->environment = s.add_shader([](void* r, miState* state, void*, void*) {
-        color(r).r = state->type == miRAY_REFLECT ? 5.0f : 6.0f;
-        return miTRUE;
-    });
-    const miTag mirror = s.add_material(s.add_shader([](void* r, miState* state, void*, void*) {
-        miVector up{0.0f, 0.0f, 1.0f};
-        return mi_trace_reflection(static_cast<miColor*>(r), state, &up);
-    }));
-    const miTag plain = s.add_material(s.add_shader([](void* r, miState*, void*, void*) {
-        color(r).r = 1.0f;
-        return miTRUE;
-    }));
-    const miTag below = s.add_square(origin, mirror);
-    const miTag above = s.add_square({0.0f, 0.0f, 20.0f}, plain);
-    const auto object = [&](miTag instance) {
-        return s.record<miObject>(s.record<miInstance>(instance)->item);
-    };
-    object(above)->reflection = 2; // shows reflections, but is in none
-    s.build();
-    EXPECT_EQ(s.shade().r, 5.0f);
-
-    TestScene t;
-    t.camera->environment = t.add_shader([](void*, miState*, void*, void*) { return miTRUE; });
-    miBoolean traced = miTRUE;
-    const miTag dull =
-        t.add_square(origin, t.add_material(t.add_shader([&](void* r, miState* state, void*, void*) {
-            miVector up{0.0f, 0.0f, 1.0f};
-            traced = mi_trace_reflection(static_cast<miColor*>(r), state, &up);
-            return miTRUE;
-        })));
-    t.record<miObject>(t.record<miInstance>(dull)->item)->reflection = 1;
-    t.build();
-    t.shade();
-    EXPECT_FALSE(traced);
-    EXPECT_NE(below, miNULLTAG);
-}
-
-TEST(StageTrace, RaysThroughASurfaceComeIntoItsVolume) {
-    TestScene s;
-    std::vector<std::string> log;
-    const miTag inside = s.add_shader([&](void* r, miState* state, void*, void*) {
-        EXPECT_EQ(state->type, miRAY_TRANSPARENT);
-        EXPECT_NEAR(state->dist, 4.0, 1e-4);
-        color(r).g = 2.0f;
-        return miTRUE;
-    });
-    const miTag ground = s.add_shader([&](void* r, miState* state, void*, void*) {
-        EXPECT_EQ(state->volume, inside);
-        EXPECT_EQ(state->parent->call_type, miSHADER_MATERIAL); // still readable
-        expect_vector(state->dir, 0.0f, 0.0f, -1.0f);
-        color(r).r = 1.0f;
-        return miTRUE;
-    });
-    const miTag surface = s.add_shader([&](void* r, miState* state, void*, void*) {
-        EXPECT_EQ(state->refraction_volume, inside);
-        return mi_trace_transparent(static_cast<miColor*>(r), state);
-    });
-    s.add_square(origin, s.add_material(ground));
-    s.add_square({0.0f, 0.0f, 4.0f}, s.add_material(surface, miNULLTAG, inside));
-    s.build();
-    const miColor result = s.shade();
-    EXPECT_EQ(result.r, 1.0f);
-    EXPECT_EQ(result.g, 2.0f);
-}
-
-TEST(StageTrace, ContinuedRaysAreTheSameRay) {
-    TestScene s;
-    std::vector<double> volume_lengths;
-    s.camera->volume = s.add_shader([&](void*, miState* state, void*, void*) {
-        volume_lengths.push_back(state->dist);
-        return miTRUE;
-    });
-    const miTag ground = s.add_shader([&](void* r, miState* state, void*, void*) {
-        EXPECT_EQ(state->type, miRAY_EYE);
-        EXPECT_EQ(state->parent, nullptr);
-        EXPECT_EQ(state->refraction_level, 0);
-        expect_vector(state->org, 0.0f, 0.0f, 10.0f);
-        EXPECT_NEAR(state->dist, 10.0, 1e-4);
-        color(r).r = 1.0f;
-        return miTRUE;
-    });
-    const miTag pass = s.add_shader([&](void* r, miState* state, void*, void*) {
-        EXPECT_NEAR(state->dist, 6.0, 1e-4);
-        const miBoolean lit = mi_trace_continue(static_cast<miColor*>(r), state);
-        EXPECT_NEAR(state->dist, 10.0, 1e-4);
-        expect_vector(state->point, 0.0f, 0.0f, 0.0f);
-        return lit;
-    });
-    s.options->trace_depth = s.options->refraction_depth = 0;
-    s.add_square(origin, s.add_material(ground));
-    s.add_square({0.0f, 0.0f, 4.0f}, s.add_material(pass));
-    s.build();
-    miBoolean lit = miFALSE;
-    EXPECT_EQ(s.shade(0.0f, 0.0f, &lit).r, 1.0f);
-    EXPECT_TRUE(lit);
-    ASSERT_EQ(volume_lengths.size(), 1u); // one ray, one volume
-    EXPECT_NEAR(volume_lengths[0], 10.0, 1e-4);
-}
-
-TEST(StageTrace, EnvironmentRays) {
-    TestScene s;
-    s.camera->environment = s.add_shader([](void* r, miState* state, void*, void*) {
-        EXPECT_EQ(state->type, miRAY_ENVIRONMENT);
-        EXPECT_EQ(state->dist, 0.0);
-        expect_vector(state->dir, 0.0f, 1.0f, 0.0f);
-        expect_vector(state->parent->point, 0.0f, 0.0f, 0.0f);
-        color(r).r = 1.0f;
-        return miTRUE;
-    });
-    const miTag own = s.add_shader([](void* r, miState*, void*, void*) {
-        color(r).r = 2.0f;
-        return miTRUE;
-    });
-    const miTag material = s.add_material(s.add_shader([](void* r, miState* state, void*, void*) {
-        miVector dir{0.0f, 1.0f, 0.0f};
-        const miBoolean lit = mi_trace_environment(static_cast<miColor*>(r), state, &dir);
-        expect_vector(state->point, 0.0f, 0.0f, 0.0f); // nothing but lens shaders and continued rays lose it
-        return lit;
-    }));
-    s.add_square(origin, material);
-    s.build();
-    EXPECT_EQ(s.shade().r, 1.0f);
-    s.record<miMaterial>(material)->environment = own;
-    EXPECT_EQ(s.shade().r, 2.0f);
-}
-
-// Neither near the origin nor far from it, where points are rounded to 1/16384, does a ray meet its own
-// start.
-TEST(StageTrace, RaysDoNotMeetTheirOwnStart) {
+// Neither near the origin nor far from it, where points are rounded to 1/16384.
+TEST(StageIntersection, RaysDoNotMeetTheirOwnStart) {
     for (const float place : {0.7f, -333.3f}) {
         TestScene s;
-        int met = 0;
-        const miTag mirror = s.add_material(s.add_shader([&](void* r, miState* state, void*, void*) {
-            for (int k = -4; k <= 4; ++k) {
-                miVector up{static_cast<float>(k) * 0.3f, 0.1f, 1.0f};
-                mi_vector_normalize(&up);
-                met += mi_trace_reflection(static_cast<miColor*>(r), state, &up);
-            }
-            return miTRUE;
-        }));
-        const miTag square = s.add_square({place, place, place}, mirror);
+        int met = 0, hits = 0;
+        s.shader("mirror", [&](miState* state, miColor& c) {
+            ++hits;
+            for (float x = -1.2f; x <= 1.2f; x += 0.3f)
+                met += reflect(state, c, {x, 0.1f, 1.0f});
+        });
         // Turned by 30 degrees about y: local = world turned back.
-        auto& tf = s.record<miInstance>(square)->tf;
-        const float c = 0.8660254f;
-        const miMatrix turned = {
-            c, 0, 0.5f, 0, 0, 1, 0, 0, -0.5f, 0, c, 0, -place * (c - 0.5f), -place, -place * (0.5f + c), 1};
-        std::copy(std::begin(turned), std::end(turned), tf.global_to_local);
+        const double c = 0.8660254;
+        s.square("floor", {}, "shader mirror",
+                 "transform " + show(c, 0, 0.5, 0, 0, 1, 0, 0, -0.5, 0, c, 0) + " " +
+                     show(-place * (c - 0.5), -place, -place * (0.5 + c), 1));
         s.build();
-        int hits = 0;
-        for (float x = -0.8f; x <= 0.8f; x += 0.07f) {
-            miState state = s.eye(place + x, place + 0.5f * x);
-            miColor result{};
-            const stage::ArenaScope scope(s.context.arena);
-            hits += stage::shade_eye_sample(&result, &state);
-        }
+        for (float x = -0.8f; x <= 0.8f; x += 0.07f)
+            s.shade(place + x, place + 0.5f * x);
         EXPECT_GT(hits, 20);
         EXPECT_EQ(met, 0) << place;
     }
 }
 
-TEST(StageTrace, LoopsOfRaysNeedNoMoreMemoryThanOne) {
+// A hull: a surface whose material has a volume but no shader. Below it a floor that is opaque, whatever its
+// shader says.
+TEST(StageShade, HullsVolumesEnvironmentsAndClipping) {
+    const struct {
+        float x;
+        const char* camera;
+        std::string color; // red of the end, lengths in the hull and above it
+    } cases[] = {
+        {0, "volume fog", "10 2 8 1"},
+        {0, "volume fog clip 9 11", "10 0 10 1"}, // in front of the hull nothing is seen
+        {0, "volume fog clip 1 7.5", "0 0 0 0"},
+        {50, "volume fog environment sky", "30 0 0 0"}, // the volume after the environment
+    };
+    for (const auto& c : cases) {
+        TestScene s;
+        const miState* seen = nullptr;
+        s.shader("sky", [&](miState* state, miColor& r) { seen = state, r.r = 3.0f; });
+        s.shader("fog", [&](miState* state, miColor& r) {
+            EXPECT_TRUE(!seen || state == seen);
+            r = {r.r * 10.0f, r.g, static_cast<float>(state->dist), r.a};
+            return miFALSE;
+        });
+        s.shader("water", [](miState* state, miColor& r) { r.g += static_cast<float>(state->dist); });
+        s.shader("ground", [](miState*, miColor& r) { r = {1.0f, 0.0f, 0.0f, 0.25f}; });
+        s.square("floor", {}, "opaque shader ground");
+        s.square("hull", {0.0f, 0.0f, 2.0f}, "volume water");
+        s.build(c.camera);
+        EXPECT_EQ(show(s.shade(c.x)), c.color);
+        EXPECT_EQ(s.lit, c.color[0] != '0');
+    }
+}
+
+miBoolean to_sky(miColor* result, miState* state) {
+    miVector dir{0.0f, 1.0f, 0.0f};
+    return mi_trace_environment(result, state, &dir);
+}
+
+// Squares one above the other that reflect straight back, or let rays through.
+TEST(StageTrace, DepthLimitsAndObjectsFlags) {
+    constexpr auto reflect_ray = miRAY_REFLECT, refract_ray = miRAY_REFRACT, through_ray = miRAY_TRANSPARENT;
+    const struct {
+        int reflection_depth, refraction_depth, trace_depth;
+        miRay_type type;
+        miUint1 flag; // of the objects for such rays: 1 is seen by them, 2 casts them
+        int calls;    // of the material
+    } cases[] = {
+        {3, 0, 8, reflect_ray, 3, 4}, {3, 0, 2, reflect_ray, 3, 3}, {0, 5, 8, reflect_ray, 3, 1},
+        {0, 2, 8, refract_ray, 3, 3}, {5, 0, 8, refract_ray, 3, 1}, {0, 9, 1, through_ray, 3, 2},
+        {0, 1, 8, through_ray, 3, 2}, {9, 9, 9, reflect_ray, 1, 1}, {9, 9, 9, reflect_ray, 2, 1},
+        {9, 9, 9, refract_ray, 1, 1}, {9, 9, 9, refract_ray, 2, 1}, {9, 9, 9, through_ray, 1, 1},
+        {9, 9, 9, through_ray, 2, 1},
+    };
+    for (const auto& c : cases) {
+        TestScene s;
+        int calls = 0;
+        miOptions own = *s.options; // those of the state are in force
+        own.reflection_depth = c.reflection_depth;
+        own.refraction_depth = c.refraction_depth;
+        own.trace_depth = c.trace_depth;
+        auto& square = s.get<miObject>("square");
+        (c.type == miRAY_REFLECT   ? square.reflection
+         : c.type == miRAY_REFRACT ? square.refraction
+                                   : square.transparency) = c.flag;
+        s.shader("any", [&](miState* state, miColor& result) {
+            EXPECT_EQ(c.type == miRAY_REFLECT ? state->reflection_level : state->refraction_level, calls);
+            EXPECT_EQ(state->type, calls ? c.type : miRAY_EYE);
+            ++calls;
+            state->options = &own;
+            miVector back{0.0f, 0.0f, -state->dir.z};
+            return c.type == miRAY_REFLECT   ? mi_trace_reflection(&result, state, &back)
+                   : c.type == miRAY_REFRACT ? mi_trace_refraction(&result, state, &back)
+                                             : mi_trace_transparent(&result, state);
+        });
+        for (const int z : {0, 20, -5, -10, -15})
+            s.square("at" + std::to_string(z), {0.0f, 0.0f, static_cast<float>(z)}, "shader any");
+        s.build();
+        s.shade();
+        EXPECT_EQ(calls, c.calls) << "case " << &c - cases;
+        EXPECT_FALSE(s.lit);
+    }
+}
+
+// Through a surface at z = 4 with a volume behind it to the ground, or to the environment.
+TEST(StageTrace, WhatIsBehindASurface) {
+    const struct {
+        miBoolean (*trace)(miColor*, miState*);
+        miRay_type type;
+        const char *material, *end;
+        std::string color; // of the end, and the lengths in the surface's volume and in the camera's
+    } cases[] = {
+        {mi_trace_transparent, miRAY_TRANSPARENT, "", "0 0 4 > 0 0 -1 : 0 0 0 , 0 0 1 , 4 -1", "1 4 6 0"},
+        // As if the surface were not there: one ray, one volume.
+        {mi_trace_continue, miRAY_EYE, "", "0 0 10 > 0 0 -1 : 0 0 0 , 0 0 1 , 10 -1", "1 0 10 0"},
+        {to_sky, miRAY_ENVIRONMENT, "", "0 0 4 > 0 1 0 : 0 0 4 , 0 -1 0 , 0 -1", "1 0 6 0"},
+        {to_sky, miRAY_ENVIRONMENT, "environment own", "", "2 0 6 0"}, // before the camera's
+    };
+    for (const auto& c : cases) {
+        TestScene s;
+        const auto end = [&](miState* state, miColor& r) {
+            EXPECT_EQ(state->type, c.type);
+            EXPECT_EQ(show_ray(state), c.end);
+            EXPECT_EQ(state->parent != nullptr, state->type != miRAY_EYE);
+            EXPECT_TRUE(!state->parent || state->parent->call_type == miSHADER_MATERIAL); // still readable
+            r.r = 1.0f;
+        };
+        s.shader("ground", end);
+        s.shader("sky", end);
+        s.red("own", 2.0f);
+        s.shader("inside", [](miState* state, miColor& r) { r.g = static_cast<float>(state->dist); });
+        s.shader("fog", [](miState* state, miColor& r) { r.b += static_cast<float>(state->dist); });
+        s.shader("surface", [&](miState* state, miColor& r) { return c.trace(&r, state); });
+        s.square("floor", {}, "shader ground");
+        s.square("top", {0.0f, 0.0f, 4.0f}, std::string("shader surface volume inside ") + c.material);
+        s.build("environment sky volume fog");
+        EXPECT_EQ(show(s.shade()), c.color);
+    }
+}
+
+// A shader may cast from its parent's state while its own ray is still on its way; and a loop of rays needs
+// no more memory than one.
+TEST(StageTrace, RaysInFlightAreLeftAloneAndOthersUsedAgain) {
     TestScene s;
-    std::size_t after_one = 0;
-    std::size_t after_many = 0;
-    const miTag mirror = s.add_material(s.add_shader([&](void* r, miState* state, void*, void*) {
-        miVector up{0.0f, 0.0f, 1.0f};
-        for (int k = 0; k < 100; ++k) {
-            mi_trace_reflection(static_cast<miColor*>(r), state, &up);
-            (k ? after_many : after_one) = s.context.arena.mark().used;
+    s.shader("mirror", [&](miState* state, miColor& c) {
+        std::size_t used[4];
+        for (std::size_t& u : used) {
+            reflect(state, c);
+            EXPECT_EQ(show(state->child->point), "0 0 20");
+            u = s.context.arena.mark().used;
         }
-        return miTRUE;
-    }));
-    s.add_square(origin, mirror);
-    s.build();
-    s.shade();
-    EXPECT_EQ(after_one, after_many);
-}
-
-// A shader may cast from its parent's state while its own ray is still on its way.
-TEST(StageTrace, RaysInFlightAreLeftAlone) {
-    TestScene s;
-    const miTag mirror = s.add_material(s.add_shader([&](void* r, miState* state, void*, void*) {
-        miVector up{0.0f, 0.0f, 1.0f};
-        mi_trace_reflection(static_cast<miColor*>(r), state, &up);
-        EXPECT_NEAR(state->child->point.z, 20.0f, 1e-5f);
-        return miTRUE;
-    }));
-    const miTag other = s.add_material(s.add_shader([&](void*, miState* state, void*, void*) {
-        miVector down{0.0f, 0.0f, -1.0f};
-        miVector org{0.0f, 0.0f, 5.0f};
-        EXPECT_TRUE(mi_trace_probe(state->parent, &down, &org));
-        EXPECT_NEAR(state->parent->child->point.z, 0.0f, 1e-6f);
-        EXPECT_NEAR(state->point.z, 20.0f, 1e-5f);
+        EXPECT_EQ(used[0], used[3]);
+    });
+    s.shader("other", [&](miState* state, miColor&) {
+        EXPECT_TRUE(probe(state->parent, {0.0f, 0.0f, 5.0f}));
+        EXPECT_EQ(show(state->parent->child->point), "0 0 0");
+        EXPECT_EQ(show(state->point), "0 0 20");
         EXPECT_EQ(state->type, miRAY_REFLECT);
-        return miTRUE;
-    }));
-    s.add_square(origin, mirror);
-    s.add_square({0.0f, 0.0f, 20.0f}, other);
+    });
+    s.square("floor", {}, "shader mirror");
+    s.square("top", {0.0f, 0.0f, 20.0f}, "shader other");
     s.build();
     s.shade();
 }
-
-// ---- lens shaders ----
 
 TEST(StageLens, ChainsHandTheHitBack) {
     TestScene s;
-    std::vector<std::string> log;
-    miState* first_state = nullptr;
-    miState* second_state = nullptr;
-    const auto check_hit = [&](const miState* state) {
-        ASSERT_NE(state->pri, nullptr);
-        EXPECT_NEAR(state->dist, 10.0, 1e-4);
-        expect_vector(state->point, 0.5f, 0.0f, 0.0f);
-        expect_vector(state->normal, 0.0f, 0.0f, 1.0f);
-        expect_vector(state->tex_list[0], 0.75f, 0.5f, 0.0f);
-        EXPECT_EQ(state->label, 17u);
-        EXPECT_NE(state->instance, miNULLTAG);
-        EXPECT_NE(state->material, miNULLTAG);
-        EXPECT_EQ(state->bary[2], 0.5f);
-    };
-    const miTag first = s.add_shader([&](void* r, miState* state, void*, void*) {
-        first_state = state;
-        EXPECT_EQ(state->parent, nullptr);
-        miVector org = state->org;
-        org.x = 0.5f; // the second one gets this ray
-        const miBoolean lit = mi_trace_eye(static_cast<miColor*>(r), state, &org, &state->dir);
-        log.push_back("first");
-        check_hit(state);
-        color(r).r += 1.0f;
-        return lit;
+    const miState* lenses[2] = {};
+    for (const int k : {0, 1})
+        s.shader(k ? "second" : "first", [&, k](miState* state, miColor& c) {
+            lenses[k] = state;
+            EXPECT_EQ(state->call_type, miSHADER_LENS);
+            EXPECT_EQ(state->parent, k ? lenses[0] : nullptr);
+            miVector org = state->org, aside{30.0f, 0.0f, 10.0f};
+            if (k) { // may trace more than once
+                EXPECT_FALSE(mi_trace_eye(&c, state, &aside, &state->dir));
+                EXPECT_EQ(state->pri, nullptr);
+                EXPECT_EQ(state->dist, 0.0);
+            }
+            org.x += 0.25f; // the next one gets this ray
+            const miBoolean lit = mi_trace_eye(&c, state, &org, &state->dir);
+            EXPECT_NE(state->pri, nullptr);
+            EXPECT_EQ(show(state->point, state->normal, state->tex_list[0], state->dist, state->bary[2],
+                           state->label),
+                      "0.5 0 0 0 0 1 0.75 0.5 0 10 0.5 17");
+            EXPECT_EQ(state->instance, s.tag("floor"));
+            EXPECT_EQ(state->material, s.tag("floor.m"));
+            c.r = k ? c.r * 10.0f : c.r + 1.0f;
+            return lit;
+        });
+    s.shader("ground", [&](miState* state, miColor& c) {
+        EXPECT_EQ(state->parent, lenses[1]);
+        c.r += 3.0f; // to nothing
     });
-    const miTag second = s.add_shader([&](void* r, miState* state, void*, void*) {
-        second_state = state;
-        EXPECT_EQ(state->parent, first_state);
-        EXPECT_EQ(state->call_type, miSHADER_LENS);
-        EXPECT_EQ(state->org.x, 0.5f);
-        const miBoolean lit = mi_trace_eye(static_cast<miColor*>(r), state, &state->org, &state->dir);
-        log.push_back("second");
-        check_hit(state);
-        color(r).r *= 10.0f;
-        return lit;
-    });
-    s.record<miFunction>(first)->next_function = second;
-    s.camera->lens = first;
-    const miTag square =
-        s.add_square(origin, s.add_material(s.add_shader([&](void* r, miState* state, void*, void*) {
-            log.push_back("material");
-            EXPECT_EQ(state->parent, second_state);
-            color(r).r = 3.0f;
-            return miTRUE;
-        })));
-    s.record<miInstance>(square)->label = 17;
-    s.build();
-    miBoolean lit = miFALSE;
-    EXPECT_EQ(s.shade(0.0f, 0.0f, &lit).r, 31.0f);
-    EXPECT_TRUE(lit);
-    EXPECT_EQ(log, (std::vector<std::string>{"material", "second", "first"}));
-}
-
-TEST(StageLens, CanTraceAgainAndSeesMisses) {
-    TestScene s;
-    s.camera->lens = s.add_shader([&](void* r, miState* state, void*, void*) {
-        miColor one{};
-        miVector org = state->org;
-        EXPECT_TRUE(mi_trace_eye(&one, state, &org, &state->dir));
-        EXPECT_NE(state->pri, nullptr);
-        org.x = 30.0f;
-        EXPECT_FALSE(mi_trace_eye(&one, state, &org, &state->dir));
-        EXPECT_EQ(state->pri, nullptr);
-        EXPECT_EQ(state->dist, 0.0);
-        EXPECT_EQ(one.r, 0.0f);
-        org.x = 0.0f;
-        EXPECT_TRUE(mi_trace_eye(static_cast<miColor*>(r), state, &org, &state->dir));
-        return miTRUE;
-    });
-    s.add_square(origin, s.add_material(s.add_shader([](void* r, miState*, void*, void*) {
-        color(r).r = 3.0f;
-        return miTRUE;
-    })));
-    s.build();
-    EXPECT_EQ(s.shade().r, 3.0f);
-}
-
-TEST(StageLens, ClippingPlanesCutEyeRays) {
-    TestScene s;
-    s.add_square(origin, s.add_material(s.add_shader([](void* r, miState*, void*, void*) {
-        color(r).r = 1.0f;
-        return miTRUE;
-    })));
-    s.build();
-    s.camera->clip = {9.0f, 11.0f};
-    EXPECT_EQ(s.shade().r, 1.0f);
-    s.camera->clip = {10.5f, 11.0f};
-    EXPECT_EQ(s.shade().r, 0.0f);
-    s.camera->clip = {1.0f, 9.5f};
-    EXPECT_EQ(s.shade().r, 0.0f);
+    s.square("floor", {}, "shader ground", "tag 17");
+    s.build("lens 'first' 'second'");
+    EXPECT_EQ(s.shade().r, 31.0f); // the material, then the second one, then the first
+    EXPECT_TRUE(s.lit);
 }
 
 } // namespace
