@@ -260,10 +260,14 @@ inline constexpr int message_size = 1024; // characters of a message, with its e
 static_assert(used_slots == 127);
 static_assert(used_slots <= renderer_slots);
 
+/* Warned flag of the instances that keep no data. It lives as long as the renderer's module. */
+extern miBoolean shared_warned_flag;
+
 } // namespace orl
 
 /*
  * Names the renderer's module, a handle as the system's loader gives it, and forgets every entry point found
- * so far. To be called before any shader runs, and again for another module, while no shader runs.
+ * so far and what the former renderer was warned of. To be called before any shader runs, and again for
+ * another module, while no shader runs.
  */
 ORL_EXPORT void miSetModuleHandle(void* handle);

@@ -110,7 +110,8 @@ struct RayDifferential {
 RayDifferential ray_differential(miState* state);
 
 /* Position in the picture, 0 to 1. With a window, the picture is a part of one with `width` x `height` pixels
-   whose lower left corner lies at (x, y). */
+   whose lower left corner lies at (x, y). The middle without a camera or resolution, and for a position that
+   is not finite. */
 struct RasterPosition {
     float u, v;
 };

@@ -26,7 +26,7 @@ inline constexpr auto fields = decl::fields<orl_SceneData>(
                   "every standard material shades both sides"),
     decl::boolean(&orl_SceneData::flip_sky, "flip_sky", false,
                   "spherical environments have their pole along y"),
-    decl::scalar(&orl_SceneData::display_gamma, "display_gamma", 1, decl::not_negative, "",
+    decl::scalar(&orl_SceneData::display_gamma, "display_gamma", 1, {0.01, decl::any.highest}, "",
                  "exponent that takes displayed colours to linear ones; 1 changes nothing"),
     host_field(&orl_SceneData::field_12, "field_12"), host_field(&orl_SceneData::field_13, "field_13"),
     host_field(&orl_SceneData::field_14, "field_14"), host_field(&orl_SceneData::field_15, "field_15"),
@@ -43,6 +43,8 @@ inline constexpr auto fields = decl::fields<orl_SceneData>(
 
 // Other libraries and the host know these fields by their place, counted from 1.
 static_assert(fields[0].offset == offsetof(orl_SceneData, material_editor));
+static_assert(fields[8].offset == offsetof(orl_SceneData, force_two_sided)); // 9 and 10 are this library's
+static_assert(fields[9].offset == offsetof(orl_SceneData, flip_sky));        // choice among the free places
 static_assert(fields[10].offset == offsetof(orl_SceneData, display_gamma));
 static_assert(fields[15].offset == offsetof(orl_SceneData, material_switch_16));
 static_assert(fields[21].offset == offsetof(orl_SceneData, material_switch_22));
@@ -78,16 +80,20 @@ constexpr auto host_field(miInteger orl_ObjectData::*member, const char* name) {
 }
 
 inline constexpr auto fields = decl::fields<orl_ObjectData>(
-    decl::array(&orl_ObjectData::uv_channels, miTYPE_INTEGER, "uv_channels",
-                "for each texture space the number of the host's map channel"),
-    host_field(&orl_ObjectData::field_2, "field_2"), host_field(&orl_ObjectData::field_3, "field_3"),
-    host_field(&orl_ObjectData::field_4, "field_4"), host_field(&orl_ObjectData::field_5, "field_5"),
-    host_field(&orl_ObjectData::field_6, "field_6"), host_field(&orl_ObjectData::field_7, "field_7"),
-    host_field(&orl_ObjectData::field_8, "field_8"), host_field(&orl_ObjectData::field_9, "field_9"),
+    host_field(&orl_ObjectData::field_1, "field_1"), host_field(&orl_ObjectData::field_2, "field_2"),
+    host_field(&orl_ObjectData::field_3, "field_3"), host_field(&orl_ObjectData::field_4, "field_4"),
+    host_field(&orl_ObjectData::field_5, "field_5"), host_field(&orl_ObjectData::field_6, "field_6"),
+    host_field(&orl_ObjectData::field_7, "field_7"), host_field(&orl_ObjectData::field_8, "field_8"),
+    host_field(&orl_ObjectData::field_9, "field_9"),
     decl::element(&orl_ObjectData::particle_data, miTYPE_DATA, "particle_data",
-                  "data block of the particles that the object shows"));
+                  "data block of the particles that the object shows"),
+    decl::array(&orl_ObjectData::uv_channels, miTYPE_INTEGER, "uv_channels",
+                "for each texture space the number of the host's map channel"));
 
+// The tenth field, with the channels behind it: an array is one field in a declaration and three in the
+// block, and so both ways of counting agree.
 static_assert(fields[9].offset == offsetof(orl_ObjectData, particle_data));
+static_assert(offsetof(orl_ObjectData, particle_data) == 36);
 
 } // namespace object_data_table
 

@@ -2,9 +2,10 @@
  * What all shaders of the library share: reading parameters, instance and thread data, records of the shader
  * state, checks and messages.
  *
- * The entry points of a shader X are X_version, X_init, X and X_exit. X_init and X_exit are called once with
- * a null block, for the shader, and then with a block for each instance; see `wants_instance`. Everything an
- * instance keeps is read-only after its init, except for warned flags.
+ * The entry points of a shader X are X_version, X_init, X and X_exit. X_init is called first with a null
+ * block, for the shader, and then with a block for each instance, see `wants_instance`; X_exit in reverse,
+ * for the instances first and then with null. Everything an instance keeps is read-only after its init,
+ * except for warned flags.
  */
 #pragma once
 
@@ -15,6 +16,7 @@
 #include <atomic>
 #include <cmath>
 #include <new>
+#include <optional>
 #include <type_traits>
 
 namespace orl {
@@ -29,23 +31,28 @@ inline bool wants_instance(const void* params, miBoolean* instance_init_required
     return params != nullptr;
 }
 
-/* The state's name for the running shader instance, for messages. */
+/* The state's name for the running shader instance, for messages; of one without a name, its declaration's.
+ */
 const char* shader_name(miState* state);
 
 // ---- parameters
 
 /* Value of a parameter: the literal in the block, or what it is connected to, evaluated now. Parameters are
-   read at the moment of use, so that connected ones see the current state. */
+   read at the moment of use, so that connected ones see the current state. The literal also holds where the
+   connection gives nothing. */
 template <class T> T eval(miState* state, const T& parameter) {
-    return *static_cast<const T*>(mi_eval(state, const_cast<T*>(&parameter)));
+    const void* const value = mi_eval(state, const_cast<T*>(&parameter));
+    return value ? *static_cast<const T*>(value) : parameter;
 }
 
 inline const miScalar* eval(miState* state, const decl::Transform& parameter) {
-    return static_cast<const miScalar*>(mi_eval(state, const_cast<decl::Transform*>(&parameter)));
+    const void* const value = mi_eval(state, const_cast<decl::Transform*>(&parameter));
+    return static_cast<const miScalar*>(value ? value : &parameter);
 }
 
 /* Elements of an array in a parameter block or data record. They are reached from the block's address,
-   because they lie beyond the one-element member that stands for them. */
+   because they lie beyond the one-element member that stands for them. An array that would begin in front of
+   that member is empty. */
 template <class Element> class ArrayElements {
 public:
     template <class Block, class ArrayRecord>
@@ -53,8 +60,9 @@ public:
         const char* const base = reinterpret_cast<const char*>(block);
         const auto offset = reinterpret_cast<const char*>(&(block->*member)) - base +
                             static_cast<std::ptrdiff_t>(offsetof(ArrayRecord, elements));
-        first_ = reinterpret_cast<const Element*>(base + offset) + first;
-        count_ = count > 0 ? count : 0;
+        const bool valid = first >= 0 && count > 0;
+        first_ = reinterpret_cast<const Element*>(base + offset) + (valid ? first : 0);
+        count_ = valid ? count : 0;
     }
 
     miInteger size() const { return count_; }
@@ -135,15 +143,18 @@ inline void delete_instance_data(miState* state) {
 
 // ---- thread data
 
-/* This thread's data of the running instance, made at the first call. Constant time, no lock. */
+/* This thread's data of the running instance, made at the first call; null when the instance has no place to
+   keep it, which callers check. Constant time, no lock. */
 template <class Data> Data* thread_data(miState* state) {
     static_assert(std::is_trivially_destructible_v<Data>);
     void* data = nullptr;
     if (mi_query(miQ_FUNC_TLS_GET, state, miNULLTAG, &data) && data != nullptr)
         return static_cast<Data*>(data);
     data = new (mi_mem_int_allocate("orlshaderapi", __LINE__, sizeof(Data))) Data{};
-    mi_query(miQ_FUNC_TLS_SET, state, miNULLTAG, &data);
-    return static_cast<Data*>(data);
+    if (mi_query(miQ_FUNC_TLS_SET, state, miNULLTAG, &data))
+        return static_cast<Data*>(data);
+    mi_mem_int_release("orlshaderapi", __LINE__, data);
+    return nullptr;
 }
 
 /* Frees all threads' data of the running instance, to be called from its exit. */
@@ -291,13 +302,21 @@ template <class Record> Record* find_record(miState* state, const StateKey<Recor
                                                                          : nullptr;
 }
 
-/* Keeps a record under a key while it lives: made before a shader is called, gone after. */
+/* Keeps a record under a key while it lives: made before a shader is called, gone after. A record that was
+   there before, of a shader further out, is hidden meanwhile and put back. */
 template <class Record> class ScopedRecord {
 public:
     ScopedRecord(miState* state, const StateKey<Record>& key, Record value) : state_(state), key_(key) {
+        if (const Record* const outer = get())
+            outer_ = *outer;
         mi_shaderstate_set(state_, key_.name, &value, sizeof value, key_.lifetime);
     }
-    ~ScopedRecord() { mi_shaderstate_set(state_, key_.name, nullptr, 0, key_.lifetime); }
+    ~ScopedRecord() {
+        if (outer_)
+            mi_shaderstate_set(state_, key_.name, &*outer_, sizeof *outer_, key_.lifetime);
+        else
+            mi_shaderstate_set(state_, key_.name, nullptr, 0, key_.lifetime);
+    }
     ScopedRecord(const ScopedRecord&) = delete;
     ScopedRecord& operator=(const ScopedRecord&) = delete;
 
@@ -307,6 +326,7 @@ public:
 private:
     miState* state_;
     StateKey<Record> key_;
+    std::optional<Record> outer_;
 };
 
 // ---- checks
@@ -334,7 +354,7 @@ inline bool test_and_set(miBoolean& warned) {
     return flag.load(std::memory_order_relaxed) || flag.exchange(miTRUE, std::memory_order_relaxed);
 }
 
-/* What a shader cannot work without; the last three belong to shaders that are not in this library yet. */
+/* What a shader cannot work without. No shader here sends the last three: the host's list has them. */
 enum class MissingInput {
     uv_coordinates,
     xyz_coordinates,

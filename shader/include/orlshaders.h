@@ -4,7 +4,9 @@
  * The functions read what the host attaches to a scene (one scene record on the options, one node record on
  * each instance, one object record on each object, data words on each triangle) and run materials on the
  * host's behalf. They may be called from shaders and from their instance init, on any number of threads.
- * None of them allocates. Records are owned by the renderer and are read-only.
+ * The readers allocate nothing. A null state reads as a scene without any of this, and null places for
+ * results are left out. Records are owned by the renderer and are read-only; one that is shorter than its
+ * type here, or whose arrays leave its block, reads as missing.
  */
 #ifndef ORLSHADERS_H
 #define ORLSHADERS_H
@@ -80,9 +82,10 @@ typedef struct orl_NodeData {
     miBoolean all_lights;              /* all lights of the scene instead of the list */
 } orl_NodeData;
 
-/* Object record, version 5, user data of an object. */
+/* Object record, version 5, user data of an object. Fields that only the host reads are named by their place,
+   counted from 1. */
 typedef struct orl_ObjectData {
-    orl_IntegerArray uv_channels; /* 1: for each texture space the number of the host's map channel */
+    miInteger field_1;
     miInteger field_2;
     miInteger field_3;
     miInteger field_4;
@@ -91,7 +94,8 @@ typedef struct orl_ObjectData {
     miInteger field_7;
     miInteger field_8;
     miInteger field_9;
-    miTag particle_data; /* 10: user data block of the particles, null for other objects */
+    miTag particle_data;          /* 10: user data block of the particles, null for other objects */
+    orl_IntegerArray uv_channels; /* for each texture space the number of the host's map channel */
 } orl_ObjectData;
 
 #ifdef __cplusplus
@@ -135,15 +139,17 @@ ORLSHADERS_API miBoolean GetTangentBasisVectors(miState* state, miVector* u, miV
  */
 ORLSHADERS_API miInteger GetUVChannelIndexFromID(miState* state, const orl_ObjectData* object, miInteger id);
 
-/* Whether the node casts a shadow for the light that is being sampled. */
+/* Whether the node casts a shadow for the light that is being sampled. Its list may name lights, instances of
+   lights and groups of either. miTRUE for a null node and for a state without an instance; miFALSE for a list
+   when no light is being sampled. */
 ORLSHADERS_API miBoolean IsInstanceShadowMakerForLight(miState* state, const orl_NodeData* node);
 
 /*
- * Runs a material or shader for the kind of call that is in progress and returns its result. The result
- * starts as transparent black, except for shadow rays, photons and light maps, which hold a value already.
- * `warned` keeps the message about an unsupported call from being sent again; when it is null, the first word
- * of the running shader's instance data does. The volume of a material that was run stays installed in the
- * state.
+ * Runs a material or shader for the kind of call that is in progress and returns its answer. `result` has
+ * room for a colour, whatever the kind of call. It starts as transparent black, except for shadow rays,
+ * photons and light maps, which hold a value already. `warned` keeps the message about an unsupported call
+ * from being sent again; when it is null, the first word of the running shader's instance data does. The
+ * volume of a material that was run stays installed in the state. miFALSE for a null result or state.
  */
 ORLSHADERS_API miBoolean CallMaterial(miColor* result, miState* state, miTag material, miBoolean* warned);
 

@@ -30,7 +30,7 @@ struct TextureCoordinate {
 };
 
 /* Position on the face of a cube that a direction meets, 0 to 1 on each axis, upright and unmirrored as seen
-   from the middle with y up. A null direction meets the middle of a face. */
+   from the middle with y up. A direction that is null or not finite meets the middle of a face. */
 TextureCoordinate cube_face_coordinate(const miVector& dir);
 
 /* Entry (0 to 4) of the background's five colours: diagonal bands of 8 cells for each unit. */
@@ -121,13 +121,14 @@ inline constexpr auto shadow_wrapper = decl::fields<ShadowWrapperParams>(
 
 inline constexpr auto gbuffer_lens = decl::fields<GBufferLensParams>(
     decl::integer(&GBufferLensParams::unused_1, "unused_1", 0, decl::any, "not read"),
-    decl::boolean(&GBufferLensParams::node_id, "node_id", false, "write fb_node_id"),
-    decl::boolean(&GBufferLensParams::node_render_id, "node_render_id", false, "write fb_node_render_id"),
+    decl::boolean(&GBufferLensParams::node_id, "node_id", false, "write fb_node_id and fb_node_render_id"),
+    decl::boolean(&GBufferLensParams::node_render_id, "node_render_id", false,
+                  "write fb_node_id and fb_node_render_id"),
     decl::integer(&GBufferLensParams::unused_2, "unused_2", 0, decl::any, "not read"),
     decl::boolean(&GBufferLensParams::texture_coordinates, "texture_coordinates", false,
                   "write fb_ucoord and fb_vcoord from texture space 0"),
     decl::boolean(&GBufferLensParams::velocity, "velocity", false,
-                  "write fb_velocity, pixels for each frame"),
+                  "write fb_velocity, pixels for each shutter interval"),
     decl::integer(&GBufferLensParams::hold_handle_low, "hold_handle_low", 0, decl::any,
                   "low half of a handle that the render waits for (Windows)"),
     decl::integer(&GBufferLensParams::hold_handle_high, "hold_handle_high", 0, decl::any,
@@ -167,14 +168,14 @@ inline constexpr decl::Shader utilshaders[] = {
     {"orl_procedural_dummy", miTYPE_COLOR, 1, false, false, decl::apply(miSHADER_MATERIAL, miSHADER_TEXTURE), {},
      "Light grey, stands for a procedural object."},
     {"orl_passthru", miTYPE_COLOR, 1, false, false, decl::apply(miSHADER_TEXTURE), utilshaders_table::passthru,
-     "Hands eight bytes on."},
+     "Hands eight bytes on, as red and green of a colour; blue and alpha stay as they were."},
     {"LumeTools", miTYPE_COLOR, 1, false, false, decl::apply(miSHADER_MATERIAL, miSHADER_TEXTURE), {},
      "Opaque black; for scenes that name it."},
     {"orl_is_material_editor", miTYPE_INTEGER, 1, false, false, decl::apply(miSHADER_TEXTURE), {},
      "1 while the scene is a sample of the material editor, otherwise 0."},
     {"orl_MaterialToShader", miTYPE_COLOR, 1, true, true,
      decl::apply(miSHADER_MATERIAL, miSHADER_TEXTURE, miSHADER_SHADOW, miSHADER_ENVIRONMENT, miSHADER_VOLUME,
-                 miSHADER_PHOTON, miSHADER_DISPLACE, miSHADER_LIGHTMAP, miSHADER_PHOTONVOL, miSHADER_CONTOUR),
+                 miSHADER_PHOTON, miSHADER_DISPLACE, miSHADER_LIGHTMAP),
      utilshaders_table::material_to_shader, "Runs a material where a shader is expected."},
     {"orl_ShaderList", miTYPE_COLOR, 1, false, false,
      decl::apply(miSHADER_MATERIAL, miSHADER_TEXTURE, miSHADER_SHADOW, miSHADER_ENVIRONMENT, miSHADER_VOLUME,

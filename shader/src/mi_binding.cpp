@@ -17,6 +17,9 @@
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
 namespace orl {
+
+miBoolean shared_warned_flag = miFALSE;
+
 namespace {
 
 std::atomic<void*> renderer_module{nullptr};
@@ -60,6 +63,7 @@ ORL_EXPORT void miSetModuleHandle(void* handle) {
     orl::renderer_module.store(handle, std::memory_order_relaxed);
     for (auto& entry : orl::entry_points)
         entry.store(nullptr, std::memory_order_relaxed);
+    orl::shared_warned_flag = miFALSE;
 }
 
 // NOLINTBEGIN(bugprone-macro-parentheses): the arguments are names and types
@@ -87,7 +91,8 @@ ORL_EXPORT void miSetModuleHandle(void* handle) {
         char text[orl::message_size];                                                                        \
         va_list arguments;                                                                                   \
         va_start(arguments, format);                                                                         \
-        std::vsnprintf(text, sizeof text, format, arguments);                                                \
+        if (std::vsnprintf(text, sizeof text, format, arguments) < 0)                                        \
+            text[0] = '\0';                                                                                  \
         va_end(arguments);                                                                                   \
         orl::entry_point<void(const char*, ...)>(orl::slot_##name)("%s", text);                              \
     }

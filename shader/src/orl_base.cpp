@@ -35,9 +35,8 @@ miTag camera_environment(const miState* state) {
 
 // The flag in the running instance's data; instances that keep none share one.
 miBoolean& instance_warned_flag(miState* state) {
-    static miBoolean shared = miFALSE;
     miBoolean* const flag = instance_data<miBoolean>(state);
-    return flag ? *flag : shared;
+    return flag ? *flag : shared_warned_flag;
 }
 
 miBoolean report_call(miState* state, const char* format, miBoolean& warned) {
@@ -149,11 +148,11 @@ bool brings_a_value(miRay_type type) {
 } // namespace
 
 const char* shader_name(miState* state) {
-    const char* name = nullptr;
-    if (mi_query(miQ_FUNC_NAME, state, miNULLTAG, &name) && name != nullptr)
-        return name;
-    if (mi_query(miQ_DECL_NAME, state, miNULLTAG, &name) && name != nullptr)
-        return name;
+    for (const miQ_type code : {miQ_FUNC_NAME, miQ_DECL_NAME}) {
+        const char* name = nullptr;
+        if (mi_query(code, state, miNULLTAG, &name) && name != nullptr && name[0] != '\0')
+            return name;
+    }
     return "unnamed";
 }
 
@@ -216,6 +215,8 @@ void report_missing(miState* state, MissingInput input, miBoolean& warned) {
 
 ORL_EXPORT miBoolean CallMaterial(miColor* result, miState* state, miTag material, miBoolean* warned) {
     using namespace orl;
+    if (result == nullptr || state == nullptr)
+        return miFALSE;
     if (!brings_a_value(state->type))
         *result = transparent_black;
     switch (material ? mi_db_type(material) : 0) {

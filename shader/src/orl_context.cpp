@@ -246,12 +246,14 @@ RayDifferential ray_differential(miState* state) {
 }
 
 RasterPosition raster_position(const miState* state) {
-    return raster_position(state, state->camera->x_resolution, state->camera->y_resolution, 0, 0);
+    const miCamera* const camera = state->camera;
+    return raster_position(state, camera ? camera->x_resolution : 0, camera ? camera->y_resolution : 0, 0, 0);
 }
 
 RasterPosition raster_position(const miState* state, int width, int height, int x, int y) {
-    return {(state->raster_x + static_cast<float>(x)) / static_cast<float>(std::max(width, 1)),
-            (state->raster_y + static_cast<float>(y)) / static_cast<float>(std::max(height, 1))};
+    const RasterPosition at{(state->raster_x + static_cast<float>(x)) / static_cast<float>(width),
+                            (state->raster_y + static_cast<float>(y)) / static_cast<float>(height)};
+    return std::isfinite(at.u) && std::isfinite(at.v) ? at : RasterPosition{0.5f, 0.5f};
 }
 
 miInteger texture_space(miState* state, miInteger channel, ChannelCache& cache) {

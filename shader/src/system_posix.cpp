@@ -8,7 +8,10 @@ namespace orl::system {
 
 const bool host_handles = false;
 
+// The loader leaves the error number alone when it does not know a name; without the reset, last_error would
+// tell of some earlier failure.
 EntryPoint find_symbol(void* module, const char* name) noexcept {
+    errno = 0;
     return reinterpret_cast<EntryPoint>(dlsym(module, name));
 }
 

@@ -5,6 +5,7 @@
  */
 #include "utilshaders.h"
 #include "numeric.h"
+#include "orl_context.h"
 #include "orlshaderapi.h"
 #include "system.h"
 
@@ -71,9 +72,8 @@ TextureCoordinate cube_face_coordinate(const miVector& dir) {
         right = dir.z > 0.0f ? -dir.x : dir.x;
         up = dir.y;
     }
-    if (!(major > 0.0f))
-        return {0.5f, 0.5f};
-    return {(right / major + 1.0f) * 0.5f, (up / major + 1.0f) * 0.5f};
+    const TextureCoordinate at{(right / major + 1.0f) * 0.5f, (up / major + 1.0f) * 0.5f};
+    return std::isfinite(at.u) && std::isfinite(at.v) ? at : TextureCoordinate{0.5f, 0.5f};
 }
 
 // Five colours, not two: the host's background shows diagonal bands, deliberately.
@@ -88,6 +88,8 @@ const miColor background_colors[background_bands] = {
 int background_band(TextureCoordinate at) {
     constexpr float limit = 1e6f; // far outside every picture; keeps the conversion to int defined
     const auto cell = [](float x) { return std::fabs(x) < limit ? static_cast<int>(x * 8.0f) : 0; };
+    // Deliberate: cells and remainder are cut off towards zero, as in the host's own background; a negative
+    // remainder is moved into the table.
     const int remainder = (cell(at.u) + cell(at.v)) % background_bands;
     return remainder < 0 ? remainder + background_bands : remainder;
 }
@@ -137,11 +139,12 @@ void apply_gamma(miState* state, miColor& color) {
     color.b = GammaTable::apply(*data->table, data->gamma, color.b);
 }
 
-// An image that is missing reads as transparent black.
+// An image that is missing reads as transparent black, whatever the gamma.
 void look_up(miColor* result, miState* state, miTag texture, miVector coordinate) {
-    if (texture == miNULLTAG || !mi_lookup_color_texture(result, state, texture, &coordinate))
+    if (texture != miNULLTAG && mi_lookup_color_texture(result, state, texture, &coordinate))
+        apply_gamma(state, *result);
+    else
         *result = {0, 0, 0, 0};
-    apply_gamma(state, *result);
 }
 
 // ---- editor background
@@ -158,8 +161,8 @@ TextureCoordinate background_coordinate(miState* state) {
         mi_vector_to_world(state, &dir, &state->dir);
         return cube_face_coordinate(dir);
     }
-    return {state->raster_x / static_cast<float>(state->camera->x_resolution),
-            state->raster_y / static_cast<float>(state->camera->y_resolution)};
+    const context::RasterPosition at = context::raster_position(state);
+    return {at.u, at.v};
 }
 
 // ---- buffer lens
@@ -177,41 +180,48 @@ template <class Value> void put(miState* state, int buffer, Value value) {
         mi_fb_put(state, buffer, &value);
 }
 
+// Deliberate: either switch writes both ids, each into its own buffer; the host tells them apart by the
+// buffers that its camera has.
 void put_node(miState* state, const GBufferLensParams* params, const GBufferLensInstance& buffers) {
-    const bool id = eval(state, params->node_id);
-    const bool render_id = eval(state, params->node_render_id);
-    if (!id && !render_id)
+    if (!eval(state, params->node_id) && !eval(state, params->node_render_id))
         return;
     const orl_NodeData* const node = GetNodeData(state->instance);
     if (node == nullptr)
         return;
-    if (id)
-        put(state, buffers.node_id, node->node_id);
-    if (render_id)
-        put(state, buffers.node_render_id, node->node_render_id);
+    put(state, buffers.node_id, node->node_id);
+    put(state, buffers.node_render_id, node->node_render_id);
 }
 
 void put_texture_coordinates(miState* state, const GBufferLensInstance& buffers) {
+    constexpr std::size_t most_dimensions = 16; // a texture space has two or three, with derivatives nine
     int spaces = 0;
-    if (!mi_query(miQ_NUM_TEXTURES, state, miNULLTAG, &spaces) || spaces < 1)
+    miScalar coordinate[most_dimensions] = {};
+    if (!mi_query(miQ_NUM_TEXTURES, state, miNULLTAG, &spaces) || spaces < 1 ||
+        !mi_texture_interpolate(state, 0, coordinate))
         return;
-    miScalar coordinate[16] = {}; // a texture space may have more than two dimensions
-    mi_texture_interpolate(state, 0, coordinate);
     put(state, buffers.u, coordinate[0]);
     put(state, buffers.v, coordinate[1]);
 }
 
-// The state's motion vector is the way of the point during one frame, so the difference of its two ends in
-// raster space is the velocity in pixels for each frame. Four components, for buffers of vectors and of
-// colours.
+// Raster position of a point; false for one that is not in front of the camera, which has none.
+bool project(miState* state, miVector point, miVector& raster) {
+    miVector at;
+    mi_point_to_camera(state, &at, &point);
+    if (!(at.z < 0.0f))
+        return false;
+    mi_point_to_raster(state, &raster, &point);
+    return std::isfinite(raster.x) && std::isfinite(raster.y);
+}
+
+// The state's motion vector is the way of the point during the shutter interval, so the difference of its two
+// ends in raster space is the velocity in pixels for each shutter interval; none when an end is out of sight.
+// Four components, for buffers of vectors and of colours.
 miColor raster_velocity(miState* state) {
     miVector target, from, to;
     mi_vector_add(&target, &state->point, &state->motion);
-    mi_point_to_raster(state, &from, &state->point);
-    mi_point_to_raster(state, &to, &target);
-    const miColor velocity{to.x - from.x, to.y - from.y, 0.0f, 0.0f};
-    const bool in_sight = std::isfinite(velocity.r) && std::isfinite(velocity.g);
-    return in_sight ? velocity : miColor{};
+    if (!project(state, state->point, from) || !project(state, target, to))
+        return {};
+    return {to.x - from.x, to.y - from.y, 0.0f, 0.0f};
 }
 
 } // namespace
@@ -253,6 +263,7 @@ ORL_EXPORT miBoolean orl_procedural_dummy(miColor* result, miState* state, const
 ORL_VERSION(utilshaders, orl_passthru);
 
 ORL_EXPORT miBoolean orl_passthru(void* result, miState*, const PassthruParams* params) {
+    // Deliberate: the bytes are copied, not the numbers. The host sends values of any type through here.
     static_assert(sizeof *params == 8);
     std::memcpy(result, params, sizeof *params);
     return miTRUE;
@@ -349,7 +360,7 @@ ORL_EXPORT miBoolean orl_base_GBuffer_lens(miColor* result, miState* state, cons
         put_node(state, params, *data);
         if (eval(state, params->texture_coordinates))
             put_texture_coordinates(state, *data);
-        if (eval(state, params->velocity))
+        if (data->velocity != -1 && eval(state, params->velocity))
             put(state, data->velocity, raster_velocity(state));
     }
     guard_nan(state, *result);

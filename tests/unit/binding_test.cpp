@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csetjmp>
 #include <csignal>
 #include <cstdio>
@@ -31,7 +32,7 @@ template <class T> T distinct(int number) {
 
 template <class Result> Result answer() {
     if constexpr (!std::is_void_v<Result>)
-        return distinct<Result>(77);
+        return distinct<Result>(21);
 }
 
 // Scripts `name`, calls the forwarding function and compares what arrives.
@@ -116,16 +117,23 @@ TEST_F(Binding, AnotherModuleIsLookedUpAgain) {
     Renderer second(copy.string().c_str());
     second.reset();
 
-    EXPECT_EQ(mi_par_aborted(), miFALSE);
-    EXPECT_EQ(renderer.mi_par_aborted.calls(), 1);
+    // Every slot is filled from the first module, so that one that is not forgotten shows.
+#define RESOLVE(result, name, parameters, arguments) expect_forwarded(#name, renderer.name, &name);
+#define RESOLVE_MESSAGE(name) name("%s", #name);
+    ORL_RENDERER_FUNCTIONS(RESOLVE, RESOLVE_MESSAGE)
     miSetModuleHandle(second.handle());
-    mi_par_aborted();
-    mi_par_aborted();
-    EXPECT_EQ(renderer.mi_par_aborted.calls(), 1);
-    EXPECT_EQ(second.mi_par_aborted.calls(), 2);
+#define EXPECT_SECOND(result, name, parameters, arguments)                                                   \
+    expect_forwarded(#name, second.name, &name);                                                             \
+    EXPECT_EQ(renderer.name.calls(), 1) << #name;
+#define EXPECT_SECOND_MESSAGE(name)                                                                          \
+    name("%s", #name);                                                                                       \
+    EXPECT_EQ(second.name.calls(), 1) << #name;                                                              \
+    EXPECT_EQ(renderer.name.calls(), 1) << #name;
+    ORL_RENDERER_FUNCTIONS(EXPECT_SECOND, EXPECT_SECOND_MESSAGE)
+    renderer.reset(); // its scripts belong to calls that are over
     miSetModuleHandle(renderer.handle());
     mi_par_aborted();
-    EXPECT_EQ(renderer.mi_par_aborted.calls(), 2);
+    EXPECT_EQ(renderer.mi_par_aborted.calls(), 1);
 }
 
 #ifdef _WIN32
@@ -136,10 +144,16 @@ TEST(BindingDeathTest, WhatCannotBeFoundIsToldAndFaults) {
             miSetModuleHandle(nullptr);
             mi_par_aborted();
         },
-        "DYNLOAD: dl_handle null\n.*dlsym failed on \"mi_par_aborted\" .handle: 0x0+, error: 127");
+        "DYNLOAD: dl_handle null\n.*dlsym failed on \"mi_par_aborted\" .handle: 0x0+, error: 127.\n");
 }
 
 #else
+
+// A character that the locale cannot write makes formatting fail half-way.
+TEST_F(Binding, AMessageThatCannotBeFormattedIsEmpty) {
+    mi_info("before %ls", L"\U0001F600");
+    EXPECT_TRUE(renderer.has_message(scripted::Level::info, ""));
+}
 
 sigjmp_buf fault;
 
@@ -161,8 +175,9 @@ std::string printed(const void* handle) {
     return text;
 }
 
+// The loader does not count an unknown name as a failure of the system, so the error is 0.
 std::string failure(const char* name, const void* handle) {
-    return std::string("dlsym failed on \"") + name + "\" (handle: " + printed(handle) + ", error: ";
+    return std::string("dlsym failed on \"") + name + "\" (handle: " + printed(handle) + ", error: 0)\n";
 }
 
 TEST_F(Binding, ANameThatIsMissingIsToldAndLookedUpAgainAtEachCall) {
@@ -170,17 +185,14 @@ TEST_F(Binding, ANameThatIsMissingIsToldAndLookedUpAgainAtEachCall) {
     ASSERT_NE(mathematics, nullptr);
     miSetModuleHandle(mathematics);
     testing::internal::CaptureStderr();
+    errno = EDOM; // of something else, long before
     EXPECT_TRUE(faults([] { mi_matrix_ident(nullptr); }));
     EXPECT_TRUE(faults([] { mi_matrix_ident(nullptr); }));
     EXPECT_TRUE(faults([] { mi_error("x"); }));
     const std::string told = testing::internal::GetCapturedStderr();
 
-    const std::string first = failure("mi_matrix_ident", mathematics);
-    const std::size_t second = told.find(first, 1);
-    EXPECT_EQ(told.find(first), 0u) << told;
-    EXPECT_NE(second, std::string::npos) << told;
-    EXPECT_NE(told.find(failure("mi_error", mathematics), second), std::string::npos) << told;
-    EXPECT_EQ(told.find("DYNLOAD"), std::string::npos) << told;
+    const std::string twice = failure("mi_matrix_ident", mathematics);
+    EXPECT_EQ(told, twice + twice + failure("mi_error", mathematics));
     dlclose(mathematics);
 }
 
@@ -189,7 +201,7 @@ TEST_F(Binding, ANullModuleIsToldBeforeTheLookUp) {
     testing::internal::CaptureStderr();
     EXPECT_TRUE(faults([] { mi_par_aborted(); }));
     const std::string told = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(told.find("DYNLOAD: dl_handle null\n" + failure("mi_par_aborted", nullptr)), 0u) << told;
+    EXPECT_EQ(told, "DYNLOAD: dl_handle null\n" + failure("mi_par_aborted", nullptr));
 }
 
 #endif

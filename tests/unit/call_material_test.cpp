@@ -155,12 +155,15 @@ TEST_F(CallMaterialTest, FunctionsRunAsTheCurrentMaterial) {
 TEST_F(CallMaterialTest, FailingEnvironmentFunctionFallsBackToTheCamera) {
     const miTag failing = renderer.add_shader([](void*, miState*, void*) { return miFALSE; });
     state.run(shader, miSHADER_ENVIRONMENT);
+    state->material = 700;
     miColor result{};
     EXPECT_FALSE(CallMaterial(&result, state, failing, nullptr));
+    EXPECT_EQ(state->material, 700u);
     state.camera.environment = add_slot(44);
     EXPECT_TRUE(CallMaterial(&result, state, failing, nullptr));
     EXPECT_EQ(result.r, 44.0f);
     EXPECT_EQ(type_seen, miSHADER_ENVIRONMENT);
+    EXPECT_EQ(state->material, 700u);
 }
 
 TEST_F(CallMaterialTest, UnsupportedCallsAreReportedOncePerFlag) {
@@ -185,7 +188,9 @@ TEST_F(CallMaterialTest, UnsupportedCallsAreReportedOncePerFlag) {
     EXPECT_EQ(errors(), of_material);
     EXPECT_TRUE(own->warned);
 
-    for (const miShader_type type : {miSHADER_CONTOUR, miSHADER_DISPLACE, miSHADER_LIGHTMAP}) {
+    state->material = 700;
+    for (const miShader_type type :
+         {miSHADER_CONTOUR, miSHADER_DISPLACE, miSHADER_LIGHTMAP, miSHADER_LENS, miSHADER_LIGHT}) {
         renderer.clear_logs();
         own->warned = miFALSE;
         flag = miFALSE;
@@ -195,6 +200,7 @@ TEST_F(CallMaterialTest, UnsupportedCallsAreReportedOncePerFlag) {
         EXPECT_EQ(errors(), of_function);
         EXPECT_FALSE(flag); // this message belongs to the running instance
         EXPECT_TRUE(own->warned);
+        EXPECT_EQ(state->material, 700u);
     }
     orl::delete_instance_data(state);
 }
@@ -219,15 +225,19 @@ TEST_F(CallMaterialTest, ThreadsShareTheFlag) {
     orl::delete_instance_data(state);
 }
 
-TEST_F(CallMaterialTest, NeitherFlagNorInstanceDataIsNoCrash) {
+TEST_F(CallMaterialTest, WithNeitherFlagNorInstanceDataARendererIsToldOnce) {
     const miTag material = renderer.add_material(full_material());
     miColor result{};
-    state.run(shader, miSHADER_LENS);
-    EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
-    EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
-    state->shader = nullptr;
-    EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
-    EXPECT_LE(errors().size(), 1u);
+    for (int handle = 0; handle < 2; ++handle) { // a new renderer has not been told
+        miSetModuleHandle(renderer.handle());
+        renderer.clear_logs();
+        state.run(shader, miSHADER_LENS);
+        EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
+        EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
+        state->shader = nullptr;
+        EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
+        EXPECT_EQ(errors().size(), 1u);
+    }
 }
 
 TEST_F(CallMaterialTest, OtherTagsAreRefused) {
@@ -237,6 +247,9 @@ TEST_F(CallMaterialTest, OtherTagsAreRefused) {
     EXPECT_FALSE(CallMaterial(&result, state, 9999, nullptr));
     EXPECT_FALSE(CallMaterial(&result, state, renderer.add_string("text"), nullptr));
     EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
+    const miTag material = renderer.add_material(full_material());
+    EXPECT_FALSE(CallMaterial(nullptr, state, material, nullptr));
+    EXPECT_FALSE(CallMaterial(&result, nullptr, material, nullptr));
 }
 
 } // namespace

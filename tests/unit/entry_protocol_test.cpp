@@ -1,6 +1,7 @@
 // What all shaders share: parameters, array spans, instance and thread data, state records, checks, messages.
 #include "shader_fixture.h"
 
+#include <climits>
 #include <thread>
 
 namespace {
@@ -12,6 +13,7 @@ struct Params {
     decl::Array<miInteger> first;
     miColor color;
     decl::Array<miColor> colors;
+    decl::Transform transform;
     miTag last;
 };
 
@@ -30,6 +32,13 @@ TEST_F(EntryProtocol, ConnectedParametersAreEvaluatedAtEachUse) {
     shader.connect(shader->scalar, [&](miState*) { return next++; });
     EXPECT_EQ(eval(state, shader->scalar), 1.0f);
     EXPECT_EQ(eval(state, shader->scalar), 2.0f);
+    shader.set_connection(&shader->scalar, 0); // in the table, but not connected
+    EXPECT_EQ(eval(state, shader->scalar), 2.5f);
+    shader.connect(shader->scalar, [](miState*) { return 3.0f; });
+    renderer.mi_phen_eval = [](miState*, void*) -> void* { return nullptr; };
+    EXPECT_EQ(eval(state, shader->scalar), 2.5f);
+    shader.set_connection(&shader->transform, 1);
+    EXPECT_EQ(eval(state, shader->transform), static_cast<void*>(&shader->transform));
 }
 
 TEST_F(EntryProtocol, SpansReachElementsWhereverTheyLie) {
@@ -45,8 +54,11 @@ TEST_F(EntryProtocol, SpansReachElementsWhereverTheyLie) {
     ASSERT_EQ(colors.size(), 2);
     EXPECT_EQ(colors[1], (miColor{5, 6, 7, 8}));
 
-    shader->first.count = -3;
-    EXPECT_EQ(span(state, &shader.params(), &Params::first).size(), 0);
+    for (const auto& [first, count] : {std::pair{1, -3}, {-1, 2}, {1, 0}, {INT_MIN, INT_MAX}}) {
+        shader->first.first = first;
+        shader->first.count = count;
+        EXPECT_EQ(span(state, &shader.params(), &Params::first).size(), 0);
+    }
 }
 
 TEST_F(EntryProtocol, InstanceDataIsAccountedWhereTheHostExpectsIt) {
@@ -92,6 +104,14 @@ TEST_F(EntryProtocol, EachThreadHasDataOfItsOwn) {
     delete_thread_data(state);
 }
 
+TEST_F(EntryProtocol, ThreadDataWithoutAPlaceIsGivenBack) {
+    renderer.deny(miQ_FUNC_TLS_SET);
+    for (int sample = 0; sample < 3; ++sample)
+        EXPECT_EQ(thread_data<miVector>(state), nullptr);
+    EXPECT_EQ(renderer.resources().live_blocks, 0);
+    EXPECT_EQ(renderer.resources().bad_releases, 0);
+}
+
 TEST_F(EntryProtocol, StateRecordsLiveAsLongAsTheirScope) {
     EXPECT_EQ(find_record(state, keys::light_shaping), nullptr);
     {
@@ -106,18 +126,50 @@ TEST_F(EntryProtocol, StateRecordsLiveAsLongAsTheirScope) {
     EXPECT_EQ(find_record(state, keys::light_shaping), nullptr);
 }
 
-TEST_F(EntryProtocol, StateRecordsHaveTheirLifetimes) {
-    std::vector<std::pair<std::string, int>> set;
-    renderer.mi_shaderstate_set = [&](miState*, const char* key, void* value, int size, int lifetime) {
-        if (value != nullptr && size > 0)
-            set.emplace_back(key, lifetime);
+TEST_F(EntryProtocol, NestedStateRecordsHideTheOuterOne) {
+    const ScopedRecord outer(state, keys::environment_switches, {1, 0});
+    {
+        const ScopedRecord inner(state, keys::environment_switches, {0, 1});
+        outer.get()->use_background = 7; // of the inner one while that is there
+        EXPECT_EQ(inner.get()->use_background, 7);
+        EXPECT_EQ(inner.get()->use_sky, 1);
+    }
+    ASSERT_NE(outer.get(), nullptr);
+    EXPECT_EQ(outer.get()->use_background, 1);
+    EXPECT_EQ(outer.get()->use_sky, 0);
+}
+
+// Other libraries name the same keys, so names and lifetimes stand here once more.
+TEST_F(EntryProtocol, StateKeys) {
+    const auto expect = [](const auto& key, const char* name, int lifetime) {
+        EXPECT_STREQ(key.name, name);
+        EXPECT_EQ(key.lifetime, lifetime) << name;
+    };
+    expect(keys::environment_caller, "KEY_0", 2);
+    expect(keys::environment_switches, "KEY_1", 2);
+    expect(keys::traced_environment, "KEY_2", 2);
+    expect(keys::sub_material_report, "KEY_3", 2);
+    expect(keys::attenuation_probe, "KEY_4", 2);
+    expect(keys::light_shaping, "KEY_5", 2);
+    expect(keys::incoming_ray, "KEY_6", 2);
+    expect(keys::tone_operator, "KEY_7", 2);
+    expect(keys::sky_is_hdr, "SKY_IS_HDR", 2);
+    expect(keys::texture_vertices, "KEY_8", 2);
+    expect(keys::vertices, "KEY_9", 2);
+    expect(keys::projection, "KEY_10", 2);
+    expect(keys::render_elements, "ORREINT", 2);
+    expect(keys::stored_components, "miXMST", 1);
+    expect(keys::architectural_light, "miXMLD", 2);
+    expect(keys::displacement_scale, "vdmScale", 0);
+
+    std::vector<int> lifetimes; // as the guard hands them on
+    renderer.mi_shaderstate_set = [&](miState*, const char*, void*, int, int lifetime) {
+        lifetimes.push_back(lifetime);
         return miTRUE;
     };
-    ScopedRecord(state, keys::incoming_ray, {});
     ScopedRecord(state, keys::stored_components, {});
     ScopedRecord(state, keys::displacement_scale, {});
-    const std::vector<std::pair<std::string, int>> expected{{"KEY_6", 2}, {"miXMST", 1}, {"vdmScale", 0}};
-    EXPECT_EQ(set, expected);
+    EXPECT_EQ(lifetimes, (std::vector<int>{1, 1, 0, 0}));
 }
 
 TEST_F(EntryProtocol, NotANumberBecomesOpaqueBlack) {
@@ -162,37 +214,67 @@ TEST_F(EntryProtocol, PhotonTypes) {
 }
 
 TEST_F(EntryProtocol, FrameBufferIndex) {
-    EXPECT_EQ(frame_buffer_index(state, "fb_node_id"), -1); // no buffers at all
-    EXPECT_EQ(renderer.mi_get_shader_interface.calls(), 0);
+    const auto expect = [&](miState* at, const char* name, int index, int interfaces) {
+        SCOPED_TRACE(name);
+        renderer.mi_get_shader_interface.reset_calls();
+        EXPECT_EQ(frame_buffer_index(at, name), index);
+        EXPECT_EQ(renderer.mi_get_shader_interface.calls(), interfaces);
+        EXPECT_EQ(renderer.pins(), 0); // frame buffers and interface are released on every way out
+    };
+    expect(state, "fb_node_id", -1, 0); // no buffers at all
     state.camera.framebuffers =
         renderer.add_framebuffers({{"main", miIMG_TYPE_RGBA_FP}, {"fb_node_id", miIMG_TYPE_TAG}});
-    EXPECT_EQ(frame_buffer_index(state, "fb_node_id"), 1);
-    EXPECT_EQ(frame_buffer_index(state, "fb_velocity"), -1);
+    expect(state, "fb_node_id", 1, 1);
+    expect(state, "main", 0, 1);
+    expect(state, "fb_velocity", -1, 1);
     state.camera.framebuffers = renderer.add_string("not buffers");
-    EXPECT_EQ(frame_buffer_index(state, "main"), -1);
+    expect(state, "main", -1, 1);
     state->camera = nullptr;
-    EXPECT_EQ(frame_buffer_index(state, "main"), -1);
-    EXPECT_EQ(frame_buffer_index(nullptr, "main"), -1);
+    expect(state, "main", -1, 0);
+    expect(nullptr, "main", -1, 0);
     renderer.mi_get_shader_interface = [](int) -> miShader_interface* { return nullptr; };
     state->camera = &state.camera;
-    EXPECT_EQ(frame_buffer_index(state, "main"), -1);
+    expect(state, "main", -1, 1);
 }
 
 TEST_F(EntryProtocol, PassThrough) {
-    renderer.trace_color = miColor{0.1f, 0.2f, 0.3f, 0.4f};
+    const miColor traced{0.1f, 0.2f, 0.3f, 0.4f};
     const struct {
         int mode;
         miCBoolean from_rasterizer;
         bool traces;
     } cases[] = {{'r', 1, false}, {'r', 0, true}, {1, 1, true}, {0, 0, true}};
+    for (const auto& each : cases)
+        for (const bool meets_something : {true, false}) {
+            renderer.clear_logs();
+            renderer.trace_color = meets_something ? std::optional(traced) : std::nullopt;
+            state.options.scanline = each.mode;
+            state->scanline = each.from_rasterizer;
+            miColor result{9, 9, 9, 9};
+            EXPECT_EQ(pass_through(&result, state), !each.traces || meets_something);
+            if (!each.traces) {
+                EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
+                EXPECT_TRUE(renderer.traces().empty());
+                continue;
+            }
+            EXPECT_EQ(result, meets_something ? traced : (miColor{9, 9, 9, 9}));
+            ASSERT_EQ(renderer.traces().size(), 1u);
+            EXPECT_STREQ(renderer.traces()[0].function, "mi_trace_continue");
+        }
+}
+
+TEST_F(EntryProtocol, AnInstanceWithoutANameIsCalledByItsDeclarations) {
+    const struct {
+        const char *own, *declared, *expected;
+    } cases[] = {{"own", "declared", "own"},
+                 {"", "declared", "declared"},
+                 {nullptr, "declared", "declared"},
+                 {"", "", "unnamed"},
+                 {nullptr, nullptr, "unnamed"}};
     for (const auto& each : cases) {
-        renderer.clear_logs();
-        state.options.scanline = each.mode;
-        state->scanline = each.from_rasterizer;
-        miColor result{9, 9, 9, 9};
-        EXPECT_TRUE(pass_through(&result, state));
-        EXPECT_EQ(result, each.traces ? *renderer.trace_color : (miColor{0, 0, 0, 0}));
-        EXPECT_EQ(renderer.traces().size(), each.traces ? 1u : 0u);
+        each.own ? renderer.answer(miQ_FUNC_NAME, each.own) : renderer.deny(miQ_FUNC_NAME);
+        each.declared ? renderer.answer(miQ_DECL_NAME, each.declared) : renderer.deny(miQ_DECL_NAME);
+        EXPECT_STREQ(shader_name(state), each.expected);
     }
 }
 

@@ -1,5 +1,6 @@
 // The lens that writes the host's frame buffers.
 #include "shader_fixture.h"
+#include "system.h"
 #include "utilshaders.h"
 
 #ifdef _WIN32
@@ -31,6 +32,11 @@ protected:
         renderer.mi_trace_eye = [this](miColor* color, miState* s, miVector* org, miVector* dir) {
             s->instance = hit;
             s->pri = hit ? s : nullptr;
+            for (const auto& [given, own] : {std::pair{*org, state->org}, {*dir, state->dir}}) {
+                EXPECT_EQ(given.x, own.x);
+                EXPECT_EQ(given.y, own.y);
+                EXPECT_EQ(given.z, own.z);
+            }
             return renderer.mi_trace_eye.unscripted(color, s, org, dir);
         };
         renderer.texture_spaces = 1;
@@ -79,17 +85,34 @@ TEST_F(GBufferLens, WritesOnlyWhatIsOnAndThere) {
     lens.start();
     renderer.texture_spaces = 0;
     EXPECT_TRUE(shade());
-    EXPECT_EQ(written_integer(node_render_id), 42);
-    EXPECT_EQ(renderer.framebuffer_writes().size(), 1u);
+    EXPECT_EQ(renderer.framebuffer_writes().size(), 2u); // the ids
+
+    renderer.clear_logs();
+    renderer.texture_spaces = 1;
+    renderer.mi_texture_interpolate = [](miState*, miUint, miScalar*) { return miFALSE; };
+    EXPECT_TRUE(shade());
+    EXPECT_EQ(renderer.framebuffer_writes().size(), 2u);
 
     renderer.clear_logs();
     hit = add_instance_with(miNULLTAG); // no node record
     EXPECT_TRUE(shade());
     hit = miNULLTAG; // no hit at all
-    renderer.texture_spaces = 1;
     renderer.trace_color.reset();
     EXPECT_FALSE(shade());
     EXPECT_TRUE(renderer.framebuffer_writes().empty());
+}
+
+TEST_F(GBufferLens, EitherSwitchWritesBothIds) {
+    lens.start();
+    for (int switches = 0; switches < 4; ++switches) {
+        renderer.clear_logs();
+        lens->node_id = switches & 1;
+        lens->node_render_id = switches >> 1;
+        EXPECT_TRUE(shade());
+        EXPECT_EQ(written_integer(node_id), switches ? 1234567 : -1);
+        EXPECT_EQ(written_integer(node_render_id), switches ? 42 : -1);
+        EXPECT_EQ(renderer.framebuffer_writes().size(), switches ? 2u : 0u);
+    }
 }
 
 TEST_F(GBufferLens, BuffersThatTheCameraLacksAreNotWritten) {
@@ -98,11 +121,14 @@ TEST_F(GBufferLens, BuffersThatTheCameraLacksAreNotWritten) {
     EXPECT_TRUE(shade());
     EXPECT_EQ(renderer.framebuffer_writes().size(), 1u);
     EXPECT_EQ(written_integer(0), 1234567);
+    EXPECT_EQ(renderer.mi_point_to_raster.calls(), 0); // nor worked out
 }
 
 TEST_F(GBufferLens, VelocityIsTheMotionInPixels) {
     all_on();
-    // Raster space of a camera at (0, 0, 5): x and y over depth, times 100.
+    // A camera at (0, 0, 5) that looks along -z. Raster space: x and y over depth, times 100.
+    constexpr miMatrix to_camera{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, -5, 1};
+    renderer.set_to_space(scripted::Space::camera, to_camera);
     renderer.mi_point_to_raster = [](miState*, miVector* r, miVector* p) {
         const float depth = 5 - p->z;
         *r = {100 * p->x / depth, 100 * p->y / depth, 0};
@@ -113,10 +139,13 @@ TEST_F(GBufferLens, VelocityIsTheMotionInPixels) {
     EXPECT_FLOAT_EQ(written(velocity)->value.r, 25);
     EXPECT_FLOAT_EQ(written(velocity)->value.g, 100);
 
-    renderer.clear_logs();
-    state->motion = {0, 0, 4}; // into the camera's plane
-    shade();
-    EXPECT_EQ(written(velocity)->value.r, 0.0f);
+    for (const float z : {4.0f, 6.0f}) { // into the camera's plane and behind it
+        renderer.clear_logs();
+        state->motion = {0, 0, z};
+        shade();
+        EXPECT_EQ(written(velocity)->value.r, 0.0f);
+        EXPECT_EQ(written(velocity)->value.g, 0.0f);
+    }
 }
 
 TEST_F(GBufferLens, NotANumberIsReplaced) {
@@ -127,13 +156,16 @@ TEST_F(GBufferLens, NotANumberIsReplaced) {
     EXPECT_EQ(errors().size(), 1u);
 }
 
+#ifdef _WIN32
+
+// A wait on a null handle would fail and leave an error.
 TEST_F(GBufferLens, NullHandleNeverWaits) {
     all_on();
+    SetLastError(ERROR_SUCCESS);
     shade();
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_SUCCESS});
     EXPECT_EQ(renderer.mi_par_aborted.calls(), 0);
 }
-
-#ifdef _WIN32
 
 class HeldLens : public GBufferLens {
 protected:
@@ -171,6 +203,7 @@ TEST_F(HeldLens, StopsWaitingWhenRenderingIsAborted) {
 #else
 
 TEST_F(GBufferLens, HandlesMeanNothingHere) {
+    EXPECT_FALSE(system::host_handles);
     lens->hold_handle_low = 5;
     lens->hold_handle_high = 5;
     all_on();

@@ -2,6 +2,7 @@
 #include "shader_fixture.h"
 
 #include <array>
+#include <climits>
 #include <cstring>
 
 namespace {
@@ -60,7 +61,77 @@ TEST_F(HostData, MissingRecordsReadAsNull) {
     const orl_ObjectData no_particles{};
     EXPECT_EQ(GetParticleData(state, &no_particles), nullptr);
     EXPECT_EQ(GetParticleData(state, nullptr), nullptr);
+    miLight light{};
+    EXPECT_EQ(GetObjectDataFromInstance(add_instance_with(miNULLTAG, renderer.add(miSCENE_LIGHT, &light))),
+              nullptr);
+    EXPECT_EQ(GetObjectDataFromInstance(renderer.add_group({})), nullptr);
     EXPECT_EQ(renderer.pins(), 0);
+}
+
+TEST_F(HostData, NullArgumentsReadAsAnEmptyScene) {
+    EXPECT_EQ(GetSceneData(nullptr), nullptr);
+    state->options = nullptr;
+    EXPECT_EQ(GetSceneData(state), nullptr);
+    EXPECT_EQ(GetObjectData(nullptr), nullptr);
+    EXPECT_EQ(GetMaterialID(nullptr), 0);
+    EXPECT_EQ(GetUVChannelIndexFromID(nullptr, nullptr, 0), -1);
+    const orl_NodeData node{};
+    EXPECT_TRUE(IsInstanceShadowMakerForLight(state, nullptr));
+    EXPECT_TRUE(IsInstanceShadowMakerForLight(nullptr, &node));
+    miBoolean edge = 5;
+    GetEdgeVisibility(nullptr, nullptr, &edge, nullptr);
+    EXPECT_EQ(edge, miTRUE);
+    miVector v{1, 1, 1};
+    EXPECT_FALSE(GetTangentBasisVectors(nullptr, nullptr, &v));
+    EXPECT_EQ(v.x, 0.0f);
+}
+
+// Blocks of raw bytes, cut off, or with arrays that leave them: reading them would read what lies behind.
+TEST_F(HostData, BlocksThatAreTooShortAreNoRecords) {
+    const std::vector<miInteger> zeros(64);
+    const auto block = [&](std::size_t bytes) {
+        return renderer.add_userdata(zeros.data(), static_cast<int>(bytes));
+    };
+    const auto found = [&](miTag scene, miTag node, miTag object) {
+        state.options.userdata = scene;
+        miObject shape{};
+        shape.userdata = object;
+        const miTag instance = add_instance_with(node, renderer.add(miSCENE_OBJECT, &shape));
+        state->instance = instance;
+        return std::array{GetSceneData(state) != nullptr, GetNodeData(instance) != nullptr,
+                          GetObjectData(state) != nullptr, GetObjectDataFromInstance(instance) != nullptr};
+    };
+    constexpr std::array none{false, false, false, false}, all{true, true, true, true};
+    EXPECT_EQ(found(block(4), block(4), block(4)), none);
+    // 24 words; 6 words, 3 for an array, 1, 3, 1; 10 words and 3 for an array
+    EXPECT_EQ(found(block(24 * 4 - 1), block(14 * 4 - 1), block(13 * 4 - 1)), none);
+    EXPECT_EQ(found(block(24 * 4), block(14 * 4), block(13 * 4)), all);
+
+    const struct {
+        miInteger first, count;
+        bool fits;
+    } arrays[] = {{0, 1, true},
+                  {max_elements, 1, true},
+                  {max_elements + 1, 1, false},
+                  {-1, 1, false},
+                  {1, max_elements, true},
+                  {2, max_elements, false},
+                  {INT_MAX, INT_MAX, false},
+                  {-9, -9, true}};
+    for (const auto& each : arrays) {
+        SCOPED_TRACE(each.first);
+        const bool near_by = each.first >= 0 && each.first <= max_elements + 1;
+        const auto behind = [&](miInteger skipped) { return each.first + (near_by ? skipped : 0); };
+        WithElements<orl_ObjectData> object; // the array is the record's last, so its room follows directly
+        object.record.uv_channels = {each.first, each.count, {0}};
+        WithElements<orl_NodeData> node; // behind the first array are 5 words more, behind the second 1
+        node.record.shadow_lights = {behind(5), each.count, {0}};
+        const std::array expected{true, each.fits, each.fits, each.fits};
+        EXPECT_EQ(found(block(24 * 4), add_record(node), add_record(object)), expected);
+        node.record.shadow_lights = {};
+        node.record.lights = {behind(1), each.count, {0}};
+        EXPECT_EQ(found(block(24 * 4), add_record(node), add_record(object)), expected);
+    }
 }
 
 TEST_F(HostData, RecordsAreFoundWhereTheHostAttachesThem) {
@@ -98,8 +169,12 @@ TEST_F(HostData, FieldsKeepTheirPlaces) {
     EXPECT_EQ(offsetof(orl_SceneData, material_switch_22), 21u * 4);
     EXPECT_EQ(offsetof(orl_SceneData, map_channel_ids), 23u * 4);
     EXPECT_EQ(offsetof(orl_NodeData, visibility), 3u * 4);
+    EXPECT_EQ(offsetof(orl_NodeData, node_id), 4u * 4);
+    EXPECT_EQ(offsetof(orl_NodeData, node_render_id), 5u * 4);
+    EXPECT_EQ(offsetof(orl_NodeData, shadow_lights), 6u * 4);
     EXPECT_EQ(offsetof(orl_NodeData, shadows_from_all_lights), 6u * 4 + 12);
-    EXPECT_EQ(offsetof(orl_ObjectData, particle_data), 12u + 8 * 4);
+    EXPECT_EQ(offsetof(orl_ObjectData, particle_data), 9u * 4);
+    EXPECT_EQ(offsetof(orl_ObjectData, uv_channels), 10u * 4);
 }
 
 TEST_F(HostData, TriangleWords) {
@@ -126,12 +201,26 @@ TEST_F(HostData, TriangleWords) {
         for (int k = 0; k < 3; ++k)
             EXPECT_EQ(edges[k], each.edges[k]) << k;
     }
-    renderer.deny(miQ_PRI_DATA);
+    const auto expect_nothing = [&] {
+        EXPECT_EQ(GetMaterialID(state), 0);
+        miBoolean a = 0, b = 0, c = 0;
+        GetEdgeVisibility(state, &a, &b, &c);
+        EXPECT_TRUE(a && b && c);
+    };
+    for (const bool index_given : {true, false}) { // slots without an index, or without words
+        renderer.mi_vquery = [=](miQ_type, miState*, miTag, void* result, va_list arguments) {
+            static const int index[] = {0};
+            static const miUint word[] = {7};
+            const int count = 1;
+            std::memcpy(result, &count, sizeof count);
+            *va_arg(arguments, const int**) = index_given ? index : nullptr;
+            *va_arg(arguments, const miUint**) = index_given ? nullptr : word;
+            return miTRUE;
+        };
+        expect_nothing();
+    }
     renderer.mi_vquery = [](miQ_type, miState*, miTag, void*, va_list) { return miFALSE; };
-    EXPECT_EQ(GetMaterialID(state), 0);
-    miBoolean a = 0, b = 0, c = 0;
-    GetEdgeVisibility(state, &a, &b, &c);
-    EXPECT_TRUE(a && b && c);
+    expect_nothing();
 }
 
 TEST_F(HostData, TangentBasis) {
@@ -162,9 +251,16 @@ TEST_F(HostData, TextureChannels) {
     set_scene(scene);
     expect({{3, 0}, {1, 1}, {72, 2}, {0, -1}, {2, -1}});
 
+    EXPECT_EQ(GetUVChannelIndexFromID(state, nullptr, 3), -1); // no object at hand
+    miObject shape{};
+    shape.userdata = add_record(object);
+    state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &shape));
+    EXPECT_EQ(GetUVChannelIndexFromID(state, nullptr, 72), 2); // the object at hand
+
+    object.record.uv_channels.count = -3;
+    expect({{0, -1}, {3, -1}});
     object.set(&orl_ObjectData::uv_channels, 0, {});
     expect({{0, -1}, {3, -1}});
-    EXPECT_EQ(GetUVChannelIndexFromID(state, nullptr, 0), -1); // no object record at hand
 }
 
 TEST_F(HostData, ShadowMakers) {
@@ -172,6 +268,9 @@ TEST_F(HostData, ShadowMakers) {
     state->light_instance = add_instance_with(miNULLTAG, light);
     const miTag with = renderer.add_group({other, light}), without = renderer.add_group({other, other});
     const miTag empty = renderer.add_group({});
+    const miTag twin = add_instance_with(miNULLTAG, light); // a second instance of the light
+    const miTag stranger = add_instance_with(miNULLTAG, other);
+    const miTag with_twin = renderer.add_group({stranger, miNULLTAG, twin});
     const struct {
         std::vector<miTag> list;
         bool casts;
@@ -186,6 +285,11 @@ TEST_F(HostData, ShadowMakers) {
         {{empty}, false},
         {{9999}, false},
         {{miNULLTAG, light}, true},
+        {{state->light_instance}, true},
+        {{twin}, true},
+        {{stranger}, false},
+        {{with_twin}, true},
+        {{renderer.add_group({stranger})}, false},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         WithElements<orl_NodeData> node;
@@ -199,10 +303,16 @@ TEST_F(HostData, ShadowMakers) {
     }
     EXPECT_EQ(renderer.pins(), 0);
 
+    // No light is being sampled, or what the state names is none; null elements do not match that.
     WithElements<orl_NodeData> node;
-    node.set(&orl_NodeData::shadow_lights, 0, {light});
-    state->light_instance = miNULLTAG;
-    EXPECT_FALSE(IsInstanceShadowMakerForLight(state, &node.record));
+    node.set(&orl_NodeData::shadow_lights, 0, {light, miNULLTAG, empty});
+    for (const miTag sampled : {miNULLTAG, add_instance_with(miNULLTAG), light}) {
+        state->light_instance = sampled;
+        EXPECT_FALSE(IsInstanceShadowMakerForLight(state, &node.record));
+    }
+    state->light_instance = add_instance_with(miNULLTAG, empty); // a group without members may be the light
+    EXPECT_TRUE(IsInstanceShadowMakerForLight(state, &node.record));
+    EXPECT_EQ(renderer.pins(), 0);
 }
 
 } // namespace

@@ -1,5 +1,4 @@
 orl_add_test(kit_test
-    SOURCES kit_image_test.cpp kit_matrix_test.cpp kit_memory_test.cpp kit_message_test.cpp
+    SOURCES kit_image_test.cpp kit_matrix_test.cpp kit_memory_test.cpp
         kit_random_test.cpp kit_shader_state_test.cpp
     LIBS stage_kit)
-orl_add_test(scripted_renderer_test SOURCES scripted_renderer_test.cpp LIBS test_support)

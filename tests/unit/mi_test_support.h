@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "mi/parser.h"
 #include "scene/declaration.h"
@@ -23,28 +23,26 @@ protected:
 
     // Declarations that most tests need: three lines.
     static constexpr const char* declarations =
-        "declare shader color \"tint\" ( color \"in\" default 1 1 1, scalar \"k\", shader \"next\" ) end "
-        "declare\n"
-        "declare shader struct { color \"c\", scalar \"s\" } \"bundle\" ( integer \"i\" ) end declare "
-        "declare shader scalar \"number\" ( ) end declare\n"
-        "declare shader \"many\" ( array scalar \"a\", struct \"pair\" { color \"x\", vector \"y\" }, array "
-        "struct { "
-        "integer \"i\", scalar \"f\" } \"s\", string \"t\", array light \"l\", boolean \"b\" ) end declare\n";
+        R"(declare shader color "tint" ( color "in" default 1 1 1, scalar "k", shader "next" ) end declare
+declare shader struct { color "c", scalar "s" } "bundle" ( integer "i" ) end declare declare shader scalar "number" ( ) end declare
+declare shader "many" ( array scalar "a", struct "pair" { color "x", vector "y" }, array struct { integer "i", scalar "f" } "s", string "t", array light "l", boolean "b" ) end declare
+)";
 
-    void parse(const std::string& text) {
-        parse_text(scene, text, "test.mi",
-                   [this](Scene&, const RenderCommand& command) { renders.push_back(command); });
-    }
+    void parse(const std::string& text) { parse_text(scene, text, "test.mi", nullptr); }
     void parse_declared(const std::string& text) { parse(declarations + text); }
 
-    // The report of the mistake in `text`; the declarations are not in front of it.
-    std::string mistake(const std::string& text) {
+    // The report of the mistake that `read` meets; empty without one.
+    template <class Read> static std::string report_of(Read read) {
         try {
-            parse(text);
+            read();
         } catch (const SceneError& error) {
             return error.what();
         }
-        return "no error";
+        return {};
+    }
+    // The declarations are not in front of it.
+    std::string mistake(const std::string& text) {
+        return report_of([&] { parse(text); });
     }
 
     Element& element(const std::string& name) {
@@ -53,11 +51,11 @@ protected:
             throw std::runtime_error("no element " + name);
         return *found;
     }
-    template <class T> T& record(const std::string& name) { return *element(name).as<T>(); }
-    template <class T> T& record(miTag tag) { return *scene.database.find(tag)->as<T>(); }
+    Element& element(miTag tag) { return *scene.database.find(tag); }
+    template <class T, class Key> T& record(const Key& key) { return *element(key).template as<T>(); }
 
     // A parameter's value in a shader instance, by the offset that the C structure gives it.
-    template <class T> T parameter(const Element& shader, std::size_t offset) {
+    template <class T> static T parameter(const Element& shader, std::size_t offset) {
         T value;
         std::memcpy(&value, reinterpret_cast<const char*>(shader.as<miFunction>()->parameters) + offset,
                     sizeof value);
@@ -65,7 +63,6 @@ protected:
     }
 
     Scene scene;
-    std::vector<RenderCommand> renders;
 
 private:
     static miBoolean nothing(void*, miState*, void*, void*) { return miTRUE; }

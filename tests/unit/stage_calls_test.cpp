@@ -5,6 +5,7 @@
 #include <cstring>
 #include <thread>
 
+#include "kit/message.h"
 #include "stage_scene.h"
 
 namespace {
@@ -90,6 +91,39 @@ TEST(StageCalls, ManyThreadsInitialiseOnce) {
     threads.clear();
     EXPECT_EQ(good, 8); // each found both inits done
     EXPECT_EQ(inits, 2);
+}
+
+// A shader that calls itself twice: without a bound for all calls together their number doubles at each
+// level.
+TEST(StageCalls, WithoutEndAreGivenUpAndReportedOnce) {
+    std::vector<std::string> told;
+    stage::set_message_sink([&](stage::MessageLevel, std::string_view text) { told.emplace_back(text); });
+    TestScene s;
+    long long runs = 0;
+    int deepest = 0, depth = 0, wanted = 0;
+    s.shader("loop", [&](miState* state, miColor& c) {
+        ++runs;
+        deepest = std::max(deepest, ++depth);
+        miBoolean answer = depth == wanted;
+        for (int k = 0; k < 2 && !answer; ++k)
+            answer = mi_call_shader(&c, miSHADER_MATERIAL, state, s.tag("loop"));
+        --depth;
+        return answer;
+    });
+    s.build();
+    miState state = s.eye();
+    miColor result{};
+    const auto call = [&] { return mi_call_shader(&result, miSHADER_MATERIAL, &state, s.tag("loop")); };
+    for (int k = 0; k < 3; ++k) {
+        runs = 0;
+        EXPECT_FALSE(call());
+        EXPECT_EQ(runs, deepest);
+    }
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_NE(told[0].find("shader \"loop\""), std::string::npos) << told[0];
+    wanted = 500; // glass in glass nests some hundred calls
+    EXPECT_TRUE(call());
+    stage::set_message_sink(nullptr);
 }
 
 TEST(StageCalls, NestedCallsSeeTheirOwnTypeAndLeaveTheStateAsItWas) {

@@ -3,6 +3,7 @@
 #include "utilshaders.h"
 
 #include <cmath>
+#include <cstring>
 
 using namespace orl;
 
@@ -69,7 +70,12 @@ TEST(CubeFaces, AreUprightAndUnmirroredFromTheMiddle) {
                 EXPECT_NEAR(at.u, (x + 1) / 2, 1e-6f);
                 EXPECT_NEAR(at.v, (y + 1) / 2, 1e-6f);
             }
-    EXPECT_EQ(cube_face_coordinate({0, 0, 0}).u, 0.5f);
+    for (const miVector& nowhere :
+         {miVector{0, 0, 0}, miVector{not_a_number, 0, 1}, miVector{0, not_a_number, 1},
+          miVector{0, 1, not_a_number}, miVector{infinite, infinite, 0}}) {
+        EXPECT_EQ(cube_face_coordinate(nowhere).u, 0.5f);
+        EXPECT_EQ(cube_face_coordinate(nowhere).v, 0.5f);
+    }
 }
 
 TEST(BackgroundBands, RunDiagonallyAndStayInside) {
@@ -84,6 +90,12 @@ TEST(BackgroundBands, RunDiagonallyAndStayInside) {
     };
     for (const auto& each : cases)
         EXPECT_EQ(background_band(each.at), each.band) << each.at.u << ' ' << each.at.v;
+    // grey, red, green, blue, black, all without alpha
+    constexpr float half = 128.0f / 255.0f;
+    const miColor colors[] = {
+        {half, half, half, 0}, {half, 0, 0, 0}, {0, half, 0, 0}, {0, 0, half, 0}, {0, 0, 0, 0}};
+    for (int k = 0; k < background_bands; ++k)
+        EXPECT_EQ(background_colors[k], colors[k]);
     for (const float u : {not_a_number, infinite, -infinite, 1e30f, -1e30f, 3e9f}) {
         const int band = background_band({u, -0.9f});
         EXPECT_TRUE(band >= 0 && band < background_bands) << u;
@@ -116,6 +128,7 @@ TEST_F(UtilShaders, Placeholders) {
         EXPECT_TRUE(each.shader(&result, state, &params));
         EXPECT_EQ(result, each.expected);
         EXPECT_TRUE(each.shader(&result, state, nullptr));
+        EXPECT_TRUE(each.shader(&result, nullptr, &params));
         EXPECT_EQ(each.shader(&result, nullptr, nullptr), !each.refuses_nulls);
     }
     EXPECT_FALSE(orl_procedural_dummy(nullptr, nullptr, nullptr));
@@ -148,18 +161,33 @@ TEST_F(UtilShaders, MaterialEditorFlag) {
 TEST_F(UtilShaders, MaterialToShader) {
     miMaterial material{};
     material.shader = renderer.add_color({1, 2, 3, 4});
-    LiveShader<MaterialToShaderParams> shader(state, orl_MaterialToShader_init, orl_MaterialToShader_exit);
-    shader->material = renderer.add_material(material);
-    shader.start();
-    EXPECT_TRUE(orl_MaterialToShader(&result, state, &shader.params()));
-    EXPECT_EQ(result, (miColor{1, 2, 3, 4}));
-    state->call_type = miSHADER_LENS;
-    for (int i = 0; i < 3; ++i)
-        EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
-    EXPECT_EQ(errors().size(), 1u);
+    const miTag tag = renderer.add_material(material);
+    using Wrapper = LiveShader<MaterialToShaderParams>;
+    std::size_t told = 0;
+    const auto live = [&](Wrapper& shader) { // each instance tells once
+        shader->material = tag;
+        const long long before = renderer.resources().live_bytes;
+        shader.start();
+        EXPECT_EQ(renderer.resources().live_bytes - before, 8);
+        std::uint64_t data = 1;
+        ASSERT_NE(shader.user_pointer(), nullptr);
+        std::memcpy(&data, shader.user_pointer(), sizeof data);
+        EXPECT_EQ(data, 0u);
+        state->call_type = miSHADER_MATERIAL;
+        EXPECT_TRUE(orl_MaterialToShader(&result, state, &shader.params()));
+        EXPECT_EQ(result, (miColor{1, 2, 3, 4}));
+        state->call_type = miSHADER_LENS;
+        for (int i = 0; i < 3; ++i)
+            EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
+        EXPECT_EQ(errors().size(), ++told);
+    };
+    Wrapper one(state, orl_MaterialToShader_init, orl_MaterialToShader_exit);
+    live(one);
+    Wrapper two(state, orl_MaterialToShader_init, orl_MaterialToShader_exit);
+    live(two);
     state->call_type = miSHADER_MATERIAL;
-    shader.connect(shader->material, [](miState*) { return miNULLTAG; });
-    EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
+    two.connect(two->material, [](miState*) { return miNULLTAG; });
+    EXPECT_FALSE(orl_MaterialToShader(&result, state, &two.params()));
 }
 
 TEST_F(UtilShaders, ShaderListRunsAllInOrder) {
@@ -183,19 +211,27 @@ TEST_F(UtilShaders, ShaderListRunsAllInOrder) {
         shader.set_array(shader->shaders.first, shader->shaders.count, shader->shaders.elements, each.list);
         state.run(shader, miSHADER_SHADOW);
         order.clear();
-        result.r = 0;
+        result.r = 5; // the list works on what it is given
         EXPECT_EQ(orl_ShaderList(&result, state, &shader.params()), each.answer);
         EXPECT_EQ(order, each.order);
-        EXPECT_EQ(result.r, static_cast<float>(each.list.size()));
+        EXPECT_EQ(result.r, 5 + static_cast<float>(each.list.size()));
     }
 }
 
 TEST_F(UtilShaders, ShadowWrapper) {
     scripted::ShaderInstance<ShadowWrapperParams> shader;
-    const miTag shadow = renderer.add_color({0.5f, 0, 0, 0});
-    renderer.mi_trace_shadow_seg = [](miColor* light, miState*) {
+    const auto add_shadow = [&](miBoolean answer) {
+        return renderer.add_shader([answer](void* light, miState* s, void*) {
+            EXPECT_EQ(s->call_type, miSHADER_SHADOW);
+            static_cast<miColor*>(light)->r *= 0.5f;
+            return answer;
+        });
+    };
+    const miTag passes = add_shadow(miTRUE), blocks = add_shadow(miFALSE);
+    miBoolean segment_answer = miTRUE;
+    renderer.mi_trace_shadow_seg = [&](miColor* light, miState*) {
         light->r = 0.25f;
-        return miTRUE;
+        return segment_answer;
     };
     orl_NodeData makes_none{}, makes_all{};
     makes_all.shadows_from_all_lights = miTRUE;
@@ -203,22 +239,29 @@ TEST_F(UtilShaders, ShadowWrapper) {
         const orl_NodeData* node;
         miTag shader;
         int mode;
+        miBoolean segment_answer;
         miBoolean answer;
         float light; // red, 1 before
         int segments;
     } cases[] = {
-        {nullptr, shadow, 1, miTRUE, 0.5f, 0},       {nullptr, miNULLTAG, 1, miFALSE, 1, 0},
-        {&makes_all, shadow, 's', miTRUE, 0.5f, 0},  {&makes_none, shadow, 1, miTRUE, 1, 0},
-        {&makes_none, miNULLTAG, 'l', miTRUE, 1, 0}, {&makes_none, shadow, 's', miTRUE, 0.25f, 1},
+        {nullptr, passes, 1, miTRUE, miTRUE, 0.5f, 0},
+        {nullptr, blocks, 1, miTRUE, miFALSE, 0.5f, 0},
+        {nullptr, miNULLTAG, 1, miTRUE, miFALSE, 1, 0},
+        {&makes_all, passes, 's', miTRUE, miTRUE, 0.5f, 0},
+        {&makes_none, blocks, 1, miTRUE, miTRUE, 1, 0},
+        {&makes_none, miNULLTAG, 'l', miTRUE, miTRUE, 1, 0},
+        {&makes_none, passes, 's', miTRUE, miTRUE, 0.25f, 1},
+        {&makes_none, passes, 's', miFALSE, miFALSE, 0.25f, 1},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         const auto& each = cases[i];
         renderer.mi_trace_shadow_seg.reset_calls();
+        segment_answer = each.segment_answer;
         state->instance = add_instance_with(each.node ? add_record(*each.node) : miNULLTAG);
         state->type = miRAY_SHADOW;
         state.options.shadow = each.mode;
         shader->shadow = each.shader;
-        state.run(shader, miSHADER_SHADOW);
+        state.run(shader, miSHADER_TEXTURE); // the nested call is a shadow call whatever this one is
         result = {1, 1, 1, 1};
         EXPECT_EQ(orl_ShadowWrapper(&result, state, &shader.params()), each.answer) << "case " << i;
         EXPECT_EQ(result.r, each.light) << "case " << i;
@@ -261,8 +304,14 @@ TEST_F(Background, BandsFollowTheRaster) {
     EXPECT_EQ(shade(), (miColor{0, 0, 0, 0}));
     state->raster_x = 0;
     EXPECT_EQ(shade(), (miColor{0, 128.0f / 255, 0, 0})); // 7 modulo 5
+    constexpr miColor blue{0, 0, 128.0f / 255, 0};        // of the middle: 4 + 4 = 8
+    state->raster_x = not_a_number;
+    EXPECT_EQ(shade(), blue);
+    state->raster_x = 0;
     state.camera.x_resolution = 0;
-    EXPECT_EQ(shade().a, 0.0f); // 0 / 0 picks some band
+    EXPECT_EQ(shade(), blue);
+    state->camera = nullptr;
+    EXPECT_EQ(shade(), blue);
 }
 
 TEST_F(Background, EnvironmentRaysOfOrdinaryScenesSeeACube) {
@@ -277,6 +326,14 @@ TEST_F(Background, EnvironmentRaysOfOrdinaryScenesSeeACube) {
     shade();
     EXPECT_NEAR(asked.x, 0.75f, 1e-6f);
     EXPECT_NEAR(asked.y, 0.625f, 1e-6f);
+
+    // Turned about x by the angle with cosine 0.6 and sine 0.8: y' = 0.6 y - 0.8 z, z' = 0.8 y + 0.6 z, so
+    // (0.5, 0.25, -1) becomes (0.5, 0.95, -0.4): the face at +y, where right is x and up is z.
+    constexpr miMatrix tilted{1, 0, 0, 0, 0, 0.6f, 0.8f, 0, 0, -0.8f, 0.6f, 0, 0, 0, 0, 1};
+    renderer.set_to_space(scripted::Space::world, tilted);
+    shade();
+    EXPECT_NEAR(asked.x, (0.5f / 0.95f + 1) / 2, 1e-6f);
+    EXPECT_NEAR(asked.y, (-0.4f / 0.95f + 1) / 2, 1e-6f);
 
     orl_SceneData editor{};
     editor.material_editor = miTRUE;
@@ -317,8 +374,12 @@ TEST_F(UtilShaders, GammaOfOneBuildsNoTable) {
         EXPECT_EQ(renderer.resources().live_bytes - before > 8192, gamma != 1.0f);
         state.textures = {{0.3f, 1, 0.2f}};
         state.use_textures();
+        state->tex = {0.9f, 0.9f, 0.9f}; // the coordinate of another shader's look-up
         EXPECT_TRUE(orl_base_ImageGammaCorrect(&result, state, &shader.params()));
-        EXPECT_NEAR(result.r, std::pow(0.3f, gamma), 1.4e-4f);
+        if (gamma == 1.0f)
+            EXPECT_EQ(result.r, 0.3f);
+        else
+            EXPECT_NEAR(result.r, std::pow(0.3f, gamma), 1.4e-4f);
         EXPECT_EQ(result.g, 1.0f);
         EXPECT_FLOAT_EQ(result.b, gamma == 1.0f ? 1.5f : 2.4400615f);
         EXPECT_EQ(result.a, 0.2f);
@@ -326,6 +387,9 @@ TEST_F(UtilShaders, GammaOfOneBuildsNoTable) {
 }
 
 TEST_F(UtilShaders, ImagesThatAreMissingAreBlack) {
+    orl_SceneData scene{};
+    scene.display_gamma = 0; // 0 to the power of 0 is 1
+    set_scene(scene);
     LiveShader<ImageGammaCorrectParams> shader(state, orl_base_ImageGammaCorrect_init,
                                                orl_base_ImageGammaCorrect_exit);
     shader.start();

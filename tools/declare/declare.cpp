@@ -1,7 +1,7 @@
 /*
  * Writes what follows from the module's declaration tables into a folder: the scene declarations
- * (orlshaders.mi), a reference page for each unit, the linkers' lists of exports (orlshaders.map for ELF,
- * orlshaders.def for Windows) and the plain list that tests read (exports.txt).
+ * (orlshaders.mi), a reference page for each unit and the linkers' lists of exports (orlshaders.map for ELF,
+ * orlshaders.def for Windows).
  */
 #include "exports.h"
 
@@ -81,9 +81,15 @@ std::string default_text(const Field& field) {
 
 std::string apply_text(unsigned apply) {
     std::string text;
-    for (int kind = 0; kind < miNSHADERTYPES; ++kind)
-        if ((apply >> kind & 1u) != 0 && apply_names[kind] != nullptr)
-            text.append(text.empty() ? "" : ", ").append(apply_names[kind]);
+    for (int kind = 0; kind < miNSHADERTYPES; ++kind) {
+        if ((apply >> kind & 1u) == 0)
+            continue;
+        if (apply_names[kind] == nullptr) {
+            std::cerr << "declare: no word for shaders of kind " << kind << '\n';
+            std::exit(1);
+        }
+        text.append(text.empty() ? "" : ", ").append(apply_names[kind]);
+    }
     return text;
 }
 
@@ -217,5 +223,4 @@ int main(int argc, char** argv) {
     const std::vector<std::string> names = exports();
     write(folder, "orlshaders.map", "{\nglobal:\n" + lines(names, "    ", ";\n") + "local:\n    *;\n};\n");
     write(folder, "orlshaders.def", "LIBRARY orlshaders.dll\nEXPORTS\n" + lines(names, "    ", "\n"));
-    write(folder, "exports.txt", lines(names, "", "\n"));
 }

@@ -475,6 +475,7 @@ void Parser::material() {
         if (empty_list && slot != slots)
             inherit_parameters(m, m.*(slot->slot));
     }
+    check_cycle(element, word);
     end_of("material");
 }
 

@@ -128,7 +128,8 @@ private:
     // One shader or a chain of them; the first one's tag.
     miTag shaders(miShader_type kind, std::uint64_t owner);
     std::vector<std::pair<Token, miTag>> shader_items(miShader_type kind);
-    void check_cycle(const Element& function, const Token& at) const;
+    std::vector<miTag> runs(const Element& element) const;
+    void check_cycle(const Element& start, const Token& at) const;
     void build_phenomenon(Element& function, const Declaration& declaration, const Token& at);
     void phenomenon_body(Element& function, const Declaration& declaration, const Token& at);
     bool phenomenon_root(Element& function, const Declaration& declaration);

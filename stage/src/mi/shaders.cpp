@@ -99,19 +99,45 @@ Element& Parser::instantiate(Declaration& declaration, const Token& at, Element*
     return element;
 }
 
-// Only an edit can connect a shader to itself, since everything else is defined before it is used.
-void Parser::check_cycle(const Element& function, const Token& at) const {
-    std::vector<const Element*> open{&function};
+// What a shader or material may run: the shaders that its parameters are connected to or name, those in its
+// slots, and the roots of a phenomenon.
+std::vector<miTag> Parser::runs(const Element& element) const {
+    std::vector<miTag> heads; // of lists
+    std::vector<miTag> tags;
+    if (element.type == miSCENE_MATERIAL) {
+        const auto& m = *element.as<miMaterial>();
+        heads = {m.shader,  m.displace, m.shadow,    m.volume,  m.environment,
+                 m.contour, m.photon,   m.photonvol, m.lightmap};
+    } else if (element.type == miSCENE_FUNCTION && element.shader) {
+        const ShaderInstance& instance = *element.shader;
+        heads = {instance.root, instance.lens, instance.output, instance.volume, instance.environment};
+        collect_shaders(view_block(element), instance.declaration->params, heads);
+        for (const Connection& connection : instance.connections)
+            tags.push_back(connection.shader);
+    }
+    for (miTag tag : heads)
+        while (tag != miNULLTAG) {
+            tags.push_back(tag);
+            const auto* function = scene_.database.record<miFunction>(tag, miSCENE_FUNCTION);
+            tag = function ? function->next_function : miNULLTAG;
+        }
+    return tags;
+}
+
+// Only an edit can lead a shader back to itself, and the shaders of a material can name it; everything else
+// is defined before it is used.
+void Parser::check_cycle(const Element& start, const Token& at) const {
+    std::vector<const Element*> open{&start};
     std::unordered_set<const Element*> seen;
     while (!open.empty()) {
         const Element* element = open.back();
         open.pop_back();
-        for (const Connection& connection : element->shader->connections) {
-            const Element* source = scene_.database.find(connection.shader);
-            if (source == &function)
-                fail(at, "the parameters of \"" + function.name + "\" are connected to its own result");
-            if (source && seen.insert(source).second)
-                open.push_back(source);
+        for (const miTag tag : runs(*element)) {
+            const Element* next = scene_.database.find(tag);
+            if (next == &start)
+                fail(at, '"' + start.name + "\" leads back to itself and would run without end");
+            if (next && seen.insert(next).second)
+                open.push_back(next);
         }
     }
 }

@@ -101,6 +101,11 @@ struct ThreadContext {
     miColor opacity{1, 1, 1, 1};        // mi_opacity_set of the primary hit
     bool opacity_set = false;
 
+    // shader calls in progress: where the stack stood at the outermost (0: there is none), and whether they
+    // are given up because they lead too deep
+    std::uintptr_t outermost_call = 0;
+    bool calls_given_up = false;
+
     const Element* bad_shader = nullptr; // the sample's first shader whose color was not finite
     std::array<SampleLoop, 8> loops{};
     std::size_t next_loop = 0;

@@ -69,6 +69,18 @@ PixelRect frame_region(const miCamera& camera, const RenderSettings& settings) {
     return {w.xl, w.yl, w.xh < INT32_MAX ? w.xh + 1 : w.xh, w.yh < INT32_MAX ? w.yh + 1 : w.yh};
 }
 
+// Whether a matrix turns and shifts only, to the precision of its elements.
+bool keeps_lengths(const miScalar* m) {
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) {
+            const double dot = double{m[4 * i]} * m[4 * j] + double{m[4 * i + 1]} * m[4 * j + 1] +
+                               double{m[4 * i + 2]} * m[4 * j + 2];
+            if (std::fabs(dot - (i == j ? 1.0 : 0.0)) > 2e-7)
+                return false;
+        }
+    return true;
+}
+
 bool is_finite(const miColor& c) {
     return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
 }
@@ -105,8 +117,9 @@ struct Renderer::Frame {
     std::unique_ptr<Progress> progress;
     std::uint32_t grid = 1;
     float jitter = 0.0f;
-    miState state{};                             // of every eye ray, before its sample is known
-    std::atomic<std::size_t> next{0};            // bucket
+    bool camera_keeps_lengths = false; // its rays arrive in internal space with the length that they have
+    miState state{};                   // of every eye ray, before its sample is known
+    std::atomic<std::size_t> next{0};  // bucket
     std::atomic<bool> reported_bad_value{false}; // of no particular shader
 };
 
@@ -123,6 +136,7 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
         throw SceneError(command.place,
                          "the camera needs a resolution, focal length, aperture and aspect above 0");
     f.projection = std::make_unique<Projection>(f.camera);
+    f.camera_keeps_lengths = keeps_lengths(world_->camera_to_internal.m);
     f.grid = sample_grid(settings, *world_->options);
     f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
     global_lock = create_lock();
@@ -267,7 +281,8 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t
     const CameraRay ray = f.projection->ray(raster_x, raster_y);
     state.org = transform_point(ray.org, world_->camera_to_internal.m);
     state.dir = transform_vector(ray.dir, world_->camera_to_internal.m);
-    mi_vector_normalize(&state.dir);
+    if (!f.camera_keeps_lengths)
+        mi_vector_normalize(&state.dir);
     state.time = world_->moving ? place.time : 0.0f;
 
     const ArenaScope scope(context.arena);

@@ -1,6 +1,7 @@
 // Where the samples of a pixel lie: positions, times and seeds, the same in every run and for every thread.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 
@@ -20,6 +21,8 @@ constexpr float unit_float(std::uint64_t bits) {
     return static_cast<float>(bits >> 40) * 0x1p-24f;
 }
 
+inline constexpr float below_one = 0x1.fffffep-1f;
+
 struct PixelSample {
     float x, y;         // in the pixel, [0, 1)
     float time;         // in the shutter interval, [0, 1)
@@ -35,7 +38,7 @@ inline PixelSample pixel_sample(std::uint32_t x, std::uint32_t y, std::uint32_t 
     const float cell = 1.0f / static_cast<float>(grid);
     const auto place = [&](std::uint32_t stratum, std::uint64_t bits) {
         const float offset = 0.5f + jitter * (unit_float(bits) - 0.5f);
-        return std::fmin((static_cast<float>(stratum) + offset) * cell, 0x1.fffffep-1f);
+        return std::min((static_cast<float>(stratum) + offset) * cell, below_one);
     };
     PixelSample sample;
     sample.x = place(index % grid, mix_bits(seed ^ 1u));
@@ -43,7 +46,7 @@ inline PixelSample pixel_sample(std::uint32_t x, std::uint32_t y, std::uint32_t 
     // Multiples of the golden ratio spread over the interval for any number of samples, in an order that has
     // nothing to do with that of the cells.
     const double turn = static_cast<double>(unit_float(mix_bits(pixel ^ 3u))) + 0.6180339887498949 * index;
-    sample.time = std::fmin(static_cast<float>(turn - std::floor(turn)), 0x1.fffffep-1f);
+    sample.time = std::min(static_cast<float>(turn - std::floor(turn)), below_one);
     sample.seed = seed;
     return sample;
 }

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <mutex>
 
+#include "kit/message.h"
 #include "render/renderer.h"
 
 namespace stage {
@@ -56,6 +57,48 @@ private:
     miShader_type type_;
     bool keep_rays_;
 };
+
+// Bounds shaders that call each other without end by the stack that they take: threads have at least twice as
+// much. Once the bound is met, everything ends up to the outermost call, since shaders that call several
+// others would take that way again and again.
+class DepthScope {
+public:
+    explicit DepthScope(ThreadContext& context) : context_(context) {
+        const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+        outermost_ = context.outermost_call == 0;
+        if (outermost_) {
+            context.outermost_call = here;
+            context.calls_given_up = false;
+        }
+        const std::uintptr_t top = context.outermost_call;
+        met_ = !context.calls_given_up && (here < top ? top - here : here - top) > stack_limit;
+        context.calls_given_up = context.calls_given_up || met_;
+    }
+    ~DepthScope() {
+        if (outermost_)
+            context_.outermost_call = 0;
+    }
+    DepthScope(const DepthScope&) = delete;
+    DepthScope& operator=(const DepthScope&) = delete;
+
+    [[nodiscard]] bool may_call() const { return !context_.calls_given_up; }
+    [[nodiscard]] bool met_bound() const { return met_; }
+
+private:
+    static constexpr std::uintptr_t stack_limit = std::uintptr_t{2} << 20;
+    ThreadContext& context_;
+    bool outermost_, met_;
+};
+
+// Once for each shader; a material or phenomenon is told by the shader that calls it.
+void report_depth(const miState* state, const Element* element) {
+    if (!element->shader || !element->shader->code)
+        element = state->shader ? element_of(state->shader) : nullptr;
+    if (element && !element->shader->code->reported_depth.exchange(true, std::memory_order_relaxed))
+        send_message(MessageLevel::error,
+                     "shaders call each other without end; given up at shader \"%s\" (%s)",
+                     element->name.c_str(), element->place.text().c_str());
+}
 
 void initialise_code(ShaderCode& code, miState* state) {
     if (code.initialised.load(std::memory_order_relaxed))
@@ -166,6 +209,11 @@ miTag slot_of(const miMaterial& material, miShader_type type) {
 // Runs one member of a list. `element` may be null.
 miBoolean call_one(void* result, miShader_type type, miState* state, Element* element, void* arg) {
     if (!element)
+        return miFALSE;
+    const DepthScope depth(context_of(state));
+    if (depth.met_bound())
+        report_depth(state, element);
+    if (!depth.may_call())
         return miFALSE;
     if (element->type == miSCENE_MATERIAL)
         return call_shader(result, type, state, slot_of(*element->as<miMaterial>(), type), arg);

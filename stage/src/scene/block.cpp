@@ -131,6 +131,46 @@ void BlockBuilder::copy(std::uint32_t offset, const Param& param, const BlockVie
     }
 }
 
+namespace {
+
+bool names_shader(miParam_type type) {
+    switch (type) {
+    case miTYPE_SHADER:
+    case miTYPE_MATERIAL:
+    case miTYPE_TEX:
+    case miTYPE_COLOR_TEX:
+    case miTYPE_SCALAR_TEX:
+    case miTYPE_VECTOR_TEX:
+        return true;
+    default:
+        return false;
+    }
+}
+
+void collect_shaders(const std::byte* bytes, std::uint32_t offset, const Param& param,
+                     std::vector<miTag>& tags) {
+    if (param.type == miTYPE_ARRAY) {
+        const ArrayHead head = head_at(bytes + offset);
+        for (int k = 0; k < head.count; ++k)
+            collect_shaders(bytes, element_offset(offset, param, head, k), param.members.front(), tags);
+    } else if (param.type == miTYPE_STRUCT) {
+        for (const Param& member : param.members)
+            collect_shaders(bytes, offset + member.offset, member, tags);
+    } else if (names_shader(param.type)) {
+        miTag tag = miNULLTAG;
+        std::memcpy(&tag, bytes + offset, sizeof tag);
+        if (tag != miNULLTAG)
+            tags.push_back(tag);
+    }
+}
+
+} // namespace
+
+void collect_shaders(const BlockView& block, const std::vector<Param>& params, std::vector<miTag>& tags) {
+    for (const Param& param : params)
+        collect_shaders(block.bytes, param.offset, param, tags);
+}
+
 void store_block(Database& database, Element& function, const BlockBuilder& block) {
     const std::size_t bytes = (block.bytes().size() + 7) / 8 * 8;
     const bool connected = !block.connections().empty();

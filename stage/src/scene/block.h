@@ -49,6 +49,10 @@ private:
 // Writes a finished block into a shader instance's record, with the connection table behind it.
 void store_block(Database& database, Element& function, const BlockBuilder& block);
 
+// Appends the tags that a finished block names as shaders, textures or materials. What is connected names
+// none.
+void collect_shaders(const BlockView& block, const std::vector<Param>& params, std::vector<miTag>& tags);
+
 // The block of a shader instance.
 [[nodiscard]] BlockView view_block(const Element& function);
 

@@ -1,6 +1,5 @@
 // The elements by tag and by name.
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "scene/scene.h"
@@ -12,12 +11,6 @@ Database::Database() = default;
 Database::~Database() {
     for (const std::atomic<Element*>& page : pages_)
         delete[] page.load(std::memory_order_relaxed);
-}
-
-std::pair<std::size_t, std::size_t> Database::locate(std::size_t index) {
-    const std::size_t position = index + first_page;
-    const auto page = static_cast<std::size_t>(std::bit_width(position) - std::bit_width(first_page));
-    return {page, position - (first_page << page)};
 }
 
 Element& Database::add(int type, std::string name, const Place& place, std::size_t size) {
@@ -48,13 +41,6 @@ void Database::resize(Element& element, std::size_t size) {
     element.block = std::move(block);
     element.record = element.block.data();
     element.size = size;
-}
-
-Element* Database::find(miTag tag) const {
-    if (tag == miNULLTAG || tag > count_.load(std::memory_order_acquire))
-        return nullptr;
-    const auto [page, at] = locate(tag - 1);
-    return &pages_[page].load(std::memory_order_acquire)[at];
 }
 
 Element* Database::find(std::string_view name) const {

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -96,6 +97,7 @@ struct ShaderCode {
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
     std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
+    std::atomic<bool> reported_depth{false};     // calls that led too deep were reported once
 };
 
 // What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
@@ -203,7 +205,13 @@ public:
     Element& add(int type, std::string name, const Place& place, std::size_t size);
     // Gives the element a zeroed record of another size; the old bytes are kept as far as they fit.
     void resize(Element& element, std::size_t size);
-    [[nodiscard]] Element* find(miTag tag) const; // null for a tag that names nothing
+    // Null for a tag that names nothing. Inline: every call of a shader looks elements up.
+    [[nodiscard]] Element* find(miTag tag) const {
+        if (tag == miNULLTAG || tag > count_.load(std::memory_order_acquire))
+            return nullptr;
+        const auto [page, at] = locate(tag - 1);
+        return &pages_[page].load(std::memory_order_acquire)[at];
+    }
     [[nodiscard]] Element* find(std::string_view name) const;
     void rename(Element& element, std::string name);
     void remove(Element& element);          // `delete "name"`: the name goes, the tag stays valid
@@ -219,7 +227,12 @@ private:
     // lock while a page is added.
     static constexpr std::size_t first_page = 64;
     static constexpr std::size_t page_limit = 24;
-    [[nodiscard]] static std::pair<std::size_t, std::size_t> locate(std::size_t index); // page, place in it
+    // The page of an index, and the place in it.
+    [[nodiscard]] static std::pair<std::size_t, std::size_t> locate(std::size_t index) {
+        const std::size_t position = index + first_page;
+        const auto page = static_cast<std::size_t>(std::bit_width(position) - std::bit_width(first_page));
+        return {page, position - (first_page << page)};
+    }
     struct NameHash {
         using is_transparent = void;
         std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
