@@ -268,39 +268,9 @@ miTag material_slot(const Scene& scene, miTag material, miShader_type type) {
 
 namespace {
 
-std::byte* bytes_of(miFunction* function) {
-    return reinterpret_cast<std::byte*>(function->parameters);
-}
-
-void* value_of(miState* state, Element& owner, const Connection& connection);
-
-// Bytes of an interface's block. Parts of them may be connected in their turn.
-void* interface_value(miState* state, Element& phenomenon, std::uint32_t offset, std::uint32_t size) {
-    std::byte* literal = bytes_of(phenomenon.as<miFunction>()) + offset;
-    std::byte* mixed = nullptr;
-    for (const Connection& c : phenomenon.shader->connections) {
-        if (c.offset <= offset && offset + size <= c.offset + c.size)
-            return static_cast<std::byte*>(value_of(state, phenomenon, c)) + (offset - c.offset);
-        if (c.offset < offset || c.offset + c.size > offset + size)
-            continue;
-        if (!mixed) {
-            mixed = static_cast<std::byte*>(context_of(state).arena.allocate(size));
-            std::memcpy(mixed, literal, size);
-        }
-        std::memcpy(mixed + (c.offset - offset), value_of(state, phenomenon, c), c.size);
-    }
-    return mixed ? mixed : literal;
-}
-
-void* value_of(miState* state, Element& owner, const Connection& connection) {
+void* value_of(miState* state, const Connection& connection) {
     ThreadContext& context = context_of(state);
     const Database& database = context.world->scene.database;
-    if (connection.from_interface) {
-        Element* phenomenon = database.find(owner.as<miFunction>()->interfacephen);
-        if (phenomenon && phenomenon->shader)
-            return interface_value(state, *phenomenon, connection.source_offset, connection.size);
-        return bytes_of(owner.as<miFunction>()) + connection.offset;
-    }
     Element* source = database.find(connection.shader);
     const std::uint32_t result_size = source && source->shader ? source->shader->result_size : 0u;
     const std::size_t size = std::max(
@@ -319,7 +289,7 @@ void* evaluate_parameter(miState* state, void* param) {
     const std::vector<Connection>& connections = element.shader->connections;
     if (entry <= 0 || static_cast<std::size_t>(entry) > connections.size())
         return param;
-    return value_of(state, element, connections[static_cast<std::size_t>(entry) - 1]);
+    return value_of(state, connections[static_cast<std::size_t>(entry) - 1]);
 }
 
 } // namespace stage

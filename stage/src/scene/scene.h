@@ -102,14 +102,12 @@ struct ShaderCode {
 
 // What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
 // The parser settles references to a phenomenon's interface while it builds an instance of the phenomenon:
-// what is literal there is copied, what is connected there is connected to the same shader. `from_interface`
-// is therefore for scenes that are built otherwise.
+// what is literal there is copied, what is connected there is connected to the same shader.
 struct Connection {
     std::uint32_t offset = 0;        // of the parameter (or struct member, or array element) in the block
     std::uint32_t size = 0;          // bytes of the value
-    miTag shader = miNULLTAG;        // shader instance whose result is the value, or:
-    bool from_interface = false;     // the value is an interface parameter of the enclosing phenomenon
-    std::uint32_t source_offset = 0; // of the value in the shader's result, or in the interface's block
+    miTag shader = miNULLTAG;        // shader instance whose result is the value
+    std::uint32_t source_offset = 0; // of the value in the shader's result
 };
 
 // What the renderer keeps for a shader instance beside its public record (miFunction).
