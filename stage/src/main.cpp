@@ -232,7 +232,11 @@ int main(int argc, char** argv) {
     CommandLine line;
     CLI::App app{"Renders scenes with shader libraries."};
     declare(app, line);
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : 1; // help is no failure
+    }
     std::signal(SIGINT, stop_rendering);
     try {
         return Session(line).run();

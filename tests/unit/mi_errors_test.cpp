@@ -28,6 +28,8 @@ const Mistake mistakes[] = {
     {"incremental render", "1:13: expected an entity after 'incremental', found 'render'"},
     {R"(namespace "a")", R"(1:14: expected "end namespace" for the namespace "a")"},
     {R"(delete "x")", R"(1:8: there is no element "x")"},
+    {R"(declare shader color "d" (array array integer "x") end declare)",
+     "1:27: an array cannot hold arrays"},
     // shaders
     {R"(shader "a" "none" ())", R"(1:12: the shader "none" is not declared)"},
     {R"(shader "a" "tint" ( "x" 1 ))",

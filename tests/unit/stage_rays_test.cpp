@@ -1,4 +1,5 @@
 // Rays: what a state holds after a hit and a miss, what is called and in which order, depths, lens shaders.
+#include "render/demands.h"
 #include "stage_scene.h"
 
 namespace {
@@ -269,6 +270,38 @@ TEST(StageLens, ChainsHandTheHitBack) {
     s.build("lens 'first' 'second'");
     EXPECT_EQ(s.shade().r, 31.0f); // the material, then the second one, then the first
     EXPECT_TRUE(s.lit);
+}
+
+// Motion vectors of vertices, beside normals that make their records longer than a point.
+TEST(StageRays, DeformingObjectsAreMetWhereTheyAreAtTheTime) {
+    TestScene s;
+    s.parse("incremental options opt motion on shutter 1 end options\n"
+            "object rising visible trace group -1 -1 0  1 -1 0  1 1 0  0 0 2  0 0 1\n"
+            "v 0 n 4 m 3 v 1 n 4 m 3 v 2 n 4 m 3 c 0 1 2 end group end object\n");
+    s.instance("i", "rising", {}, "");
+    s.build();
+    for (const float time : {0.0f, 0.25f, 1.0f}) {
+        miRc_intersection hit;
+        ASSERT_TRUE(s.world->intersect({0.5f, -0.5f, 10.0f}, {0.0f, 0.0f, -1.0f}, 0.0, 100.0, time,
+                                       static_cast<std::uint32_t>(stage::RayMask::primary), hit));
+        EXPECT_NEAR(hit.distance, 10.0 - 2.0 * time, 1e-4);
+    }
+}
+
+TEST(StageRays, DeclarationsDemandShadowModes) {
+    const struct {
+        const char* demand;
+        int options, expected;
+    } cases[] = {{"sort", 1, 'l'}, {"segments", 'l', 's'}, {"on", 's', 's'}, {"simple", 0, 1}, {"off", 1, 1}};
+    for (const auto& c : cases) {
+        TestScene s;
+        s.scene.libraries->define("demanding", reinterpret_cast<void*>(+[] { return miTRUE; }));
+        s.parse(std::string("declare shader color demanding () shadow ") + c.demand +
+                " end declare shader d demanding ()\n");
+        s.options->shadow = c.options;
+        stage::apply_shadow_demands(s.scene.database, *s.options);
+        EXPECT_EQ(s.options->shadow, c.expected) << c.demand;
+    }
 }
 
 } // namespace

@@ -156,9 +156,11 @@ Param Parser::type(int depth) {
     } else if (param.type == miTYPE_VECTOR && accept("texture")) {
         param.type = miTYPE_VECTOR_TEX;
     } else if (param.type == miTYPE_ARRAY) {
+        if (lexer_.peek().is("array"))
+            fail(word, "an array cannot hold arrays");
         Param element = type(depth + 1);
         for (const Param& member : element.members)
-            if (element.type == miTYPE_ARRAY || member.type == miTYPE_ARRAY)
+            if (member.type == miTYPE_ARRAY)
                 fail(word, "an array cannot hold arrays");
         param.name = std::move(element.name);
         element.name.clear();

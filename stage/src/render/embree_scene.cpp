@@ -88,13 +88,15 @@ RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
         std::copy_n(triangles.vertices, 3 * std::size_t{triangles.vertex_count}, copy);
     }
     if (moving) {
+        // Embree wants the same stride in all time steps.
         auto* end = static_cast<float*>(rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 1,
-                                                                RTC_FORMAT_FLOAT3, 3 * sizeof(float),
+                                                                RTC_FORMAT_FLOAT3, stride * sizeof(float),
                                                                 triangles.vertex_count));
         for (std::size_t i = 0; end && i < triangles.vertex_count; ++i) {
             const float* vertex = triangles.vertices + i * stride;
             for (std::size_t k = 0; k < 3; ++k)
-                end[3 * i + k] = vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k];
+                end[stride * i + k] =
+                    vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k];
         }
     }
     rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, triangles.indices, 0,

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <stdexcept>
 #include <thread>
 
 #include "image/picture_file.h"
@@ -15,6 +16,7 @@
 #include "kit/matrix.h"
 #include "kit/message.h"
 #include "render/camera.h"
+#include "render/demands.h"
 #include "render/film.h"
 #include "render/progress.h"
 #include "render/sampling.h"
@@ -61,7 +63,13 @@ miCamera frame_camera(const miCamera& camera, const RenderSettings& settings) {
 PixelRect frame_region(const miCamera& camera, const RenderSettings& settings) {
     if (settings.region) {
         const auto [xl, yl, xh, yh] = *settings.region;
-        return {xl, yl, xh + 1, yh + 1};
+        const PixelRect region{std::max(xl, 0), std::max(yl, 0), std::min(xh, camera.x_resolution - 1) + 1,
+                               std::min(yh, camera.y_resolution - 1) + 1};
+        if (region.x0 >= region.x1 || region.y0 >= region.y1)
+            throw std::runtime_error("the region has no pixel of the picture, which is " +
+                                     std::to_string(camera.x_resolution) + " by " +
+                                     std::to_string(camera.y_resolution));
+        return region;
     }
     const auto& w = camera.window;
     if (w.xh <= w.xl && w.yh <= w.yl)
@@ -112,6 +120,7 @@ struct Renderer::Frame {
     tbb::task_arena arena;
     Place place;
     miCamera camera{};
+    miOptions options{};
     std::unique_ptr<Projection> projection;
     std::unique_ptr<Film> film;
     std::unique_ptr<Progress> progress;
@@ -129,6 +138,10 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     f.place = command.place;
     // Inside the arena, so that building is limited to its threads too.
     f.arena.execute([&] { world_ = std::make_unique<World>(scene, command, settings.camera_space); });
+    report_unsupported(scene.database, *world_->options);
+    f.options = *world_->options;
+    apply_shadow_demands(scene.database, f.options);
+    world_->options = &f.options;
     f.camera = frame_camera(*world_->camera, settings);
     world_->camera = &f.camera;
     if (f.camera.x_resolution <= 0 || f.camera.y_resolution <= 0 || !(f.camera.aperture > 0.0f) ||
