@@ -14,13 +14,6 @@ namespace stage {
 
 namespace {
 
-// The record that holds an instance's parameters: its own or the one that it takes them from.
-Element& parameter_holder(const Scene& scene, Element& element) {
-    const miTag indirect = element.as<miFunction>()->parameter_indirect;
-    Element* holder = indirect ? scene.database.find(indirect) : nullptr;
-    return holder && holder->type == miSCENE_FUNCTION && holder->shader ? *holder : element;
-}
-
 // What a call changes in the state, put back when it ends. The memory that it took is given back, and with it
 // the rays that it cast: the state's child is again the one that the calling shader knows. A lens shader's
 // memory stays until the sample's end, for its ray's hit is handed on.
@@ -119,7 +112,7 @@ void initialise(Scene& scene, Element& element, miState* state, miShader_type ty
         return;
     instance.initialising = true;
     auto* function = element.as<miFunction>();
-    const Element& holder = parameter_holder(scene, element);
+    const Element& holder = parameter_holder(scene.database, element);
     function->reserved[0] = &element;
     function->connection_offset = holder.as<miFunction>()->connection_offset;
     const Renderer* renderer = context_of(state).renderer;
@@ -130,7 +123,8 @@ void initialise(Scene& scene, Element& element, miState* state, miShader_type ty
     initialise_code(*instance.code, state);
     if (instance.code->wants_instance_init) {
         miBoolean ignored = miFALSE;
-        instance.code->init(state, parameter_holder(scene, element).as<miFunction>()->parameters, &ignored);
+        instance.code->init(state, parameter_holder(scene.database, element).as<miFunction>()->parameters,
+                            &ignored);
     }
     scene.init_order.push_back(element.tag);
     instance.initialising = false;
@@ -150,7 +144,7 @@ miBoolean run(void* result, miShader_type type, miState* state, Element& element
     auto* function = element.as<miFunction>();
     auto* holder = function;
     if (function->parameter_indirect)
-        holder = parameter_holder(context.world->scene, element).as<miFunction>();
+        holder = parameter_holder(context.world->scene.database, element).as<miFunction>();
     ++context.statistics.shader_calls;
 
     const CallScope scope(state, type, function);
@@ -285,7 +279,7 @@ void* value_of(miState* state, const Connection& connection) {
 
 void* evaluate_parameter(miState* state, void* param) {
     const int entry = mi_connection_entry(state->shader, param);
-    Element& element = parameter_holder(context_of(state).world->scene, *element_of(state->shader));
+    Element& element = parameter_holder(context_of(state).world->scene.database, *element_of(state->shader));
     const std::vector<Connection>& connections = element.shader->connections;
     if (entry <= 0 || static_cast<std::size_t>(entry) > connections.size())
         return param;

@@ -53,6 +53,12 @@ SceneError::SceneError(const SceneError& error, const std::string& note)
 Scene::Scene() : libraries(std::make_unique<LibrarySet>()) {}
 Scene::~Scene() = default;
 
+Element& parameter_holder(const Database& database, Element& element) {
+    const miTag indirect = element.as<miFunction>()->parameter_indirect;
+    Element* holder = indirect ? database.find(indirect) : nullptr;
+    return holder && holder->type == miSCENE_FUNCTION && holder->shader ? *holder : element;
+}
+
 void Scene::exit_shaders(const miState* prototype) {
     std::vector<miTag> order;
     {
@@ -79,7 +85,8 @@ void Scene::exit_shaders(const miState* prototype) {
             continue;
         state.shader = element->as<miFunction>();
         if (element->shader->code && element->shader->code->exit)
-            element->shader->code->exit(&state, state.shader->parameters);
+            element->shader->code->exit(&state,
+                                        parameter_holder(database, *element).as<miFunction>()->parameters);
         element->shader->user = nullptr;
         element->shader->thread_user.assign(element->shader->thread_user.size(), nullptr);
     }

@@ -241,6 +241,9 @@ private:
     mutable std::mutex guard_;
 };
 
+// The shader instance whose parameters an instance is called with: itself or the one that it takes them from.
+Element& parameter_holder(const Database& database, Element& element);
+
 // ---- the scene -------------------------------------------------------------------------------------
 
 struct RenderCommand {
