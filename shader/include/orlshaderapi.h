@@ -196,7 +196,7 @@ struct SubMaterialReport {
 struct LightAttenuationProbe {
     miInteger request;
     miScalar attenuation; /* the light's answer */
-    miScalar near_start, near_end, far_start, far_end;
+    miScalar nearStart, nearEnd, farStart, farEnd;
     const miVector* point; /* light space */
     void* spare;
 };
@@ -204,9 +204,9 @@ struct LightAttenuationProbe {
 /* What a light tells the illumination loop. */
 struct LightShapingRecord {
     miInteger valid;
-    miScalar shaped_cosine;
-    miInteger ambient_only;
-    miInteger affect_flags; /* 1 diffuse, 2 specular */
+    miScalar shapedCosine;
+    miInteger ambientOnly;
+    miInteger affectFlags; /* 1 diffuse, 2 specular */
 };
 
 /* The ray for which a reflection or refraction map is evaluated. */
@@ -218,7 +218,7 @@ struct IncomingRay {
 /* The active tone operator. */
 struct ToneOpHook {
     using Mapping = void (*)(miColor* color, miState* state, void* data);
-    miInteger process_background;
+    miInteger processBackground;
     Mapping forward;
     Mapping inverse;
     void* data;
@@ -262,8 +262,14 @@ struct DisplacementScale {
     miScalar scale;
 };
 
-struct ProjectionContext;        // of the object that is baked; with the baking lens
-struct ArchitecturalLightRecord; // of the renderer's architectural material; with the lights
+/* How much a light counts, for the renderer's architectural material, which sets the record. */
+struct ArchitecturalLightRecord {
+    miScalar diffuse;  /* 0 or 1, the light's answer */
+    miScalar specular; /* likewise */
+    miInteger field_3; /* lights that tell the two apart clear it */
+};
+
+struct ProjectionContext; // of the object that is baked; with the baking lens
 
 namespace keys {
 // clang-format off

@@ -118,7 +118,7 @@ TEST_F(EntryProtocol, StateRecordsLiveAsLongAsTheirScope) {
         const ScopedRecord record(state, keys::light_shaping, {0, 1.0f, 0, 3});
         LightShapingRecord* const seen = find_record(state, keys::light_shaping);
         ASSERT_NE(seen, nullptr);
-        EXPECT_EQ(seen->affect_flags, 3);
+        EXPECT_EQ(seen->affectFlags, 3);
         seen->valid = 1; // what a called shader writes comes back
         EXPECT_EQ(record.get()->valid, 1);
         EXPECT_EQ(find_record(state, keys::attenuation_probe), nullptr);
