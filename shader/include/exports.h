@@ -5,6 +5,7 @@
 #pragma once
 
 #include "orl_support.h"
+#include "orl_toneop.h"
 #include "utilshaders.h"
 
 #include <span>
@@ -18,6 +19,7 @@ struct Unit {
 };
 
 inline constexpr Unit units[] = {
+    {"orl_toneop", orl_toneop},
     {"utilshaders", utilshaders},
 };
 
@@ -37,6 +39,8 @@ inline constexpr const char* exported_functions[] = {
     "GetTangentBasisVectors",
     "GetUVChannelIndexFromID",
     "IsInstanceShadowMakerForLight",
+    "ToneOpScaledToRGB",
+    "ApplyInverseToneOperator",
 };
 
 } // namespace orl

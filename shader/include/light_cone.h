@@ -14,13 +14,14 @@ struct LightConeShape;
 
 /* What a cone or beam can be asked, in the order that other libraries of the host rely on. */
 struct LightConeOperations {
-    /* Share of the light (0 to 1) that the shape lets through to a point, whose direction has that cosine with
-       the axis. `inShadowZone` tells whether the point can lie in the light's shadow. */
-    miScalar (*evaluate)(const LightConeShape*, const miVector* point, miScalar cosine, miBoolean* inShadowZone);
-    miScalar (*cosLimit)(const LightConeShape*);       /* of the angle behind which nothing is lit; beams: 0 */
+    /* Share of the light (0 to 1) that the shape lets through to a point, whose direction has that cosine
+       with the axis. `inShadowZone` tells whether the point can lie in the light's shadow. */
+    miScalar (*evaluate)(const LightConeShape*, const miVector* point, miScalar cosine,
+                         miBoolean* inShadowZone);
+    miScalar (*cosLimit)(const LightConeShape*); /* of the angle behind which nothing is lit; beams: 0 */
     miScalar (*tanHalfFalloff)(const LightConeShape*); /* beams: 0, they do not widen */
     miScalar (*one)(const LightConeShape*);            /* always 1 */
-    miScalar (*fieldAngle)(const LightConeShape*);     /* radians, full angle that a projector covers; beams: 0 */
+    miScalar (*fieldAngle)(const LightConeShape*); /* radians, full angle that a projector covers; beams: 0 */
     miScalar (*projectionScale)(const LightConeShape*); /* light space to projector; beams: 1 / falloff */
     /* Unit vectors along two opposite edges of the shape in the plane of x (first pair) and of y (second). */
     void (*edgesX)(const LightConeShape*, miVector* left, miVector* right);
@@ -56,13 +57,14 @@ extern const LightConeFactory light_cone_factory[light_cone_kinds];
 /* What the volume light asks of an omni light: the part of a ray within the sphere of that radius about the
    light. The other four are the same for every omni light. */
 struct OmniShapeOperations {
-    /* Distances along the ray at which it enters (0 when it starts inside) and leaves; miFALSE when it misses. */
+    /* Distances along the ray at which it enters (0 when it starts inside) and leaves; miFALSE when it
+     * misses. */
     miBoolean (*intersect)(const miVector* org, const miVector* dir, miScalar radius, miScalar* enter,
                            miScalar* leave);
     miScalar (*evaluate)(const miVector* point, miScalar cosine, miBoolean* inShadowZone); /* 1, everywhere */
-    miScalar (*cosLimit)();                                                              /* -1 */
-    miScalar (*fieldAngle)();                                                            /* 2 pi */
-    miScalar (*projectionScale)();                                                       /* 1 */
+    miScalar (*cosLimit)();                                                                /* -1 */
+    miScalar (*fieldAngle)();                                                              /* 2 pi */
+    miScalar (*projectionScale)();                                                         /* 1 */
 };
 extern const OmniShapeOperations omni_shape_operations;
 

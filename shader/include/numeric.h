@@ -12,4 +12,8 @@ inline float pow(float base, float exponent) {
     return std::pow(base, exponent);
 }
 
+inline float log10(float x) {
+    return std::log10(x);
+}
+
 } // namespace orl::numeric

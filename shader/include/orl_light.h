@@ -141,6 +141,7 @@ Emission emit_from_beam(const LightConeShape& cone, miScalar u, miScalar v);
 /* Sends one photon for the light of `state`, whose colour `result` holds, through the projector's filter (a
    null tag: none) by roulette. Always miTRUE: a photon that the roulette ends is not a failure. */
 enum class LightKind { omni, spot, beam };
-miBoolean emit_photon(miColor* result, miState* state, const LightInstanceData& data, LightKind kind, miTag projector);
+miBoolean emit_photon(miColor* result, miState* state, const LightInstanceData& data, LightKind kind,
+                      miTag projector);
 
 } // namespace orl

@@ -31,6 +31,12 @@ inline bool wants_instance(const void* params, miBoolean* instance_init_required
     return params != nullptr;
 }
 
+/* What the state's shader was called as (miSHADER_ codes), or -1 where the renderer does not tell. */
+inline int call_type(miState* state) {
+    int type = -1;
+    return mi_query(miQ_FUNC_CALLTYPE, state, miNULLTAG, &type) ? type : -1;
+}
+
 /* The state's name for the running shader instance, for messages; of one without a name, its declaration's.
  */
 const char* shader_name(miState* state);

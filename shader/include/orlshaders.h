@@ -153,6 +153,15 @@ ORLSHADERS_API miBoolean IsInstanceShadowMakerForLight(miState* state, const orl
  */
 ORLSHADERS_API miBoolean CallMaterial(miColor* result, miState* state, miTag material, miBoolean* warned);
 
+/*
+ * Maps a colour with the tone operator that is active for the eye ray at hand, in place. 1 when it did; 0
+ * without an operator, and when `final_phase` is set and the operator leaves backgrounds alone.
+ */
+ORLSHADERS_API miBoolean ToneOpScaledToRGB(miState* state, miColor* color, miBoolean final_phase);
+
+/* The way back: 1 when the active operator has an inverse and the colour was mapped with it, otherwise 0. */
+ORLSHADERS_API miBoolean ApplyInverseToneOperator(miState* state, miColor* color);
+
 #ifdef __cplusplus
 }
 #endif

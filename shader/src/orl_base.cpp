@@ -17,13 +17,6 @@ constexpr miColor transparent_black{0, 0, 0, 0};
 
 // ---- CallMaterial
 
-constexpr int no_call_type = -1;
-
-int call_type(miState* state) {
-    int type = no_call_type;
-    return mi_query(miQ_FUNC_CALLTYPE, state, miNULLTAG, &type) ? type : no_call_type;
-}
-
 miTag material_slot(miState* state, miTag material, miQ_type slot) {
     miTag shader = miNULLTAG;
     return mi_query(slot, state, material, &shader) ? shader : miNULLTAG;

@@ -310,11 +310,11 @@ ORL_EXPORT miBoolean orl_ShaderList(miColor* result, miState* state, const Shade
     const auto shaders = span(state, params, &ShaderListParams::shaders);
     if (shaders.size() < 1)
         return miFALSE;
-    int type = miSHADER_DEFAULT;
-    mi_query(miQ_FUNC_CALLTYPE, state, miNULLTAG, &type);
+    const int called_as = call_type(state);
+    const auto type = called_as < 0 ? miSHADER_DEFAULT : static_cast<miShader_type>(called_as);
     miBoolean any = miFALSE;
     for (miInteger k = 0; k < shaders.size(); ++k)
-        if (mi_call_shader(result, static_cast<miShader_type>(type), state, shaders[k]))
+        if (mi_call_shader(result, type, state, shaders[k]))
             any = miTRUE;
     return any;
 }
