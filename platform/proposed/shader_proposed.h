@@ -45,6 +45,29 @@ void mi_state_set_pri(miState* state, const struct miRc_intersection* pri, miUin
 #endif
 
 /*
+ * The tone-map functions of the renderer's architectural library: photographic exposure. A block is filled,
+ * handed to mia_tonemap_api_init, used on any number of threads, and handed to mia_tonemap_api_exit. Raster
+ * positions are in pixels from the lower left corner.
+ */
+typedef struct mia_tonemap_parameters {
+    miScalar cm2_factor;      /* candela per square metre that a colour of 1 stands for */
+    miColor whitepoint;       /* colour that becomes white */
+    miScalar film_iso;        /* speed of the film, ISO; 0: cm2_factor alone is the exposure */
+    miScalar camera_shutter;  /* 1 / exposure time, 1/s */
+    miScalar f_number;        /* focal length / aperture */
+    miScalar vignetting;      /* exponent of the darkening towards the corners, 0 none */
+    miScalar burn_highlights; /* 0 all highlights are kept, 1 none */
+    miScalar gamma;
+    miScalar x_resolution, y_resolution; /* pixels; 0 where unknown: no vignetting */
+    miScalar derived[8];                 /* the library's own */
+} mia_tonemap_parameters;
+
+typedef void mia_tonemap_api_init_function(mia_tonemap_parameters* params);
+typedef void mia_tonemap_api_exit_function(mia_tonemap_parameters* params);
+typedef void mia_tonemap_api_map_function(const mia_tonemap_parameters* params, miColor* color, miScalar x,
+                                          miScalar y);
+
+/*
  * Argument lists settled here: mi_api_name_lookup, mi_get_shader_interface, mi_phen_eval, mi_trace_continue,
  * mi_trace_probe, mi_trace_shadow, mi_trace_shadow_seg, mi_sample_light, mi_call_contour_material, the
  * direction samplers, mi_ray_falloff, mi_global_lights_info, mi_lightprofile_value, the irradiance functions,

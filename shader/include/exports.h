@@ -6,6 +6,7 @@
 
 #include "orl_support.h"
 #include "orl_toneop.h"
+#include "orl_toneopphoto.h"
 #include "utilshaders.h"
 
 #include <span>
@@ -20,6 +21,7 @@ struct Unit {
 
 inline constexpr Unit units[] = {
     {"orl_toneop", orl_toneop},
+    {"orl_toneopphoto", orl_toneopphoto},
     {"utilshaders", utilshaders},
 };
 

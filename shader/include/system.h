@@ -14,6 +14,13 @@ using EntryPoint = void (*)();
    whole process on POSIX and the executable on Windows. */
 EntryPoint find_symbol(void* module, const char* name) noexcept;
 
+/* Loads the library of that base name, such as "architectural": with the system's suffix, from where the
+   system looks for libraries, or the one that is loaded already. Null when there is none. */
+void* load_library(const char* base_name) noexcept;
+
+/* Gives a loaded library back; nothing for null. */
+void unload_library(void* library) noexcept;
+
 /* Code of the last failure, as the system numbers them. */
 int last_error() noexcept;
 

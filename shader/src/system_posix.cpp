@@ -2,6 +2,7 @@
 #include "system.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <dlfcn.h>
 
 namespace orl::system {
@@ -13,6 +14,17 @@ const bool host_handles = false;
 EntryPoint find_symbol(void* module, const char* name) noexcept {
     errno = 0;
     return reinterpret_cast<EntryPoint>(dlsym(module, name));
+}
+
+void* load_library(const char* base_name) noexcept {
+    char file[64];
+    const int length = std::snprintf(file, sizeof file, "%s.so", base_name);
+    return length < static_cast<int>(sizeof file) ? dlopen(file, RTLD_NOW | RTLD_LOCAL) : nullptr;
+}
+
+void unload_library(void* library) noexcept {
+    if (library != nullptr)
+        dlclose(library);
 }
 
 int last_error() noexcept {

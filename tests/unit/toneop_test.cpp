@@ -125,13 +125,12 @@ TEST(PseudoMapping, PalettesAndLevels) {
         bool linear, foot_candles;
         float value;
         int level;
-    } cases[] = {
-        {6, 200, 100, true, false, 50, 22},         {6, 200, 100, false, false, 50, 59},
-        {6, 200, 100, false, false, 5, 0},          {6, 200, 100, true, false, 1e9f, 99},
-        {6, 200, 256, false, false, 199, 255},      {200, 6, 100, true, false, 100, 0},
-        {6, 200, 100, false, true, 50, 0},          {6, 200, 100, false, true, 300, 43},
-        {6, 200, 1, true, false, 100, 0},           {-1, 200, 100, false, false, 50, 0},
-        {6, 200, 100, true, false, not_a_number, 0}};
+    } cases[] = {{6, 200, 100, true, false, 50, 22},         {6, 200, 100, false, false, 50, 59},
+                 {6, 200, 100, false, false, 5, 0},          {6, 200, 100, true, false, 1e9f, 99},
+                 {6, 200, 256, false, false, 199, 255},      {200, 6, 100, true, false, 100, 0},
+                 {6, 200, 100, false, true, 50, 0},          {6, 200, 100, false, true, 300, 43},
+                 {6, 200, 1, true, false, 100, 0},           {-1, 200, 100, false, false, 50, 0},
+                 {6, 200, 100, true, false, not_a_number, 0}};
     for (const auto& [low, high, levels, linear, foot_candles, value, level] : cases) {
         ToneOpPseudoParams params{};
         params.lowLimit = low;
