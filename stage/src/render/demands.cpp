@@ -27,7 +27,7 @@ void warn_of(Scene& scene, const Element& element, const Feature (&features)[cou
         if (feature.wanted)
             warn_once(scene, element,
                       part + feature.name + " not supported yet and without effect" +
-                          (feature.readable ? ", but for shaders that read it" : ""));
+                          (feature.readable ? " outside of shaders" : ""));
 }
 
 void report_material(Scene& scene, const Element& element, const miOptions& options) {
@@ -89,9 +89,9 @@ void report_options(Scene& scene, const Element& element) {
              {differ(o.contrast, usual.contrast), "contrast is", true},
              {differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
              {o.min_samples != usual.min_samples && o.min_samples < o.max_samples,
-              "the smaller number of samples is (every pixel takes the larger)", true},
+              "a least number of samples below the largest is", true},
              {o.max_samples < 0, "fewer than one sample for a pixel is", true},
-             {o.jitter < 0.0f || o.jitter > 1.0f, "jitter beyond 0 and 1 is", true},
+             {o.jitter < 0.0f || o.jitter > 1.0f, "jitter outside 0 to 1 is", true},
              {o.gamma != usual.gamma, "gamma is", true},
              {o.colorclip != usual.colorclip, "colorclip is", true},
              {o.nopremult != miFALSE, "premultiply off is", true},
