@@ -113,10 +113,12 @@ void bind_code(Scene& scene, Declaration& declaration) {
         throw std::runtime_error(shader + " is in no linked library (linked: " + scene.libraries->names() +
                                  ")");
     const int declared = declaration.version;
-    if (declared != 0 && !code->version)
+    const bool of_library = !code->library.empty(); // the program's own functions need no check
+    if (of_library && declared != 0 && !code->version)
         throw std::runtime_error(shader + " is declared with version " + std::to_string(declared) + ", but " +
                                  code->library + " exports no " + code->name + "_version to compare with");
-    if (const int version = declared != 0 ? code->version() : 0; version != declared)
+    const int version = declared != 0 && code->version ? code->version() : declared;
+    if (version != declared)
         throw std::runtime_error(shader + " has version " + std::to_string(version) + " in " + code->library +
                                  ", but version " + std::to_string(declaration.version) + " is declared");
     declaration.code = code;
