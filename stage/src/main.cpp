@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "image/picture_file.h"
+#include "kit/message.h"
 #include "mi/parser.h"
 #include "render/renderer.h"
 #include "scene/libraries.h"
@@ -138,6 +140,10 @@ void Session::print_warnings(const stage::Scene& scene) {
 
 void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     print_warnings(scene);
+    if (scene.verbosity >= 0)
+        stage::set_message_level(static_cast<stage::MessageLevel>(
+            std::clamp(scene.verbosity, static_cast<int>(stage::MessageLevel::error),
+                       static_cast<int>(stage::MessageLevel::debug))));
     ++frames_;
     const Clock::time_point start = Clock::now();
     Times times;

@@ -37,11 +37,15 @@ const Mistake mistakes[] = {
     {R"(shader "a" "tint" ( "k" 1, "k" 2 ))", R"(1:28: the parameter "k" is given twice)"},
     {R"(shader "a" "tint" ( "k" on ))", "1:25: expected a number, found 'on'"},
     {R"(shader "a" "tint" ( "k" 1 2 ))", R"(1:27: expected ',' or ')' after the scalar "k")"},
+    {R"(shader "n" "number" () shader "a" "tint" ( "k" "n" ))",
+     R"(1:48: expected a scalar, found the shader "n"; write = in front)"},
+    {R"(shader "a" "many" ( "pair" { "bundle" () } ))",
+     R"(1:30: expected a color, found the shader "bundle"; write = in front)"},
     {R"(shader "a" "many" ( "a" 1 ))", "1:25: expected '[', found the number 1"},
     {R"(shader "a" "many" ( "pair" { "z" 1 } ))", R"(1:30: the structure has no member "z")"},
     {R"(shader "a" "tint" ( "next" "b" ))", R"(1:28: there is no shader "b")"},
     {R"(shader "n" "number" () shader "a" "tint" ( "in" = "n" ))",
-     R"(1:51: a color cannot take the scalar that the string "n" re)"},
+     R"(1:51: a color cannot take the scalar that the shader "n" re)"},
     {R"(shader "n" "bundle" () shader "a" "tint" ( "in" = "n.x" ))",
      R"(1:51: the result of shader "n" has no member)"},
     {R"(shader "n" "number" () shader "n" "tint" ())", R"(1:31: "n" is already defined at test.mi:1:12)"},
@@ -61,7 +65,7 @@ incremental material "m" shadow "tint" () "lamp" ( "m" "n" ) end material)", // 
      R"(3:22: "m" leads back to itself and would run)"},
     {R"(shader "a" "tint" ( "in" = interface "x" ))", "1:38: 'interface' has a meaning only within a phenom"},
     {R"(declare shader "x" ( wibble "a" ))", "1:22: expected a type (boolean, integer, scalar, "},
-    {R"(declare shader "tint" () end declare)", R"(1:16: the string "tint" is already declared)"},
+    {R"(declare shader "tint" () end declare)", R"(1:16: "tint" is already declared)"},
     {R"(declare shader "gone" () end declare shader "s" "gone" ())",
      R"(1:49: shader "gone" (declared at test.mi:1:16) is in no linked)"},
     {R"(declare phenomenon "p" () shader "s" "tint" () end declare
@@ -72,8 +76,7 @@ shader "s" "p" ())",
      "1:32: phenomena are nested more than 12 deep"},
     // elements
     {R"(camera "c" wibble)", "1:12: unknown statement 'wibble' in a camera; expected framebuffer, "},
-    {R"(camera "c" framebuffer "f" datatype "x")",
-     R"(1:37: unknown data type the string "x", expected rgba, )"},
+    {R"(camera "c" framebuffer "f" datatype "x")", R"(1:37: unknown data type "x", expected rgba, )"},
     {R"(options "o" shadow maybe)", "1:20: expected one of off, on, simple, sort, segments, found 'maybe'"},
     {R"(light "l" "tint" () end light)", "1:7: a light needs an origin or a direction"},
     {R"(instance "i" "x")", R"(1:14: there is no element "x")"},
@@ -97,6 +100,9 @@ shader "s" "p" ())",
     {R"(object "o" group 0 0 0 v 0 p 0 0 0 data 1 2 p 0 0 0 data 1 end)",
      "1:58: every polygon of an object must have as many data words as the first, 2"},
     {R"(object "o" group 1e39 0 0)", "1:18: the number is too large for a scalar"},
+    {R"(object "o" group 0 0 0 nan 0 0)", "1:24: expected a vertex (v), a polygon (c, cp, p) or 'end group', "
+                                          "found 'nan', which is no finite number"},
+    {R"(object "o" group 0 0 -Inf)", "1:22: this is no finite number"},
     {R"(object "o" group 0 0 0 v -1)", "1:26: the integer is outside the range 0 to 4294967295"},
     {R"(object "o" tagged group 0 0 0 v 0 p "x" 0 0 0)",
      "1:37: expected the label of the polygon, since the"},
@@ -135,6 +141,14 @@ protected:
         return report_of([&] { parse_file(scene, file, nullptr); });
     }
 };
+
+TEST_F(BadFile, Unreadable) {
+    EXPECT_EQ(mistake_in("none.mi"), R"(cannot read "none.mi": No such file or directory)");
+    std::string deep;
+    for (int k = 0; k < 65; ++k)
+        deep += "namespace n\n";
+    EXPECT_THAT(mistake(deep), testing::StartsWith("test.mi:65:11: namespaces are nested more than 64 deep"));
+}
 
 TEST_F(BadFile, IncludedFiles) {
     const std::string a = write("a.mi", R"(

@@ -19,13 +19,12 @@ TEST_F(SceneLibrary, FoundOnTheSearchPathAndExitsRunInReverseOrder) {
     scene.libraries->set_module_handle(&module);
     const std::size_t slash = library.rfind('/');
     scene.search_path.push_back(library.substr(0, slash));
-    parse(
-        "link \"" + library.substr(slash + 1, library.size() - slash - 4) + "\"" + // without ".so"
-        R"(declare shader "library_a" () version 3 end declare declare shader "library_b" () version 9 end declare
+    parse("link \"" + library.substr(slash + 1, library.size() - slash - 4) + "\"" + // without ".so"
+          R"(declare shader "library_a" () version 3 end declare declare shader "library_b" () end declare
 shader "a1" "library_a" () shader "b1" "library_b" () shader "a2" "library_a" () shader "unused" "library_b" ())");
     EXPECT_EQ(variable<void*>("test_module_handle"), &module);
     EXPECT_TRUE(std::filesystem::equivalent(element("a1").shader->code->library, library));
-    EXPECT_EQ(element("b1").shader->code->init, nullptr); // and without X_version any version will do
+    EXPECT_EQ(element("b1").shader->code->init, nullptr);
 
     variable<int>("test_calls") = 0;
     for (const char* name : {"b1", "a1", "a2"}) { // what a first call does, as far as the exits depend on it
@@ -48,6 +47,10 @@ TEST_F(SceneLibrary, MistakesNameTheShaderAndThePlace) {
         testing::StartsWith(
             "test.mi:2:12: shader \"library_a\" (declared at test.mi:1:16) has version 3 in " + library +
             ", but version 2 is declared\n"));
+    EXPECT_THAT(
+        mistake("declare shader \"library_b\" () version 9 end declare shader \"s\" \"library_b\" ()"),
+        testing::HasSubstr("is declared with version 9, but " + library +
+                           " exports no library_b_version to compare with\n"));
     EXPECT_THAT(mistake("link \"gone.so\""),
                 testing::StartsWith("test.mi:1:6: cannot find the library \"gone.so\"; looked in .\n"));
     EXPECT_THAT(mistake("link \"" + std::string(orl_source_dir) + "/CMakeLists.txt\""),

@@ -299,7 +299,7 @@ TEST(StageRays, DeclarationsDemandShadowModes) {
         s.parse(std::string("declare shader color demanding () shadow ") + c.demand +
                 " end declare shader d demanding ()\n");
         s.options->shadow = c.options;
-        stage::apply_shadow_demands(s.scene.database, *s.options);
+        stage::apply_demands(s.scene, *s.options);
         EXPECT_EQ(s.options->shadow, c.expected) << c.demand;
     }
 }

@@ -60,12 +60,13 @@ struct Frame {
 // The outer matrix takes world x to local x / 2, so its contents appear twice as large; the inner one shifts
 // by -3 into local space, so the object stands at +3 inside the group: at x = 6 in the world.
 TEST(StageWorld, TransformsNestInWorldAndCameraSpace) {
-    for (const bool camera_space : {false, true}) {
+    for (const int asked : {0, 1, 2}) { // nothing, the program, the options
+        const bool camera_space = asked != 0;
         const Frame frame(
             R"(instance "leaf" "square" AT -3 0 0 1 end instance instgroup "inner" "leaf" end instgroup
 instance "outer" "inner" transform 0.5 0 0 0  0 0.5 0 0  0 0 0.5 0  0 0 0 1 end instance
 instgroup "root" "cam_inst" "outer" end instgroup)",
-            camera_space);
+            asked == 1, asked == 2 ? "camera space" : "");
         const float down = camera_space ? 10.0f : 0.0f; // of the world's origin below that of the space
         miRc_intersection hit;
         for (const auto& [x, met] : {std::pair{7.9f, true}, {4.1f, true}, {8.1f, false}, {0.0f, false}})

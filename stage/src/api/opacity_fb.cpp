@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "api/api.h"
+#include "api/unsupported.h"
 #include "image/framebuffer.h"
 #include "render/sampling.h"
 
@@ -166,14 +167,11 @@ STAGE_API miBoolean mi_fb_get(miState* state, int index, void* value) {
     return miTRUE;
 }
 
-// Only the primary hit has an opacity of its own in the picture.
-STAGE_API miBoolean mi_opacity_set(miState* state, miColor* opacity) {
+// Only the primary hit has an opacity of its own in the picture: elsewhere there is nothing to be missed.
+STAGE_API miBoolean mi_opacity_set(miState* state, miColor*) {
     if (!miRAY_PRIMARY(state->type))
         return miFALSE;
-    stage::ThreadContext& context = stage::context_of(state);
-    context.opacity = *opacity;
-    context.opacity_set = true;
-    return miTRUE;
+    STAGE_UNSUPPORTED();
 }
 
 // With a counter: the points of a set of *n, until it is exhausted. Without: one point for each sample of the

@@ -70,7 +70,7 @@ void Parser::register_declaration(std::unique_ptr<Declaration> declaration, cons
     if (name.value.empty())
         fail(name, "a declaration needs a name");
     if (const auto known = scene_.declarations.find(key); known != scene_.declarations.end())
-        fail(name, describe(name) + " is already declared at " + known->second->place.text());
+        fail(name, quoted(name) + " is already declared at " + known->second->place.text());
     declaration->name = name.value;
     declaration->place = place_of(name);
     declaration->block_size = lay_out(declaration->params);
@@ -214,8 +214,10 @@ void Parser::declaration_options(Declaration& declaration) {
                     declaration.shadow_mode = word;
             if (!accept(declaration.shadow_mode))
                 fail_expected("one of off, on, simple, sort, segments");
-        } else if (accept("scanline") || accept("trace")) {
-            on_off(); // every ray is traced: neither demand changes anything
+        } else if (accept("trace")) {
+            declaration.trace_mode = on_off() ? "on" : "off";
+        } else if (accept("scanline")) {
+            on_off(); // every ray is traced, which gives the same picture
         } else {
             return;
         }

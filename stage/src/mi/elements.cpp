@@ -13,33 +13,6 @@ constexpr int deepest_trace = 10000;
 constexpr int largest_picture = 1 << 16;
 constexpr float far_away = 1e6f;
 
-miOptions default_options() {
-    miOptions o{};
-    o.trace = miTRUE;
-    o.reflection_depth = o.refraction_depth = o.trace_depth = 1;
-    o.min_samples = -2;
-    o.contrast = {0.1f, 0.1f, 0.1f, 0.1f};
-    o.time_contrast = {0.2f, 0.2f, 0.2f, 0.2f};
-    o.caustic_accuracy = o.globillum_accuracy = o.photonvol_accuracy = 100;
-    o.caustic_filter_const = 1.1f;
-    o.filter_size_x = o.filter_size_y = 1.0f;
-    o.jitter = 1.0f;
-    o.def_min_samples = -128;
-    o.def_max_samples = 127;
-    o.space_max_size = 4;
-    o.space_max_depth = 40;
-    o.visible_lights = miTRUE;
-    o.render_space = 'o';
-    o.gamma = 1.0f;
-    o.luminance_weight = {0.299f, 0.587f, 0.114f, 0.0f}; // ITU-R BT.601
-    o.shadow = 1;
-    o.face = 'a';
-    o.filter = 'b';
-    o.finalgather_rays = 1000;
-    o.photon_reflection_depth = o.photon_refraction_depth = o.photon_trace_depth = 5;
-    return o;
-}
-
 miCamera default_camera() {
     miCamera c{};
     c.focal = c.aperture = 1.0f;
@@ -386,7 +359,7 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
                                                 "s_16",   "s_fp",    "vta",     "vts",     "z",    "n",
                                                 "m",      "tag",     "bit",     "coverage"};
             if (std::find(std::begin(types), std::end(types), type.value) == std::end(types))
-                fail(type, "unknown data type " + describe(type) +
+                fail(type, "unknown data type " + quoted(type) +
                                ", expected rgba, rgb, a or s (plain or with _16, _fp), rgba_h, rgb_h, vta, "
                                "vts, z, n, "
                                "m, tag, bit or coverage");
@@ -395,8 +368,7 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
             const Token kind = name("a compression");
             static const char* const kinds[] = {"none", "rle", "piz", "zip", "pxr24"};
             if (std::find(std::begin(kinds), std::end(kinds), kind.value) == std::end(kinds))
-                fail(kind,
-                     "unknown compression " + describe(kind) + ", expected none, rle, piz, zip or pxr24");
+                fail(kind, "unknown compression " + quoted(kind) + ", expected none, rle, piz, zip or pxr24");
             b.compression = kind.value;
         } else if (accept("quality")) {
             b.quality = integer(1, 100);

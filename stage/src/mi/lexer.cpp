@@ -79,7 +79,21 @@ bool convert(const char* begin, const char* end, float& value) {
     return std::isfinite(value);
 }
 
+// "nan", "inf" and their like, which other programs write among numbers.
+bool is_not_finite(std::string_view text) {
+    if (text.starts_with('-') || text.starts_with('+'))
+        text.remove_prefix(1);
+    std::string word(text.substr(0, 9));
+    for (char& c : word)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return word == "nan" || word == "inf" || word == "infinity";
+}
+
 } // namespace
+
+std::string quoted(const Token& token) {
+    return '"' + std::string(token.value) + '"';
+}
 
 std::string describe(const Token& token) {
     const std::size_t shown = 40;
@@ -99,7 +113,7 @@ std::string describe(const Token& token) {
     case Token::Kind::bytes:
         return "the byte string " + text;
     default:
-        return '\'' + text + '\'';
+        return '\'' + text + (is_not_finite(token.text) ? "', which is no finite number" : "'");
     }
 }
 
@@ -242,8 +256,13 @@ void Lexer::scan_number() {
     const char* const begin = at();
     const char* const end = number_end(begin);
     const bool digits = std::any_of(begin, end, [](char c) { return has_class(c, digit); });
-    if (!digits || has_class(*end, letter | numeric))
-        fail_at(source(), begin, "this is no number");
+    if (!digits || has_class(*end, letter | numeric)) {
+        const char* word_end = end;
+        while (has_class(*word_end, letter | numeric))
+            ++word_end;
+        fail_at(source(), begin,
+                is_not_finite({begin, word_end}) ? "this is no finite number" : "this is no number");
+    }
     finish(Token::Kind::number, begin, end);
 }
 

@@ -29,6 +29,8 @@ struct Token {
 
 // How a word is shown in a message: "the word \"xyz\"", "the end of the file", ...
 [[nodiscard]] std::string describe(const Token& token);
+// The name or string in double quotes.
+[[nodiscard]] std::string quoted(const Token& token);
 
 class Lexer {
 public:

@@ -90,7 +90,8 @@ void ObjectReader::group() {
     lexer_.read_numbers(vectors_);
     if (vectors_.size() % 3 != 0)
         lexer_.fail(lexer_.peek(), "the vectors of the group are " + std::to_string(vectors_.size()) +
-                                       " numbers, which is no multiple of 3");
+                                       " numbers, which is no multiple of 3, and end before " +
+                                       describe(lexer_.peek()));
     base_ = count_;
     vertices();
     polygons();

@@ -19,7 +19,7 @@ void parse_file(Scene& scene, const std::string& path, const RenderHandler& on_r
     } catch (const SceneError&) {
         throw;
     } catch (const std::runtime_error& error) {
-        throw SceneError({std::make_shared<const std::string>(path), 1, 1}, error.what());
+        throw SceneError(error.what());
     }
     mi::Parser(scene, on_render).run(std::move(source));
 }
@@ -32,6 +32,12 @@ void parse_text(Scene& scene, std::string_view text, const std::string& name, co
 namespace mi {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t deepest_namespace = 64;
+
+} // namespace
 
 Parser::Parser(Scene& scene, const RenderHandler& on_render)
     : scene_(scene), on_render_(on_render),
@@ -252,6 +258,8 @@ void Parser::open_namespace() {
     const Token word = name("the name of the namespace");
     if (word.value.empty())
         fail(word, "a namespace needs a name");
+    if (namespaces_.size() >= deepest_namespace)
+        fail(word, "namespaces are nested more than " + std::to_string(deepest_namespace) + " deep");
     namespaces_.emplace_back(word.value);
 }
 
@@ -263,7 +271,7 @@ void Parser::delete_element() {
 void Parser::set_command() {
     const Token word = name("the name of a setting");
     if (word.value != "search_path")
-        fail(word, "unknown setting " + describe(word) + ", expected \"search_path\"");
+        fail(word, "unknown setting " + quoted(word) + ", expected \"search_path\"");
     const std::string folders = text("folders with ':' between them");
     for (std::size_t at = 0; at < folders.size();) {
         const std::size_t colon = std::min(folders.find(':', at), folders.size());
@@ -284,8 +292,12 @@ void Parser::render() {
         fail(camera, '"' + instance.name + "\" is no instance of a camera");
     command.camera_instance = instance.tag;
     command.options = resolve(name("the name of the options"), miSCENE_OPTIONS, "options element").tag;
-    if (lexer_.peek().kind == Kind::string)
-        command.inheritance = resolve(lexer_.next(), miSCENE_FUNCTION, "inheritance shader").tag;
+    if (lexer_.peek().kind == Kind::string) {
+        const Token inheritance = lexer_.next();
+        command.inheritance = resolve(inheritance, miSCENE_FUNCTION, "inheritance shader").tag;
+        warn(place_of(inheritance),
+             quoted(inheritance) + ": inheritance shaders are not supported yet: it does not run");
+    }
     check_root(root, command);
     lexer_.forget_pages();
     if (on_render_)

@@ -113,6 +113,7 @@ private:
     void value(BlockBuilder& block, std::uint32_t offset, const Param& param);
     void array_value(BlockBuilder& block, std::uint32_t offset, const Param& param);
     void struct_value(BlockBuilder& block, std::uint32_t offset, const Param& param);
+    void refuse_shader(const Param& param);
     void plain_value(std::byte* to, const Param& param);
     miTag reference(miParam_type type);
     void connection(BlockBuilder& block, std::uint32_t offset, const Param& param);

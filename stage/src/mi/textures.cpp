@@ -177,8 +177,8 @@ void Parser::writable_texture(Element& element, miParam_type kind) {
         const auto* found = std::find_if(std::begin(types), std::end(types),
                                          [&](const auto& t) { return type.value == t.name; });
         if (found == std::end(types))
-            fail(type, "unknown data type " + describe(type) +
-                           ", expected rgba, rgb or s, plain or with _16 or _fp");
+            fail(type,
+                 "unknown data type " + quoted(type) + ", expected rgba, rgb or s, plain or with _16 or _fp");
         p.comp = found->comp;
         p.bytes = found->bytes;
         if (lexer_.peek().kind == Kind::string)

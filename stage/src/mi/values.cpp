@@ -50,13 +50,29 @@ void Parser::value(BlockBuilder& block, std::uint32_t offset, const Param& param
         connection(block, offset, param);
     else if (param.type == miTYPE_ARRAY)
         array_value(block, offset, param);
-    else if (param.type == miTYPE_STRUCT)
-        struct_value(block, offset, param);
     else if (is_reference(param.type)) {
         const miTag tag = reference(param.type);
         store(block.at(offset), tag);
-    } else
-        plain_value(block.at(offset), param);
+    } else {
+        refuse_shader(param);
+        if (param.type == miTYPE_STRUCT)
+            struct_value(block, offset, param);
+        else
+            plain_value(block.at(offset), param);
+    }
+}
+
+// A shader's name in place of a literal is a connection without its sign.
+void Parser::refuse_shader(const Param& param) {
+    const Token word = lexer_.peek();
+    if (!at_name() || param.type == miTYPE_STRING ||
+        (param.type == miTYPE_BOOLEAN && word.kind != Kind::string))
+        return;
+    const Element* named = lookup(word.value);
+    const bool made_here = lexer_.following() == '(' && scene_.declarations.contains(std::string(word.value));
+    if (made_here || (named && named->type == miSCENE_FUNCTION))
+        fail(word, "expected a " + type_name(param) + ", found the shader " + quoted(word) +
+                       "; write = in front of it to take the shader's result");
 }
 
 void Parser::array_value(BlockBuilder& block, std::uint32_t offset, const Param& param) {
@@ -211,8 +227,8 @@ void Parser::connection(BlockBuilder& block, std::uint32_t offset, const Param& 
         fail(word,
              "the result of shader \"" + source->name + "\" has no member \"" + std::string(path) + '"');
     if (!same_type(*member, param))
-        fail(word, "a " + type_name(param) + " cannot take the " + type_name(*member) + " that " +
-                       std::string(describe(word)) + " returns" +
+        fail(word, "a " + type_name(param) + " cannot take the " + type_name(*member) + " that the shader " +
+                       quoted(word) + " returns" +
                        (member->type == miTYPE_STRUCT ? "; name one of its members" : ""));
     block.connect(offset, param, source->tag, source_offset);
 }

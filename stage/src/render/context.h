@@ -98,8 +98,6 @@ struct ThreadContext {
     std::uint64_t sample_seed = 0;      // the same for the same pixel and sample in every run and thread
     std::uint32_t sample_dimension = 0; // next dimension of the sample's sequence
     std::uint64_t random_state = 0;     // of mi_par_random and the direction samplers; reset from the seed
-    miColor opacity{1, 1, 1, 1};        // mi_opacity_set of the primary hit
-    bool opacity_set = false;
 
     // shader calls in progress: where the stack stood at the outermost (0: there is none), and whether they
     // are given up because they lead too deep

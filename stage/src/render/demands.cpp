@@ -1,53 +1,160 @@
 #include "render/demands.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <unordered_set>
+#include <vector>
+
+#include "image/picture_file.h"
 #include "kit/message.h"
 
 namespace stage {
 
 namespace {
 
-void warn(const Element& element, const char* feature) {
-    send_message(MessageLevel::warning, "%s: \"%s\": %s not supported yet and without effect",
-                 element.place.text().c_str(), element.name.c_str(), feature);
-}
+constexpr std::int64_t most_pixels = std::int64_t{1} << 28;
 
 struct Feature {
     bool wanted;
-    const char* name; // with its verb
+    const char* name;      // with its verb
+    bool readable = false; // shaders can ask for it: through their state, a query or the frame buffers
 };
 
-template <std::size_t count> void warn_of(const Element& element, const Feature (&features)[count]) {
+template <std::size_t count>
+void warn_of(Scene& scene, const Element& element, const Feature (&features)[count],
+             const std::string& part = {}) {
     for (const Feature& feature : features)
         if (feature.wanted)
-            warn(element, feature.name);
+            warn_once(scene, element,
+                      part + feature.name + " not supported yet and without effect" +
+                          (feature.readable ? " outside of shaders" : ""));
 }
 
-void report_material(const Element& element) {
+void report_material(Scene& scene, const Element& element, const miOptions& options) {
     const auto& m = *element.as<miMaterial>();
-    warn_of(element, {{m.displace != miNULLTAG, "displacement is"},
-                      {m.contour != miNULLTAG, "contours are"},
-                      {m.photon != miNULLTAG || m.photonvol != miNULLTAG, "photons are"},
-                      {m.lightmap != miNULLTAG, "light maps are"}});
+    warn_of(scene, element,
+            {{m.displace != miNULLTAG && !options.no_displace, "displacement is", true},
+             {m.contour != miNULLTAG, "contours are", true},
+             {m.photon != miNULLTAG || m.photonvol != miNULLTAG, "photons are", true},
+             {m.lightmap != miNULLTAG, "light maps are", true}});
 }
 
-void report_light(const Element& element) {
+void report_light(Scene& scene, const Element& element) {
     const auto& l = *element.as<miLight>();
-    warn_of(element, {{l.emitter != miNULLTAG || l.caustic_store_photons || l.global_store_photons ||
-                           l.caustic_emit_photons || l.global_emit_photons,
-                       "photons are"},
-                      {l.use_shadow_maps != miFALSE, "shadow maps are"},
-                      {l.area == miLIGHT_OBJECT || l.area == miLIGHT_USER, "an area of this kind is"}});
+    warn_of(scene, element,
+            {{l.emitter != miNULLTAG || l.caustic_store_photons || l.global_store_photons ||
+                  l.caustic_emit_photons || l.global_emit_photons,
+              "photons are"},
+             {l.use_shadow_maps != miFALSE, "shadow maps are"},
+             {l.visible && l.area != miLIGHT_NONE, "a visible light is"},
+             {l.area == miLIGHT_OBJECT || l.area == miLIGHT_USER, "an area of this kind is", true}});
 }
 
-void report_options(const Element& element) {
+void report_instance(Scene& scene, const Element& element) {
+    const auto& i = *element.as<miInstance>();
+    warn_of(scene, element,
+            {{i.light_list != miNULLTAG, "a list of lights is"},
+             {i.parameters != miNULLTAG, "parameters of an instance are"}});
+}
+
+void report_texture(Scene& scene, const Element& element) {
+    const auto& t = *element.as<miImg_image>();
+    warn_of(scene, element,
+            {{t.colorprofile != miNULLTAG, "a colour profile is"},
+             {t.writable && !element.file.empty(), "the file of a writable texture is"}});
+}
+
+bool differ(const miColor& a, const miColor& b) {
+    return a.r != b.r || a.g != b.g || a.b != b.b || a.a != b.a;
+}
+
+bool tunes_photons(const miOptions& o, const miOptions& usual) {
+    return o.caustic_accuracy != usual.caustic_accuracy || o.caustic_radius != usual.caustic_radius ||
+           o.globillum_accuracy != usual.globillum_accuracy || o.globillum_radius != usual.globillum_radius ||
+           o.photonvol_accuracy != usual.photonvol_accuracy || o.photonvol_radius != usual.photonvol_radius ||
+           o.photon_reflection_depth != usual.photon_reflection_depth ||
+           o.photon_refraction_depth != usual.photon_refraction_depth ||
+           o.photon_trace_depth != usual.photon_trace_depth;
+}
+
+void report_options(Scene& scene, const Element& element) {
     const auto& o = *element.as<miOptions>();
-    warn_of(element, {{!element.state_shaders.empty(), "state shaders are"},
-                      {o.caustic != miFALSE || o.globillum != miFALSE, "photons are"},
-                      {o.finalgather != 0, "final gathering is"},
-                      {o.dither != miFALSE, "dithering is"},
-                      {o.desaturate != miFALSE, "desaturation is"}});
+    const miOptions usual = default_options();
+    warn_of(scene, element,
+            {{!element.state_shaders.empty(), "state shaders are"},
+             {o.caustic || o.globillum, "photons are", true},
+             {tunes_photons(o, usual), "accuracy and depth of photons are", true},
+             {o.finalgather != 0, "final gathering is", true},
+             {o.finalgather_rays != usual.finalgather_rays, "the number of final gathering's rays is", true},
+             {differ(o.contrast, usual.contrast), "contrast is", true},
+             {differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
+             {o.min_samples != usual.min_samples && o.min_samples < o.max_samples,
+              "a least number of samples below the largest is", true},
+             {o.max_samples < 0, "fewer than one sample for a pixel is", true},
+             {o.jitter < 0.0f || o.jitter > 1.0f, "jitter outside 0 to 1 is", true},
+             {o.gamma != usual.gamma, "gamma is", true},
+             {o.colorclip != usual.colorclip, "colorclip is", true},
+             {o.nopremult != miFALSE, "premultiply off is", true},
+             {o.dither != miFALSE, "dithering is", true},
+             {o.desaturate != miFALSE, "desaturation is", true}});
     for (const auto& [name, value] : element.string_options)
-        warn(element, ("the string option " + name + " is").c_str());
+        warn_of(scene, element, {{true, "is"}}, "the string option " + name + ' ');
+}
+
+void report_camera(const World& world, const Element& element) {
+    Scene& scene = world.scene;
+    const auto& c = *element.as<miCamera>();
+    warn_of(scene, element, {{c.frame_field != 0, "rendering of fields is", true}});
+    if (!world.options->no_output)
+        for (const Element* shader = scene.database.find(c.output);
+             shader && shader->type == miSCENE_FUNCTION;
+             shader = scene.database.find(shader->as<miFunction>()->next_function))
+            warn_once(scene, *shader, "output shaders are not supported yet: it does not run");
+    const Element* buffers = scene.database.find(c.framebuffers);
+    if (!buffers || buffers->type != miSCENE_FRAMEBUFFERS)
+        return;
+    for (const FramebufferDesc& b : buffers->framebuffers)
+        warn_of(scene, element,
+                {{b.useopacity, "weighting by opacity is", true},
+                 {b.dod, "dod is", true},
+                 {b.tiled, "tiling is", true},
+                 {b.quality >= 0, "quality is", true},
+                 {b.dpi != 0, "dpi is", true},
+                 {!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true},
+                 {!b.colorprofile.empty(), "a colour profile is", true}},
+                "frame buffer \"" + b.name + "\": ");
+}
+
+// All instances below a group, hidden ones too.
+std::unordered_set<miTag> members_below(const Database& database, miTag root) {
+    std::unordered_set<miTag> members, seen{root};
+    std::vector<miTag> open{root};
+    while (!open.empty()) {
+        const auto* group = database.record<miGroup>(open.back(), miSCENE_GROUP);
+        open.pop_back();
+        for (int k = 0; group && k < group->no_kids; ++k) {
+            members.insert(group->kids[k]);
+            const auto* instance = database.record<miInstance>(group->kids[k], miSCENE_INSTANCE);
+            if (instance && seen.insert(instance->item).second)
+                open.push_back(instance->item);
+        }
+    }
+    return members;
+}
+
+// A light shines only where an instance of it stands. Instances that the renderer itself has added, for
+// leaves that are reached again, have no name to be found by.
+void report_stray_lights(Scene& scene, const RenderCommand& command) {
+    const Database& database = scene.database;
+    const std::unordered_set<miTag> members = members_below(database, command.root);
+    for (miTag tag = 1; tag <= database.size(); ++tag) {
+        const Element& element = *database.find(tag);
+        if (element.type == miSCENE_INSTANCE && !members.contains(tag) &&
+            database.record<miLight>(element.as<miInstance>()->item, miSCENE_LIGHT) &&
+            database.find(std::string_view(element.name)) == &element)
+            warn_once(scene, element,
+                      "this instance of a light is in no group of the rendered scene and does not shine");
+    }
 }
 
 // How much order a mode keeps.
@@ -72,29 +179,65 @@ int demanded_mode(const std::string& word) {
 
 } // namespace
 
-void apply_shadow_demands(const Database& database, miOptions& options) {
-    for (miTag tag = 1; tag <= database.size(); ++tag) {
-        const Element& element = *database.find(tag);
+void warn_once(Scene& scene, const Element& element, const std::string& text) {
+    const std::string message = element.place.text() + ": \"" + element.name + "\": " + text;
+    if (scene.warned.insert(message).second)
+        send_text(MessageLevel::warning, message);
+}
+
+void apply_demands(Scene& scene, miOptions& options) {
+    for (miTag tag = 1; tag <= scene.database.size(); ++tag) {
+        const Element& element = *scene.database.find(tag);
         if (element.type != miSCENE_FUNCTION || !element.shader || !element.shader->declaration)
             continue;
-        const std::string& word = element.shader->declaration->shadow_mode;
-        if (word == "off" && options.shadow != 0)
-            warn(element, "the demand for shadows to be off is");
-        if (rank(demanded_mode(word)) > rank(options.shadow))
-            options.shadow = demanded_mode(word);
+        const Declaration& declared = *element.shader->declaration;
+        warn_of(
+            scene, element,
+            {{declared.shadow_mode == "off" && options.shadow != 0, "the demand for shadows to be off is"},
+             {declared.trace_mode == "off" && options.trace, "the demand for tracing to be off is"}});
+        if (rank(demanded_mode(declared.shadow_mode)) > rank(options.shadow))
+            options.shadow = demanded_mode(declared.shadow_mode);
+        if (declared.trace_mode == "on")
+            options.trace = miTRUE;
     }
 }
 
-void report_unsupported(const Database& database, const miOptions& options) {
-    for (miTag tag = 1; tag <= database.size(); ++tag) {
-        const Element& element = *database.find(tag);
+void check_camera(const Scene& scene, const RenderCommand& command, const miCamera& camera) {
+    const auto* instance = scene.database.record<miInstance>(command.camera_instance, miSCENE_INSTANCE);
+    const Element& element = *scene.database.find(instance->item);
+    const std::int64_t pixels = std::int64_t{camera.x_resolution} * camera.y_resolution;
+    if (pixels > most_pixels)
+        throw SceneError(element.place, "the camera \"" + element.name + "\" asks for a picture of " +
+                                            std::to_string(camera.x_resolution) + " x " +
+                                            std::to_string(camera.y_resolution) +
+                                            " pixels, which is more than " + std::to_string(most_pixels));
+    if (camera.x_resolution <= 0 || camera.y_resolution <= 0 || !(camera.aperture > 0.0f) ||
+        !(camera.aspect > 0.0f) || (!camera.orthographic && !(camera.focal > 0.0f)))
+        throw SceneError(element.place, "the camera \"" + element.name +
+                                            "\" needs a resolution, focal length, aperture and aspect above "
+                                            "0");
+}
+
+void report_unsupported(const World& world, const RenderCommand& command) {
+    Scene& scene = world.scene;
+    for (miTag tag = 1; tag <= scene.database.size(); ++tag) {
+        const Element& element = *scene.database.find(tag);
         if (element.type == miSCENE_MATERIAL)
-            report_material(element);
+            report_material(scene, element, *world.options);
         else if (element.type == miSCENE_LIGHT)
-            report_light(element);
-        else if (element.record == &options)
-            report_options(element);
+            report_light(scene, element);
+        else if (element.type == miSCENE_INSTANCE)
+            report_instance(scene, element);
+        else if (element.type == miSCENE_OBJECT)
+            warn_of(scene, element, {{element.as<miObject>()->select != 0, "select is"}});
+        else if (element.type == miSCENE_IMAGE)
+            report_texture(scene, element);
+        else if (element.record == world.options)
+            report_options(scene, element);
+        else if (element.record == world.camera)
+            report_camera(world, element);
     }
+    report_stray_lights(scene, command);
 }
 
 } // namespace stage

@@ -2,15 +2,25 @@
 // does not have yet.
 #pragma once
 
-#include "scene/scene.h"
+#include <string>
+
+#include "render/world.h"
 
 namespace stage {
 
-// Turns on the shadow mode that the declarations of the scene's shaders demand. Where they differ the one
-// that keeps most order wins: segments, sorted, simple.
-void apply_shadow_demands(const Database& database, miOptions& options);
+// Warns of an element with its name and place; of the same thing once for all frames of the scene.
+void warn_once(Scene& scene, const Element& element, const std::string& text);
 
-// Warns of everything that the scene asks for and the stage passes over, with its place.
-void report_unsupported(const Database& database, const miOptions& options);
+// Turns on the shadow mode and the tracing that the declarations of the scene's shaders demand. Where they
+// differ the shadow mode that keeps most order wins: segments, sorted, simple.
+void apply_demands(Scene& scene, miOptions& options);
+
+// Throws SceneError, with the camera's name and place, unless `camera`, the one of the frame, can make a
+// picture: of at most 2^28 pixels, with lengths above 0.
+void check_camera(const Scene& scene, const RenderCommand& command, const miCamera& camera);
+
+// Warns of everything that the scene asks for and the stage passes over, with its place. What equals the
+// default, or what switches a missing feature off, asks for nothing.
+void report_unsupported(const World& world, const RenderCommand& command);
 
 } // namespace stage

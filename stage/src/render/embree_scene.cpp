@@ -10,14 +10,16 @@ namespace stage {
 
 namespace {
 
-void check(RTCDevice device, const char* what) {
+// The element is the object that was built, null for the whole scene.
+void check(RTCDevice device, const Element* element) {
     const RTCError error = rtcGetDeviceError(device);
     if (error == RTC_ERROR_NONE)
         return;
-    const std::string cause =
-        error == RTC_ERROR_OUT_OF_MEMORY ? "out of memory" : "Embree error " + std::to_string(error);
-    throw std::runtime_error(std::string("cannot build the ray casting structure: ") + cause + " (" + what +
-                             ")");
+    const std::string message =
+        "cannot build the ray casting structure" +
+        (element ? " of \"" + element->name + '"' : std::string()) + ": " +
+        (error == RTC_ERROR_OUT_OF_MEMORY ? "out of memory" : "Embree error " + std::to_string(error));
+    throw element ? SceneError(element->place, message) : SceneError(message);
 }
 
 } // namespace
@@ -25,7 +27,7 @@ void check(RTCDevice device, const char* what) {
 EmbreeScene::EmbreeScene(const World& world) {
     device = rtcNewDevice(nullptr);
     if (!device)
-        check(nullptr, "device");
+        check(nullptr, nullptr);
     try {
         build(world);
     } catch (...) {
@@ -59,13 +61,15 @@ void EmbreeScene::build(const World& world) {
         const bool moving = world.moving && instance.has_motion;
         const bool deforming = moving && instance.triangles->motion_offset >= 0;
         RTCScene& object = built[{instance.triangles, deforming}];
-        if (!object)
+        if (!object) {
             object = add_object(*instance.triangles, deforming);
+            check(device, world.scene.database.find(instance.object_tag));
+        }
         add_instance(instance, static_cast<unsigned>(i), object, moving);
         rejects_sides = rejects_sides || instance.face != 'a';
     }
     rtcCommitScene(top);
-    check(device, "top level");
+    check(device, nullptr);
 }
 
 RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
@@ -105,7 +109,6 @@ RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
     rtcAttachGeometryByID(scene, geometry, 0);
     rtcReleaseGeometry(geometry);
     rtcCommitScene(scene);
-    check(device, "object");
     return scene;
 }
 

@@ -138,16 +138,13 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     f.place = command.place;
     // Inside the arena, so that building is limited to its threads too.
     f.arena.execute([&] { world_ = std::make_unique<World>(scene, command, settings.camera_space); });
-    report_unsupported(scene.database, *world_->options);
+    report_unsupported(*world_, command);
     f.options = *world_->options;
-    apply_shadow_demands(scene.database, f.options);
+    apply_demands(scene, f.options);
     world_->options = &f.options;
     f.camera = frame_camera(*world_->camera, settings);
     world_->camera = &f.camera;
-    if (f.camera.x_resolution <= 0 || f.camera.y_resolution <= 0 || !(f.camera.aperture > 0.0f) ||
-        !(f.camera.aspect > 0.0f) || (!f.camera.orthographic && !(f.camera.focal > 0.0f)))
-        throw SceneError(command.place,
-                         "the camera needs a resolution, focal length, aperture and aspect above 0");
+    check_camera(scene, command, f.camera);
     f.projection = std::make_unique<Projection>(f.camera);
     f.camera_keeps_lengths = keeps_lengths(world_->camera_to_internal.m);
     f.grid = sample_grid(settings, *world_->options);
@@ -156,7 +153,6 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     open_buffers();
     open_film();
     open_contexts();
-    refuse_output_shaders();
     rendering.store(this, std::memory_order_relaxed);
 }
 
@@ -173,21 +169,6 @@ void Renderer::open_buffers() {
         descs = element->framebuffers;
     buffers_ = make_framebuffers(descs, camera.x_resolution, camera.y_resolution,
                                  element ? element->place : frame_->place);
-    for (const FrameBuffer& buffer : buffers_)
-        if (buffer.desc.useopacity)
-            send_message(MessageLevel::warning,
-                         "frame buffer \"%s\": weighting by opacity is not supported yet",
-                         buffer.desc.name.c_str());
-}
-
-void Renderer::refuse_output_shaders() const {
-    const Database& database = world_->scene.database;
-    for (const Element* shader = database.find(frame_->camera.output);
-         shader && shader->type == miSCENE_FUNCTION;
-         shader = database.find(shader->as<miFunction>()->next_function))
-        send_message(MessageLevel::warning,
-                     "output shader \"%s\": output shaders are not supported yet: it does not run",
-                     shader->name.c_str());
 }
 
 void Renderer::open_film() {
@@ -276,8 +257,6 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t
     context.sample_seed = place.seed;
     context.sample_dimension = 0;
     context.random_state = mix_bits(place.seed);
-    context.opacity = {1.0f, 1.0f, 1.0f, 1.0f};
-    context.opacity_set = false;
     if (buffers_.size() > 1) {
         std::ranges::fill(context.buffers.values, miColor{});
         context.buffers.written.assign(buffers_.size(), false);

@@ -56,7 +56,6 @@ private:
     void open_buffers();
     void open_film();
     void open_contexts();
-    void refuse_output_shaders() const;
     void work();
     bool render_bucket(ThreadContext& context, std::size_t bucket);
     void render_sample(ThreadContext& context, int x, int y, std::uint32_t index, float* offset,

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <unordered_set>
 
-#include "kit/message.h"
 #include "render/affine.h"
+#include "render/demands.h"
 #include "render/embree_scene.h"
 
 namespace stage {
@@ -130,6 +130,9 @@ public:
     [[nodiscard]] const std::optional<Inherited>& camera() const { return camera_; }
     [[nodiscard]] const std::vector<Inherited>& instance_spaces() const { return instance_spaces_; }
     [[nodiscard]] const std::vector<Inherited>& light_spaces() const { return light_spaces_; }
+    [[nodiscard]] bool moves(const Inherited& in) const {
+        return world_.shutter_opens() && !(in.motion_to_world == in.to_world);
+    }
 
 private:
     void visit(miTag tag, const Inherited& parent, int depth);
@@ -193,6 +196,10 @@ void Flattener::visit(miTag tag, const Inherited& parent, int depth) {
             world_.camera = item->as<miCamera>();
         }
         return;
+    case miSCENE_FUNCTION: // a geometry shader
+        if (world_.options->no_geometry)
+            return;
+        [[fallthrough]];
     default:
         throw SceneError(element->place, "instance \"" + element->name + "\": an element of this kind (\"" +
                                              item->name + "\") cannot be rendered yet");
@@ -281,10 +288,8 @@ void Flattener::check_labels(const WorldInstance& w, const Element& instance, co
 
 void Flattener::add_light(Element& instance, const Element& light, const Inherited& in) {
     WorldLight w;
-    if (light.as<miLight>()->visible && light.as<miLight>()->area != miLIGHT_NONE)
-        send_message(MessageLevel::warning,
-                     "light \"%s\": visible lights are not supported yet: it is not seen",
-                     light.name.c_str());
+    if (moves(in))
+        warn_once(world_.scene, instance, "moving lights are not supported yet: it stays where it starts");
     w.instance = leaf_for_path(instance).tag;
     w.light_tag = light.tag;
     w.light = light.as<miLight>();
@@ -309,8 +314,10 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
     flat.run();
 
     const Inherited& view = *flat.camera();
-    if (!(view.motion_to_world == view.to_world))
-        send_message(MessageLevel::warning, "a moving camera is not supported yet: it stays where it starts");
+    if (flat.moves(view))
+        warn_once(scene, *scene.database.find(camera_instance),
+                  "a moving camera is not supported yet: it stays where it starts");
+    camera_space = camera_space || options->render_space == 'c';
     const Affine from_world = camera_space ? view.to_local : Affine{}; // to internal space
     const Affine to_world = camera_space ? view.to_world : Affine{};
     from_world.store(world_to_internal.m);
@@ -327,7 +334,7 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         (to_world * in.to_local).store(w.from_internal.m);
         (in.motion_to_world * from_world).store(w.motion_to_internal.m);
         w.mirrored = to_internal.determinant() < 0.0;
-        moving = moving || (w.has_motion && options->motion && options->shutter > 0.0f);
+        moving = moving || (w.has_motion && shutter_opens());
         instance_index_.emplace(w.tag, static_cast<std::uint32_t>(i));
     }
     for (std::size_t i = 0; i < lights.size(); ++i) {

@@ -70,7 +70,8 @@ struct EmbreeScene; // render/embree_scene.h, the only place that includes Embre
 
 class World {
 public:
-    // Flattens the graph below `command.root` and builds the ray casting structure. Throws SceneError.
+    // Flattens the graph below `command.root` and builds the ray casting structure. Internal space is the
+    // camera's if `camera_space` is set or the options say so. Throws SceneError.
     World(Scene& scene, const RenderCommand& command, bool camera_space);
     ~World();
     World(const World&) = delete;
@@ -86,6 +87,7 @@ public:
     std::vector<WorldLight> lights;
     std::vector<miTag> light_tags; // instances of `lights`, in order
     bool moving = false;           // something moves and the options ask for motion
+    [[nodiscard]] bool shutter_opens() const { return options->motion && options->shutter > 0.0f; }
 
     [[nodiscard]] const WorldInstance* find_instance(miTag tag) const;
     [[nodiscard]] const WorldLight* find_light(miTag instance) const;

@@ -112,8 +112,13 @@ void bind_code(Scene& scene, Declaration& declaration) {
     if (!code)
         throw std::runtime_error(shader + " is in no linked library (linked: " + scene.libraries->names() +
                                  ")");
-    const int version = code->version ? code->version() : declaration.version;
-    if (declaration.version != 0 && version != declaration.version)
+    const int declared = declaration.version;
+    const bool of_library = !code->library.empty(); // the program's own functions need no check
+    if (of_library && declared != 0 && !code->version)
+        throw std::runtime_error(shader + " is declared with version " + std::to_string(declared) + ", but " +
+                                 code->library + " exports no " + code->name + "_version to compare with");
+    const int version = declared != 0 && code->version ? code->version() : declared;
+    if (version != declared)
         throw std::runtime_error(shader + " has version " + std::to_string(version) + " in " + code->library +
                                  ", but version " + std::to_string(declaration.version) + " is declared");
     declaration.code = code;

@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,8 @@ struct Place {
 class SceneError : public std::runtime_error {
 public:
     SceneError(const Place& place, const std::string& message, std::string_view source_line = {});
+    // A mistake of no place in a file, such as a file that cannot be read: the message alone.
+    explicit SceneError(const std::string& message) : std::runtime_error(message) {}
     // The same report with another line below it.
     SceneError(const SceneError& error, const std::string& note);
 };
@@ -72,6 +75,7 @@ struct Declaration {
     int version = 0;                      // 0: not stated
     std::uint32_t apply = 0;              // bit n for miShader_type n
     std::string shadow_mode;              // demanded mode: "", "off", "on", "sort", "segments"
+    std::string trace_mode;               // demanded: "", "off", "on"
     ShaderCode* code = nullptr;           // of a shader: found in the libraries at the first use
     std::shared_ptr<PhenomenonBody> body; // of a phenomenon
     [[nodiscard]] const Param* find(std::string_view param) const;
@@ -241,6 +245,9 @@ private:
     mutable std::mutex guard_;
 };
 
+// Options of which no statement has been made yet.
+[[nodiscard]] miOptions default_options();
+
 // The shader instance whose parameters an instance is called with: itself or the one that it takes them from.
 Element& parameter_holder(const Database& database, Element& element);
 
@@ -265,8 +272,9 @@ struct Scene {
     std::unordered_map<std::string, std::unique_ptr<Declaration>> declarations;
     std::unordered_map<std::string, std::unique_ptr<ShaderCode>> code;
     std::unique_ptr<LibrarySet> libraries;
-    std::vector<std::string> search_path; // for link, include, textures and data files
-    std::vector<std::string> warnings; // missing texture, version mismatch, ...: each names element and place
+    std::vector<std::string> search_path;   // for link, include, textures and data files
+    std::vector<std::string> warnings;      // missing texture, ...: each names element and place
+    std::unordered_set<std::string> warned; // those of the frames, each given once for all of them
 
     std::function<void(const std::string& text)>
         on_echo;        // the `echo` command; null prints on standard output

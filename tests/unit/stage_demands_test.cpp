@@ -1,0 +1,81 @@
+// What the scene asks for and the stage passes over is told with its place, once; nothing else is.
+#include <gmock/gmock.h>
+
+#include "kit/message.h"
+#include "mi/parser.h"
+#include "render/renderer.h"
+#include "scene/libraries.h"
+
+namespace stage {
+namespace {
+
+miBoolean nothing(void*, miState*, void*, void*) {
+    return miTRUE;
+}
+
+struct Case {
+    std::string options, camera, report, others = {}, member = {};
+};
+
+// Two frames of a scene whose options, camera and other things begin in the lines 2, 3 and 4: what is told,
+// and whether rays are traced.
+std::pair<std::string, bool> told(const Case& c) {
+    Scene scene;
+    for (const char* shader : {"s", "traced", "untraced"})
+        scene.libraries->define(shader, reinterpret_cast<void*>(&nothing));
+    std::pair<std::string, bool> result;
+    set_message_sink([&](MessageLevel, std::string_view text) { result.first.append(text) += '\n'; });
+    const std::string text =
+        R"(declare shader "s" () end declare declare shader "traced" () trace on end declare declare shader "untraced" () trace off end declare
+options "opt" )" +
+        c.options + " end options\ncamera \"cam\" resolution 2 2 " + c.camera + " end camera\n" + c.others +
+        " instance \"eye\" \"cam\" end instance instgroup \"root\" \"eye\" " + c.member + " end instgroup" +
+        R"( render "root" "eye" "opt" render "root" "eye" "opt")";
+    try {
+        parse_text(scene, text, "t.mi", [&](Scene& s, const RenderCommand& command) {
+            result.second = Renderer(s, command, {}).world().options->trace != miFALSE;
+        });
+    } catch (const SceneError& error) {
+        result.first.append(error.what()) += '\n';
+    }
+    set_message_sink(nullptr);
+    return result;
+}
+
+TEST(StageDemands, AreMetOrTold) {
+    const std::string lamp = R"(light "l" "s" () origin 0 0 0 end light instance "i" "l" )";
+    const std::string moves = "motion transform 1 0 0 0 0 1 0 0 0 0 1 0 1 0 0 1";
+    const std::string displaced = R"(material "m" "s" () displace "s" () end material)";
+    const std::string made = R"(instance "i" geometry "s" () end instance)";
+    const Case cases[] = {
+        // the defaults, and what is so anyway
+        {"samples -2 1 contrast .1 .1 .1 gamma 1 colorclip rgb caustic accuracy 100 samplelock on", "", ""},
+        {"samples 0 1", "", "2:9: \"opt\": a least number of samples below"},
+        {"contrast .1 .2 .1", "",
+         "2:9: \"opt\": contrast is not supported yet and without effect outside of"},
+        {"globillum accuracy 100 2", "", "2:9: \"opt\": accuracy and depth of photons are"},
+        {"\"autovolume\" on", "", "2:9: \"opt\": the string option autovolume is not supported yet and"},
+        {"", "framebuffer \"b\" filetype \"rla\"", "3:8: \"cam\": frame buffer \"b\": the file type is"},
+        {"", "output \"s\" ()", "3:36: \"s\": output shaders are not supported yet"},
+        {"output off", "output \"s\" ()", ""},
+        {"", "resolution 32768 8193", "3:8: the camera \"cam\" asks for a picture of 32768 x 8193 pixels"},
+        {"motion on shutter 1", "", "4:50: \"i\": moving lights", lamp + moves + " end instance", "\"i\""},
+        {"motion off shutter 1", "", "", lamp + moves + " end instance", "\"i\""},
+        {"", "", "", lamp + "hide on end instance", "\"i\""},
+        {"", "", "4:50: \"i\": this instance of a light is in no group", lamp + "end instance"},
+        {"", "", "4:10: \"m\": displacement is", displaced},
+        {"displace off", "", "", displaced},
+        {"", "", "4:10: instance \"i\": an element of this kind", made, "\"i\""},
+        {"geometry off", "", "", made, "\"i\""},
+        {"", "", "4:12: \"x\": the demand for tracing to be off is", R"(shader "x" "untraced" ())"},
+    };
+    for (const Case& c : cases) {
+        const std::string all = told(c).first;
+        EXPECT_EQ(std::ranges::count(all, '\n'), c.report.empty() ? 0 : 1) << all;
+        EXPECT_THAT(all, testing::StartsWith(c.report.empty() ? "" : "t.mi:" + c.report));
+    }
+    EXPECT_TRUE(told({"trace off", "", "", R"(shader "x" "traced" ())"}).second);
+}
+
+} // namespace
+} // namespace stage
