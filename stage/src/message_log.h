@@ -13,9 +13,9 @@
 
 namespace stage {
 
-// Hands messages on to a sink, of each text the first `shown` only; summarise() tells how often it came in all.
-// Of texts that are all different (with coordinates in them, say) the first `most_texts` get through. Progress and
-// debugging messages are not bounded: whoever turns them on wants them. Thread-safe.
+// Hands messages on to a sink, of each text the first `shown` only; summarise() tells how often it came in
+// all. Of texts that are all different (with coordinates in them, say) the first `most_texts` get through.
+// Progress and debugging messages are not bounded: whoever turns them on wants them. Thread-safe.
 class MessageLog {
 public:
     static constexpr std::uint64_t shown = 3;

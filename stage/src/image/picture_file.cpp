@@ -204,6 +204,8 @@ void check_picture_path(const std::string& path) {
 
 void check_picture(const Picture& picture) {
     const std::string& path = picture.path;
+    if (picture.format.empty())
+        fail(path, "its name must end in .png or .exr");
     if (!is_picture_format(picture.format))
         fail(path, "unknown picture format \"" + picture.format + "\", known are png and exr");
     if (picture.format == "png" && !picture.buffers.empty() &&
@@ -211,7 +213,7 @@ void check_picture(const Picture& picture) {
         fail(path, "PNG files cannot hold tags");
     std::error_code ignored;
     const fs::path parent = fs::path(path).parent_path();
-    const std::string folder = parent.empty() ? "." : parent.string();
+    const std::string folder = (parent.empty() ? fs::current_path() : parent).string();
     if (!fs::is_directory(folder, ignored))
         fail(path, "there is no folder \"" + folder + "\"");
     if (access(folder.c_str(), W_OK | X_OK) != 0)
