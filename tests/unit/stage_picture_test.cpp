@@ -1,8 +1,10 @@
 // Picture files, read back with the image library.
 #include <OpenImageIO/imageio.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <bit>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <vector>
@@ -101,6 +103,14 @@ TEST_F(StagePicture, AFailureNamesThePathAndLeavesNothingHalfWritten) {
         EXPECT_THAT([&] { stage::check_picture_path(bad.path); }, names_it);
         EXPECT_THAT([&] { stage::write_picture(bad); }, names_it);
     }
+    // A disk that is full while the file is being written.
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{100, limit.rlim_max};
+    std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    EXPECT_THROW(stage::write_picture(picture(base / "full.exr", buffers)), std::runtime_error);
+    setrlimit(RLIMIT_FSIZE, &limit);
     std::string text;
     std::ifstream(base / "old.tga") >> text;
     EXPECT_EQ(text, "precious");

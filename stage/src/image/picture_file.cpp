@@ -1,5 +1,6 @@
 #include "image/picture_file.h"
 
+#include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/half.h>
 #include <OpenImageIO/imageio.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
@@ -48,8 +50,13 @@ public:
     ~PartFile() { remove_unfinished_picture(); }
     PartFile(const PartFile&) = delete;
     PartFile& operator=(const PartFile&) = delete;
-    [[nodiscard]] const std::string& path() const { return path_; }
-    void finish() {
+    void finish(const std::vector<unsigned char>& bytes) {
+        std::FILE* file = std::fopen(path_.c_str(), "wb");
+        if (!file)
+            fail(picture_.string(), std::generic_category().message(errno));
+        const bool full = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+        if (const bool closed = std::fclose(file) == 0; !full || !closed)
+            fail(picture_.string(), std::generic_category().message(errno));
         std::error_code error;
         fs::rename(path_, picture_, error);
         if (error)
@@ -62,16 +69,18 @@ private:
     std::string path_;
 };
 
-// Writes rows that run from the top.
+// Writes rows that run from the top. The file is made in memory: the formats' writers lose the error of a
+// disk that is full when they close it.
 void write_rows(const std::string& path, const std::string& format, const ImageSpec& spec, TypeDesc type,
                 const std::vector<std::byte>& pixels) {
-    PartFile part{fs::path(path)};
+    OIIO::Filesystem::IOVecOutput memory;
     auto output = ImageOutput::create(format);
     if (!output)
         fail(path, OIIO::geterror());
-    if (!output->open(part.path(), spec) || !output->write_image(type, pixels.data()) || !output->close())
+    if (!output->set_ioproxy(&memory) || !output->open(path, spec) ||
+        !output->write_image(type, pixels.data()) || !output->close())
         fail(path, output->geterror());
-    part.finish();
+    PartFile(path).finish(memory.buffer());
 }
 
 std::string layer_channel(const FrameBuffer& buffer, std::size_t channel, bool first) {
