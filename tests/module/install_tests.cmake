@@ -1,5 +1,4 @@
-# What `cmake --install` lays out is complete. The programs and libraries of the other folders are not installed,
-# so the module and its declarations are all that has to be built.
+# What `cmake --install` lays out is complete.
 if(TARGET orlshaders AND NOT CMAKE_CROSSCOMPILING AND NOT ORL_SANITIZE
    AND ORL_RENDERER_INCLUDE_DIR STREQUAL "${PROJECT_SOURCE_DIR}/platform/include")
     orl_add_command_test(install_and_use

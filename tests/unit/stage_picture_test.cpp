@@ -140,20 +140,19 @@ TEST_F(StagePicture, AStoppedFrameReplacesNoFinishedPicture) {
     stage::RenderSettings settings;
     settings.progress = false;
     settings.outputs = {path};
+    const auto frame = [&](stage::Scene& scene, const stage::RenderCommand& command) {
+        stage::Renderer renderer(scene, command, settings);
+        renderer.abort();
+        EXPECT_FALSE(renderer.render());
+        EXPECT_THAT(renderer.write_pictures(), testing::ElementsAre((base / "frame.partial.png").string()));
+        settings.outputs = {(base / "missing/frame.png").string()}; // refused before rendering
+        EXPECT_THROW(stage::Renderer(scene, command, settings), std::runtime_error);
+    };
     stage::Scene scene;
     stage::parse_text(scene,
-                      "options \"o\" end options camera \"c\" resolution 8 6 end camera\n"
-                      "instance \"i\" \"c\" end instance instgroup \"g\" \"i\" end instgroup\n"
-                      "render \"g\" \"i\" \"o\"\n",
-                      "test.mi", [&](stage::Scene& s, const stage::RenderCommand& command) {
-                          stage::Renderer renderer(s, command, settings);
-                          renderer.abort();
-                          EXPECT_FALSE(renderer.render());
-                          EXPECT_THAT(renderer.write_pictures(),
-                                      testing::ElementsAre((base / "frame.partial.png").string()));
-                          settings.outputs = {(base / "missing/frame.png").string()};
-                          EXPECT_THROW(stage::Renderer(s, command, settings), std::runtime_error);
-                      });
+                      "options o end options camera c resolution 8 6 end camera instance i c end instance "
+                      "instgroup g \"i\" end instgroup render g i o",
+                      "test.mi", frame);
     std::string text;
     std::ifstream(path) >> text;
     EXPECT_EQ(text, "finished");
