@@ -589,8 +589,8 @@ miBoolean mi_par_aborted(void);
 } /* extern "C" */
 #endif
 
-#include "../proposed/shader_proposed.h"
 #include "geoshader.h"
+#include "proposed/shader_proposed.h"
 
 /* ---- vectors -------------------------------------------------------------------------------- */
 

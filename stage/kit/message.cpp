@@ -25,12 +25,6 @@ Router& router() {
     return *instance;
 }
 
-void write_line(MessageLevel level, std::string_view text) {
-    std::string line = name_of(level);
-    line.append(": ").append(text).append("\n");
-    std::fwrite(line.data(), 1, line.size(), stderr);
-}
-
 } // namespace
 
 const char* name_of(MessageLevel level) {
@@ -41,6 +35,12 @@ const char* name_of(MessageLevel level) {
 void set_message_sink(MessageSink sink) {
     const std::lock_guard guard(router().mutex);
     router().sink = std::move(sink);
+}
+
+void write_message(MessageLevel level, std::string_view text) {
+    std::string line = name_of(level);
+    line.append(": ").append(text).append("\n");
+    std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 void set_message_level(MessageLevel least) {
@@ -75,7 +75,7 @@ void send_text(MessageLevel level, std::string_view text) {
         if (router().sink)
             router().sink(level, text);
         else
-            write_line(level, text);
+            write_message(level, text);
     }
     if (level == MessageLevel::fatal)
         std::abort();

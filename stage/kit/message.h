@@ -21,6 +21,9 @@ using MessageSink = std::function<void(MessageLevel, std::string_view)>;
 // Null puts the standard one back: a line "level: text" on the standard error stream.
 void set_message_sink(MessageSink sink);
 
+// What the standard sink does, for other sinks.
+void write_message(MessageLevel level, std::string_view text);
+
 // Messages less urgent than `least` are dropped. As the program starts: info.
 void set_message_level(MessageLevel least);
 

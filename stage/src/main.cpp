@@ -1,5 +1,6 @@
 // The command line of the stage: reads a scene and renders what it asks for.
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -13,6 +14,7 @@
 
 #include "image/picture_file.h"
 #include "kit/message.h"
+#include "message_log.h"
 #include "mi/parser.h"
 #include "render/renderer.h"
 #include "scene/libraries.h"
@@ -24,6 +26,7 @@ using Clock = std::chrono::steady_clock;
 
 struct CommandLine {
     std::string scene;
+    std::string default_scene, default_folder; // of ./render; empty: none
     std::vector<std::string> outputs, libraries;
     int threads = 0;
     std::vector<int> region, resolution;
@@ -41,22 +44,39 @@ double since(Clock::time_point start) {
 }
 
 // The first Ctrl-C stops the frame, a second one the program.
-extern "C" void stop_rendering(int signal) {
+extern "C" void stop_program(int signal) {
+    stage::remove_unfinished_picture();
     std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+extern "C" void stop_rendering(int signal) {
+    std::signal(signal, stop_program);
     if (stage::Renderer* renderer = stage::current_renderer())
         renderer->abort();
     else
-        std::raise(signal);
+        stop_program(signal);
 }
 
 // "name.png" and 3: "name.0003.png".
 std::string numbered(const std::string& path, int number) {
     char digits[16];
     std::snprintf(digits, sizeof digits, ".%04d", number);
-    std::filesystem::path result(path);
-    const std::string extension = result.extension().string();
-    result.replace_extension();
-    return result.string() + digits + extension;
+    return stage::before_ending(path, digits);
+}
+
+// On a terminal a message takes the place of the progress line, which comes again below it.
+void show_message(stage::MessageLevel level, std::string_view text) {
+    static const bool terminal = isatty(STDERR_FILENO) != 0;
+    if (terminal)
+        std::fputs("\r\033[K", stderr);
+    stage::write_message(level, text);
+}
+
+// Kept until the process is gone: shader modules send messages while they are unloaded.
+stage::MessageLog& message_log() {
+    static auto* const log = new stage::MessageLog(show_message);
+    return *log;
 }
 
 void print_statistics(const stage::Statistics& s, const Times& times) {
@@ -155,6 +175,7 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     times.render = since(rendering);
 
     const Clock::time_point writing = Clock::now();
+    message_log().summarise();
     if (frames_ == 2)
         number_first_frame();
     const std::vector<std::string> pictures = renderer.write_pictures();
@@ -169,13 +190,18 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     const stage::Statistics statistics = renderer.statistics();
     if (line_.statistics)
         print_statistics(statistics, times);
-    else if (statistics.bad_samples > 0)
-        std::fprintf(stderr, "%llu samples were NaN or infinite\n",
-                     static_cast<unsigned long long>(statistics.bad_samples));
-    if (!complete) {
-        std::fprintf(stderr, "stopped: the picture is not complete\n");
+    if (statistics.bad_samples > 0)
+        std::fprintf(
+            stderr, "warning: %llu of %llu samples (%.3g %%) were NaN or infinite and count as black\n",
+            static_cast<unsigned long long>(statistics.bad_samples),
+            static_cast<unsigned long long>(statistics.samples),
+            100.0 * static_cast<double>(statistics.bad_samples) / static_cast<double>(statistics.samples));
+    if (!complete)
+        std::fprintf(stderr, "stopped: what was finished is in %s; no finished picture was replaced\n",
+                     pictures.front().c_str());
+    // While the pictures were written too: no other frame follows.
+    if (renderer.aborted())
         throw Stopped{};
-    }
 }
 
 int Session::run() {
@@ -202,41 +228,89 @@ int Session::run() {
     return stopped_ ? 130 : frames_ > 0 ? 0 : 1;
 }
 
+// An option's check: the error's text, or nothing.
+std::string check_output(const std::string& path) {
+    try {
+        stage::check_picture_path(path);
+        return {};
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
+
+std::string check_samples(const std::string& text) {
+    const int n = std::atoi(text.c_str());
+    for (int root = 1; root <= 256; ++root)
+        if (root * root == n)
+            return {};
+    return "samples must be 1, 4, 9, 16, ... 65536";
+}
+
+std::string help_footer(const CommandLine& line) {
+    const std::string picture =
+        line.default_folder.empty()
+            ? "the pictures go where the scene's camera says, or to SCENE.png in this folder"
+            : "the picture goes to " + line.default_folder + "/SCENE.png";
+    return "Without -o " + picture +
+           ".\nA scene that renders several frames gives NAME.0001.png, NAME.0002.png and so on.\n"
+           "Ctrl-C writes what is finished to NAME.partial.png; a second one ends the program at once.\n"
+           "\nExit codes: 0 rendered, 1 an error or nothing to render, 130 stopped with Ctrl-C.";
+}
+
 void declare(CLI::App& app, CommandLine& line) {
-    app.add_option("scene", line.scene, "scene file (.mi)")->required();
-    app.add_option("-o,--output", line.outputs, "picture to write, .png or .exr; may be given several times")
-        ->check([](const std::string& path) {
-            return stage::is_picture_format(stage::format_of(path)) ? std::string()
-                                                                    : path + ": pictures end in .png or .exr";
-        })
+    app.add_option("scene", line.scene, "scene file; the ending .mi may be left out");
+    app.add_option(
+           "-o,--output", line.outputs,
+           "picture to write, .png (as on a display) or .exr (linear, with all frame buffers); may be "
+           "given several times")
+        ->check(check_output)
         ->allow_extra_args(false);
-    app.add_option("-L,--library-path", line.libraries, "folder with shader libraries and included files")
+    app.add_option("-L,--library-path", line.libraries,
+                   "folder with shader libraries and included files; may be given several times")
         ->allow_extra_args(false);
-    app.add_option("--threads", line.threads, "threads, 0 for all cores")->check(CLI::Range(0, 1024));
-    app.add_option("--region", line.region, "xl yl xh yh: pixels to render, inclusive, (0, 0) lower left")
+    app.add_option("--threads", line.threads, "threads; 0, the default, for all cores")
+        ->check(CLI::Range(0, 1024));
+    app.add_option(
+           "--region", line.region,
+           "xl yl xh yh: pixels to render, inclusive, (0, 0) lower left; default: the camera's window")
         ->expected(4);
-    app.add_option("--resolution", line.resolution, "width height: pixels, in place of the camera's")
+    app.add_option("--resolution", line.resolution, "width height in pixels; default: the camera's")
         ->expected(2)
         ->check(CLI::Range(1, 65536));
-    app.add_option("--samples", line.samples, "samples for each pixel, a square number")
-        ->check([](const std::string& text) {
-            const int n = std::atoi(text.c_str());
-            for (int root = 1; root <= 256; ++root)
-                if (root * root == n)
-                    return std::string();
-            return std::string("samples must be 1, 4, 9, 16, ... 65536");
-        });
-    app.add_option("--space", line.space, "internal space of the renderer")
+    app.add_option("--samples", line.samples,
+                   "samples for each pixel, a square number; default: the scene's, 1 when it says nothing")
+        ->check(check_samples);
+    app.add_option("--space", line.space, "internal space of the renderer: world, the default, or camera")
         ->check(CLI::IsMember({"world", "camera"}));
     app.add_flag("--stats", line.statistics, "print rays, samples and times");
     app.add_flag("--quiet", line.quiet, "no progress line");
+    // For ./render.
+    app.add_option("--default-scene", line.default_scene)->group("");
+    app.add_option("--default-folder", line.default_folder)->group("");
+    app.footer([&line] { return help_footer(line); });
+}
+
+// Settles what the command line leaves open.
+void complete(CommandLine& line) {
+    namespace fs = std::filesystem;
+    if (line.scene.empty())
+        line.scene = line.default_scene;
+    if (line.scene.empty())
+        throw std::runtime_error("which scene? --help shows the usage");
+    if (!fs::exists(line.scene) && fs::path(line.scene).extension() != ".mi") {
+        if (!fs::exists(line.scene + ".mi"))
+            throw std::runtime_error("there is no scene \"" + line.scene + "\" or \"" + line.scene + ".mi\"");
+        line.scene += ".mi";
+    }
+    if (line.outputs.empty() && !line.default_folder.empty())
+        line.outputs = {line.default_folder + "/" + fs::path(line.scene).stem().string() + ".png"};
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
     CommandLine line;
-    CLI::App app{"Renders scenes with shader libraries."};
+    CLI::App app{"Renders a scene with its shader libraries."};
     declare(app, line);
     try {
         app.parse(argc, argv);
@@ -244,10 +318,15 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : 1; // help is no failure
     }
     std::signal(SIGINT, stop_rendering);
+    stage::set_message_sink(
+        [](stage::MessageLevel level, std::string_view text) { message_log().take(level, text); });
+    int code = 1;
     try {
-        return Session(line).run();
+        complete(line);
+        code = Session(line).run();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
-        return 1;
     }
+    message_log().summarise();
+    return code;
 }

@@ -1,13 +1,17 @@
 // Picture files, read back with the image library.
 #include <OpenImageIO/imageio.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <bit>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <vector>
 
 #include "image/picture_file.h"
+#include "mi/parser.h"
+#include "render/renderer.h"
 #include "test_paths.h"
 
 namespace {
@@ -32,11 +36,9 @@ protected:
         }
         return stage::make_framebuffers(descs, 3, 2, {});
     }
-    static void write(const fs::path& path, const std::vector<FrameBuffer>& buffers, std::size_t count = 4) {
-        std::vector<const FrameBuffer*> pointers;
-        for (std::size_t k = 0; k < count; ++k)
-            pointers.push_back(&buffers[k]);
-        stage::write_picture(path.string(), pointers);
+    // The picture of all buffers (PNG takes the first alone).
+    static stage::Picture picture(const fs::path& path, const std::vector<FrameBuffer>& buffers) {
+        return stage::pictures_of(buffers, std::vector{path.string()}, "").front();
     }
     const fs::path base = fs::path(orl_test_output_dir) / "stage_picture";
 };
@@ -48,7 +50,7 @@ TEST_F(StagePicture, EveryBufferIsALayerOfAnExr) {
     buffers[1].pixel(0, 0)[0] = 1234.567f;
     buffers[2].pixel(1, 0)[0] = std::bit_cast<float>(0x7FC00001u); // a tag whose bits are a NaN
     buffers[3].pixel(2, 1)[1] = 100000.5f;
-    write(base / "layers.exr", buffers);
+    stage::write_picture(picture(base / "layers.exr", buffers));
     const auto input = OIIO::ImageInput::open((base / "layers.exr").string());
     ASSERT_TRUE(input) << OIIO::geterror();
     EXPECT_EQ(input->spec().nchannels, 4 + 1 + 1 + 3);
@@ -76,7 +78,7 @@ TEST_F(StagePicture, PngIsDisplayReferredWithStraightAlpha) {
         {0.18f, 0.002f, 1.0f, 1.0f}, {0.25f, 0.5f, 0.125f, 0.5f}, {7.0f, -1.0f, 0.18f, 0.0f}};
     for (int x = 0; x < 3; ++x)
         std::copy_n(top[x], 4, buffers[0].pixel(x, 1).begin());
-    write(base / "display.png", buffers, 1);
+    stage::write_picture(picture(base / "display.png", buffers));
     OIIO::ImageSpec config;
     config.attribute("oiio:UnassociatedAlpha", 1); // as it is in the file
     const auto input = OIIO::ImageInput::open((base / "display.png").string(), &config);
@@ -94,13 +96,67 @@ TEST_F(StagePicture, AFailureNamesThePathAndLeavesNothingHalfWritten) {
     const auto buffers = make();
     std::ofstream(base / "old.tga") << "precious";
     fs::create_directories(base / "taken.png" / "inside");
-    for (const char* name : {"missing/a.png", "missing/a.exr", "old.tga", "none", "taken.png"})
-        EXPECT_THAT([&] { write(base / name, buffers); },
-                    testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr((base / name).string())));
+    for (const char* name :
+         {"missing/a.png", "missing/a.exr", "old.tga/a.png", "old.tga", "none", "taken.png"}) {
+        const stage::Picture bad = picture(base / name, buffers);
+        const auto names_it = testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(bad.path));
+        EXPECT_THAT([&] { stage::check_picture_path(bad.path); }, names_it);
+        EXPECT_THAT([&] { stage::write_picture(bad); }, names_it);
+    }
+    // A disk that is full while the file is being written.
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{100, limit.rlim_max};
+    std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    EXPECT_THROW(stage::write_picture(picture(base / "full.exr", buffers)), std::runtime_error);
+    setrlimit(RLIMIT_FSIZE, &limit);
     std::string text;
     std::ifstream(base / "old.tga") >> text;
     EXPECT_EQ(text, "precious");
     EXPECT_EQ(std::distance(fs::directory_iterator(base), fs::directory_iterator()), 2);
+}
+
+TEST_F(StagePicture, AFrameWritesWhatIsAskedForOrElseWhatTheBuffersNameOrElseTheDefault) {
+    auto buffers = make();
+    const auto listed = [&](const std::vector<std::string>& outputs) {
+        std::string list;
+        for (const auto& p : stage::pictures_of(buffers, outputs, "scene.png"))
+            list += p.path + ":" + p.format + ":" + std::to_string(p.buffers.size()) + " ";
+        return list;
+    };
+    EXPECT_EQ(listed({}), "scene.png:png:4 ");
+    buffers[0].desc.filename = "main.data";
+    buffers[0].desc.filetype = "exr";
+    buffers[1].desc.filename = "depth.EXR";
+    buffers[1].desc.filetype = "zt"; // not one that can be written: the ending decides
+    EXPECT_EQ(listed({}), "main.data:exr:4 depth.EXR:exr:1 ");
+    EXPECT_EQ(listed({"a.png", "b.exr"}), "a.png:png:4 b.exr:exr:4 ");
+}
+
+TEST_F(StagePicture, AStoppedFrameReplacesNoFinishedPicture) {
+    const std::string path = (base / "frame.png").string();
+    std::ofstream(path) << "finished";
+    stage::RenderSettings settings;
+    settings.progress = false;
+    settings.outputs = {path};
+    const auto frame = [&](stage::Scene& scene, const stage::RenderCommand& command) {
+        stage::Renderer renderer(scene, command, settings);
+        renderer.abort();
+        EXPECT_FALSE(renderer.render());
+        EXPECT_THAT(renderer.write_pictures(), testing::ElementsAre((base / "frame.partial.png").string()));
+        settings.outputs = {(base / "missing/frame.png").string()}; // refused before rendering
+        EXPECT_THROW(stage::Renderer(scene, command, settings), std::runtime_error);
+    };
+    stage::Scene scene;
+    stage::parse_text(scene,
+                      "options o end options camera c resolution 8 6 end camera instance i c end instance "
+                      "instgroup g \"i\" end instgroup render g i o",
+                      "test.mi", frame);
+    std::string text;
+    std::ifstream(path) >> text;
+    EXPECT_EQ(text, "finished");
+    EXPECT_TRUE(fs::exists(base / "frame.partial.png"));
 }
 
 } // namespace

@@ -1,15 +1,20 @@
 #include "image/picture_file.h"
 
+#include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/half.h>
 #include <OpenImageIO/imageio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <vector>
 
 namespace stage {
@@ -24,32 +29,58 @@ using OIIO::TypeDesc;
     throw std::runtime_error("cannot write picture \"" + path + "\": " + cause);
 }
 
-// Writes rows that run from the top to a file beside `path`, and gives it its name when it is complete.
+namespace fs = std::filesystem;
+
+// The file that is being written, for remove_unfinished_picture: a signal handler must not touch a string.
+char unfinished[4096];
+std::atomic<bool> is_unfinished{false};
+
+// A file beside the picture that takes its name once it is complete, and is removed when it never is.
+class PartFile {
+public:
+    explicit PartFile(const fs::path& picture) : picture_(picture) {
+        std::string name(1, '.');
+        name += picture.filename().string() + "." + std::to_string(getpid()) + ".part";
+        path_ = (picture.parent_path() / name).string();
+        if (path_.size() >= sizeof unfinished)
+            fail(picture.string(), "the path is too long");
+        std::strcpy(unfinished, path_.c_str());
+        is_unfinished = true;
+    }
+    ~PartFile() { remove_unfinished_picture(); }
+    PartFile(const PartFile&) = delete;
+    PartFile& operator=(const PartFile&) = delete;
+    void finish(const std::vector<unsigned char>& bytes) {
+        std::FILE* file = std::fopen(path_.c_str(), "wb");
+        if (!file)
+            fail(picture_.string(), std::generic_category().message(errno));
+        const bool full = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+        if (const bool closed = std::fclose(file) == 0; !full || !closed)
+            fail(picture_.string(), std::generic_category().message(errno));
+        std::error_code error;
+        fs::rename(path_, picture_, error);
+        if (error)
+            fail(picture_.string(), error.message());
+        is_unfinished = false;
+    }
+
+private:
+    fs::path picture_;
+    std::string path_;
+};
+
+// Writes rows that run from the top. The file is made in memory: the formats' writers lose the error of a
+// disk that is full when they close it.
 void write_rows(const std::string& path, const std::string& format, const ImageSpec& spec, TypeDesc type,
                 const std::vector<std::byte>& pixels) {
-    namespace fs = std::filesystem;
-    const fs::path target(path);
-    std::string name(1, '.');
-    name += target.filename().string() + "." + std::to_string(getpid()) + "." + format;
-    const fs::path part = target.parent_path() / name;
-    std::error_code ignored;
-    const auto give_up = [&](const std::string& cause) {
-        fs::remove(part, ignored);
-        fail(path, cause);
-    };
+    OIIO::Filesystem::IOVecOutput memory;
     auto output = ImageOutput::create(format);
     if (!output)
         fail(path, OIIO::geterror());
-    if (!output->open(part.string(), spec))
-        give_up(output->geterror());
-    if (!output->write_image(type, pixels.data()))
-        give_up(output->geterror());
-    if (!output->close())
-        give_up(output->geterror());
-    std::error_code error;
-    fs::rename(part, target, error);
-    if (error)
-        give_up(error.message());
+    if (!output->set_ioproxy(&memory) || !output->open(path, spec) ||
+        !output->write_image(type, pixels.data()) || !output->close())
+        fail(path, output->geterror());
+    PartFile(path).finish(memory.buffer());
 }
 
 std::string layer_channel(const FrameBuffer& buffer, std::size_t channel, bool first) {
@@ -136,23 +167,9 @@ void write_png(const std::string& path, const FrameBuffer& buffer) {
     write_rows(path, "png", spec, TypeDesc::UINT8, bytes);
 }
 
-} // namespace
-
-void write_picture(const std::string& path, std::span<const FrameBuffer* const> buffers,
-                   const std::string& format, const std::string& compression) {
-    const std::string wanted = format.empty() ? format_of(path) : format;
-    if (wanted == "exr")
-        write_exr(path, buffers, compression);
-    else if (wanted == "png" && buffers.front()->type->storage != FrameBufferType::Storage::integer)
-        write_png(path, *buffers.front());
-    else if (wanted == "png")
-        fail(path, "PNG files cannot hold tags");
-    else
-        fail(path, "unknown picture format \"" + wanted + "\", known are png and exr");
-}
-
+// The format that a file name asks for, in small letters; empty without an extension.
 std::string format_of(const std::string& path) {
-    std::string extension = std::filesystem::path(path).extension().string();
+    std::string extension = fs::path(path).extension().string();
     if (!extension.empty())
         extension.erase(0, 1);
     std::ranges::transform(extension, extension.begin(),
@@ -162,6 +179,75 @@ std::string format_of(const std::string& path) {
 
 bool is_picture_format(const std::string& format) {
     return format == "png" || format == "exr";
+}
+
+} // namespace
+
+std::vector<Picture> pictures_of(std::span<const FrameBuffer> buffers, std::span<const std::string> outputs,
+                                 const std::string& default_output) {
+    std::vector<const FrameBuffer*> all;
+    for (const FrameBuffer& buffer : buffers)
+        all.push_back(&buffer);
+    std::vector<Picture> pictures;
+    for (const std::string& path : outputs)
+        pictures.push_back({path, format_of(path), "", all});
+    if (!outputs.empty())
+        return pictures;
+    for (const FrameBuffer* buffer : all) {
+        const FramebufferDesc& desc = buffer->desc;
+        if (desc.filename.empty())
+            continue;
+        // The main image's file takes the other buffers along as layers, where the format can.
+        pictures.push_back({desc.filename,
+                            is_picture_format(desc.filetype) ? desc.filetype : format_of(desc.filename),
+                            desc.compression, buffer == all.front() ? all : std::vector{buffer}});
+    }
+    if (pictures.empty())
+        pictures.push_back({default_output, format_of(default_output), "", all});
+    return pictures;
+}
+
+void check_picture_path(const std::string& path) {
+    check_picture({path, format_of(path), "", {}});
+}
+
+void check_picture(const Picture& picture) {
+    const std::string& path = picture.path;
+    if (picture.format.empty())
+        fail(path, "its name must end in .png or .exr");
+    if (!is_picture_format(picture.format))
+        fail(path, "unknown picture format \"" + picture.format + "\", known are png and exr");
+    if (picture.format == "png" && !picture.buffers.empty() &&
+        picture.buffers.front()->type->storage == FrameBufferType::Storage::integer)
+        fail(path, "PNG files cannot hold tags");
+    std::error_code ignored;
+    const fs::path parent = fs::path(path).parent_path();
+    const std::string folder = (parent.empty() ? fs::current_path() : parent).string();
+    if (!fs::is_directory(folder, ignored))
+        fail(path, "there is no folder \"" + folder + "\"");
+    if (access(folder.c_str(), W_OK | X_OK) != 0)
+        fail(path,
+             "the folder \"" + folder + "\" cannot be written to: " + std::generic_category().message(errno));
+    if (fs::is_directory(path, ignored))
+        fail(path, "there is a folder of this name");
+}
+
+void write_picture(const Picture& picture) {
+    check_picture(picture);
+    if (picture.format == "exr")
+        write_exr(picture.path, picture.buffers, picture.compression);
+    else
+        write_png(picture.path, *picture.buffers.front());
+}
+
+std::string before_ending(const std::string& path, const std::string& mark) {
+    const std::string ending = fs::path(path).extension().string();
+    return fs::path(path).replace_extension().string() + mark + ending;
+}
+
+void remove_unfinished_picture() {
+    if (is_unfinished.exchange(false))
+        unlink(unfinished);
 }
 
 float srgb_of_linear(float linear) {

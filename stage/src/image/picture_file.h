@@ -3,28 +3,48 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 #include "image/framebuffer.h"
 
 namespace stage {
 
-// The format comes from `format` ("png" or "exr"), or when that is empty from the file name's extension.
-//
+// A file that a frame writes, with the buffers that may go into it: the first is its image.
+struct Picture {
+    std::string path;
+    std::string format; // "png" or "exr"
+    std::string
+        compression; // of an EXR, in the scene language's words: none, rle, piz, zip, pxr24; empty: zip
+    std::vector<const FrameBuffer*> buffers;
+};
+
+// What a frame writes: all buffers to each of `outputs` or, without any, to the files that the buffers name,
+// each its own and the main image's (the first) the others too; when they name none, to `default_output`. The
+// format is the one that a buffer names, or the path's ending.
+[[nodiscard]] std::vector<Picture> pictures_of(std::span<const FrameBuffer> buffers,
+                                               std::span<const std::string> outputs,
+                                               const std::string& default_output);
+
+// Throws what write_picture would, as far as it can be known before rendering: an unknown format, or a folder
+// that does not exist or cannot be written to. The first form knows the path alone.
+void check_picture_path(const std::string& path);
+void check_picture(const Picture& picture);
+
 // EXR is scene-linear and takes all buffers: the channels of the first are R, G, B and A, those of the others
 // have the buffer's name in front ("name.R"), or are called as the buffer when there is one channel only.
-// Integers are stored as such. `compression` is the scene language's: none, rle, piz, zip or pxr24.
+// Integers are stored as such.
 //
 // PNG is display-referred (sRGB), eight bits, with straight alpha, and takes the first buffer alone.
 //
-// The file appears under its name only when it is complete. Throws std::runtime_error with the path.
-void write_picture(const std::string& path, std::span<const FrameBuffer* const> buffers,
-                   const std::string& format = {}, const std::string& compression = {});
+// The file appears under its name only when it is complete. One picture at a time. Throws std::runtime_error
+// with the path.
+void write_picture(const Picture& picture);
 
-// The format that a file name asks for, in small letters; empty without an extension.
-[[nodiscard]] std::string format_of(const std::string& path);
+// "name.png" and ".0003": "name.0003.png".
+[[nodiscard]] std::string before_ending(const std::string& path, const std::string& mark);
 
-// Whether write_picture can write it: for a message before rendering rather than after.
-[[nodiscard]] bool is_picture_format(const std::string& format);
+// For a signal handler that ends the program: removes the file of a write_picture that is under way.
+void remove_unfinished_picture();
 
 // Scene-linear to display: the transfer function of sRGB (IEC 61966-2-1), clipped to [0, 1].
 [[nodiscard]] float srgb_of_linear(float linear);

@@ -11,7 +11,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "image/picture_file.h"
 #include "kit/lock.h"
 #include "kit/matrix.h"
 #include "kit/message.h"
@@ -169,6 +168,9 @@ void Renderer::open_buffers() {
         descs = element->framebuffers;
     buffers_ = make_framebuffers(descs, camera.x_resolution, camera.y_resolution,
                                  element ? element->place : frame_->place);
+    pictures_ = pictures_of(buffers_, settings_.outputs, settings_.default_output);
+    for (const Picture& picture : pictures_)
+        check_picture(picture);
 }
 
 void Renderer::open_film() {
@@ -209,11 +211,12 @@ bool Renderer::render() {
     f.progress = std::make_unique<Progress>(f.film->bucket_count(), settings_.progress);
     f.next.store(0, std::memory_order_relaxed);
     f.arena.execute([&] { tbb::parallel_for(0, f.arena.max_concurrency(), [&](int) { work(); }); });
-    if (aborted())
+    complete_ = !aborted();
+    if (!complete_)
         f.film->finish_rest();
     f.progress.reset();
     world_->scene.exit_shaders(&f.state);
-    return !aborted();
+    return complete_;
 }
 
 // One thread's share: buckets in their order until none is left.
@@ -360,30 +363,11 @@ void Renderer::check_sample(ThreadContext& context, const miState& state, miColo
 
 std::vector<std::string> Renderer::write_pictures() {
     std::vector<std::string> written;
-    std::vector<const FrameBuffer*> all;
-    for (const FrameBuffer& buffer : buffers_)
-        all.push_back(&buffer);
-    for (const std::string& path : settings_.outputs) {
-        write_picture(path, all);
-        written.push_back(path);
-    }
-    if (!settings_.outputs.empty())
-        return written;
-    for (const FrameBuffer*& buffer : all) {
-        const FramebufferDesc& desc = buffer->desc;
-        if (desc.filename.empty())
-            continue;
-        // The main image's file takes the other buffers along as layers, where the format can.
-        const std::size_t first = static_cast<std::size_t>(&buffer - all.data());
-        const std::span<const FrameBuffer* const> layers =
-            std::span(all).subspan(first, first == 0 ? all.size() : 1);
-        const bool known = is_picture_format(desc.filetype);
-        write_picture(desc.filename, layers, known ? desc.filetype : std::string(), desc.compression);
-        written.push_back(desc.filename);
-    }
-    if (written.empty()) {
-        write_picture(settings_.default_output, all);
-        written.push_back(settings_.default_output);
+    for (Picture picture : pictures_) {
+        if (!complete_)
+            picture.path = before_ending(picture.path, ".partial");
+        write_picture(picture);
+        written.push_back(picture.path);
     }
     return written;
 }

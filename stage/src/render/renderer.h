@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "image/framebuffer.h"
+#include "image/picture_file.h"
 #include "render/context.h"
 #include "render/world.h"
 
@@ -32,9 +33,8 @@ public:
 
     // Renders the frame. Returns false when it was stopped before the end; what is finished is kept.
     bool render();
-    // Writes the pictures (only after render): the main image to settings.outputs or, without any, to the
-    // files that the camera names; every named buffer is a layer of an EXR file of the main image. Returns
-    // the paths written. Throws std::runtime_error.
+    // Writes the pictures (only after render); those of a frame that was stopped replace no finished ones,
+    // they go to "name.partial.png". Returns the paths written. Throws std::runtime_error.
     std::vector<std::string> write_pictures();
 
     [[nodiscard]] const World& world() const { return *world_; }
@@ -67,6 +67,8 @@ private:
     std::unique_ptr<World> world_;
     RenderSettings settings_;
     std::vector<FrameBuffer> buffers_;
+    std::vector<Picture> pictures_; // of buffers_
+    bool complete_ = true;
     std::vector<std::unique_ptr<ThreadContext>> contexts_;
     std::atomic<bool> aborted_{false};
 };
