@@ -14,8 +14,8 @@ class Placement {
 public:
     explicit Placement(const Matrix& matrix) : m_(matrix.m) {}
 
-    [[nodiscard]] miVector point(const miVector& v) const {
-        return row(0) * v.x + row(1) * v.y + row(2) * v.z + row(3);
+    [[nodiscard]] Lanes point(const miVector& v) const {
+        return load_four(m_) * v.x + load_four(m_ + 4) * v.y + load_four(m_ + 8) * v.z + load_four(m_ + 12);
     }
     // Times the determinant: the cofactors act on normals, whatever the scale.
     [[nodiscard]] miVector normal(const miVector& n) const {
@@ -82,9 +82,9 @@ void face_ray(miState& state) {
     state.dot_nd = std::min(cosine, 0.0f);
 }
 
-void set_normals(miState& state, const Corners& corners, const Placement& place, const miVector (&points)[3],
+void set_normals(miState& state, const Corners& corners, const Placement& place, const Lanes (&points)[3],
                  bool mirrored) {
-    const miVector edges = cross(points[1] - points[0], points[2] - points[0]);
+    const miVector edges = vector_of(cross(points[1] - points[0], points[2] - points[0]));
     state.normal_geom = normalized(mirrored ? -edges : edges);
     state.normal = state.normal_geom;
     if (corners.triangles->normal_offset >= 0) {
@@ -117,7 +117,7 @@ void set_textures(RayFrame& frame, const Corners& corners) {
 
 // The point's change with u and v of texture space 0, solved from the edges of the triangle. Within a flat
 // triangle the second derivatives vanish and are not given.
-void set_derivatives(RayFrame& frame, const Corners& corners, const miVector (&points)[3]) {
+void set_derivatives(RayFrame& frame, const Corners& corners, const Lanes (&points)[3]) {
     const miTriangles& t = *corners.triangles;
     std::fill(std::begin(frame.state.derivs), std::end(frame.state.derivs), nullptr);
     if (t.texture_count < 1)
@@ -128,8 +128,8 @@ void set_derivatives(RayFrame& frame, const Corners& corners, const miVector (&p
     const float determinant = t1.x * t2.y - t1.y * t2.x;
     if (determinant == 0.0f)
         return;
-    const miVector p1 = points[1] - points[0];
-    const miVector p2 = points[2] - points[0];
+    const miVector p1 = vector_of(points[1] - points[0]);
+    const miVector p2 = vector_of(points[2] - points[0]);
     frame.derivs[0] = (p1 * t2.y - p2 * t1.y) * (1.0f / determinant);
     frame.derivs[1] = (p2 * t1.x - p1 * t2.x) * (1.0f / determinant);
     frame.state.derivs[0] = &frame.derivs[0];
@@ -143,7 +143,8 @@ miVector motion_of(const WorldInstance& instance, const Corners& corners) {
         return {};
     const miVector start = corners.interpolate(0);
     const miVector end = offset >= 0 ? start + corners.interpolate(offset) : start;
-    return Placement(instance.motion_to_internal).point(end) - Placement(instance.to_internal).point(start);
+    return vector_of(Placement(instance.motion_to_internal).point(end) -
+                     Placement(instance.to_internal).point(start));
 }
 
 void set_material(miState& state, const World& world, const WorldInstance& instance, std::uint32_t triangle) {
@@ -189,7 +190,7 @@ void set_intersection(RayFrame& frame, bool was_hit) {
     Matrix blended;
     const Placement place(matrix_at(instance, time, blended));
 
-    miVector points[3];
+    Lanes points[3];
     for (int k = 0; k < 3; ++k) {
         miVector p = corners.at(k, 0);
         if (time > 0.0f && instance.has_motion && corners.triangles->motion_offset >= 0)
@@ -197,8 +198,8 @@ void set_intersection(RayFrame& frame, bool was_hit) {
         points[k] = place.point(p);
     }
     // From the corners rather than along the ray: the error does not grow with the length of the ray.
-    state.point =
-        points[0] * corners.weight[0] + points[1] * corners.weight[1] + points[2] * corners.weight[2];
+    state.point = vector_of(points[0] * corners.weight[0] + points[1] * corners.weight[1] +
+                            points[2] * corners.weight[2]);
     state.dist = frame.hit.distance;
     state.pri = &frame.hit;
     state.cache = &frame.hit;

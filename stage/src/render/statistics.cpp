@@ -29,9 +29,9 @@ constexpr std::pair<const char*, Count> ray_counts[] = {
 };
 
 constexpr std::array<const char*, static_cast<std::size_t>(Family::count)> family_names = {
-    "lens",   "material", "light",     "shadow",   "environment",   "volume",  "texture", "photon",
-    "geometry", "displacement", "photon emission", "output", "default", "light map", "photon volume", "state",
-    "contour", "first calls", "ray casting", "renderer",
+    "lens",          "material", "light",        "shadow",          "environment", "volume",   "texture",
+    "photon",        "geometry", "displacement", "photon emission", "output",      "default",  "light map",
+    "photon volume", "state",    "contour",      "first calls",     "ray casting", "renderer",
 };
 
 // "1,234,567"
@@ -66,6 +66,7 @@ void print_rays(std::FILE* file, const Statistics& s, double seconds) {
 
 void print_families(std::FILE* file, const Statistics& s) {
     using Seconds = std::chrono::duration<double>;
+    constexpr auto renderer = static_cast<std::size_t>(Family::renderer); // runs once in each thread
     Seconds all{};
     for (const Statistics::Work& work : s.families)
         all += work.own;
@@ -76,9 +77,12 @@ void print_families(std::FILE* file, const Statistics& s) {
         if (calls == 0)
             continue;
         const double seconds = Seconds(own).count();
-        std::fprintf(file, "%-16s %15s %9.1f %% %15.3f %15.0f\n", family_names[i], grouped(calls).c_str(),
-                     100.0 * quotient(seconds, all.count()), seconds,
-                     1e9 * quotient(seconds, static_cast<double>(calls)));
+        std::fprintf(file, "%-16s %15s %9.1f %% %15.3f", family_names[i],
+                     i == renderer ? "" : grouped(calls).c_str(), 100.0 * quotient(seconds, all.count()),
+                     seconds);
+        if (i != renderer)
+            std::fprintf(file, " %15.0f", 1e9 * quotient(seconds, static_cast<double>(calls)));
+        std::fputc('\n', file);
     }
     std::fprintf(file, "%-16s %15s %9.1f %% %15.3f\n", "all threads", "", 100.0, all.count());
 }

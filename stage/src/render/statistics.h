@@ -1,5 +1,5 @@
-// What a frame took: samples, rays, shader calls and the time of each family of shaders. Each thread counts for
-// itself; the sums are printed at the end.
+// What a frame took: samples, rays, shader calls and the time of each family of shaders. Each thread counts
+// for itself; the sums are printed at the end.
 #pragma once
 
 #include <array>
@@ -14,10 +14,10 @@ namespace stage {
 
 // Whose work it is. Shaders belong to the family that they are called as, a miShader_type; the others follow.
 enum class Family : std::uint8_t {
-    shaders,                                      // + miShader_type
-    inits = shaders + miSHADER_CONTOUR + 1,       // the first calls of shaders
-    ray_casting,                                  // finding what a ray meets
-    renderer,                                     // everything else: samples, filter, what calls the others
+    shaders,                                // + miShader_type
+    inits = shaders + miSHADER_CONTOUR + 1, // the first calls of shaders
+    ray_casting,                            // finding what a ray meets
+    renderer,                               // everything else: samples, filter, what calls the others
     count
 };
 
@@ -39,8 +39,8 @@ struct Statistics {
     std::array<Work, static_cast<std::size_t>(Family::count)> families{};
     Work& of(Family family) { return families[static_cast<std::size_t>(family)]; }
 
-    // From now on the thread's time is taken, which is the renderer's until others are called. Not by default:
-    // a call of the clock costs as much as a small shader.
+    // From now on the thread's time is taken, which is the renderer's until others are called. Not by
+    // default: a call of the clock costs as much as a small shader.
     void start_clock();
 
     Statistics& operator+=(const Statistics& other);
