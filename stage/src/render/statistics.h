@@ -40,7 +40,7 @@ struct Statistics {
     Work& of(Family family) { return families[static_cast<std::size_t>(family)]; }
 
     // From now on the thread's time is taken, which is the renderer's until others are called. Not by
-    // default: a call of the clock costs as much as a small shader.
+    // default: a call of the clock costs as much as a small shader, and is part of the times.
     void start_clock();
 
     Statistics& operator+=(const Statistics& other);
