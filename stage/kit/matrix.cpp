@@ -148,11 +148,6 @@ miVector transform_point(const miVector& v, const miScalar* m) {
     return {p.x / w, p.y / w, p.z / w};
 }
 
-miVector transform_vector(const miVector& v, const miScalar* m) {
-    return {v.x * m[0] + v.y * m[4] + v.z * m[8], v.x * m[1] + v.y * m[5] + v.z * m[9],
-            v.x * m[2] + v.y * m[6] + v.z * m[10]};
-}
-
 miVector transform_vector_transposed(const miVector& v, const miScalar* m) {
     return {v.x * m[0] + v.y * m[1] + v.z * m[2], v.x * m[4] + v.y * m[5] + v.z * m[6],
             v.x * m[8] + v.y * m[9] + v.z * m[10]};

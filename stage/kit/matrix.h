@@ -24,8 +24,11 @@ void matrix_rotate(miScalar* r, miScalar x_angle, miScalar y_angle, miScalar z_a
 // With the translation; divides by the fourth coordinate unless that is 0 or 1.
 [[nodiscard]] miVector transform_point(const miVector& v, const miScalar* m);
 
-// Without the translation.
-[[nodiscard]] miVector transform_vector(const miVector& v, const miScalar* m);
+// Without the translation. Inline: every sample has a direction to transform.
+[[nodiscard]] inline miVector transform_vector(const miVector& v, const miScalar* m) {
+    return {v.x * m[0] + v.y * m[4] + v.z * m[8], v.x * m[1] + v.y * m[5] + v.z * m[9],
+            v.x * m[2] + v.y * m[6] + v.z * m[10]};
+}
 
 // By the transposed 3x3 part: a normal is taken to a space with the matrix that leads back from it.
 [[nodiscard]] miVector transform_vector_transposed(const miVector& v, const miScalar* m);

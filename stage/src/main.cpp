@@ -35,10 +35,6 @@ struct CommandLine {
     bool statistics = false, quiet = false;
 };
 
-struct Times { // seconds
-    double build = 0.0, render = 0.0, write = 0.0;
-};
-
 double since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
@@ -79,26 +75,6 @@ stage::MessageLog& message_log() {
     return *log;
 }
 
-void print_statistics(const stage::Statistics& s, const Times& times) {
-    const std::pair<const char*, std::uint64_t> counts[] = {
-        {"samples", s.samples},
-        {"bad samples", s.bad_samples},
-        {"shader calls", s.shader_calls},
-        {"light samples", s.light_samples},
-        {"eye rays", s.eye_rays},
-        {"reflection rays", s.reflection_rays},
-        {"refraction rays", s.refraction_rays},
-        {"transparency rays", s.transparent_rays},
-        {"shadow rays", s.shadow_rays},
-        {"environment rays", s.environment_rays},
-        {"probe rays", s.probe_rays},
-    };
-    for (const auto& [name, count] : counts)
-        std::printf("%-18s %14llu\n", name, static_cast<unsigned long long>(count));
-    std::printf("%-18s %14.3f s\n%-18s %14.3f s\n%-18s %14.3f s\n", "time to build", times.build,
-                "time to render", times.render, "time to write", times.write);
-}
-
 // Renders the frames of one scene file.
 class Session {
 public:
@@ -132,6 +108,7 @@ stage::RenderSettings Session::settings() const {
     if (line_.samples > 0)
         s.samples = line_.samples;
     s.camera_space = line_.space == "camera";
+    s.statistics = line_.statistics;
     s.progress = !line_.quiet;
     s.outputs = line_.outputs;
     s.default_output = std::filesystem::path(line_.scene).stem().string() + ".png";
@@ -166,7 +143,7 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
                        static_cast<int>(stage::MessageLevel::debug))));
     ++frames_;
     const Clock::time_point start = Clock::now();
-    Times times;
+    stage::FrameTimes times;
     stage::Renderer renderer(scene, command, settings());
     times.build = since(start);
 
@@ -189,7 +166,7 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
         std::printf("%s\n", picture.c_str());
     const stage::Statistics statistics = renderer.statistics();
     if (line_.statistics)
-        print_statistics(statistics, times);
+        stage::print_statistics(stdout, statistics, times, renderer.world().memory());
     if (statistics.bad_samples > 0)
         std::fprintf(
             stderr, "warning: %llu of %llu samples (%.3g %%) were NaN or infinite and count as black\n",
@@ -221,7 +198,7 @@ int Session::run() {
     }
     print_warnings(scene);
     if (line_.statistics)
-        std::printf("%-18s %14.3f s\n", "time to read", since(start) - rendering_);
+        std::printf("%-16s %15.3f s\n", "time to read", since(start) - rendering_);
     if (frames_ == 0)
         std::fprintf(stderr, "%s has no render statement: nothing to do\n", line_.scene.c_str());
     stage::set_current_scene(nullptr);
@@ -282,7 +259,8 @@ void declare(CLI::App& app, CommandLine& line) {
         ->check(check_samples);
     app.add_option("--space", line.space, "internal space of the renderer: world, the default, or camera")
         ->check(CLI::IsMember({"world", "camera"}));
-    app.add_flag("--stats", line.statistics, "print rays, samples and times");
+    app.add_flag("--stats", line.statistics,
+                 "print rays, samples, and calls and time of each family of shaders");
     app.add_flag("--quiet", line.quiet, "no progress line");
     // For ./render.
     app.add_option("--default-scene", line.default_scene)->group("");

@@ -138,9 +138,9 @@ public:
     // Shades that sample, or calls a shader with its state.
     miColor shade(float x = 0.0f, float y = 0.0f) {
         const stage::ArenaScope scope(context.arena);
-        miState state = eye(x, y);
+        context.eye.state = eye(x, y);
         miColor result{};
-        lit = stage::shade_eye_sample(&result, &state);
+        lit = stage::shade_eye_sample(&result, context.eye);
         return result;
     }
     miColor call(miTag shader, miShader_type type = miSHADER_MATERIAL) {

@@ -20,9 +20,10 @@ TEST(StageSampling, CellsAndTimesAreCovered) {
         const auto side = static_cast<float>(grid);
         for (std::uint32_t i = 0; i < grid * grid; ++i) {
             const stage::PixelSample s = stage::pixel_sample(1234, 987, i, grid, 1.0f);
-            ASSERT_TRUE(s.x >= 0 && s.x < 1 && s.y >= 0 && s.y < 1 && s.time >= 0 && s.time < 1);
+            const float time = stage::sample_time(1234, 987, i);
+            ASSERT_TRUE(s.x >= 0 && s.x < 1 && s.y >= 0 && s.y < 1 && time >= 0 && time < 1);
             cells.emplace(static_cast<int>(s.x * side), static_cast<int>(s.y * side));
-            times.push_back(s.time);
+            times.push_back(time);
         }
         EXPECT_EQ(cells.size(), grid * grid);
         // Multiples of the golden ratio leave no gap wider than (1 + golden ratio) / n between n of them.

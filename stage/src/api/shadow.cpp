@@ -60,6 +60,7 @@ public:
         const double far = light_->dist * nearly_all;
         while (near_ < far) {
             ++context_.statistics.shadow_rays;
+            const FamilyScope time(context_.statistics, Family::ray_casting);
             if (!context_.world->intersect(light_->point, towards_, near_, far, shutter_fraction(light_),
                                            static_cast<std::uint32_t>(RayMask::shadow), hit))
                 return false;

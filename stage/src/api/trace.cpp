@@ -99,6 +99,7 @@ STAGE_API miBoolean mi_trace_environment(miColor* result, miState* state, miVect
 // has returned, so it is not called here.
 STAGE_API miBoolean mi_trace_continue(miColor* result, miState* state) {
     *result = {};
+    ++stage::context_of(state).statistics.continued_rays;
     const double next = state->dist + stage::start_distance(state);
     stage::RayFrame& frame = stage::new_ray(state, state->type);
     const stage::RayInFlight in_flight(frame);

@@ -5,10 +5,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
 #include "kit/shader_state.h"
+#include "render/statistics.h"
 #include "render/world.h"
 
 namespace stage {
@@ -60,6 +62,15 @@ struct RayFrame {
     std::array<miVector, 5> derivs;
 };
 
+// In two halves, which compilers make plain moves of: the whole becomes a string instruction, whose start
+// costs as much as the arithmetic of a ray.
+inline void copy_state(miState& to, const miState& from) {
+    constexpr std::size_t half = sizeof(miState) / 2;
+    std::memcpy(&to, &from, half);
+    std::memcpy(reinterpret_cast<std::byte*>(&to) + half, reinterpret_cast<const std::byte*>(&from) + half,
+                sizeof(miState) - half);
+}
+
 // How shaders hand over the value of a frame buffer.
 enum class BufferKind : std::uint8_t { color, vector, scalar, integer };
 
@@ -76,14 +87,6 @@ struct SampleLoop {
     std::uint32_t dimension = 0;
 };
 
-// Counted during rendering, summed over the threads at the end.
-struct Statistics {
-    std::uint64_t eye_rays = 0, reflection_rays = 0, refraction_rays = 0, transparent_rays = 0,
-                  shadow_rays = 0, environment_rays = 0, probe_rays = 0, shader_calls = 0, light_samples = 0,
-                  samples = 0,
-                  bad_samples = 0; // NaN or infinite
-};
-
 struct ThreadContext {
     Renderer* renderer = nullptr;
     const World* world = nullptr;
@@ -94,6 +97,7 @@ struct ThreadContext {
     Statistics statistics;
 
     // current sample
+    RayFrame eye; // the camera's state; without lens shaders also that of the eye ray
     std::uint32_t pixel_x = 0, pixel_y = 0, sample = 0;
     std::uint64_t sample_seed = 0;      // the same for the same pixel and sample in every run and thread
     std::uint32_t sample_dimension = 0; // next dimension of the sample's sequence

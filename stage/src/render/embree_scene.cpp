@@ -28,6 +28,13 @@ EmbreeScene::EmbreeScene(const World& world) {
     device = rtcNewDevice(nullptr);
     if (!device)
         check(nullptr, nullptr);
+    rtcSetDeviceMemoryMonitorFunction(
+        device,
+        [](void* sum, ssize_t bytes, bool) {
+            static_cast<std::atomic<std::ptrdiff_t>*>(sum)->fetch_add(bytes, std::memory_order_relaxed);
+            return true;
+        },
+        &memory);
     try {
         build(world);
     } catch (...) {

@@ -4,6 +4,8 @@
 
 #include <embree3/rtcore.h>
 
+#include <atomic>
+#include <cstddef>
 #include <vector>
 
 #include "render/world.h"
@@ -19,7 +21,8 @@ struct EmbreeScene {
 
     RTCDevice device = nullptr;
     RTCScene top = nullptr;
-    bool rejects_sides = false; // some instance shows one side only
+    std::atomic<std::ptrdiff_t> memory{0}; // bytes that Embree holds now
+    bool rejects_sides = false;            // some instance shows one side only
 
 private:
     void build(const World& world);

@@ -115,6 +115,10 @@ void Film::filter_pixel(int x, int y, const BucketSamples& own, std::vector<floa
     const int reach = filter_.reach();
     for (int v = std::max(y - reach, sampled_.y0); v <= std::min(y + reach, sampled_.y1 - 1); ++v)
         for (int u = std::max(x - reach, sampled_.x0); u <= std::min(x + reach, sampled_.x1 - 1); ++u) {
+            if (own.rect.contains(u, v)) {
+                gather(x, y, u, v, own, weights, sums);
+                continue;
+            }
             const Bucket& from = buckets_[bucket_at(u, v)];
             if (from.finished)
                 gather(x, y, u, v, *from.samples, weights, sums);

@@ -19,6 +19,7 @@ struct PixelRect {
     [[nodiscard]] int width() const { return x1 - x0; }
     [[nodiscard]] int height() const { return y1 - y0; }
     [[nodiscard]] bool empty() const { return x0 >= x1 || y0 >= y1; }
+    [[nodiscard]] bool contains(int x, int y) const { return x >= x0 && x < x1 && y >= y0 && y < y1; }
     [[nodiscard]] PixelRect cut(const PixelRect& other) const;
 };
 

@@ -9,36 +9,34 @@ namespace stage {
 
 namespace {
 
-// The three rows that vectors are carried with, and the translation.
-struct Placement {
-    miVector x, y, z, origin;
+// Carries points and normals by a matrix, which is only referred to.
+class Placement {
+public:
+    explicit Placement(const Matrix& matrix) : m_(matrix.m) {}
 
-    explicit Placement(const miMatrix& m)
-        : x{m[0], m[1], m[2]}, y{m[4], m[5], m[6]}, z{m[8], m[9], m[10]}, origin{m[12], m[13], m[14]} {}
-
-    [[nodiscard]] miVector vector(const miVector& v) const { return x * v.x + y * v.y + z * v.z; }
-    [[nodiscard]] miVector point(const miVector& v) const { return vector(v) + origin; }
+    [[nodiscard]] Lanes point(const miVector& v) const {
+        return load_four(m_) * v.x + load_four(m_ + 4) * v.y + load_four(m_ + 8) * v.z + load_four(m_ + 12);
+    }
     // Times the determinant: the cofactors act on normals, whatever the scale.
     [[nodiscard]] miVector normal(const miVector& n) const {
-        return cross(y, z) * n.x + cross(z, x) * n.y + cross(x, y) * n.z;
+        return cross(row(1), row(2)) * n.x + cross(row(2), row(0)) * n.y + cross(row(0), row(1)) * n.z;
     }
+
+private:
+    [[nodiscard]] miVector row(std::size_t i) const { return {m_[4 * i], m_[4 * i + 1], m_[4 * i + 2]}; }
+    const miScalar* m_;
 };
 
-miVector blend(const miVector& a, const miVector& b, float t) {
-    return a + (b - a) * t;
-}
-
 // Where an instance stands at a time of the shutter interval: matrices are blended, as the rays see them.
-Placement placement_at(const WorldInstance& instance, float t) {
-    Placement p(instance.to_internal.m);
-    if (t > 0.0f && instance.has_motion) {
-        const Placement end(instance.motion_to_internal.m);
-        p.x = blend(p.x, end.x, t);
-        p.y = blend(p.y, end.y, t);
-        p.z = blend(p.z, end.z, t);
-        p.origin = blend(p.origin, end.origin, t);
+// `blended` is memory for that.
+const Matrix& matrix_at(const WorldInstance& instance, float t, Matrix& blended) {
+    if (!(t > 0.0f) || !instance.has_motion)
+        return instance.to_internal;
+    for (std::size_t i = 0; i < 16; ++i) {
+        const float start = instance.to_internal.m[i];
+        blended.m[i] = start + (instance.motion_to_internal.m[i] - start) * t;
     }
-    return p;
+    return blended;
 }
 
 // The corners of a hit triangle and the weights of the hit point.
@@ -84,9 +82,9 @@ void face_ray(miState& state) {
     state.dot_nd = std::min(cosine, 0.0f);
 }
 
-void set_normals(miState& state, const Corners& corners, const Placement& place, const miVector (&points)[3],
+void set_normals(miState& state, const Corners& corners, const Placement& place, const Lanes (&points)[3],
                  bool mirrored) {
-    const miVector edges = cross(points[1] - points[0], points[2] - points[0]);
+    const miVector edges = vector_of(cross(points[1] - points[0], points[2] - points[0]));
     state.normal_geom = normalized(mirrored ? -edges : edges);
     state.normal = state.normal_geom;
     if (corners.triangles->normal_offset >= 0) {
@@ -119,7 +117,7 @@ void set_textures(RayFrame& frame, const Corners& corners) {
 
 // The point's change with u and v of texture space 0, solved from the edges of the triangle. Within a flat
 // triangle the second derivatives vanish and are not given.
-void set_derivatives(RayFrame& frame, const Corners& corners, const miVector (&points)[3]) {
+void set_derivatives(RayFrame& frame, const Corners& corners, const Lanes (&points)[3]) {
     const miTriangles& t = *corners.triangles;
     std::fill(std::begin(frame.state.derivs), std::end(frame.state.derivs), nullptr);
     if (t.texture_count < 1)
@@ -130,8 +128,8 @@ void set_derivatives(RayFrame& frame, const Corners& corners, const miVector (&p
     const float determinant = t1.x * t2.y - t1.y * t2.x;
     if (determinant == 0.0f)
         return;
-    const miVector p1 = points[1] - points[0];
-    const miVector p2 = points[2] - points[0];
+    const miVector p1 = vector_of(points[1] - points[0]);
+    const miVector p2 = vector_of(points[2] - points[0]);
     frame.derivs[0] = (p1 * t2.y - p2 * t1.y) * (1.0f / determinant);
     frame.derivs[1] = (p2 * t1.x - p1 * t2.x) * (1.0f / determinant);
     frame.state.derivs[0] = &frame.derivs[0];
@@ -145,14 +143,15 @@ miVector motion_of(const WorldInstance& instance, const Corners& corners) {
         return {};
     const miVector start = corners.interpolate(0);
     const miVector end = offset >= 0 ? start + corners.interpolate(offset) : start;
-    return Placement(instance.motion_to_internal.m).point(end) -
-           Placement(instance.to_internal.m).point(start);
+    return vector_of(Placement(instance.motion_to_internal).point(end) -
+                     Placement(instance.to_internal).point(start));
 }
 
 void set_material(miState& state, const World& world, const WorldInstance& instance, std::uint32_t triangle) {
     state.material = instance.material_of(triangle);
-    state.refraction_volume = material_slot(world.scene, state.material, miSHADER_VOLUME);
-    const miTag environment = material_slot(world.scene, state.material, miSHADER_ENVIRONMENT);
+    const MaterialSlots slots(world.scene, state.material);
+    state.refraction_volume = slots[miSHADER_VOLUME];
+    const miTag environment = slots[miSHADER_ENVIRONMENT];
     state.environment = environment ? environment : world.camera->environment;
 }
 
@@ -188,9 +187,10 @@ void set_intersection(RayFrame& frame, bool was_hit) {
     const WorldInstance& instance = world.instances[frame.hit.instance];
     const Corners corners(*instance.triangles, frame.hit);
     const float time = shutter_fraction(&state);
-    const Placement place = placement_at(instance, time);
+    Matrix blended;
+    const Placement place(matrix_at(instance, time, blended));
 
-    miVector points[3];
+    Lanes points[3];
     for (int k = 0; k < 3; ++k) {
         miVector p = corners.at(k, 0);
         if (time > 0.0f && instance.has_motion && corners.triangles->motion_offset >= 0)
@@ -198,8 +198,8 @@ void set_intersection(RayFrame& frame, bool was_hit) {
         points[k] = place.point(p);
     }
     // From the corners rather than along the ray: the error does not grow with the length of the ray.
-    state.point =
-        points[0] * corners.weight[0] + points[1] * corners.weight[1] + points[2] * corners.weight[2];
+    state.point = vector_of(points[0] * corners.weight[0] + points[1] * corners.weight[1] +
+                            points[2] * corners.weight[2]);
     state.dist = frame.hit.distance;
     state.pri = &frame.hit;
     state.cache = &frame.hit;

@@ -45,9 +45,13 @@ miBoolean pass_hull(miColor* result, RayFrame& hull) {
 miBoolean shade_hit(miColor* result, RayFrame& frame) {
     miState& state = frame.state;
     const Scene& scene = context_of(&state).world->scene;
-    if (!material_slot(scene, state.material, miSHADER_MATERIAL))
+    const MaterialSlots slots(scene, state.material);
+    const miTag shader = slots[miSHADER_MATERIAL];
+    if (!shader)
         return pass_hull(result, frame);
-    const miBoolean lit = call_shader(result, miSHADER_MATERIAL, &state, state.material, nullptr);
+    // Not the shader of a phenomenon: others may follow it in a list.
+    const miBoolean lit = call_shader(result, miSHADER_MATERIAL, &state,
+                                      slots.is_material() ? shader : state.material, nullptr);
     if (is_opaque(scene, state.material))
         result->a = 1.0f;
     return lit;
@@ -72,13 +76,6 @@ RayMask mask_of(miRay_type type) {
     default:
         return RayMask::trace;
     }
-}
-
-bool is_opaque(const Scene& scene, miTag material) {
-    const Element* element = material ? scene.database.find(material) : nullptr;
-    if (element && element->type == miSCENE_FUNCTION && element->shader && !element->shader->code)
-        element = scene.database.find(element->shader->root);
-    return element && element->type == miSCENE_MATERIAL && element->as<miMaterial>()->opaque;
 }
 
 namespace {
@@ -107,7 +104,7 @@ RayFrame& new_ray(miState* parent, miRay_type type) {
         frame =
             static_cast<RayFrame*>(context_of(parent).arena.allocate(sizeof(RayFrame), alignof(RayFrame)));
     }
-    frame->state = *parent;
+    copy_state(frame->state, *parent);
     frame->state.parent = parent;
     frame->state.child = nullptr;
     frame->state.type = type;
@@ -126,7 +123,9 @@ RayInFlight::~RayInFlight() {
 }
 
 bool cast(RayFrame& frame, double near, double far, RayMask mask) {
-    const World& world = *context_of(&frame.state).world;
+    ThreadContext& context = context_of(&frame.state);
+    const FamilyScope scope(context.statistics, Family::ray_casting);
+    const World& world = *context.world;
     const bool was_hit =
         world.intersect(frame.state.org, frame.state.dir, near, far, shutter_fraction(&frame.state),
                         static_cast<std::uint32_t>(mask), frame.hit);
@@ -202,6 +201,15 @@ void hand_back_hit(miState* state, const miState& child) {
     std::copy(std::begin(child.derivs), std::end(child.derivs), state->derivs);
 }
 
+miBoolean trace_eye_ray(miColor* result, RayFrame& frame) {
+    ThreadContext& context = context_of(&frame.state);
+    ++context.statistics.eye_rays;
+    *result = {};
+    const miRange range = clip_range(*context.world, frame.state);
+    cast(frame, range.min, range.max, RayMask::primary);
+    return shade(result, frame);
+}
+
 } // namespace
 
 void hand_back(miState* state, const miState& child) {
@@ -225,27 +233,24 @@ miBoolean continue_eye_ray(miColor* result, miState* state) {
     } else {
         if (context.lenses.empty())
             frame.state.parent = nullptr;
-        ++context.statistics.eye_rays;
-        *result = {};
-        const miRange range = clip_range(*context.world, frame.state);
-        cast(frame, range.min, range.max, RayMask::primary);
-        lit = shade(result, frame);
+        lit = trace_eye_ray(result, frame);
     }
     hand_back_hit(state, frame.state);
     return lit;
 }
 
-miBoolean shade_eye_sample(miColor* result, miState* state) {
-    ThreadContext& context = context_of(state);
+miBoolean shade_eye_sample(miColor* result, RayFrame& frame) {
+    miState& state = frame.state;
+    ThreadContext& context = context_of(&state);
     context.bad_shader = nullptr;
     context.lenses.clear();
-    if (!state->options->no_lens)
-        collect_lenses(context.world->scene.database, state->camera->lens, context.lenses);
-    state->child = nullptr;
+    if (!state.options->no_lens)
+        collect_lenses(context.world->scene.database, state.camera->lens, context.lenses);
+    state.child = nullptr;
     context.lens_position = context.lenses.empty() ? 0 : 1;
     if (context.lenses.empty())
-        return continue_eye_ray(result, state);
-    return call_shader(result, miSHADER_LENS, state, context.lenses[0], nullptr);
+        return trace_eye_ray(result, frame);
+    return call_shader(result, miSHADER_LENS, &state, context.lenses[0], nullptr);
 }
 
 } // namespace stage

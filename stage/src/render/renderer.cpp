@@ -125,6 +125,7 @@ struct Renderer::Frame {
     std::unique_ptr<Progress> progress;
     std::uint32_t grid = 1;
     float jitter = 0.0f;
+    miVector eye{};                    // of a perspective camera, internal space
     bool camera_keeps_lengths = false; // its rays arrive in internal space with the length that they have
     miState state{};                   // of every eye ray, before its sample is known
     std::atomic<std::size_t> next{0};  // bucket
@@ -146,6 +147,7 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     check_camera(scene, command, f.camera);
     f.projection = std::make_unique<Projection>(f.camera);
     f.camera_keeps_lengths = keeps_lengths(world_->camera_to_internal.m);
+    f.eye = transform_point({0.0f, 0.0f, 0.0f}, world_->camera_to_internal.m);
     f.grid = sample_grid(settings, *world_->options);
     f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
     global_lock = create_lock();
@@ -224,6 +226,9 @@ void Renderer::work() {
     Frame& f = *frame_;
     ThreadContext& context =
         *contexts_[static_cast<std::size_t>(tbb::this_task_arena::current_thread_index())];
+    if (settings_.statistics)
+        context.statistics.start_clock();
+    const FamilyScope scope(context.statistics, Family::renderer);
     while (!aborted()) {
         const std::size_t bucket = f.next.fetch_add(1, std::memory_order_relaxed);
         if (bucket >= f.film->bucket_count() || !render_bucket(context, bucket))
@@ -267,22 +272,23 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t
     offset[0] = place.x;
     offset[1] = place.y;
 
-    miState state = f.state;
+    miState& state = context.eye.state;
+    copy_state(state, f.state);
     state.thread = context.thread;
     state.renderer = &context;
     const double raster_x = double{place.x} + x, raster_y = double{place.y} + y;
     state.raster_x = static_cast<miScalar>(raster_x);
     state.raster_y = static_cast<miScalar>(raster_y);
     const CameraRay ray = f.projection->ray(raster_x, raster_y);
-    state.org = transform_point(ray.org, world_->camera_to_internal.m);
+    state.org = f.camera.orthographic ? transform_point(ray.org, world_->camera_to_internal.m) : f.eye;
     state.dir = transform_vector(ray.dir, world_->camera_to_internal.m);
     if (!f.camera_keeps_lengths)
         mi_vector_normalize(&state.dir);
-    state.time = world_->moving ? place.time : 0.0f;
+    state.time = world_->moving ? sample_time(context.pixel_x, context.pixel_y, index) : 0.0f;
 
     const ArenaScope scope(context.arena);
     values[0] = {};
-    shade_eye_sample(&values[0], &state);
+    shade_eye_sample(&values[0], context.eye);
     ++context.statistics.samples;
     take_buffers(context, state, values);
     check_sample(context, state, values);
@@ -374,20 +380,8 @@ std::vector<std::string> Renderer::write_pictures() {
 
 Statistics Renderer::statistics() const {
     Statistics sum;
-    for (const auto& context : contexts_) {
-        const Statistics& s = context->statistics;
-        sum.eye_rays += s.eye_rays;
-        sum.reflection_rays += s.reflection_rays;
-        sum.refraction_rays += s.refraction_rays;
-        sum.transparent_rays += s.transparent_rays;
-        sum.shadow_rays += s.shadow_rays;
-        sum.environment_rays += s.environment_rays;
-        sum.probe_rays += s.probe_rays;
-        sum.shader_calls += s.shader_calls;
-        sum.light_samples += s.light_samples;
-        sum.samples += s.samples;
-        sum.bad_samples += s.bad_samples;
-    }
+    for (const auto& context : contexts_)
+        sum += context->statistics;
     return sum;
 }
 

@@ -21,6 +21,7 @@ struct RenderSettings {
     std::optional<std::array<int, 2>> resolution;
     std::optional<int> samples;       // samples for each pixel: a square number, 1, 4, 9, ...
     bool camera_space = false;        // internal space is the camera's
+    bool statistics = false;          // take the times of shaders
     bool progress = true;             // a line on the error stream
     std::vector<std::string> outputs; // pictures of the main image, .png or .exr; empty for the camera's own
     std::string default_output = "out.png"; // when neither these nor the scene name any

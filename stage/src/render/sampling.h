@@ -25,30 +25,36 @@ inline constexpr float below_one = 0x1.fffffep-1f;
 
 struct PixelSample {
     float x, y;         // in the pixel, [0, 1)
-    float time;         // in the shutter interval, [0, 1)
     std::uint64_t seed; // of everything random in this sample
 };
+
+// What the seeds of a pixel's samples are made from.
+constexpr std::uint64_t pixel_seed(std::uint32_t x, std::uint32_t y) {
+    return mix_bits((std::uint64_t{y} << 32) | x);
+}
 
 // Sample `index` of `grid` * `grid` in a pixel. The pixel is divided into that many cells, row by row; each
 // has one sample, at its centre for jitter 0, anywhere in the cell for jitter 1.
 inline PixelSample pixel_sample(std::uint32_t x, std::uint32_t y, std::uint32_t index, std::uint32_t grid,
                                 float jitter) {
-    const std::uint64_t pixel = mix_bits((std::uint64_t{y} << 32) | x);
-    const std::uint64_t seed = mix_bits(pixel + index);
+    const std::uint64_t seed = mix_bits(pixel_seed(x, y) + index);
     const float cell = 1.0f / static_cast<float>(grid);
-    const auto place = [&](std::uint32_t stratum, std::uint64_t bits) {
-        const float offset = 0.5f + jitter * (unit_float(bits) - 0.5f);
+    const auto place = [&](std::uint32_t stratum, std::uint64_t salt) {
+        const float offset =
+            jitter > 0.0f ? 0.5f + jitter * (unit_float(mix_bits(seed ^ salt)) - 0.5f) : 0.5f;
         return std::min((static_cast<float>(stratum) + offset) * cell, below_one);
     };
-    PixelSample sample;
-    sample.x = place(index % grid, mix_bits(seed ^ 1u));
-    sample.y = place(index / grid, mix_bits(seed ^ 2u));
-    // Multiples of the golden ratio spread over the interval for any number of samples, in an order that has
-    // nothing to do with that of the cells.
-    const double turn = static_cast<double>(unit_float(mix_bits(pixel ^ 3u))) + 0.6180339887498949 * index;
-    sample.time = std::min(static_cast<float>(turn - std::floor(turn)), below_one);
-    sample.seed = seed;
-    return sample;
+    if (grid == 1)
+        return {place(0, 1), place(0, 2), seed};
+    return {place(index % grid, 1), place(index / grid, 2), seed};
+}
+
+// When that sample is taken in the shutter interval, [0, 1). Multiples of the golden ratio spread over the
+// interval for any number of samples, in an order that has nothing to do with that of the cells.
+inline float sample_time(std::uint32_t x, std::uint32_t y, std::uint32_t index) {
+    const double turn =
+        static_cast<double>(unit_float(mix_bits(pixel_seed(x, y) ^ 3u))) + 0.6180339887498949 * index;
+    return std::min(static_cast<float>(turn - std::floor(turn)), below_one);
 }
 
 // The sample nearest to the middle of its pixel; what cannot be averaged is taken from it.

@@ -119,6 +119,7 @@ void initialise(Scene& scene, Element& element, miState* state, miShader_type ty
     const std::size_t threads = renderer ? renderer->contexts().size() : 0;
     instance.thread_user.assign(std::max(threads, static_cast<std::size_t>(state->thread) + 1), nullptr);
 
+    const FamilyScope time(context_of(state).statistics, Family::inits);
     const CallScope scope(state, type, function);
     initialise_code(*instance.code, state);
     if (instance.code->wants_instance_init) {
@@ -145,8 +146,7 @@ miBoolean run(void* result, miShader_type type, miState* state, Element& element
     auto* holder = function;
     if (function->parameter_indirect)
         holder = parameter_holder(context.world->scene.database, element).as<miFunction>();
-    ++context.statistics.shader_calls;
-
+    const FamilyScope time(context.statistics, family_of(type));
     const CallScope scope(state, type, function);
     const miBoolean answer = instance.code->entry(result, state, holder->parameters, arg);
     if (answer && result && !context.bad_shader && instance.declaration &&
@@ -175,29 +175,6 @@ miTag root_of(const ShaderInstance& phenomenon, miShader_type type) {
         break;
     }
     return root ? root : phenomenon.root;
-}
-
-miTag slot_of(const miMaterial& material, miShader_type type) {
-    switch (type) {
-    case miSHADER_SHADOW:
-        return material.shadow;
-    case miSHADER_ENVIRONMENT:
-        return material.environment;
-    case miSHADER_VOLUME:
-        return material.volume;
-    case miSHADER_PHOTON:
-        return material.photon;
-    case miSHADER_PHOTONVOL:
-        return material.photonvol;
-    case miSHADER_DISPLACE:
-        return material.displace;
-    case miSHADER_LIGHTMAP:
-        return material.lightmap;
-    case miSHADER_CONTOUR:
-        return material.contour;
-    default:
-        return material.shader;
-    }
 }
 
 // Runs one member of a list. `element` may be null.
@@ -237,25 +214,16 @@ miBoolean call_shader(void* result, miShader_type type, miState* state, miTag ta
     return answer;
 }
 
-miTag material_slot(const Scene& scene, miTag material, miShader_type type) {
-    const Element* element = material ? scene.database.find(material) : nullptr;
-    if (!element)
+// Of a shader or a phenomenon.
+miTag MaterialSlots::own_slot(miShader_type type) const {
+    if (element_->type != miSCENE_FUNCTION || !element_->shader)
         return miNULLTAG;
-    if (element->type == miSCENE_MATERIAL)
-        return slot_of(*element->as<miMaterial>(), type);
-    if (element->type != miSCENE_FUNCTION || !element->shader)
-        return miNULLTAG;
-    const ShaderInstance& instance = *element->shader;
-    if (!instance.code) {
-        const Element* root = scene.database.find(instance.root);
-        if (root && root->type == miSCENE_MATERIAL)
-            return slot_of(*root->as<miMaterial>(), type);
-        if ((type == miSHADER_VOLUME && instance.volume) ||
-            (type == miSHADER_ENVIRONMENT && instance.environment))
-            return material;
-    }
+    const ShaderInstance& instance = *element_->shader;
+    if (!instance.code && ((type == miSHADER_VOLUME && instance.volume) ||
+                           (type == miSHADER_ENVIRONMENT && instance.environment)))
+        return tag_;
     const bool applies = instance.declaration && ((instance.declaration->apply >> type) & 1u);
-    return type == miSHADER_MATERIAL || applies ? material : miNULLTAG;
+    return type == miSHADER_MATERIAL || applies ? tag_ : miNULLTAG;
 }
 
 // ---- connected parameters ----

@@ -11,10 +11,68 @@ namespace stage {
 // Phenomena run the root that belongs to the type, materials the shader in the type's slot.
 miBoolean call_shader(void* result, miShader_type type, miState* state, miTag tag, void* arg);
 
+inline miTag slot_of(const miMaterial& material, miShader_type type) {
+    switch (type) {
+    case miSHADER_SHADOW:
+        return material.shadow;
+    case miSHADER_ENVIRONMENT:
+        return material.environment;
+    case miSHADER_VOLUME:
+        return material.volume;
+    case miSHADER_PHOTON:
+        return material.photon;
+    case miSHADER_PHOTONVOL:
+        return material.photonvol;
+    case miSHADER_DISPLACE:
+        return material.displace;
+    case miSHADER_LIGHTMAP:
+        return material.lightmap;
+    case miSHADER_CONTOUR:
+        return material.contour;
+    default:
+        return material.shader;
+    }
+}
+
+// The slots of a material, found once. Inline: every hit asks for several.
+class MaterialSlots {
+public:
+    MaterialSlots(const Scene& scene, miTag material)
+        : tag_(material), element_(scene.database.find(material)) {
+        if (!element_)
+            return;
+        is_material_ = element_->type == miSCENE_MATERIAL;
+        const Element* holder = element_;
+        if (element_->type == miSCENE_FUNCTION && element_->shader && !element_->shader->code)
+            holder = scene.database.find(element_->shader->root);
+        if (holder && holder->type == miSCENE_MATERIAL)
+            record_ = holder->as<miMaterial>();
+    }
+
+    // The shader for a type of call, or null.
+    miTag operator[](miShader_type type) const {
+        return record_ ? slot_of(*record_, type) : element_ ? own_slot(type) : miNULLTAG;
+    }
+    // Not a shader or a phenomenon that stands for a material.
+    [[nodiscard]] bool is_material() const { return is_material_; }
+    // Lets nothing through, whatever its shaders say.
+    [[nodiscard]] bool is_opaque() const { return record_ && record_->opaque; }
+
+private:
+    [[nodiscard]] miTag own_slot(miShader_type type) const;
+
+    miTag tag_;
+    const Element* element_;
+    const miMaterial* record_ = nullptr;
+    bool is_material_ = false;
+};
+
 // The shader that a material has for a type of call, or null. `material` may also be a shader or a phenomenon
 // that stands for a material: then it is itself the material shader, and acts in other slots only if its
 // declaration says so.
-miTag material_slot(const Scene& scene, miTag material, miShader_type type);
+inline miTag material_slot(const Scene& scene, miTag material, miShader_type type) {
+    return MaterialSlots(scene, material)[type];
+}
 
 // The value of a connected parameter of the running shader; valid until that shader returns.
 void* evaluate_parameter(miState* state, void* param);
@@ -40,7 +98,9 @@ private:
 RayMask mask_of(miRay_type type);
 
 // The material lets nothing through, whatever its shaders say.
-bool is_opaque(const Scene& scene, miTag material);
+inline bool is_opaque(const Scene& scene, miTag material) {
+    return MaterialSlots(scene, material).is_opaque();
+}
 
 // The volume that a ray straight through the state's surface comes into: that of the material where it
 // enters, where it leaves that which the ray that entered the object came from.
@@ -70,9 +130,9 @@ miBoolean apply_volume(miColor* result, miState* state, miBoolean lit);
 // Casts the eye ray (org, dir of the state) or calls the next lens shader, and leaves the hit in the state.
 miBoolean continue_eye_ray(miColor* result, miState* state);
 
-// Runs the whole eye ray of a sample: lens shaders first. `state` is the camera state of the sample;
+// Runs the whole eye ray of a sample: lens shaders first. The frame has the camera state of the sample;
 // afterwards it tells of the primary hit. The caller's arena scope ends the memory of the sample's rays.
-miBoolean shade_eye_sample(miColor* result, miState* state);
+miBoolean shade_eye_sample(miColor* result, RayFrame& frame);
 
 // Distance from which a ray that starts on the state's surface looks for hits, so that it does not meet its
 // own start.

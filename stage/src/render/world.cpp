@@ -349,6 +349,10 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
 
 World::~World() = default;
 
+std::size_t World::memory() const {
+    return static_cast<std::size_t>(embree_->memory.load(std::memory_order_relaxed));
+}
+
 const WorldInstance* World::find_instance(miTag tag) const {
     const auto found = instance_index_.find(tag);
     return found == instance_index_.end() ? nullptr : &instances[found->second];

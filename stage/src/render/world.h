@@ -97,6 +97,9 @@ public:
     bool intersect(const miVector& org, const miVector& dir, double near, double far, float time,
                    std::uint32_t mask, miRc_intersection& hit) const;
 
+    // Bytes that the ray casting structure takes.
+    [[nodiscard]] std::size_t memory() const;
+
 private:
     std::unique_ptr<EmbreeScene> embree_;
     std::unordered_map<miTag, std::uint32_t> instance_index_, light_index_;
