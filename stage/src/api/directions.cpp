@@ -16,8 +16,10 @@ constexpr float two_pi = 2.0f * std::numbers::pi_v<float>;
 // A glossy direction that points to the wrong side is drawn again this often before the centre is taken.
 constexpr int most_draws = 16;
 
-// Directions stay at least this far (as a cosine) from the tangent plane of the geometry.
-constexpr float least_cosine = 1e-3f;
+// Directions stay at least this far (as a cosine) from the tangent plane of the geometry. A ray starts 1e-5
+// of its coordinates' size away from a point that is off its surface by some 1e-7 of that: below 0.01 it
+// could meet the surface itself from inside.
+constexpr float least_cosine = 2e-2f;
 
 // The mirror image at the plane across the axis.
 miVector mirrored(const miVector& v, const miVector& axis) {
