@@ -39,8 +39,6 @@ const Mistake mistakes[] = {
     {R"(shader "a" "tint" ( "k" 1 2 ))", R"(1:27: expected ',' or ')' after the scalar "k")"},
     {R"(shader "n" "number" () shader "a" "tint" ( "k" "n" ))",
      R"(1:48: expected a scalar, found the shader "n"; write = in front)"},
-    {R"(shader "a" "many" ( "pair" { "bundle" () } ))",
-     R"(1:30: expected a color, found the shader "bundle"; write = in front)"},
     {R"(shader "a" "many" ( "a" 1 ))", "1:25: expected '[', found the number 1"},
     {R"(shader "a" "many" ( "pair" { "z" 1 } ))", R"(1:30: the structure has no member "z")"},
     {R"(shader "a" "tint" ( "next" "b" ))", R"(1:28: there is no shader "b")"},
