@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "orl_color.h"
 #include "orl_support.h"
 #include "utilshaders.h"
 
@@ -19,6 +20,7 @@ struct Unit {
 
 inline constexpr Unit units[] = {
     {"utilshaders", utilshaders},
+    {"orl_color", color_shaders},
 };
 
 /* Plain functions for other shader libraries and for the renderer. */

@@ -12,4 +12,8 @@ inline float pow(float base, float exponent) {
     return std::pow(base, exponent);
 }
 
+inline double exp(double exponent) {
+    return std::exp(exponent);
+}
+
 } // namespace orl::numeric
