@@ -16,13 +16,14 @@ struct CieXyz {
 
 /* Light of a black body of that temperature (K), in relative units: its spectrum (Max Planck, "Ueber das
    Gesetz der Energieverteilung im Normalspectrum", 1901) seen by the CIE 1931 2 degree standard observer, by
-   the trapezoidal rule over 380 to 780 nm in steps of 10 nm. Temperatures are not checked: below some 26 K the
-   exponentials overflow, and what comes out is no light at all. */
+   the trapezoidal rule over 380 to 780 nm in steps of 10 nm. Temperatures are not checked: below some 26 K
+   the exponentials overflow, and what comes out is no light at all. */
 CieXyz black_body_xyz(double temperature);
 
 /* Colour of a black body of that temperature (K; 0 stands for 6500) and luminance Y (0 stands for 1), as CIE
-   XYZ in r, g and b with alpha 1, adapted so that 6500 K is the white of D65 displays. Linear in the luminance,
-   which the adaptation changes by less than 0.01 of it above 1000 K. Not a number where there is no light. */
+   XYZ in r, g and b with alpha 1, adapted so that 6500 K is the white of D65 displays. Linear in the
+   luminance, which the adaptation changes by less than 0.01 of it above 1000 K. Not a number where there is
+   no light. */
 miColor black_body_color(miScalar temperature, miScalar luminance);
 
 // ---- parameters
@@ -46,8 +47,8 @@ inline constexpr auto kelvin_to_color = decl::fields<KelvinToColorParams>(
     decl::scalar(&KelvinToColorParams::intensity, "intensity", 1, decl::not_negative, "",
                  "luminance (CIE Y) of the colour, 0 for 1"));
 
-inline constexpr auto color = decl::fields<ColorParams>(
-    decl::color(&ColorParams::color, "color", {1, 1, 1, 1}, "colour to return"));
+inline constexpr auto color =
+    decl::fields<ColorParams>(decl::color(&ColorParams::color, "color", {1, 1, 1, 1}, "colour to return"));
 
 } // namespace color_table
 
