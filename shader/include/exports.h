@@ -19,8 +19,8 @@ struct Unit {
 };
 
 inline constexpr Unit units[] = {
-    {"utilshaders", utilshaders},
     {"orl_color", color_shaders},
+    {"utilshaders", utilshaders},
 };
 
 /* Plain functions for other shader libraries and for the renderer. */

@@ -52,6 +52,7 @@ inline constexpr auto color =
 
 } // namespace color_table
 
+// Not called as the unit is: one of its shaders is.
 inline constexpr decl::Shader color_shaders[] = {
     {"zant_KelvinToColor", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_TEXTURE),
      color_table::kelvin_to_color,
