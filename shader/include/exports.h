@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "orl_color.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
@@ -20,6 +21,7 @@ struct Unit {
 };
 
 inline constexpr Unit units[] = {
+    {"orl_color", color_shaders},
     {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto},
     {"utilshaders", utilshaders},

@@ -16,4 +16,8 @@ inline float log10(float x) {
     return std::log10(x);
 }
 
+inline double exp(double exponent) {
+    return std::exp(exponent);
+}
+
 } // namespace orl::numeric

@@ -110,10 +110,15 @@ ArrayElements<ElementOf<ArrayRecord>> elements(const Block* record, ArrayRecord 
 
 // ---- instance data
 
-// Where the renderer's accounts of memory place instance data, whichever shader it belongs to.
-inline constexpr const char* instance_data_file = "orlshaderapi";
-inline constexpr int instance_data_allocation_line = 265;
-inline constexpr int instance_data_release_line = 286;
+/* A place in the renderer's accounts of memory. */
+struct MemoryPlace {
+    const char* file;
+    int line;
+};
+
+// Where instance data stands there, whichever shader it belongs to, unless a unit accounts for its own.
+inline constexpr MemoryPlace instance_data_allocation{"orlshaderapi", 265};
+inline constexpr MemoryPlace instance_data_release{"orlshaderapi", 286};
 
 /* The slot in which the renderer keeps the running instance's pointer; null where there is none. */
 inline void** instance_slot(miState* state) {
@@ -129,21 +134,21 @@ template <class Data> Data* instance_data(miState* state) {
 
 /* Allocates the data of the running instance, to be called from its init; null when it has no slot. A shader
    that runs others starts its data with the warned flag, `miBoolean warned`. */
-template <class Data> Data* new_instance_data(miState* state) {
+template <class Data> Data* new_instance_data(miState* state, MemoryPlace place = instance_data_allocation) {
     static_assert(std::is_trivially_destructible_v<Data>);
     void** const slot = instance_slot(state);
     if (slot == nullptr)
         return nullptr;
-    void* const memory = mi_mem_int_allocate(instance_data_file, instance_data_allocation_line, sizeof(Data));
+    void* const memory = mi_mem_int_allocate(place.file, place.line, sizeof(Data));
     return new (*slot = memory) Data{};
 }
 
 /* Frees the data of the running instance, to be called from its exit after what it points to. */
-inline void delete_instance_data(miState* state) {
+inline void delete_instance_data(miState* state, MemoryPlace place = instance_data_release) {
     void** const slot = instance_slot(state);
     if (slot == nullptr || *slot == nullptr)
         return;
-    mi_mem_int_release(instance_data_file, instance_data_release_line, *slot);
+    mi_mem_int_release(place.file, place.line, *slot);
     *slot = nullptr;
 }
 

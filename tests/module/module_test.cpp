@@ -90,6 +90,8 @@ constexpr Shown shown_shaders[] = {
     {"orl_base_ImageGammaCorrect", 1, true, true},
     {"orl_NodeVisibility", 1, false, false},
     {"orl_WireColor", 1, false, false},
+    {"zant_KelvinToColor", 1, true, true},
+    {"orl_color", 1, false, false},
 };
 constexpr const char* shown_helpers[] = {
     "miSetModuleHandle",
