@@ -151,9 +151,9 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     f.camera_keeps_lengths = keeps_lengths(world_->camera_to_internal.m);
     f.grid = sample_grid(settings, *world_->options);
     f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
-    global_lock = create_lock();
     open_buffers();
     open_film();
+    global_lock = create_lock(); // behind what may refuse the frame: no destructor runs then
     open_contexts();
     refuse_output_shaders();
     rendering.store(this, std::memory_order_relaxed);
