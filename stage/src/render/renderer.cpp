@@ -150,9 +150,9 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     f.eye = transform_point({0.0f, 0.0f, 0.0f}, world_->camera_to_internal.m);
     f.grid = sample_grid(settings, *world_->options);
     f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
-    global_lock = create_lock();
     open_buffers();
     open_film();
+    global_lock = create_lock(); // behind what may refuse the frame: no destructor runs then
     open_contexts();
     rendering.store(this, std::memory_order_relaxed);
 }
