@@ -39,14 +39,6 @@ void* symbol_of(void* library, const char* name) {
 #endif
 }
 
-void close_library(void* library) {
-#ifdef _WIN32
-    FreeLibrary(static_cast<HMODULE>(library));
-#else
-    dlclose(library);
-#endif
-}
-
 // Where a shader's function record keeps what is the renderer's own.
 constexpr int user_pointer_slot = 0;
 constexpr int name_slot = 1;
@@ -152,9 +144,7 @@ Renderer::Renderer(const char* file) : handle_(open_library(file)) {
     reset();
 }
 
-Renderer::~Renderer() {
-    close_library(handle_);
-}
+Renderer::~Renderer() = default;
 
 void Renderer::reset() {
     const auto clear = [](auto& script) {

@@ -151,7 +151,8 @@ public:
     // The one that the build made; loaded at the first use.
     static Renderer& get();
 
-    // Another copy, from the file of a scripted renderer; ends the process when it cannot be loaded.
+    // Another copy, from the file of a scripted renderer, which stays loaded; ends the process when it cannot
+    // be loaded.
     explicit Renderer(const char* file);
     ~Renderer();
 

@@ -52,11 +52,8 @@ TEST(StageLights, StatesOfLightRays) {
         LitScene s;
         std::string distance;
         s.shader("shine", [&](miState* state, miColor&) {
-            EXPECT_EQ(state->type, miRAY_LIGHT);
-            EXPECT_EQ(state->call_type, miSHADER_LIGHT);
+            EXPECT_EQ(show(state->type, state->call_type), show(miRAY_LIGHT, miSHADER_LIGHT));
             EXPECT_EQ(state->light_instance, s.tag("lamp"));
-            EXPECT_EQ(state->parent->type, miRAY_EYE);
-            EXPECT_EQ(state->parent->call_type, miSHADER_MATERIAL);
             EXPECT_EQ(state->parent->child, state);
             EXPECT_EQ(show(state->org, ">", state->dir), c.ray);
             EXPECT_EQ(show(state->point, state->normal), "0.6 0 0 0 0 1");
