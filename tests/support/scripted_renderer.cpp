@@ -14,7 +14,6 @@
 #endif
 
 #include "kit/color.h"
-#include "kit/image.h"
 #include "kit/lock.h"
 #include "kit/matrix.h"
 #include "kit/random.h"
@@ -454,30 +453,20 @@ bool Renderer::query_special(miQ_type code, miState* state, miTag tag, void* res
 }
 
 bool Renderer::query_scene(miQ_type code, void* result) {
-    switch (code) {
-    case miQ_NUM_GLOBAL_LIGHTS:
+    constexpr miQ_type to[] = {miQ_TRANS_INTERNAL_TO_WORLD, miQ_TRANS_INTERNAL_TO_CAMERA,
+                               miQ_TRANS_INTERNAL_TO_OBJECT};
+    constexpr miQ_type from[] = {miQ_TRANS_WORLD_TO_INTERNAL, miQ_TRANS_CAMERA_TO_INTERNAL,
+                                 miQ_TRANS_OBJECT_TO_INTERNAL};
+    for (int space = 0; space < 3; ++space)
+        if (code == to[space] || code == from[space])
+            return give(result, code == to[space] ? &to_space_[space][0] : &from_space_[space][0]);
+    if (code == miQ_NUM_GLOBAL_LIGHTS)
         return give(result, static_cast<int>(lights.size()));
-    case miQ_GLOBAL_LIGHTS:
+    if (code == miQ_GLOBAL_LIGHTS)
         return give(result, lights.data());
-    case miQ_NUM_TEXTURES:
+    if (code == miQ_NUM_TEXTURES)
         return give(result, texture_spaces);
-    case miQ_TRANS_INTERNAL_TO_WORLD:
-        return give(result, &to_space_[0][0]);
-    case miQ_TRANS_INTERNAL_TO_CAMERA:
-        return give(result, &to_space_[1][0]);
-    case miQ_TRANS_INTERNAL_TO_OBJECT:
-        return give(result, &to_space_[2][0]);
-    case miQ_TRANS_WORLD_TO_INTERNAL:
-        return give(result, &from_space_[0][0]);
-    case miQ_TRANS_CAMERA_TO_INTERNAL:
-        return give(result, &from_space_[1][0]);
-    case miQ_TRANS_OBJECT_TO_INTERNAL:
-        return give(result, &from_space_[2][0]);
-    case miQ_FINALGATHER_STATE:
-        return give(result, 0);
-    default:
-        return false;
-    }
+    return code == miQ_FINALGATHER_STATE && give(result, 0);
 }
 
 // ---- calls
@@ -618,28 +607,15 @@ void Renderer::answer_spaces() {
 // ---- sample
 
 Triangle::Corners* Renderer::corners(int which, int space) {
-    const auto one = [](auto& values) { return values ? &*values : nullptr; };
-    const auto of_space = [space](auto& values) {
-        return space >= 0 && static_cast<std::size_t>(space) < values.size()
-                   ? &values[static_cast<std::size_t>(space)]
-                   : nullptr;
-    };
-    switch (which) {
-    case 'p':
-        return one(triangle.points);
-    case 'n':
-        return one(triangle.normals);
-    case 'm':
-        return one(triangle.motion);
-    case 't':
-        return of_space(triangle.textures);
-    case 'x':
-        return of_space(triangle.bump_x);
-    case 'y':
-        return of_space(triangle.bump_y);
-    default:
-        return nullptr;
-    }
+    for (const auto& [letter, values] :
+         {std::pair{'p', &triangle.points}, {'n', &triangle.normals}, {'m', &triangle.motion}})
+        if (which == letter)
+            return *values ? &**values : nullptr;
+    for (const auto& [letter, values] :
+         {std::pair{'t', &triangle.textures}, {'x', &triangle.bump_x}, {'y', &triangle.bump_y}})
+        if (which == letter && space >= 0 && static_cast<std::size_t>(space) < values->size())
+            return &(*values)[static_cast<std::size_t>(space)];
+    return nullptr;
 }
 
 void Renderer::answer_sample() {
@@ -759,15 +735,6 @@ void Renderer::answer_from_the_kit() {
     mi_colorprofile_ciexyz_to_render.standard_ = [](miColor* rgb, miColor* xyz) {
         *rgb = stage::color_of_ciexyz(*xyz);
     };
-    mi_img_get_color.standard_ = [](miImg_image* image, miColor* color, int x, int y) {
-        *color = stage::image_color(image, x, y);
-    };
-    mi_img_put_color.standard_ = [](miImg_image* image, miColor* color, int x, int y) {
-        stage::put_image_color(image, *color, x, y);
-    };
-    mi_img_get_width.standard_ = [](miImg_image* image) { return image ? image->width : 0; };
-    mi_img_get_height.standard_ = [](miImg_image* image) { return image ? image->height : 0; };
-    mi_img_pyramid_get_level.standard_ = stage::image_level;
 }
 
 } // namespace scripted
