@@ -51,6 +51,7 @@ protected:
 TEST_F(HostData, MissingRecordsAndNullArgumentsReadAsAnEmptyScene) {
     miLight light{};
     const orl_ObjectData no_particles{};
+    const orl_NodeData node{};
     for (const miTag tag :
          {miTag{miNULLTAG}, add_instance_with(miNULLTAG), renderer.add_string("no instance"),
           renderer.add_group({}), add_instance_with(miNULLTAG, renderer.add_string("no object")),
@@ -66,6 +67,7 @@ TEST_F(HostData, MissingRecordsAndNullArgumentsReadAsAnEmptyScene) {
         EXPECT_EQ(GetMaterialID(s), 0);
         EXPECT_EQ(GetUVChannelIndexFromID(s, nullptr, 0), -1);
         EXPECT_TRUE(IsInstanceShadowMakerForLight(s, nullptr));
+        EXPECT_TRUE(IsInstanceShadowMakerForLight(s, &node));
         miBoolean edge = 5;
         GetEdgeVisibility(s, nullptr, &edge, nullptr);
         EXPECT_EQ(edge, miTRUE);

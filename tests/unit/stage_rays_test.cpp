@@ -10,16 +10,15 @@ using namespace stage_test;
 // (-1, -1), (1, -1), (1, 1) it is 0.25 a + 0.375 b + 0.375 c. Mirrored, (-0.5, -0.25) of (-1, -1), (1, 1),
 // (-1, 1).
 TEST(StageIntersection, SidesAndMirroredInstances) {
+    const std::string unmirrored = "0.75 0.375 0 , 2 0 0 , 0 2 0 , 0.25 0.375 0.375";
     const struct {
         float from;        // height of the start
         const char* scale; // along x
         miUint1 inverted;
         std::string hit, texture; // texture coordinates, change along u and v, weights of the corners
     } cases[] = {
-        {10, "1", 0, "0.5 -0.25 10 > 0 0 -1 : 0.5 -0.25 0 , 0 0 1 , 10 -1",
-         "0.75 0.375 0 , 2 0 0 , 0 2 0 , 0.25 0.375 0.375"},
-        {-3, "1", 1, "0.5 -0.25 -3 > 0 0 1 : 0.5 -0.25 0 , 0 0 -1 , 3 -1",
-         "0.75 0.375 0 , 2 0 0 , 0 2 0 , 0.25 0.375 0.375"},
+        {10, "1", 0, "0.5 -0.25 10 > 0 0 -1 : 0.5 -0.25 0 , 0 0 1 , 10 -1", unmirrored},
+        {-3, "1", 1, "0.5 -0.25 -3 > 0 0 1 : 0.5 -0.25 0 , 0 0 -1 , 3 -1", unmirrored},
         // The outside stays the outside.
         {9, "-1", 0, "0.5 -0.25 9 > 0 0 -1 : 0.5 -0.25 0 , 0 0 1 , 9 -1",
          "0.25 0.375 0 , -2 0 0 , 0 2 0 , 0.625 0.25 0.125"},

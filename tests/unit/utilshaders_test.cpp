@@ -78,18 +78,10 @@ TEST(CubeFaces, AreUprightAndUnmirroredFromTheMiddle) {
     }
 }
 
+// Inside the picture they are seen in one.
 TEST(BackgroundBands, RunDiagonallyAndStayInside) {
-    const struct {
-        TextureCoordinate at;
-        int band;
-    } cases[] = {
-        {{0.99f, 0.99f}, 4}, // 7 + 7 = 14
-        {{0, 0}, 0},         {{0.124f, 0.124f}, 0}, {{0.125f, 0}, 1},
-        {{0.25f, 0.25f}, 4}, {{0.7f, 0}, 0},        {{-0.5f, 0}, 1}, // -4, five bands further on
-        {{-0.5f, -0.5f}, 2},                                         // -8
-    };
-    for (const auto& each : cases)
-        EXPECT_EQ(background_band(each.at), each.band) << each.at.u << ' ' << each.at.v;
+    EXPECT_EQ(background_band({-0.5f, 0}), 1);     // -4, five bands further on
+    EXPECT_EQ(background_band({-0.5f, -0.5f}), 2); // -8
     for (const float u : {not_a_number, infinite, -infinite, 1e30f, -1e30f, 3e9f}) {
         const int band = background_band({u, -0.9f});
         EXPECT_TRUE(band >= 0 && band < background_bands) << u;
