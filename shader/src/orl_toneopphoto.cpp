@@ -33,7 +33,8 @@ void load_tonemap_library() {
     system::unload_library(library.handle.exchange(handle));
     library.init = find_in<mia_tonemap_api_init_function>(handle, "mia_tonemap_api_init");
     library.exit = find_in<mia_tonemap_api_exit_function>(handle, "mia_tonemap_api_exit");
-    library.transform_color = find_in<mia_tonemap_api_map_function>(handle, "mia_tonemap_api_transform_color");
+    library.transform_color =
+        find_in<mia_tonemap_api_map_function>(handle, "mia_tonemap_api_transform_color");
     library.untransform_color =
         find_in<mia_tonemap_api_map_function>(handle, "mia_tonemap_api_untransform_color");
 }

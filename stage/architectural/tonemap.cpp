@@ -2,11 +2,11 @@
  * Photographic exposure behind the tone-map functions of the renderer's architectural library: what the
  * module's photographic operator loads where the renderer itself is not at hand.
  *
- * Exposure: the luminance that saturates a film or sensor is 78 / (0.65 S) N^2 / t (ISO 12232, saturation-based
- * speed, with the usual factor 0.65 for lens and angle); it becomes 1. Highlights: x (1 + b x) / (1 + x), the
- * operator of Reinhard, Stark, Shirley and Ferwerda, Photographic tone reproduction for digital images, 2002,
- * with b = 1 / white^2, on each channel as on each layer of a film. Vignetting: the cosine of the angle to the
- * axis, for a lens that sees 45 degrees at the corners, raised to a power.
+ * Exposure: the luminance that saturates a film or sensor is 78 / (0.65 S) N^2 / t (ISO 12232,
+ * saturation-based speed, with the usual factor 0.65 for lens and angle); it becomes 1. Highlights: x (1 + b
+ * x) / (1 + x), the operator of Reinhard, Stark, Shirley and Ferwerda, Photographic tone reproduction for
+ * digital images, 2002, with b = 1 / white^2, on each channel as on each layer of a film. Vignetting: the
+ * cosine of the angle to the axis, for a lens that sees 45 degrees at the corners, raised to a power.
  */
 #include "shader.h"
 

@@ -1,10 +1,8 @@
 if(TARGET orlshaders)
-    orl_add_test(module_test SOURCES module_test.cpp module_exports.cpp header_as_c.c
+    orl_add_test(module_test SOURCES module_test.cpp header_as_c.c
         LIBS test_support LOADS orlshaders scripted_renderer)
     if(ORL_HAVE_GTEST)
         target_include_directories(module_test PRIVATE ${PROJECT_SOURCE_DIR}/shader/include)
-        target_compile_definitions(module_test PRIVATE
-            ORL_FILE_DECLARATIONS="${PROJECT_BINARY_DIR}/shader/orlshaders.mi")
         target_link_libraries(module_test PRIVATE ${CMAKE_DL_LIBS})
     endif()
 endif()

@@ -31,17 +31,10 @@ protected:
     }
 
     miMaterial full_material() {
-        return {.opaque = miFALSE,
-                .shader = add_slot(1),
-                .displace = add_slot(9),
-                .shadow = add_slot(3),
-                .volume = add_slot(5),
-                .environment = add_slot(4),
-                .contour = add_slot(16),
-                .photon = add_slot(7),
-                .photonvol = add_slot(14),
-                .lightmap = add_slot(13),
-                .hardware = miNULLTAG};
+        // In the record's order: material, displacement, shadow, volume, environment, contour, photon, photon
+        // volume, light map.
+        return {miFALSE,      add_slot(1), add_slot(9),  add_slot(3),  add_slot(5), add_slot(4),
+                add_slot(16), add_slot(7), add_slot(14), add_slot(13), miNULLTAG};
     }
 };
 
@@ -150,15 +143,11 @@ TEST_F(CallMaterialTest, FunctionsRunAsTheCurrentMaterial) {
         EXPECT_EQ(renderer.calls()[0].tag, function);
         EXPECT_EQ(state->material, 700u);
     }
-}
-
-TEST_F(CallMaterialTest, FailingEnvironmentFunctionFallsBackToTheCamera) {
+    // A failing environment function falls back to the camera.
     const miTag failing = renderer.add_shader([](void*, miState*, void*) { return miFALSE; });
     state.run(shader, miSHADER_ENVIRONMENT);
-    state->material = 700;
     miColor result{};
     EXPECT_FALSE(CallMaterial(&result, state, failing, nullptr));
-    EXPECT_EQ(state->material, 700u);
     state.camera.environment = add_slot(44);
     EXPECT_TRUE(CallMaterial(&result, state, failing, nullptr));
     EXPECT_EQ(result.r, 44.0f);
@@ -175,31 +164,28 @@ TEST_F(CallMaterialTest, UnsupportedCallsAreReportedOncePerFlag) {
     miColor result{};
     auto* const own = orl::new_instance_data<Warned>(state.run(shader, miSHADER_LENS));
 
-    miBoolean flag = miFALSE;
-    for (int i = 0; i < 3; ++i)
-        EXPECT_FALSE(CallMaterial(&result, state, material, &flag));
-    EXPECT_EQ(errors(), of_material);
-    EXPECT_TRUE(flag);
-    EXPECT_FALSE(own->warned);
-
-    renderer.clear_logs(); // without a flag, the first word of the instance's data
-    for (int i = 0; i < 3; ++i)
-        EXPECT_FALSE(CallMaterial(&result, state, material, nullptr));
-    EXPECT_EQ(errors(), of_material);
-    EXPECT_TRUE(own->warned);
-
+    const struct {
+        miTag called;
+        miShader_type type;
+        bool own_flag; // else the first word of the instance's data
+        const std::vector<std::string>& expected;
+    } cases[] = {
+        {material, miSHADER_LENS, true, of_material},     {material, miSHADER_LENS, false, of_material},
+        {function, miSHADER_CONTOUR, false, of_function}, {function, miSHADER_DISPLACE, true, of_function},
+        {function, miSHADER_LIGHTMAP, true, of_function}, {function, miSHADER_LENS, true, of_function},
+        {function, miSHADER_LIGHT, true, of_function},
+    };
     state->material = 700;
-    for (const miShader_type type :
-         {miSHADER_CONTOUR, miSHADER_DISPLACE, miSHADER_LIGHTMAP, miSHADER_LENS, miSHADER_LIGHT}) {
+    for (const auto& each : cases) {
         renderer.clear_logs();
-        own->warned = miFALSE;
-        flag = miFALSE;
-        state.run(shader, type);
+        miBoolean flag = own->warned = miFALSE;
+        state.run(shader, each.type);
         for (int i = 0; i < 3; ++i)
-            EXPECT_FALSE(CallMaterial(&result, state, function, &flag));
-        EXPECT_EQ(errors(), of_function);
-        EXPECT_FALSE(flag); // this message belongs to the running instance
-        EXPECT_TRUE(own->warned);
+            EXPECT_FALSE(CallMaterial(&result, state, each.called, each.own_flag ? &flag : nullptr));
+        EXPECT_EQ(errors(), each.expected);
+        const bool caller_keeps_it = each.own_flag && each.called == material; // else the running instance
+        EXPECT_EQ(flag, caller_keeps_it);
+        EXPECT_EQ(own->warned, !caller_keeps_it);
         EXPECT_EQ(state->material, 700u);
     }
     orl::delete_instance_data(state);

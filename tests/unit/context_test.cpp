@@ -102,16 +102,6 @@ TEST(Footprint, IsTheDifferenceOfNeighbouringPixels) {
                 }
 }
 
-TEST(Footprint, StaysFiniteWhenTheRayGrazes) {
-    const Pinhole camera;
-    for (const V& normal : {V{0, 1, 0}, V{0.8, 0, 0.6}, V{0, 0, 0}}) {
-        const Differential d = surface_footprint(camera.lens(), narrow(camera.forward),
-                                                 narrow(camera.forward), narrow(normal), 100.0f);
-        for (const float value : {d.right.x, d.right.z, d.up.x, d.up.y})
-            EXPECT_TRUE(std::isfinite(value));
-    }
-}
-
 // Random triangles: what the corners carry is linear in the point, so both must agree with the linear map.
 TEST(TriangleValues, FollowThePointAndTheTangents) {
     std::mt19937 random(7);
@@ -147,13 +137,18 @@ TEST(TriangleValues, FollowThePointAndTheTangents) {
     EXPECT_GT(sound, 100);
 }
 
-TEST(TriangleValues, DegenerateTrianglesChangeNothing) {
+TEST(Degenerate, RaysThatGrazeStayFiniteAndFlatTrianglesChangeNothing) {
+    const Pinhole camera;
+    const miVector ahead = narrow(camera.forward);
+    for (const miVector& normal : {miVector{0, 1, 0}, {0.8f, 0, 0.6f}, {0, 0, 0}}) {
+        const Differential d = surface_footprint(camera.lens(), ahead, ahead, normal, 100.0f);
+        EXPECT_TRUE(std::isfinite(d.right.x + d.right.z + d.up.x + d.up.y));
+    }
     const Corners line{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}, point{{1, 1, 1}, {1, 1, 1}, {1, 1, 1}};
     Tangents along;
     for (const Corners& bad : {line, point}) {
         const WeightChange w = weight_change(bad, {1, 0, 0});
-        EXPECT_EQ(w.b, 0.0f);
-        EXPECT_EQ(w.c, 0.0f);
+        EXPECT_EQ(std::fabs(w.b) + std::fabs(w.c), 0.0f);
         EXPECT_FALSE(tangents(line, bad, along));
         EXPECT_EQ(along.along_u.x, 0.0f);
     }

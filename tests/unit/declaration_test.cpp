@@ -1,4 +1,4 @@
-// The declaration tables: what is written from them must be a valid declaration, and follow the structures.
+// The declaration tables: what is written from them must be a valid declaration.
 #include "exports.h"
 
 #include <gtest/gtest.h>
@@ -9,27 +9,6 @@
 namespace {
 
 using namespace orl;
-
-struct Mixed {
-    miBoolean on;
-    miVector direction;
-    decl::Array<miColor> colors;
-    decl::Transform matrix;
-    miTag shader;
-};
-
-constexpr auto mixed = decl::fields<Mixed>(decl::boolean(&Mixed::on, "on", true, ""),
-                                           decl::vector(&Mixed::direction, "direction", {0, 0, 1}, "", ""),
-                                           decl::array(&Mixed::colors, miTYPE_COLOR, "colors", ""),
-                                           decl::transform(&Mixed::matrix, "matrix", ""),
-                                           decl::element(&Mixed::shader, miTYPE_SHADER, "shader", ""));
-
-TEST(Declarations, OffsetsAreThoseOfTheCompiler) {
-    EXPECT_EQ(mixed[1].offset, offsetof(Mixed, direction));
-    EXPECT_EQ(mixed[2].offset, offsetof(Mixed, colors));
-    EXPECT_EQ(mixed[3].offset, offsetof(Mixed, matrix));
-    EXPECT_EQ(mixed[4].offset, offsetof(Mixed, shader));
-}
 
 void check_fields(const std::string& owner, const decl::FieldList& fields) {
     std::set<std::string> names;

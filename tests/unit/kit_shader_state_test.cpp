@@ -43,29 +43,26 @@ TEST(ShaderState, CopiesUnderKeysKeepTheirAddress) {
     EXPECT_EQ(records.text_of("a"), "tail");
 }
 
-TEST(ShaderState, NoValueOrNoSizeRemoves) {
+TEST(ShaderState, Lifetimes) {
     Records records;
+    const auto expect = [&](std::string none, std::string eye_ray, std::string rectangle) {
+        const std::string texts[] = {records.text_of("0"), records.text_of("1"), records.text_of("2")};
+        EXPECT_EQ(texts[0] + texts[1] + texts[2], none + eye_ray + rectangle);
+    };
+    records.put("0", "a", 0);
+    records.put("1", "b", miSS_LIFETIME_EYERAY);
+    records.put("2", "c", miSS_LIFETIME_RECT);
+    records.clear_eye_ray();
+    expect("a", "none", "c");
+    records.clear_rect();
+    expect("none", "none", "none");
     for (const auto& [value, size] : {std::pair<const char*, int>{nullptr, 4}, {"text", 0}, {"text", -3}}) {
-        records.put("a", "text");
-        EXPECT_TRUE(records.set("a", value, size, 2));
-        EXPECT_EQ(records.text_of("a"), "none");
+        records.put("0", "text");
+        EXPECT_TRUE(records.set("0", value, size, 2)); // no value or no size removes
+        expect("none", "none", "none");
     }
     EXPECT_FALSE(records.set(nullptr, "text", 4, 2));
     EXPECT_EQ(records.get(nullptr, nullptr), nullptr);
-}
-
-TEST(ShaderState, Lifetimes) {
-    Records records;
-    records.put("none", "0", 0);
-    records.put("eye ray", "1", miSS_LIFETIME_EYERAY);
-    records.put("rectangle", "2", miSS_LIFETIME_RECT);
-    records.clear_eye_ray();
-    EXPECT_EQ(records.text_of("none"), "0");
-    EXPECT_EQ(records.text_of("eye ray"), "none");
-    EXPECT_EQ(records.text_of("rectangle"), "2");
-    records.clear_rect();
-    EXPECT_EQ(records.text_of("none"), "none");
-    EXPECT_EQ(records.text_of("rectangle"), "none");
 }
 
 } // namespace

@@ -50,18 +50,6 @@ TEST(Ward, ReflectsTheCosineOfTheIncomingAngleAndNeverMoreThanComesIn) {
             EXPECT_LE(albedo(incoming, shiny, shiny), 1.0) << shiny << " " << incoming;
 }
 
-TEST(Ward, IsReciprocalAndDarkBelowTheSurface) {
-    for (int i = 0; i < 50; ++i) {
-        miVector a = direction(0.03 * i, 0.7 * i), b = direction(0.02 * i, 2.1 + 0.3 * i);
-        miVector in_a = reversed(a), in_b = reversed(b);
-        const float there = mi_ward_anisglossy(&in_a, &b, &normal, &axis_u, &axis_v, 12.0f, 70.0f);
-        const float back = mi_ward_anisglossy(&in_b, &a, &normal, &axis_u, &axis_v, 12.0f, 70.0f);
-        EXPECT_NEAR(there, back, 1e-5f * (1.0f + there));
-    }
-    miVector in = reversed(direction(0.5, 0.0)), below = direction(2.0, pi);
-    EXPECT_EQ(mi_ward_glossy(&in, &below, &normal, 30.0f), 0.0f);
-}
-
 TEST(Fresnel, KnownValues) {
     miState state{};
     const auto at = [&](double angle, float in, float out) {

@@ -46,6 +46,9 @@ shader "next" "tint" () shader "fn" "tint" ( "a" 2.5, "b" 1 2 3 4, "c" [ 9 ] ))"
     function->next_function = stage.tag("next");
     instance->parent = 22;
     instance->userdata = 23;
+    stage.state.shader = function;
+    function->reserved[0] = &stage["fn"]; // as the first call leaves it
+    // Of each kind of element: a plain member, an address, what goes by way of another element.
     std::vector<Row> rows = {
         {miQ_INST_ITEM, inst, bytes(object)},
         {miQ_INST_PARENT, inst, bytes(miTag{22})},
@@ -54,12 +57,9 @@ shader "next" "tint" () shader "fn" "tint" ( "a" 2.5, "b" 1 2 3 4, "c" [ 9 ] ))"
         {miQ_INST_LABEL, inst, bytes(miUint{77})},
         {miQ_INST_NAME, inst, bytes(stage["square_inst"].name.c_str())},
         {miQ_INST_GLOBAL_TO_LOCAL, inst, bytes(&instance->tf.global_to_local)},
-        {miQ_INST_LOCAL_TO_GLOBAL, inst, bytes(&instance->tf.local_to_global)},
         {miQ_GROUP_NKIDS, group, bytes(3)},
         {miQ_NUM_GLOBAL_LIGHTS, miNULLTAG, bytes(1)},
-        {miQ_MTL_OPAQUE, e.tag, bytes(int{miTRUE})},
         {miQ_DATA_DECL, stage.tag("d2"), bytes(stage.scene.declarations.at("data dd")->tag)},
-        {miQ_DATA_LABEL, stage.tag("d1"), bytes(miUint{43})},
         {miQ_DATA_PARAM_SIZE, stage.tag("d1"), bytes(1)},
         {miQ_DATA_PARAM, stage.tag("d1"), bytes(&data->parameters)},
         {miQ_OBJ_DATA, object, bytes(stage.tag("d2"))},
@@ -68,36 +68,28 @@ shader "next" "tint" () shader "fn" "tint" ( "a" 2.5, "b" 1 2 3 4, "c" [ 9 ] ))"
         {miQ_NUM_TEXTURES, miNULLTAG, bytes(2)},
         {miQ_SAMPLE_MOVING, miNULLTAG, bytes(0)},
         {miQ_DECL_NAME, decl, bytes(stage.scene.declarations.at("tint")->name.c_str())},
+        {miQ_LIGHT_AREA, lamp, bytes(int{miLIGHT_DISC})},
+        {miQ_LIGHT_TYPE, stage.tag("lamp_inst"), bytes(int{miLIGHT_SPOT})},
+        {miQ_LIGHT_ORIGIN, stage.tag("lamp_inst"), bytes(miVector{7, 8, 9})},
+        {miQ_LIGHT_SPREAD, lamp, bytes(0.75f)},
+        {miQ_LIGHT_ENERGY, lamp, bytes(stage["lamp"].as<miLight>()->energy)},
+        {miQ_FUNC_NEXT, fn, bytes(stage.tag("next"))},
+        {miQ_FUNC_PARAM, fn, bytes(&function->parameters)},
+        {miQ_FUNC_PARAM_SIZE, fn, bytes(function->parameter_size)},
+        {miQ_DECL_LOCK, fn, bytes(&stage["fn"].shader->code->lock)},
+        {miQ_DECL_TYPE, fn, bytes(int{miTYPE_COLOR})},
+        {miQ_DECL_VERSION, fn, bytes(7)},
     };
-    for (const miTag tag : {lamp, stage.tag("lamp_inst")})
-        rows.insert(rows.end(), {{miQ_LIGHT_TYPE, tag, bytes(int{miLIGHT_SPOT})},
-                                 {miQ_LIGHT_AREA, tag, bytes(int{miLIGHT_DISC})},
-                                 {miQ_LIGHT_EXPONENT, tag, bytes(2.0f)},
-                                 {miQ_LIGHT_ORIGIN, tag, bytes(miVector{7, 8, 9})},
-                                 {miQ_LIGHT_DIRECTION, tag, bytes(miVector{0, 0, -1})},
-                                 {miQ_LIGHT_SPREAD, tag, bytes(0.75f)},
-                                 {miQ_LIGHT_ENERGY, tag, bytes(stage["lamp"].as<miLight>()->energy)},
-                                 {miQ_LIGHT_SHADER, tag, bytes(stage["lamp"].as<miLight>()->shader)}});
     miTag slot = 31;
     for (const miQ_type code :
          {miQ_MTL_SHADER, miQ_MTL_DISPLACE, miQ_MTL_SHADOW, miQ_MTL_VOLUME, miQ_MTL_ENVIRONMENT,
           miQ_MTL_CONTOUR, miQ_MTL_PHOTON, miQ_MTL_PHOTONVOL, miQ_MTL_LIGHTMAP})
         rows.push_back({code, e.tag, bytes(slot++)});
-    stage.state.shader = function;
-    function->reserved[0] = &stage["fn"];          // as the first call leaves it
     for (const miTag tag : {fn, miTag{miNULLTAG}}) // by tag, and as the one that runs
         rows.insert(rows.end(), {{miQ_FUNC_TAG, tag, bytes(fn)},
                                  {miQ_FUNC_DECL, tag, bytes(decl)},
-                                 {miQ_FUNC_NEXT, tag, bytes(stage.tag("next"))},
-                                 {miQ_FUNC_LOCK, tag, bytes(&function->lock)},
                                  {miQ_FUNC_NAME, tag, bytes(stage["fn"].name.c_str())},
-                                 {miQ_FUNC_PARAM, tag, bytes(&function->parameters)},
-                                 {miQ_FUNC_PARAM_SIZE, tag, bytes(function->parameter_size)},
-                                 {miQ_FUNC_USERPTR, tag, bytes(&stage["fn"].shader->user)},
-                                 {miQ_DECL_LOCK, tag, bytes(&stage["fn"].shader->code->lock)},
-                                 {miQ_DECL_RESULT_SIZE, tag, bytes(16)},
-                                 {miQ_DECL_TYPE, tag, bytes(int{miTYPE_COLOR})},
-                                 {miQ_DECL_VERSION, tag, bytes(7)}});
+                                 {miQ_FUNC_USERPTR, tag, bytes(&stage["fn"].shader->user)}});
     for (const Row& row : rows) {
         std::string got(row.answer.size() + 8, 'x');
         EXPECT_TRUE(mi_query(row.code, &stage.state, row.tag, got.data())) << row.code;

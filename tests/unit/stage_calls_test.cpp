@@ -13,23 +13,6 @@ namespace {
 using stage::Arena;
 using namespace stage_test;
 
-TEST(StageArena, KeepsWhatIsNotReleasedAndReusesWhatIs) {
-    Arena arena;
-    auto* first = static_cast<int*>(arena.allocate(sizeof(int), alignof(int)));
-    *first = 7;
-    const Arena::Mark mark = arena.mark();
-    void* again = arena.allocate(100);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(again) % 16, 0u);
-    // Far more than a chunk, and blocks larger than a chunk between small ones.
-    for (int round = 0; round < 3; ++round) {
-        arena.release(mark);
-        EXPECT_EQ(arena.allocate(100), again);
-        for (const std::size_t size : {200000u, 8u, 70000u, 300000u})
-            std::memset(arena.allocate(size), 0xee, size);
-    }
-    EXPECT_EQ(*first, 7);
-}
-
 std::string life;
 std::atomic<int> inits{0};
 

@@ -57,44 +57,6 @@ struct Frame {
     std::unique_ptr<World> world;
 };
 
-// The outer matrix takes world x to local x / 2, so its contents appear twice as large; the inner one shifts
-// by -3 into local space, so the object stands at +3 inside the group: at x = 6 in the world.
-TEST(StageWorld, TransformsNestInWorldAndCameraSpace) {
-    for (const int asked : {0, 1, 2}) { // nothing, the program, the options
-        const bool camera_space = asked != 0;
-        const Frame frame(
-            R"(instance "leaf" "square" AT -3 0 0 1 end instance instgroup "inner" "leaf" end instgroup
-instance "outer" "inner" transform 0.5 0 0 0  0 0.5 0 0  0 0 0.5 0  0 0 0 1 end instance
-instgroup "root" "cam_inst" "outer" end instgroup)",
-            asked == 1, asked == 2 ? "camera space" : "");
-        const float down = camera_space ? 10.0f : 0.0f; // of the world's origin below that of the space
-        miRc_intersection hit;
-        for (const auto& [x, met] : {std::pair{7.9f, true}, {4.1f, true}, {8.1f, false}, {0.0f, false}})
-            EXPECT_EQ(frame.world->intersect({x, 1.9f, 10 - down}, {0, 0, -1}, 0, infinity, 0, 1, hit), met)
-                << x;
-        const miScalar* m = frame["leaf"].to_internal.m;
-        EXPECT_THAT(std::vector<float>(m + 12, m + 15), testing::ElementsAre(6, 0, -down));
-        EXPECT_EQ(m[0], 2.0f);
-        EXPECT_EQ(frame.world->world_to_internal.m[14], -down);
-        EXPECT_EQ(frame.world->camera_to_internal.m[14], 10 - down);
-    }
-}
-
-TEST(StageWorld, AnInstanceReachedTwiceHasTwoElements) {
-    const Frame frame(R"(instance "leaf" "square" tag 7 end instance instgroup "pair" "leaf" end instgroup
-instance "left" "pair" AT 3 0 0 1 end instance instance "right" "pair" AT -3 0 0 1 end instance
-instgroup "root" "cam_inst" "left" "right" end instgroup)");
-    ASSERT_EQ(frame.world->instances.size(), 2u);
-    EXPECT_NE(frame.world->instances[0].tag, frame.world->instances[1].tag);
-    for (const WorldInstance& w : frame.world->instances) {
-        EXPECT_EQ(frame.name_of(w.tag), "leaf");
-        EXPECT_EQ(w.label, 7u);
-        EXPECT_EQ(frame.world->find_instance(w.tag), &w);
-    }
-    for (const auto& [x, distance] : {std::pair{-3.0f, 10}, {0.0f, -1}, {3.0f, 10}})
-        EXPECT_EQ(frame.look_down(x), distance);
-}
-
 TEST(StageWorld, MaterialsAreInherited) {
     const Frame frame(R"(
 object "pieces" tagged group -1 -1 0  1 -1 0  1 1 0  v 0 v 1 v 2  p 1 0 1 2  p 0 0 1 2 end group end object
@@ -105,17 +67,13 @@ instance "forced" "coated" override material "blue" end instance
 instance "list" "pieces" material ["red", "blue"] end instance
 instgroup "inner" "plain" "own" "object_own" "forced" "list" end instgroup
 instance "outer" "inner" material "blue" end instance
-instance "plain_2" "square" material "red" end instance
-instgroup "inner_2" "plain_2" end instgroup
-instance "outer_2" "inner_2" override material "blue" end instance
-instgroup "root" "cam_inst" "outer" "outer_2" end instgroup)");
-    // From the group's instance; the nearer one; the object's own before any instance's, but for override,
-    // which reaches down; by the label 1 from a list.
+instgroup "root" "cam_inst" "outer" end instgroup)");
+    // From the group's instance; the nearer one; the object's own before any instance's, but for override; by
+    // the label 1 from a list.
     for (const auto& [name, material] : {std::pair{"plain", "blue"},
                                          {"own", "red"},
                                          {"object_own", "red"},
                                          {"forced", "blue"},
-                                         {"plain_2", "blue"},
                                          {"list", "blue"}})
         EXPECT_EQ(frame.name_of(frame[name].material_of(0)), material) << name;
     EXPECT_EQ(frame.name_of(frame["list"].material_of(1)), "red");

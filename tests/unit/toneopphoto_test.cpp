@@ -47,16 +47,20 @@ void expect_near(const miColor& is, const miColor& expected) {
 
 TEST_F(PhotoOperator, ExposesColors) {
     photo.start();
-    // Exposure 0.65 * 200 / (78 * 16 * 50) of 477.46 cd/m2, white balance, x (1 + x / 4) / (1 + x), gamma 2.2.
-    expect_near(shade_at(320, 240), library_is_there ? miColor{0.5897516f, 0.8062805f, 1.0896131f, 0.75f} : traced);
+    // Exposure 0.65 * 200 / (78 * 16 * 50) of 477.46 cd/m2, white balance, x (1 + x / 4) / (1 + x),
+    // gamma 2.2.
+    expect_near(shade_at(320, 240),
+                library_is_there ? miColor{0.5897516f, 0.8062805f, 1.0896131f, 0.75f} : traced);
     // The lens sees 45 degrees at the corner: a quarter of the light.
-    expect_near(shade_at(0, 480), library_is_there ? miColor{0.3392643f, 0.4935782f, 0.7059462f, 0.75f} : traced);
+    expect_near(shade_at(0, 480),
+                library_is_there ? miColor{0.3392643f, 0.4935782f, 0.7059462f, 0.75f} : traced);
 }
 
 TEST_F(PhotoOperator, WorksWithoutResolutionAndWithOddValues) {
     state.camera.x_resolution = state.camera.y_resolution = 0;
     photo.start();
-    expect_near(shade_at(0, 480), library_is_there ? miColor{0.5897516f, 0.8062805f, 1.0896131f, 0.75f} : traced);
+    expect_near(shade_at(0, 480),
+                library_is_there ? miColor{0.5897516f, 0.8062805f, 1.0896131f, 0.75f} : traced);
 
     LiveShader<ToneOpPhotoParams> odd{state, orl_ToneOpPhoto_init, orl_ToneOpPhoto_exit};
     odd->enabled = miTRUE; // and everything else 0: no film, no gamma, no white

@@ -78,24 +78,10 @@ TEST(CubeFaces, AreUprightAndUnmirroredFromTheMiddle) {
     }
 }
 
+// Inside the picture they are seen in one.
 TEST(BackgroundBands, RunDiagonallyAndStayInside) {
-    const struct {
-        TextureCoordinate at;
-        int band;
-    } cases[] = {
-        {{0.99f, 0.99f}, 4}, // 7 + 7 = 14
-        {{0, 0}, 0},         {{0.124f, 0.124f}, 0}, {{0.125f, 0}, 1},
-        {{0.25f, 0.25f}, 4}, {{0.7f, 0}, 0},        {{-0.5f, 0}, 1}, // -4, five bands further on
-        {{-0.5f, -0.5f}, 2},                                         // -8
-    };
-    for (const auto& each : cases)
-        EXPECT_EQ(background_band(each.at), each.band) << each.at.u << ' ' << each.at.v;
-    // grey, red, green, blue, black, all without alpha
-    constexpr float half = 128.0f / 255.0f;
-    const miColor colors[] = {
-        {half, half, half, 0}, {half, 0, 0, 0}, {0, half, 0, 0}, {0, 0, half, 0}, {0, 0, 0, 0}};
-    for (int k = 0; k < background_bands; ++k)
-        EXPECT_EQ(background_colors[k], colors[k]);
+    EXPECT_EQ(background_band({-0.5f, 0}), 1);     // -4, five bands further on
+    EXPECT_EQ(background_band({-0.5f, -0.5f}), 2); // -8
     for (const float u : {not_a_number, infinite, -infinite, 1e30f, -1e30f, 3e9f}) {
         const int band = background_band({u, -0.9f});
         EXPECT_TRUE(band >= 0 && band < background_bands) << u;
@@ -116,19 +102,15 @@ TEST_F(UtilShaders, Placeholders) {
         miBoolean (*shader)(miColor*, miState*, const void*);
         miColor expected;
         bool refuses_nulls;
-    } cases[] = {
-        {orl_empty, {0, 0, 0, 1}, true},
-        {orl_unknown, {1, 1, 1, 0}, true},
-        {orl_procedural_dummy, {0.7f, 0.7f, 0.7f, 1}, false},
-        {LumeTools, {0, 0, 0, 1}, false},
-    };
+    } cases[] = {{orl_empty, {0, 0, 0, 1}, true},
+                 {orl_unknown, {1, 1, 1, 0}, true},
+                 {orl_procedural_dummy, {0.7f, 0.7f, 0.7f, 1}, false},
+                 {LumeTools, {0, 0, 0, 1}, false}};
     for (const auto& each : cases) {
-        const int params = 0;
         result = {9, 9, 9, 9};
-        EXPECT_TRUE(each.shader(&result, state, &params));
-        EXPECT_EQ(result, each.expected);
         EXPECT_TRUE(each.shader(&result, state, nullptr));
-        EXPECT_TRUE(each.shader(&result, nullptr, &params));
+        EXPECT_EQ(result, each.expected);
+        EXPECT_TRUE(each.shader(&result, nullptr, &result));
         EXPECT_EQ(each.shader(&result, nullptr, nullptr), !each.refuses_nulls);
     }
     EXPECT_FALSE(orl_procedural_dummy(nullptr, nullptr, nullptr));
@@ -158,36 +140,28 @@ TEST_F(UtilShaders, MaterialEditorFlag) {
 
 // ---- materials and lists
 
-TEST_F(UtilShaders, MaterialToShader) {
+TEST_F(UtilShaders, MaterialToShaderTellsOncePerInstance) {
     miMaterial material{};
     material.shader = renderer.add_color({1, 2, 3, 4});
     const miTag tag = renderer.add_material(material);
-    using Wrapper = LiveShader<MaterialToShaderParams>;
-    std::size_t told = 0;
-    const auto live = [&](Wrapper& shader) { // each instance tells once
+    for (std::size_t told = 1; told <= 2; ++told) {
+        LiveShader<MaterialToShaderParams> shader(state, orl_MaterialToShader_init,
+                                                  orl_MaterialToShader_exit);
         shader->material = tag;
         const long long before = renderer.resources().live_bytes;
         shader.start();
         EXPECT_EQ(renderer.resources().live_bytes - before, 8);
-        std::uint64_t data = 1;
-        ASSERT_NE(shader.user_pointer(), nullptr);
-        std::memcpy(&data, shader.user_pointer(), sizeof data);
-        EXPECT_EQ(data, 0u);
         state->call_type = miSHADER_MATERIAL;
         EXPECT_TRUE(orl_MaterialToShader(&result, state, &shader.params()));
         EXPECT_EQ(result, (miColor{1, 2, 3, 4}));
         state->call_type = miSHADER_LENS;
         for (int i = 0; i < 3; ++i)
             EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
-        EXPECT_EQ(errors().size(), ++told);
-    };
-    Wrapper one(state, orl_MaterialToShader_init, orl_MaterialToShader_exit);
-    live(one);
-    Wrapper two(state, orl_MaterialToShader_init, orl_MaterialToShader_exit);
-    live(two);
-    state->call_type = miSHADER_MATERIAL;
-    two.connect(two->material, [](miState*) { return miNULLTAG; });
-    EXPECT_FALSE(orl_MaterialToShader(&result, state, &two.params()));
+        EXPECT_EQ(errors().size(), told);
+        state->call_type = miSHADER_MATERIAL;
+        shader.connect(shader->material, [](miState*) { return miNULLTAG; });
+        EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
+    }
 }
 
 TEST_F(UtilShaders, ShaderListRunsAllInOrder) {
@@ -235,26 +209,25 @@ TEST_F(UtilShaders, ShadowWrapper) {
     };
     orl_NodeData makes_none{}, makes_all{};
     makes_all.shadows_from_all_lights = miTRUE;
-    const struct {
+    struct Case {
         const orl_NodeData* node;
         miTag shader;
         int mode;
-        miBoolean segment_answer;
-        miBoolean answer;
+        miBoolean segment_answer, answer;
         float light; // red, 1 before
         int segments;
-    } cases[] = {
-        {nullptr, passes, 1, miTRUE, miTRUE, 0.5f, 0},
-        {nullptr, blocks, 1, miTRUE, miFALSE, 0.5f, 0},
-        {nullptr, miNULLTAG, 1, miTRUE, miFALSE, 1, 0},
-        {&makes_all, passes, 's', miTRUE, miTRUE, 0.5f, 0},
-        {&makes_none, blocks, 1, miTRUE, miTRUE, 1, 0},
-        {&makes_none, miNULLTAG, 'l', miTRUE, miTRUE, 1, 0},
-        {&makes_none, passes, 's', miTRUE, miTRUE, 0.25f, 1},
-        {&makes_none, passes, 's', miFALSE, miFALSE, 0.25f, 1},
     };
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
-        const auto& each = cases[i];
+    for (const Case& each : std::initializer_list<Case>{
+             {nullptr, passes, 1, miTRUE, miTRUE, 0.5f, 0},
+             {nullptr, blocks, 1, miTRUE, miFALSE, 0.5f, 0},
+             {nullptr, miNULLTAG, 1, miTRUE, miFALSE, 1, 0},
+             {&makes_all, passes, 's', miTRUE, miTRUE, 0.5f, 0},
+             {&makes_none, blocks, 1, miTRUE, miTRUE, 1, 0},
+             {&makes_none, miNULLTAG, 'l', miTRUE, miTRUE, 1, 0},
+             {&makes_none, passes, 's', miTRUE, miTRUE, 0.25f, 1},
+             {&makes_none, passes, 's', miFALSE, miFALSE, 0.25f, 1},
+         }) {
+        SCOPED_TRACE(std::to_string(each.shader) + " " + std::to_string(each.mode));
         renderer.mi_trace_shadow_seg.reset_calls();
         segment_answer = each.segment_answer;
         state->instance = add_instance_with(each.node ? add_record(*each.node) : miNULLTAG);
@@ -263,9 +236,9 @@ TEST_F(UtilShaders, ShadowWrapper) {
         shader->shadow = each.shader;
         state.run(shader, miSHADER_TEXTURE); // the nested call is a shadow call whatever this one is
         result = {1, 1, 1, 1};
-        EXPECT_EQ(orl_ShadowWrapper(&result, state, &shader.params()), each.answer) << "case " << i;
-        EXPECT_EQ(result.r, each.light) << "case " << i;
-        EXPECT_EQ(renderer.mi_trace_shadow_seg.calls(), each.segments) << "case " << i;
+        EXPECT_EQ(orl_ShadowWrapper(&result, state, &shader.params()), each.answer);
+        EXPECT_EQ(result.r, each.light);
+        EXPECT_EQ(renderer.mi_trace_shadow_seg.calls(), each.segments);
     }
 }
 
@@ -290,15 +263,11 @@ protected:
     }
 };
 
-TEST_F(Background, OffShowsTheColour) {
+TEST_F(Background, ColourOrBandsThatFollowTheRaster) {
     shader->color = {1, 2, 3, 4};
     shader.start();
     EXPECT_EQ(shade(), (miColor{1, 2, 3, 4}));
-}
-
-TEST_F(Background, BandsFollowTheRaster) {
     shader->on = miTRUE;
-    shader.start();
     state->raster_x = 0.99f * 640;
     state->raster_y = 0.99f * 480;
     EXPECT_EQ(shade(), (miColor{0, 0, 0, 0}));
@@ -350,22 +319,28 @@ TEST_F(Background, ImagesLoseTheDisplayGamma) {
     shader->on = miTRUE;
     shader->background = add_image();
     shader.start();
-    const miColor linear = shade();
-    EXPECT_NEAR(linear.r, 0.0625f,
-                1.3e-4f); // half a step of the table: 2 * 0.25 * 0.5 / 8191, and of entries
-    EXPECT_NEAR(linear.g, 0.25f, 1.3e-4f);
-    EXPECT_EQ(linear.b, 4.0f);
-    EXPECT_EQ(linear.a, 0.75f);
+    shade();
+    EXPECT_NEAR(result.r, 0.0625f, 1.3e-4f); // half a step: 2 * 0.25 * 0.5 / 8191, and of entries
+    EXPECT_NEAR(result.g, 0.25f, 1.3e-4f);
+    EXPECT_EQ(result.b, 4.0f);
+    EXPECT_EQ(result.a, 0.75f);
 }
 
-TEST_F(UtilShaders, GammaOfOneBuildsNoTable) {
+// The power itself is seen in pictures.
+TEST_F(UtilShaders, GammaOfOneBuildsNoTableAndMissingImagesAreBlack) {
     orl_SceneData scene{};
-    for (const float gamma : {1.0f, 2.2f}) {
+    for (const float gamma : {1.0f, 2.2f, 0.0f}) { // 0 to the power of 0 is 1
         scene.display_gamma = gamma;
         set_scene(scene);
         LiveShader<ImageGammaCorrectParams> shader(state, orl_base_ImageGammaCorrect_init,
                                                    orl_base_ImageGammaCorrect_exit);
-        shader->texture = renderer.add_texture([](miColor* value, const miVector& at) {
+        const auto shade = [&](miTag texture) {
+            shader->texture = texture;
+            result = {9, 9, 9, 9};
+            EXPECT_TRUE(orl_base_ImageGammaCorrect(&result, state, &shader.params()));
+            return result;
+        };
+        const miTag image = renderer.add_texture([](miColor* value, const miVector& at) {
             *value = {at.x, at.y, 1.5f, at.z};
             return miTRUE;
         });
@@ -375,73 +350,47 @@ TEST_F(UtilShaders, GammaOfOneBuildsNoTable) {
         state.textures = {{0.3f, 1, 0.2f}};
         state.use_textures();
         state->tex = {0.9f, 0.9f, 0.9f}; // the coordinate of another shader's look-up
-        EXPECT_TRUE(orl_base_ImageGammaCorrect(&result, state, &shader.params()));
-        if (gamma == 1.0f)
-            EXPECT_EQ(result.r, 0.3f);
-        else
-            EXPECT_NEAR(result.r, std::pow(0.3f, gamma), 1.4e-4f);
-        EXPECT_EQ(result.g, 1.0f);
-        EXPECT_FLOAT_EQ(result.b, gamma == 1.0f ? 1.5f : 2.4400615f);
+        EXPECT_NEAR(shade(image).r, std::pow(0.3f, gamma), gamma == 1.0f ? 0 : 1.4e-4f);
         EXPECT_EQ(result.a, 0.2f);
+        state->tex_list = nullptr;
+        for (const miTag texture : {miNULLTAG, miTag{9999}})
+            EXPECT_EQ(shade(texture), (miColor{0, 0, 0, 0}));
     }
 }
 
-TEST_F(UtilShaders, ImagesThatAreMissingAreBlack) {
-    orl_SceneData scene{};
-    scene.display_gamma = 0; // 0 to the power of 0 is 1
-    set_scene(scene);
-    LiveShader<ImageGammaCorrectParams> shader(state, orl_base_ImageGammaCorrect_init,
-                                               orl_base_ImageGammaCorrect_exit);
-    shader.start();
-    state->tex_list = nullptr;
-    for (const miTag texture : {miNULLTAG, miTag{9999}}) {
-        shader->texture = texture;
-        result = {9, 9, 9, 9};
-        EXPECT_TRUE(orl_base_ImageGammaCorrect(&result, state, &shader.params()));
-        EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
-    }
-}
+// ---- node data: where there is none, and what pictures do not show
 
-// ---- node data
-
-TEST_F(UtilShaders, NodeVisibility) {
-    scripted::ShaderInstance<NodeVisibilityParams> shader;
-    shader->color = {1, 0.5f, 0, 0.25f};
-    state.run(shader);
-    EXPECT_TRUE(orl_NodeVisibility(&result, state, &shader.params()));
-    EXPECT_EQ(result, shader->color);
-
-    orl_NodeData node{};
-    node.visibility = 0.5f;
-    set_node(node);
-    EXPECT_TRUE(orl_NodeVisibility(&result, state, &shader.params()));
-    EXPECT_EQ(result, (miColor{0.5f, 0.25f, 0, 0.125f}));
-    shader->as_opacity = miTRUE; // 1 - (1 - c) / 2
-    EXPECT_TRUE(orl_NodeVisibility(&result, state, &shader.params()));
-    EXPECT_EQ(result, (miColor{1, 0.75f, 0.5f, 0.625f}));
-}
-
-TEST_F(UtilShaders, WireColor) {
-    scripted::ShaderInstance<WireColorParams> shader;
-    shader->a = {1, 1, 1, 0.5f};
-    shader->b = {0, 0, 4, 1};
-    state.run(shader);
-    EXPECT_FALSE(orl_WireColor(&result, state, &shader.params()));
+TEST_F(UtilShaders, NodeVisibilityAndWireColor) {
+    scripted::ShaderInstance<NodeVisibilityParams> fade;
+    fade->color = {1, 0.5f, 0, 0.25f};
+    state.run(fade);
+    EXPECT_TRUE(orl_NodeVisibility(&result, state, &fade.params()));
+    EXPECT_EQ(result, fade->color);
+    scripted::ShaderInstance<WireColorParams> wire;
+    wire->a = {1, 1, 1, 0.5f};
+    wire->b = {0, 0, 4, 1};
+    state.run(wire);
+    EXPECT_FALSE(orl_WireColor(&result, state, &wire.params()));
     orl_NodeData node{};
     node.color_r = 0.25f;
     node.color_g = 0.5f;
     node.color_b = 0.75f;
+    node.visibility = 0.5f;
     set_node(node);
     // red and green: the weight; blue: weight + 4 (1 - weight)
-    const std::pair<int, miColor> cases[] = {
-        {1, {0.25f, 0.25f, 3.25f, 0.5f}}, {2, {0.5f, 0.5f, 2.5f, 0.5f}},   {3, {0.75f, 0.75f, 1.75f, 0.5f}},
-        {0, {0.25f, 0.5f, 1.75f, 0.5f}},  {4, {0.25f, 0.5f, 1.75f, 0.5f}}, {-1, {0.25f, 0.5f, 1.75f, 0.5f}},
-    };
+    const std::pair<int, miColor> cases[] = {{1, {0.25f, 0.25f, 3.25f, 0.5f}},
+                                             {3, {0.75f, 0.75f, 1.75f, 0.5f}},
+                                             {4, {0.25f, 0.5f, 1.75f, 0.5f}},
+                                             {-1, {0.25f, 0.5f, 1.75f, 0.5f}}};
     for (const auto& [channel, expected] : cases) {
-        shader->channel = channel;
-        EXPECT_TRUE(orl_WireColor(&result, state, &shader.params()));
+        wire->channel = channel;
+        EXPECT_TRUE(orl_WireColor(&result, state, &wire.params()));
         EXPECT_EQ(result, expected) << channel;
     }
+    state.run(fade);
+    fade->as_opacity = miTRUE; // 1 - (1 - c) / 2
+    EXPECT_TRUE(orl_NodeVisibility(&result, state, &fade.params()));
+    EXPECT_EQ(result, (miColor{1, 0.75f, 0.5f, 0.625f}));
 }
 
 } // namespace
