@@ -177,11 +177,11 @@ std::string format_of(const std::string& path) {
     return extension;
 }
 
+} // namespace
+
 bool is_picture_format(const std::string& format) {
     return format == "png" || format == "exr";
 }
-
-} // namespace
 
 std::vector<Picture> pictures_of(std::span<const FrameBuffer> buffers, std::span<const std::string> outputs,
                                  const std::string& default_output) {

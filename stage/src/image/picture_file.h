@@ -40,6 +40,9 @@ void check_picture(const Picture& picture);
 // with the path.
 void write_picture(const Picture& picture);
 
+// Whether write_picture knows a format ("png", "exr").
+[[nodiscard]] bool is_picture_format(const std::string& format);
+
 // "name.png" and ".0003": "name.0003.png".
 [[nodiscard]] std::string before_ending(const std::string& path, const std::string& mark);
 
