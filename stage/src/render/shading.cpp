@@ -83,8 +83,9 @@ private:
     bool outermost_, met_;
 };
 
-// Once for each shader; a material or phenomenon is told by the shader that calls it.
-void report_depth(const miState* state, const Element* element) {
+// Once for each shader; a material or phenomenon is told by the shader that calls it. Rare things stay out of
+// line here: a call keeps its values in registers.
+[[gnu::noinline]] void report_depth(const miState* state, const Element* element) {
     if (!element->shader || !element->shader->code)
         element = state->shader ? element_of(state->shader) : nullptr;
     if (element && !element->shader->code->reported_depth.exchange(true, std::memory_order_relaxed))
@@ -105,7 +106,7 @@ void initialise_code(ShaderCode& code, miState* state) {
 
 // The first call of an instance. One lock for the whole scene: first calls are rare, and a lock for each
 // instance could close a circle, for an init may bring about the first calls of others.
-void initialise(Scene& scene, Element& element, miState* state, miShader_type type) {
+[[gnu::noinline]] void initialise(Scene& scene, Element& element, miState* state, miShader_type type) {
     const std::lock_guard guard(scene.init_guard);
     ShaderInstance& instance = *element.shader;
     if (instance.initialised.load(std::memory_order_relaxed) || instance.initialising)

@@ -123,7 +123,7 @@ void print_statistics(std::FILE* file, const Statistics& s, const FrameTimes& ti
         grouped(static_cast<std::uint64_t>(quotient(static_cast<double>(s.samples), times.render))).c_str());
     print_rays(file, s, times.render);
     print_families(file, s);
-    std::fprintf(file, "\n%-16s %15.1f MB\n", "Embree's memory", static_cast<double>(scene_bytes) * 1e-6);
+    std::fprintf(file, "\n%-16s %15s kB\n", "Embree's memory", grouped((scene_bytes + 500) / 1000).c_str());
     const std::pair<const char*, double> rows[] = {
         {"time to build", times.build}, {"time to render", times.render}, {"time to write", times.write}};
     for (const auto& [name, seconds] : rows)
