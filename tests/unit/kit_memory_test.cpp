@@ -37,6 +37,17 @@ TEST_F(Memory, BlocksAreZeroedAlignedAndCounted) {
     EXPECT_EQ(live_bytes(), 0);
 }
 
+TEST_F(Memory, ReallocateKeepsWhatWasThereAndZeroesTheRest) {
+    auto* block = stage::duplicate("file", 1, "abc");
+    block = static_cast<char*>(stage::reallocate("file", 2, block, 8));
+    EXPECT_EQ(std::memcmp(block, "abc\0\0\0\0\0", 8), 0);
+    block = static_cast<char*>(stage::reallocate("file", 3, block, 2));
+    EXPECT_EQ(std::memcmp(block, "ab", 2), 0);
+    EXPECT_EQ(live_bytes(), 2);
+    EXPECT_EQ(stage::reallocate("file", 4, block, 0), nullptr);
+    EXPECT_EQ(live_blocks(), 0);
+}
+
 TEST_F(Memory, ThreadsDoNotLoseCountsAndLocksKeepThemApart) {
     const long long locks = stage::live_locks();
     miLock lock = stage::create_lock();

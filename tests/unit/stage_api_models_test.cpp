@@ -48,6 +48,8 @@ TEST(Ward, ReflectsTheCosineOfTheIncomingAngleAndNeverMoreThanComesIn) {
     for (const float shiny : {0.5f, 20.0f})
         for (const double incoming : {0.0, 1.2, 1.5})
             EXPECT_LE(albedo(incoming, shiny, shiny), 1.0) << shiny << " " << incoming;
+    miVector in = reversed(direction(0.5, 0.0)), below = direction(2.0, pi);
+    EXPECT_EQ(mi_ward_glossy(&in, &below, &normal, 30.0f), 0.0f);
 }
 
 TEST(Fresnel, KnownValues) {

@@ -70,6 +70,26 @@ TEST(StageLights, StatesOfLightRays) {
     }
 }
 
+// Volumes dim light rays. A volume's own samples have no surface, and so are lit from the front, though the
+// light is below.
+TEST(StageLights, Volumes) {
+    LitScene s;
+    s.shader("shine", [](miState* state, miColor& c) { c.r = state->dot_nd; });
+    s.shader("fog", [&](miState* state, miColor& c) {
+        c.r *= 0.25f * static_cast<float>(state->dist);
+        if (state->type == miRAY_LIGHT)
+            return;
+        state->pri = nullptr;
+        state->volume = miNULLTAG;
+        s.receive(state);
+    });
+    s.light("lamp", {0.0f, 0.0f, -2.0f}, "= shine origin 0 0 0");
+    s.build("volume fog");
+    s.shade();
+    ASSERT_EQ(s.colors.size(), 2u);
+    EXPECT_EQ(show(s.colors[0].r, s.colors[1].r), "-0.5 1");
+}
+
 // The other shapes are seen in pictures.
 TEST(StageLights, AreasHaveOneSampleInEachCell) {
     const struct {

@@ -126,6 +126,10 @@ miBoolean back(miColor* result, miState* state) {
     miVector dir{0.0f, 0.0f, -state->dir.z};
     return mi_trace_reflection(result, state, &dir);
 }
+miBoolean to_sky(miColor* result, miState* state) {
+    miVector dir{0.0f, 1.0f, 0.0f};
+    return mi_trace_environment(result, state, &dir);
+}
 
 // Squares one above the other that reflect straight back, or let rays through.
 TEST(StageTrace, DepthLimitsAndObjectsFlags) {
@@ -169,6 +173,67 @@ TEST(StageTrace, DepthLimitsAndObjectsFlags) {
         EXPECT_EQ(calls, c.calls) << "case " << &c - cases;
         EXPECT_FALSE(s.lit);
     }
+}
+
+// Through a surface at z = 4 with a volume behind it to the ground, or to the environment.
+TEST(StageTrace, WhatIsBehindASurface) {
+    const struct {
+        miBoolean (*trace)(miColor*, miState*);
+        miRay_type type;
+        const char *material, *end;
+        std::string color; // of the end, and the lengths in the surface's volume and in the camera's
+    } cases[] = {
+        {mi_trace_transparent, miRAY_TRANSPARENT, "", "0 0 4 > 0 0 -1 : 0 0 0 , 0 0 1 , 4 -1", "1 4 6 0"},
+        // As if the surface were not there: one ray, one volume.
+        {mi_trace_continue, miRAY_EYE, "", "0 0 10 > 0 0 -1 : 0 0 0 , 0 0 1 , 10 -1", "1 0 10 0"},
+        {to_sky, miRAY_ENVIRONMENT, "", "0 0 4 > 0 1 0 : 0 0 4 , 0 -1 0 , 0 -1", "1 0 6 0"},
+        {to_sky, miRAY_ENVIRONMENT, "environment own", "", "2 0 6 0"}, // before the camera's
+    };
+    for (const auto& c : cases) {
+        TestScene s;
+        const auto end = [&](miState* state, miColor& r) {
+            EXPECT_EQ(state->type, c.type);
+            EXPECT_EQ(TestScene::ray(state), c.end);
+            EXPECT_EQ(state->parent != nullptr, state->type != miRAY_EYE);
+            EXPECT_TRUE(!state->parent || state->parent->call_type == miSHADER_MATERIAL); // still readable
+            r.r = 1.0f;
+        };
+        s.shader("ground", end);
+        s.shader("sky", end);
+        s.red("own", 2.0f);
+        s.shader("inside", [](miState* state, miColor& r) { r.g = static_cast<float>(state->dist); });
+        s.shader("fog", [](miState* state, miColor& r) { r.b += static_cast<float>(state->dist); });
+        s.shader("surface", [&](miState* state, miColor& r) { return c.trace(&r, state); });
+        s.square("floor", {}, "shader ground");
+        s.square("top", {0.0f, 0.0f, 4.0f}, std::string("shader surface volume inside ") + c.material);
+        s.build("environment sky volume fog");
+        EXPECT_EQ(show(s.shade()), c.color);
+    }
+}
+
+// A shader may cast from its parent's state while its own ray is still on its way; and a loop of rays needs
+// no more memory than one.
+TEST(StageTrace, RaysInFlightAreLeftAloneAndOthersUsedAgain) {
+    TestScene s;
+    s.shader("mirror", [&](miState* state, miColor& c) {
+        std::size_t used[4];
+        for (std::size_t& u : used) {
+            back(&c, state);
+            EXPECT_EQ(show(state->child->point), "0 0 20");
+            u = s.context.arena.mark().used;
+        }
+        EXPECT_EQ(used[0], used[3]);
+    });
+    s.shader("other", [&](miState* state, miColor&) {
+        EXPECT_TRUE(TestScene::probe(state->parent, {0.0f, 0.0f, 5.0f}));
+        EXPECT_EQ(show(state->parent->child->point), "0 0 0");
+        EXPECT_EQ(show(state->point), "0 0 20");
+        EXPECT_EQ(state->type, miRAY_REFLECT);
+    });
+    s.square("floor", {}, "shader mirror");
+    s.square("top", {0.0f, 0.0f, 20.0f}, "shader other");
+    s.build();
+    s.shade();
 }
 
 TEST(StageLens, ChainsHandTheHitBack) {
