@@ -16,4 +16,24 @@ inline float log10(float x) {
     return std::log10(x);
 }
 
+inline float sin(float x) {
+    return std::sin(x);
+}
+
+inline float cos(float x) {
+    return std::cos(x);
+}
+
+inline float tan(float x) {
+    return std::tan(x);
+}
+
+inline float asin(float x) {
+    return std::asin(x);
+}
+
+inline float atan(float x) {
+    return std::atan(x);
+}
+
 } // namespace orl::numeric

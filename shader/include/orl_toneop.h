@@ -16,9 +16,10 @@ namespace orl {
 /* Luminance of a colour, whatever the signs of its components. */
 miScalar exposure_luminance(const miColor& color);
 
-/* Runs an operator. As a lens it traces the eye ray with its mapping published for the shaders within and maps
-   the result; otherwise it maps the colour in `result`. A background that its sky shader left unmapped shows
-   through as it is, unless the operator processes backgrounds. A mapping that is null changes nothing. */
+/* Runs an operator. As a lens it traces the eye ray with its mapping published for the shaders within and
+   maps the result; otherwise it maps the colour in `result`. A background that its sky shader left unmapped
+   shows through as it is, unless the operator processes backgrounds. A mapping that is null changes nothing.
+ */
 miBoolean run_tone_operator(miColor* result, miState* state, bool enabled, const ToneOpHook& hook);
 
 // ---- logarithmic exposure

@@ -64,8 +64,7 @@ miBoolean run_as_lens(miColor* result, miState* state, const ToneOpHook& hook) {
         const ScopedRecord active(state, keys::tone_operator, hook);
         hit = mi_trace_eye(result, state, &state->org, &state->dir);
         SkyHdrRecord* const answer = sky.get();
-        shows_sky =
-            !hook.processBackground && state->pri == nullptr && show_unmapped_sky(answer, *result);
+        shows_sky = !hook.processBackground && state->pri == nullptr && show_unmapped_sky(answer, *result);
         if (answer != nullptr)
             answer->consumed = miTRUE;
     }
@@ -204,12 +203,18 @@ miColor color_of_hsv(miScalar hue, miScalar saturation, miScalar value) {
     const miScalar falling = value * (1.0f - saturation * f);
     const miScalar rising = value * (1.0f - saturation * (1.0f - f));
     switch (sector) {
-    case 0: return {value, rising, low, 1};
-    case 1: return {falling, value, low, 1};
-    case 2: return {low, value, rising, 1};
-    case 3: return {low, falling, value, 1};
-    case 4: return {rising, low, value, 1};
-    default: return {value, low, falling, 1};
+    case 0:
+        return {value, rising, low, 1};
+    case 1:
+        return {falling, value, low, 1};
+    case 2:
+        return {low, value, rising, 1};
+    case 3:
+        return {low, falling, value, 1};
+    case 4:
+        return {rising, low, value, 1};
+    default:
+        return {value, low, falling, 1};
     }
 }
 
@@ -281,40 +286,30 @@ void map_with_pseudo(miColor* color, miState*, void* data) {
 
 ToneOpLogParams values_of(miState* state, const ToneOpLogParams& params) {
     return {
-        eval(state, params.enabled),
-        eval(state, params.physicalScale),
-        eval(state, params.whiteBalanceOn),
-        eval(state, params.desaturateLowLevels),
-        eval(state, params.whiteBalance),
-        eval(state, params.processBackground),
-        eval(state, params.brightness),
-        eval(state, params.contrast),
-        eval(state, params.midTones),
-        eval(state, params.exteriorDaylightA),
-        eval(state, params.exteriorDaylightB),
-        eval(state, params.luminanceBased),
+        eval(state, params.enabled),           eval(state, params.physicalScale),
+        eval(state, params.whiteBalanceOn),    eval(state, params.desaturateLowLevels),
+        eval(state, params.whiteBalance),      eval(state, params.processBackground),
+        eval(state, params.brightness),        eval(state, params.contrast),
+        eval(state, params.midTones),          eval(state, params.exteriorDaylightA),
+        eval(state, params.exteriorDaylightB), eval(state, params.luminanceBased),
     };
 }
 
 ToneOpPseudoParams values_of(miState* state, const ToneOpPseudoParams& params) {
     return {
-        eval(state, params.lowLimit),
-        eval(state, params.highLimit),
-        eval(state, params.quantity),
-        eval(state, params.greyScale),
-        eval(state, params.scale),
-        params.unused,
-        eval(state, params.linear),
-        eval(state, params.footCandles),
-        eval(state, params.enabled),
-        eval(state, params.processBackground),
+        eval(state, params.lowLimit), eval(state, params.highLimit),
+        eval(state, params.quantity), eval(state, params.greyScale),
+        eval(state, params.scale),    params.unused,
+        eval(state, params.linear),   eval(state, params.footCandles),
+        eval(state, params.enabled),  eval(state, params.processBackground),
         eval(state, params.levels),
     };
 }
 
 const miColor* make_palette(miInteger levels, bool grey) {
     const auto size = static_cast<std::size_t>(levels) * sizeof(miColor);
-    auto* const palette = static_cast<miColor*>(mi_mem_int_test_allocate("orl_toneop", __LINE__, static_cast<int>(size)));
+    auto* const palette =
+        static_cast<miColor*>(mi_mem_int_test_allocate("orl_toneop", __LINE__, static_cast<int>(size)));
     for (miInteger i = 0; palette != nullptr && i < levels; ++i)
         palette[i] = grey ? pseudo_grey(i, levels) : pseudo_color(i, levels);
     return palette;
