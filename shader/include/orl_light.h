@@ -133,13 +133,21 @@ struct Emission {
 
 /* Uniform over all directions. */
 Emission emit_from_omni(miScalar u, miScalar v);
-/* Uniform over the solid angle of the cone, or of its rectangular pyramid. */
+/* Uniform over the solid angle of the cone, or of its rectangular pyramid (Carlos Urena, Marcos Fajardo, Alan
+   King, An Area-Preserving Parametrization for Spherical Rectangles, 2013). */
 Emission emit_from_spot(const LightConeShape& cone, miScalar u, miScalar v);
 /* Uniform over the disc or rectangle of the beam. */
 Emission emit_from_beam(const LightConeShape& cone, miScalar u, miScalar v);
 
-/* Sends one photon for the light of `state`, whose colour `result` holds, through the projector's filter (a
-   null tag: none) by roulette. Always miTRUE: a photon that the roulette ends is not a failure. */
+/*
+ * Sends one photon for the light of `state`, whose colour `result` holds, through the projector's filter (a
+ * null tag: none) by roulette. Always miTRUE: a photon that the roulette ends is not a failure.
+ *
+ * A photon survives with the brightness of the filter (the mean of its components, 1 at most) times the share
+ * that the shape lets through, and carries the filter's tint at mean brightness. So what all photons carry is
+ * the light's colour times the mean of filter and shape over the directions or the disc. Spot and beam send
+ * photons within their falloff only, with overshoot too.
+ */
 enum class LightKind { omni, spot, beam };
 miBoolean emit_photon(miColor* result, miState* state, const LightInstanceData& data, LightKind kind,
                       miTag projector);
