@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "orl_light.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "utilshaders.h"
@@ -19,6 +20,7 @@ struct Unit {
 };
 
 inline constexpr Unit units[] = {
+    {"orl_light", lights},
     {"orl_toneop", orl_toneop},
     {"utilshaders", utilshaders},
 };

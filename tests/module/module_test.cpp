@@ -44,7 +44,7 @@ template <class Function> Function* function(const std::string& name) {
 
 using Init = void(miState*, void*, miBoolean*);
 using Exit = void(miState*, void*);
-using Call = miBoolean(void*, miState*, void*);
+using Call = miBoolean(void*, miState*, void*, void*); // the last for those that take an argument
 
 // The renderer's part in front of the module, as after loading.
 class Module : public testing::Test {
@@ -76,6 +76,10 @@ struct Shown {
     bool has_init, has_exit;
 };
 constexpr Shown shown_shaders[] = {
+    {"orl_OmniLight", 2, true, true},
+    {"orl_SpotLight", 2, true, true},
+    {"orl_DirectionalLight", 2, true, true},
+    {"orl_DefaultLight", 1, true, true},
     {"orl_empty", 1, false, false},
     {"orl_unknown", 1, false, false},
     {"orl_procedural_dummy", 1, false, false},
@@ -254,7 +258,7 @@ public:
 
     miBoolean call() {
         alignas(16) std::array<unsigned char, 1024> result{};
-        const miBoolean answer = function<Call>(name_)(result.data(), state, &instance_.params());
+        const miBoolean answer = function<Call>(name_)(result.data(), state, &instance_.params(), nullptr);
         EXPECT_TRUE(answer == miTRUE || answer == miFALSE) << answer;
         return answer;
     }
