@@ -134,6 +134,17 @@ ProjectorCoordinate spot_projection(const miVector& point, miScalar cosine, cons
 /* One picture across a beam, which goes on beyond its border. */
 ProjectorCoordinate beam_projection(const miVector& point, const LightConeShape& cone);
 
+enum class LightKind { omni, spot, beam };
+
+/* Where a light of that kind looks its picture up, mirrored as it has to be. `cosine` is that of the angle
+   with the axis; spots only. */
+ProjectorCoordinate projection(const LightInstanceData& data, LightKind kind, const miVector& point,
+                               miScalar cosine);
+
+/* The map at a projector's coordinate. It sees the vector from the light (light space) as the ray's
+   direction; the state is as before afterwards. Black where the map fails. */
+miColor look_up_projection(miState* state, miTag map, const miVector& point, const ProjectorCoordinate& at);
+
 // ---- photons
 
 /* Direction (light space, unit length) and origin (light space) of a photon for two numbers in [0, 1). */
@@ -159,7 +170,6 @@ Emission emit_from_beam(const LightConeShape& cone, miScalar u, miScalar v);
  * the light's colour times the mean of filter and shape over the directions or the disc. Spot and beam send
  * photons within their falloff only, with overshoot too.
  */
-enum class LightKind { omni, spot, beam };
 miBoolean emit_photon(miColor* result, miState* state, const LightInstanceData& data, LightKind kind,
                       miTag projector);
 

@@ -76,33 +76,16 @@ miScalar shape_share(const LightInstanceData& data, LightKind kind, const Emissi
     }
 }
 
-ProjectorCoordinate projection_of(const LightInstanceData& data, LightKind kind, const Emission& emission) {
-    switch (kind) {
-    case LightKind::spot: {
-        const ProjectorCoordinate at = spot_projection(emission.dir, -emission.dir.z, *data.cone);
-        return {1.0f - at.u, 1.0f - at.v, at.inside};
-    }
-    case LightKind::beam:
-        return beam_projection(emission.org, *data.cone);
-    default:
-        return omni_projection(emission.dir);
-    }
-}
-
-// White where the picture does not reach; a picture that fails is dark.
+// White where the picture does not reach. The picture sees the direction or, of a beam, the point of its
+// disc.
 miColor projector_filter(miState* state, const LightInstanceData& data, LightKind kind,
                          const Emission& emission, miTag projector) {
     const miColor white{1, 1, 1, 1};
     if (projector == miNULLTAG)
         return white;
-    const ProjectorCoordinate at = projection_of(data, kind, emission);
-    if (!at.inside)
-        return white;
-    miColor filter{0, 0, 0, 0};
-    state->dir = emission.dir;
-    state->tex = {at.u, at.v, 0.0f};
-    return mi_call_shader_x(&filter, miSHADER_TEXTURE, state, projector, nullptr) ? filter
-                                                                                  : miColor{0, 0, 0, 0};
+    const miVector& point = kind == LightKind::beam ? emission.org : emission.dir;
+    const ProjectorCoordinate at = projection(data, kind, point, -emission.dir.z);
+    return at.inside ? look_up_projection(state, projector, point, at) : white;
 }
 
 // Puts start and direction into the state, in internal space.

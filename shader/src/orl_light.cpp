@@ -85,6 +85,32 @@ ProjectorCoordinate beam_projection(const miVector& point, const LightConeShape&
                      (point.y / cone.falloff * cone.aspect + 1.0f) * 0.5f);
 }
 
+ProjectorCoordinate projection(const LightInstanceData& data, LightKind kind, const miVector& point,
+                               miScalar cosine) {
+    switch (kind) {
+    case LightKind::spot: {
+        const ProjectorCoordinate at = spot_projection(point, cosine, *data.cone);
+        return {1.0f - at.u, 1.0f - at.v, at.inside};
+    }
+    case LightKind::beam:
+        return beam_projection(point, *data.cone);
+    default:
+        return omni_projection(point);
+    }
+}
+
+miColor look_up_projection(miState* state, miTag map, const miVector& point, const ProjectorCoordinate& at) {
+    const miVector dir = state->dir, tex = state->tex;
+    state->dir = point;
+    state->tex = {at.u, at.v, 0.0f};
+    miColor color{};
+    if (!mi_call_shader(&color, miSHADER_TEXTURE, state, map))
+        color = {};
+    state->dir = dir;
+    state->tex = tex;
+    return color;
+}
+
 // ---- what lights tell materials
 
 void write_light_flags(miState* state, bool ambientOnly, miInteger affectFlags) {
@@ -185,9 +211,6 @@ struct OmniRules {
     static miScalar cosine(const miVector&) { return 0.0f; }
     static miVector direction_to(const miVector& point) { return point; }
     static BeamShare share(const LightInstanceData&, const LitPoint&) { return {1.0f, miTRUE}; }
-    static ProjectorCoordinate project(const LightInstanceData&, const LitPoint& point) {
-        return omni_projection(point.at);
-    }
 };
 
 struct SpotRules {
@@ -199,11 +222,6 @@ struct SpotRules {
     static miVector direction_to(const miVector& point) { return point; }
     static BeamShare share(const LightInstanceData& data, const LitPoint& point) {
         return share_of_cone(*data.cone, point);
-    }
-    // The picture stands upright and unmirrored where it falls.
-    static ProjectorCoordinate project(const LightInstanceData& data, const LitPoint& point) {
-        const ProjectorCoordinate at = spot_projection(point.at, point.cosine, *data.cone);
-        return {1.0f - at.u, 1.0f - at.v, at.inside};
     }
 };
 
@@ -219,9 +237,6 @@ struct BeamRules {
         if (!data.cone->overshoot && point.at.z >= 0.0f) // behind the light
             return {0.0f, miFALSE};
         return share_of_cone(*data.cone, point);
-    }
-    static ProjectorCoordinate project(const LightInstanceData& data, const LitPoint& point) {
-        return beam_projection(point.at, *data.cone);
     }
 };
 
@@ -342,19 +357,6 @@ bool start_at_surface(miColor* result, miState* state, const typename Rules::Par
     return true;
 }
 
-// A map at a projector's coordinate; it sees the direction from the light. Black where it fails.
-miColor look_up(miState* state, miTag map, const miVector& direction, const ProjectorCoordinate& at) {
-    const miVector dir = state->dir, tex = state->tex;
-    state->dir = direction;
-    state->tex = {at.u, at.v, 0.0f};
-    miColor color{};
-    if (!mi_call_shader(&color, miSHADER_TEXTURE, state, map))
-        color = {};
-    state->dir = dir;
-    state->tex = tex;
-    return color;
-}
-
 template <class Params> miTag projector_of(miState* state, const Params* params) {
     return eval(state, params->projectorOn) ? eval(state, params->projectorMap) : miNULLTAG;
 }
@@ -370,9 +372,9 @@ miColor shadow_color(miState* state, const typename Rules::Params* params, const
                      const LitPoint& point) {
     const miTag map = eval(state, params->shadowMapOn) ? eval(state, params->shadowMap) : miNULLTAG;
     if (map != miNULLTAG) {
-        const ProjectorCoordinate at = Rules::project(data, point);
+        const ProjectorCoordinate at = projection(data, Rules::kind, point.at, point.cosine);
         if (at.inside)
-            return look_up(state, map, point.at, at);
+            return look_up_projection(state, map, point.at, at);
     }
     return eval(state, params->shadowColor);
 }
@@ -403,9 +405,9 @@ miBoolean finish(miColor* result, miState* state, const typename Rules::Params* 
     if (ray.attenuation == 0.0f)
         return miFALSE;
     if (const miTag map = projector_of(state, params)) {
-        const ProjectorCoordinate at = Rules::project(data, ray.point);
+        const ProjectorCoordinate at = projection(data, Rules::kind, ray.point.at, ray.point.cosine);
         if (at.inside)
-            filter(result, look_up(state, map, ray.point.at, at));
+            filter(result, look_up_projection(state, map, ray.point.at, at));
     }
     if (ray.attenuation != 1.0f)
         filter(result, {ray.attenuation, ray.attenuation, ray.attenuation, 1.0f});
