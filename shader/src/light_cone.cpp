@@ -205,7 +205,7 @@ miBoolean intersect_sphere(const miVector* org, const miVector* dir, miScalar ra
     const miVector from_center{org->x + nearest * dir->x, org->y + nearest * dir->y,
                                org->z + nearest * dir->z};
     const miScalar squared = radius * radius - mi_vector_dot(&from_center, &from_center);
-    if (!(radius > 0.0f && squared >= 0.0f))
+    if (!(squared >= 0.0f))
         return miFALSE;
     const miScalar half = std::sqrt(squared / mi_vector_dot(dir, dir));
     if (!(nearest + half >= 0.0f))
