@@ -126,7 +126,8 @@ struct ProjectorCoordinate {
     bool inside;
 };
 
-/* Cube of six pictures about an omni light (faces +x, -x, +y, -y, +z, -z). */
+/* Cube of six pictures about an omni light (faces +x, -x, +y, -y, +z, -z). Deliberately they lie upside down
+   as seen from the light: the host's maps for omni lights are made so. */
 ProjectorCoordinate omni_projection(const miVector& point);
 /* One picture in front of a spot, within the cosine's limit also beyond its border; whoever looks it up
    mirrors both coordinates. */
@@ -136,7 +137,8 @@ ProjectorCoordinate beam_projection(const miVector& point, const LightConeShape&
 
 enum class LightKind { omni, spot, beam };
 
-/* Where a light of that kind looks its picture up, mirrored as it has to be. `cosine` is that of the angle
+/* Where a light of that kind looks its picture up: for a spot mirrored in both coordinates, so that the
+   picture stands upright where it falls. `cosine` is that of the angle
    with the axis; spots only. */
 ProjectorCoordinate projection(const LightInstanceData& data, LightKind kind, const miVector& point,
                                miScalar cosine);
@@ -182,7 +184,8 @@ namespace orl_light_table {
 template <class Params>
 constexpr auto light_fields = std::tuple(
     decl::boolean(&Params::on, "on", true, "off: no light"),
-    decl::color(&Params::color, "color", {1, 1, 1, 1}, "colour, times the energy of the light in the scene"),
+    decl::color(&Params::color, "color", {1, 1, 1, 1},
+                "colour, times the energy that the light states in the scene"),
     decl::scalar(&Params::multiplier, "multiplier", 1, decl::any, "", "negative: the light takes light away"),
     decl::scalar(&Params::contrast, "contrast", 0, {0, 100}, "%",
                  "hardens the transition from lit to dark on a surface"),
@@ -261,7 +264,7 @@ inline constexpr auto directional =
 
 inline constexpr auto default_light = decl::fields<DefaultLightParams>(
     decl::color(&DefaultLightParams::color, "color", {1, 1, 1, 1},
-                "colour, times the energy of the light in the scene"),
+                "colour, times the energy that the light states in the scene"),
     decl::scalar(&DefaultLightParams::multiplier, "multiplier", 1, decl::any, "", ""));
 
 } // namespace orl_light_table

@@ -196,12 +196,6 @@ struct BeamShare {
     miBoolean inShadowZone;
 };
 
-BeamShare share_of_cone(const LightConeShape& cone, const LitPoint& point) {
-    BeamShare beam{0.0f, miFALSE};
-    beam.share = cone.operations->evaluate(&cone, &point.at, point.cosine, &beam.inShadowZone);
-    return beam;
-}
-
 struct OmniRules {
     using Params = OmniLightParams;
     static constexpr LightKind kind = LightKind::omni;
@@ -213,30 +207,33 @@ struct OmniRules {
     static BeamShare share(const LightInstanceData&, const LitPoint&) { return {1.0f, miTRUE}; }
 };
 
-struct SpotRules {
+struct ConeRules {
     using Params = ConeLightParams;
-    static constexpr LightKind kind = LightKind::spot;
-    static constexpr ProbeDistance probe_distance = ProbeDistance::from_origin;
     static bool is_out(const LightInstanceData& data) { return data.isBlack || data.cone == nullptr; }
-    static miScalar cosine(const miVector& point) { return -point.z / mi_vector_norm(&point); }
-    static miVector direction_to(const miVector& point) { return point; }
     static BeamShare share(const LightInstanceData& data, const LitPoint& point) {
-        return share_of_cone(*data.cone, point);
+        BeamShare beam{0.0f, miFALSE};
+        beam.share = data.cone->operations->evaluate(data.cone, &point.at, point.cosine, &beam.inShadowZone);
+        return beam;
     }
 };
 
-struct BeamRules {
-    using Params = ConeLightParams;
+struct SpotRules : ConeRules {
+    static constexpr LightKind kind = LightKind::spot;
+    static constexpr ProbeDistance probe_distance = ProbeDistance::from_origin;
+    static miScalar cosine(const miVector& point) { return -point.z / mi_vector_norm(&point); }
+    static miVector direction_to(const miVector& point) { return point; }
+};
+
+struct BeamRules : ConeRules {
     static constexpr LightKind kind = LightKind::beam;
     // Deliberate: the volume light measures along the beam, surfaces from where the light stands.
     static constexpr ProbeDistance probe_distance = ProbeDistance::along_axis;
-    static bool is_out(const LightInstanceData& data) { return data.isBlack || data.cone == nullptr; }
     static miScalar cosine(const miVector&) { return 0.0f; }
     static miVector direction_to(const miVector&) { return {0, 0, -1}; }
     static BeamShare share(const LightInstanceData& data, const LitPoint& point) {
         if (!data.cone->overshoot && point.at.z >= 0.0f) // behind the light
             return {0.0f, miFALSE};
-        return share_of_cone(*data.cone, point);
+        return ConeRules::share(data, point);
     }
 };
 
