@@ -123,8 +123,9 @@ TEST_F(Lights, ColourShapeAndDistance) {
     expect_all(WITH(), grey(1, 1)); // no light ray: the colour as it is
 
     place({0, 0, -5});
-    const std::vector<miBoolean> excluded{0, 1, 0};
-    const auto exclude = WITH(auto& [i, n, list] = l->excludeList; l.set_array(i, n, list, excluded));
+    const std::vector<miBoolean> excluded{1, 0, 1, 0, 1}; // the list is the middle of it
+    const auto exclude =
+        WITH(auto& [i, n, list] = l->excludeList; l.set_array(i, n, list, excluded); ++i; n = 3);
     orl_NodeData node{};
     for (const int node_id : {1, 0, 3, 1000000, -1}) {
         node.node_id = node_id;
@@ -132,7 +133,7 @@ TEST_F(Lights, ColourShapeAndDistance) {
         expect_all(exclude, node_id == 1 ? dark : grey(1));
     }
     expect_color(shade(standby, WITH(l->multiplier = 0)), dark); // black is no light, but for omni lights
-    expect_color(shade(omni, WITH(l->multiplier = 0)), grey(0));
+    expect_color(shade(omni, WITH(l->multiplier = 0; l->decayType = 1)), grey(0));
     expect_color(shade(spot, WITH(l->multiplier = 0)), dark);
     energy(grey(0));
     expect_all(WITH(), grey(0));
@@ -154,7 +155,8 @@ TEST_F(Lights, TellMaterialsHowTheyAreToBeUsed) {
     };
     state->dot_nd = -0.5f; // ambient light comes from behind, too
     expect(shade(omni, WITH(l->ambientOnly = miTRUE)), 1, {1, 0, 1, 3}, {1, 0, 9});
-    state->dot_nd = 0.5f; // 0.25 * 1.5; 51 / 204 + 1/2
+    EXPECT_EQ(std::exchange(state->dot_nd, 0.5f), 1.0f);
+    // 0.25 * 1.5; 51 / 204 + 1/2
     expect(shade(spot, WITH(l->softenDiffuseEdge = 100; l->affectDiffuse = 0)), 0.375f, {1, 0, 0, 2},
            {0, 1, 0});
     expect(shade(beam, WITH(l->contrast = 51; l->affectSpecular = 0)), 0.75f, {1, 0, 0, 1}, {1, 0, 0});
@@ -173,6 +175,7 @@ TEST_F(Lights, TellMaterialsHowTheyAreToBeUsed) {
     state->normal = {0, 0, -1};
     expect_color(shade(omni, WITH()), dark);
     mi_shaderstate_set(state, keys::light_shaping.name, nullptr, 0, 2);
+    state->dot_nd = -0.5f;
     expect_color(shade(omni, WITH()), grey(1)); // nobody asks about surfaces
 }
 
