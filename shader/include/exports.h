@@ -5,6 +5,7 @@
 #pragma once
 
 #include "orl_color.h"
+#include "orl_light.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
@@ -21,10 +22,8 @@ struct Unit {
 };
 
 inline constexpr Unit units[] = {
-    {"orl_color", color_shaders},
-    {"orl_toneop", orl_toneop},
-    {"orl_toneopphoto", orl_toneopphoto},
-    {"utilshaders", utilshaders},
+    {"orl_color", color_shaders},         {"orl_light", lights},        {"orl_toneop", orl_toneop},
+    {"orl_toneopphoto", orl_toneopphoto}, {"utilshaders", utilshaders},
 };
 
 /* Plain functions for other shader libraries and for the renderer. */

@@ -48,17 +48,27 @@ struct LightConeShape {
 
 enum LightConeKind { light_cone_spot = 0, light_cone_beam = 1, light_cone_kinds };
 
-/* Makes a shape of each kind; null when there is no memory. Memory is the renderer's; `destroy` gives it
-   back. */
+/*
+ * Makes a shape of each kind; null when there is no memory. Memory is the renderer's; `destroy` gives it
+ * back.
+ *
+ * Settings that bound nothing are replaced, and the shape holds what it was made with: a spot's falloff below
+ * 0.001 or above 179.999 degrees, a beam's below 1e-6 or above 1e18 (and what is not a number) by the nearest
+ * of these; an aspect that is not positive by 1; a hotspot that is negative or not a number by 0. A hotspot
+ * above the falloff is legal: the edge is hard, and that of a rectangular spot lies at the hotspot.
+ */
 using LightConeFactory = LightConeShape* (*)(miScalar hotspot, miScalar falloff, miBoolean overshoot,
                                              miBoolean circular, miScalar aspect);
 extern const LightConeFactory light_cone_factory[light_cone_kinds];
 
+/* Half the width and height of a spot's circle or rectangle in the plane z = -1. */
+miVector2d spot_extent(const LightConeShape& cone);
+
 /* What the volume light asks of an omni light: the part of a ray within the sphere of that radius about the
    light. The other four are the same for every omni light. */
 struct OmniShapeOperations {
-    /* Distances along the ray at which it enters (0 when it starts inside) and leaves; miFALSE when it
-     * misses. */
+    /* Distances along the ray, in lengths of `dir`, at which it enters (0 when it starts inside) and leaves;
+       miFALSE when it misses, and the distances stay. */
     miBoolean (*intersect)(const miVector* org, const miVector* dir, miScalar radius, miScalar* enter,
                            miScalar* leave);
     miScalar (*evaluate)(const miVector* point, miScalar cosine, miBoolean* inShadowZone); /* 1, everywhere */

@@ -20,4 +20,24 @@ inline double exp(double exponent) {
     return std::exp(exponent);
 }
 
+inline float sin(float x) {
+    return std::sin(x);
+}
+
+inline float cos(float x) {
+    return std::cos(x);
+}
+
+inline float tan(float x) {
+    return std::tan(x);
+}
+
+inline float asin(float x) {
+    return std::asin(x);
+}
+
+inline float atan(float x) {
+    return std::atan(x);
+}
+
 } // namespace orl::numeric

@@ -9,6 +9,11 @@
 
 namespace orl {
 
+/* 0 to 1 with level ends: 3 t^2 - 2 t^3. */
+constexpr miScalar smooth_ramp(miScalar t) {
+    return (3.0f - 2.0f * t) * t * t;
+}
+
 /* Ranges in which a light fades in (near) and out (far). Distances in the light's units. */
 struct AttenuationRange {
     miBoolean useNear;
@@ -44,9 +49,15 @@ struct VolumeLightRequest {
     miScalar* attenuations; /* result, `count` of them: ranges and decay alone, 0 to 1; may be null */
 };
 
+/* How a light measures the distance to a probed point: omni and spot from where they stand, the directional
+   light along its axis. */
+enum class ProbeDistance { from_origin, along_axis };
+
 /* Answers a request: samples the light once for each point under the probe record "KEY_4" and reads the
-   answers back. `range` and `decayStart` are the light's own; miFALSE when no point receives light. */
+   answers back; the samples of a light with an area are averaged. The record is gone afterwards. `range` and
+   `decayStart` are the light's own; miFALSE when no light comes to any of the points. */
 miBoolean sample_light_in_volume(miState* state, const VolumeLightRequest& request, AttenuationRange range,
-                                 miInteger decayType, miScalar decayStart);
+                                 miInteger decayType, miScalar decayStart,
+                                 ProbeDistance measure = ProbeDistance::from_origin);
 
 } // namespace orl

@@ -39,7 +39,7 @@ template <class Function> Function* function(const std::string& name) {
 
 using Init = void(miState*, void*, miBoolean*);
 using Exit = void(miState*, void*);
-using Call = miBoolean(void*, miState*, void*);
+using Call = miBoolean(void*, miState*, void*, void*); // the last for those that take an argument
 
 // The renderer's part in front of the module, as after loading.
 class Module : public testing::Test {
@@ -149,7 +149,7 @@ public:
 
     miBoolean call() {
         alignas(16) std::array<unsigned char, 1024> result{};
-        const miBoolean answer = function<Call>(name_)(result.data(), state, &instance_.params());
+        const miBoolean answer = function<Call>(name_)(result.data(), state, &instance_.params(), nullptr);
         EXPECT_TRUE(answer == miTRUE || answer == miFALSE) << answer;
         return answer;
     }

@@ -1,0 +1,204 @@
+// Shapes of lights, attenuation with distance, the exchange with a volume light, photons.
+#include "orl_light.h"
+#include "shader_fixture.h"
+
+#include <numbers>
+#include <random>
+
+using namespace orl;
+
+namespace {
+
+// clang-format off
+class LightShapes : public ShaderTest {};
+
+struct Settings { LightConeKind kind; miScalar hotspot, falloff; miBoolean overshoot, circular; miScalar aspect; };
+using Cone = std::unique_ptr<LightConeShape, void (*)(LightConeShape*)>;
+Cone make(const Settings& s) {
+    return {light_cone_factory[s.kind](s.hotspot, s.falloff, s.overshoot, s.circular, s.aspect),
+            [](LightConeShape* cone) { cone->operations->destroy(cone); }};
+}
+miBoolean zone; // of the last answer
+miScalar ask(const Cone& cone, const miVector& p) {
+    return cone->operations->evaluate(cone.get(), &p, -p.z / mi_vector_norm(&p), &zone);
+}
+
+constexpr Settings round_spot{light_cone_spot, 30, 60, 0, 1, 1}, wide_spot{light_cone_spot, 30, 60, 0, 0, 4},
+    hard_spot{light_cone_spot, 40, 40, 0, 1, 1}, turned_spot{light_cone_spot, 80, 40, 0, 1, 1},
+    round_beam{light_cone_beam, 2, 5, 0, 1, 1}, tall_beam{light_cone_beam, 2, 5, 0, 0, 0.5f};
+
+// 3 t^2 - 2 t^3. Round spot: t = (c - cos 30) / (cos 15 - cos 30). Wide spot: half extents 2 tan 30 and tan 30 / 2
+// at distance 1, X and Y are shares of them, t = the product of (1 - X) / 0.5 and (1 - Y) / 0.5 where above 0.5.
+// Beams: likewise with R, or X = |x| / 5 and Y = |y| / 10, from 0.4 on. Hard spots: tan 20 = 0.364.
+constexpr struct { Settings shape; miVector point; miScalar value; } shape_cases[] = {
+    {round_spot, {3, 4, -10}, 0.19652271f}, {round_spot, {0, 2, -10}, 1}, {round_spot, {6, 0, -10}, 0}, // t = 0.284365
+    {wide_spot, {5, 1, -10}, 1}, {wide_spot, {-9, 1, -10}, 0.41213895f}, {wide_spot, {5, -2.5f, -10}, 0.17691454f},
+    {wide_spot, {9, 2.5f, -10}, 0.03861525f}, {wide_spot, {12, 1, -10}, 0}, {wide_spot, {1, 3, -10}, 0},
+    {round_beam, {0, 4, -9}, 0.25925926f}, {round_beam, {-1, 1, 9}, 1}, {round_beam, {4, 4, -9}, 0}, // t = 1/3
+    {tall_beam, {3, -7, -1}, 0.25925926f}, {tall_beam, {1, 3.9f, -1}, 1}, {tall_beam, {1, 10.1f, -1}, 0}, // 2/3 * 1/2
+    {hard_spot, {3.6f, 0, -10}, 1}, {hard_spot, {3.7f, 0, -10}, 0}, {turned_spot, {3.7f, 0, -10}, 0}};
+
+TEST_F(LightShapes, FadeFromHotspotToFalloff) {
+    for (auto [settings, point, value] : shape_cases) {
+        EXPECT_NEAR(ask(make(settings), point), value, 2e-6f) << point.x << ' ' << point.y;
+        EXPECT_TRUE(zone);
+        settings.overshoot = miTRUE; // then there is light outside of the shape, but no shadow
+        EXPECT_EQ(ask(make(settings), point), 1.0f);
+        EXPECT_EQ(zone, value != 0.0f);
+    }
+    EXPECT_FLOAT_EQ(make(wide_spot)->cosLimit, 0.61237237f); // cos 30 * 0.7071067
+    miVector low, high;
+    make(wide_spot)->operations->edgesY(make(wide_spot).get(), &low, &high);
+    EXPECT_FLOAT_EQ(high.y - low.y, 0.55470020f); // twice 1 / sqrt(13)
+}
+
+TEST_F(LightShapes, SurviveSettingsThatMakeNoShape) {
+    const auto blocks = renderer.resources().live_blocks;
+    for (const miScalar bad : {0.0f, -3.0f, 180.0f, 1e30f, infinite, not_a_number})
+        for (int k = 0; k < 32; ++k) {
+            const Cone cone = make({k & 16 ? light_cone_beam : light_cone_spot, k & 1 ? bad : 30, k & 2 ? bad : 60, 0,
+                                    k & 8, k & 4 ? bad : 1});
+            for (const miVector& point : {miVector{0, 0, -1}, {0, 3, -1e-9f}, {infinite, 0, -1}, {0, not_a_number, -1}})
+                EXPECT_EQ(ask(cone, point), std::clamp(ask(cone, point), 0.0f, 1.0f)) << bad << ' ' << k;
+            const Emission photon = (k & 16 ? emit_from_beam : emit_from_spot)(*cone, 0.3f, 0.9f);
+            EXPECT_NEAR(mi_vector_norm(&photon.dir), 1.0f, 1e-5f) << bad << ' ' << k;
+            EXPECT_TRUE(std::isfinite(photon.org.x + photon.org.y)) << bad << ' ' << k;
+        }
+    EXPECT_EQ(renderer.resources().live_blocks, blocks);
+    renderer.fail_allocations_after(0);
+    EXPECT_TRUE(make(round_spot) == nullptr && make(round_beam) == nullptr);
+    renderer.fail_allocations_after(-1);
+}
+
+TEST(OmniShape, IsASphere) {
+    const miVector start{0, 3, 10}, inside{0, 3, 1}, far{3e5f, 4, 0}, axis[] = {{-1, 0, 0}, {0, 0, -2}, {0, 0, 1}};
+    const auto hit = [](const miVector& org, const miVector& dir) {
+        std::array<miScalar, 2> at{0, -1}; // radius 5; half chords are 4 and 3
+        return omni_shape_operations.intersect(&org, &dir, 5, at.data(), at.data() + 1) ? at : std::array{-7.0f, at[1]};
+    };
+    EXPECT_EQ(hit(start, axis[1]), (std::array{3.0f, 7.0f}));
+    EXPECT_EQ(hit(inside, axis[2]), (std::array{0.0f, 3.0f}));
+    EXPECT_EQ(hit(far, axis[0]), (std::array{299997.0f, 300003.0f}));
+    for (const auto& [org, dir] : {std::pair{start, axis[2]}, {start, axis[0]}, {start, miVector{}}})
+        EXPECT_EQ(hit(org, dir), (std::array{-7.0f, -1.0f}));
+}
+
+TEST(Attenuation, RangesAndDecay) {
+    const std::array<miScalar, 3> ranges[] = {{1.9f, 0, 0}, {2.5f, 0.15625f, 0}, {3, 0.5f, 1}, {4, 1, 1}, {8, 1, 1},
+        {8.1f, 1, 0}, {17.5f, 0.15625f, 0}, {20, 0, 0}, {20.1f, 0, 0}}; // t = 1/4, 1/2; the other has no ramps
+    for (const auto& [distance, soft, hard] : ranges) {
+        EXPECT_FLOAT_EQ(nearFarAttenuation(distance, {1, 2, 4, 1, 10, 20}), soft) << distance;
+        EXPECT_EQ(nearFarAttenuation(distance, {1, 3, 3, 1, 8, 8}), hard) << distance;
+    }
+    EXPECT_EQ(nearFarAttenuation(2.5f, {0, 3, 4, 0, 1, 2}), 1.0f);
+    EXPECT_FLOAT_EQ(nearFarAttenuation(2.5f, {1, 0, 10, 1, 0, 10}), 0.13183594f); // 0.15625 * 0.84375
+    const std::array<miScalar, 4> decays[] = {
+        {10, 0, 5, 1}, {10, 1, 5, 0.5f}, {10, 2, 5, 0.25f}, {4, 2, 5, 1}, {0, 2, -1, 1}, {3, 1, 0, 0}};
+    for (const auto& [distance, type, start, expected] : decays)
+        EXPECT_EQ(decay(distance, static_cast<miInteger>(type), start), expected) << distance;
+}
+
+TEST_F(LightShapes, VolumeLightIsAnsweredWithTheStretchedRanges) {
+    const miMatrix to_light{0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, -7, 1}; // (x, y, z) to (z, x, y - 7)
+    renderer.set_to_space(scripted::Space::light, to_light);
+    // Start factor 0.5 and end factor 1.5: near 1 to 6, far 5 to 30, decay from 3 rather than 2 on. Distances 31,
+    // 5, 0.5, 17.5 and 2.5; the last point lies at 5, on the axis at 4. Ranges 0, 0.896 (t = 0.8), 0, 0.5,
+    // 0.216 (t = 0.3) and 0.896 or 0.648; decay (3 / d)^2 where that is below 1.
+    const miVector points[] = {{0, -24, 0}, {0, 2, 0}, {0, 6.5f, 0}, {0, -10.5f, 0}, {0, 4.5f, 0}, {3, 3, 0}};
+    state->pri = &renderer;
+    for (const ProbeDistance measure : {ProbeDistance::from_origin, ProbeDistance::along_axis}) {
+        const bool axis = measure == ProbeDistance::along_axis;
+        const miScalar expected[] = {0, 0.32256f, 0, 0.01469388f, 0.216f, axis ? 0.3645f : 0.32256f};
+        // A light with two samples, one of them in the shade, that fades by its own decay.
+        renderer.mi_sample_light = [&](miColor* color, miVector*, miScalar*, miState* at, miTag light, miInteger* n) {
+            auto* const probe = find_record(at, keys::attenuation_probe);
+            const auto [x, y, z] = *probe->point;
+            EXPECT_TRUE(light == 77 && at->light_instance == 77 && at->parent == state && !at->pri);
+            EXPECT_TRUE(x == at->point.z && y == at->point.x && z == at->point.y - 7);
+            EXPECT_TRUE(probe->nearStart == 1 && probe->nearEnd == 6 && probe->farStart == 5 && probe->farEnd == 30);
+            const miScalar d = axis ? -z : std::hypot(x, y, z);
+            probe->attenuation = nearFarAttenuation(d, {1, 1, 6, 1, 5, 30});
+            const miScalar a = 2 * probe->attenuation * decay(d, decay_inverse_square, 2);
+            *color = *n == 0 ? miColor{a, a, a, 0} : miColor{};
+            return *n < 2 && ++*n;
+        };
+        miColor colors[6];
+        miScalar attenuations[6];
+        for (const int count : {1, 6})
+            EXPECT_EQ(sample_light_in_volume(state, {77, 0.5f, 1.5f, count, points, colors, attenuations},
+                                             {1, 2, 4, 1, 10, 20}, decay_inverse_square, 2, measure), count == 6);
+        for (int k = 0; k < 6; ++k)
+            EXPECT_LT(std::hypot(attenuations[k] - expected[k], colors[k].g - expected[k]), 1e-6f) << k;
+        EXPECT_EQ(find_record(state, keys::attenuation_probe), nullptr);
+    }
+}
+
+// Photons arrive on the plane z = -1, or leave the beam's disc, within these half extents, spread over that solid
+// angle or area. The omni light is looked at on one face of its cube, whose picture is mirrored.
+constexpr double tan30 = 0.57735027, pi = std::numbers::pi;
+const double cap = 2 * pi * (1 - std::sqrt(0.75)), pyramid = 4 * std::asin(std::sqrt(18.0 / 35)); // 6/7, 3/5
+const struct { LightKind kind; Settings shape; double s, t, measure; } lamps[] = {
+    {LightKind::omni, round_spot, 1, 1, 4 * pi}, {LightKind::spot, round_spot, tan30, tan30, cap},
+    {LightKind::spot, {light_cone_spot, 30, 60, 0, 1, 2}, tan30, tan30, cap},
+    {LightKind::spot, {light_cone_spot, 60, 120, 0, 0, 2}, std::sqrt(6), std::sqrt(1.5), pyramid},
+    {LightKind::beam, round_beam, 5, 5, 25 * pi}, {LightKind::beam, tall_beam, 5, 10, 200}};
+constexpr std::array<double, 3> picture(double u, double v) { return {3 * u, (1 + v) / 3, 0.6}; }
+
+TEST_F(LightShapes, PhotonsFollowShapeAndProjector) {
+    const miMatrix to_light{0, 0, 1, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, -3, 2, 1}; // (x, y, z) to (y, z - 3, x + 2)
+    renderer.set_to_space(scripted::Space::light, to_light);
+    std::mt19937_64 random(20240711);
+    renderer.mi_sample = [&](double* sample, int*, miState*, miUshort dim, const miUint*) {
+        return std::generate_n(sample, dim, [&] { return std::uniform_real_distribution()(random); }), miTRUE;
+    };
+    const miTag map = renderer.add_shader([](void* result, miState* at, void*) {
+        const auto [r, g, b] = picture(at->tex.x, at->tex.y);
+        return *static_cast<miColor*>(result) = {miScalar(r), miScalar(g), miScalar(b), 1}, miTRUE;
+    });
+    constexpr int bins = 8, steps = 256, photons = 400000;
+    for (const auto& lamp : lamps) {
+        const bool omni = lamp.kind == LightKind::omni, beam = lamp.kind == LightKind::beam;
+        SCOPED_TRACE(testing::Message() << omni << beam << lamp.shape.circular << lamp.shape.aspect);
+        const Cone cone = make(lamp.shape);
+        LightInstanceData data{};
+        miColor color{1, 2, 4, 0};
+        EXPECT_TRUE(omni || emit_photon(&color, state, data, lamp.kind, map)); // without a shape
+        data.cone = cone.get();
+        std::array<double, bins * bins + 1> seen{}, expected{}; // the last one: elsewhere
+        double energy = 0, expected_energy = 0, chi_square = 0;
+        const auto bin = [&](double s, double t) -> std::size_t {
+            const double x = (s / lamp.s + 1) / 2 * bins, y = (t / lamp.t + 1) / 2 * bins;
+            return std::min(x, y) >= 0 && std::max(x, y) < bins ? int(x) * bins + int(y) : bins * bins;
+        };
+        renderer.mi_photon_light = [&](miColor* e, miState* at) {
+            miVector org, d = at->dir;
+            mi_point_to_light(at, &org, &at->org);
+            if (!omni)
+                mi_vector_to_light(at, &d, &at->dir);
+            EXPECT_LT(beam ? std::abs(org.z) + 1 + d.z : mi_vector_norm(&org), 1e-5);
+            EXPECT_TRUE(std::exchange(at->ior, 2.0f) == 1 && std::exchange(at->ior_in, 2.0f) == 1);
+            const std::size_t place = beam ? bin(org.x, org.y) : d.z < 0 ? bin(-d.x / d.z, -d.y / d.z) : bins * bins;
+            energy += place < bins * bins ? e->g / photons : 0;
+            return ++seen[place], miTRUE;
+        };
+        for (int k = 0; k < photons; ++k)
+            emit_photon(&color, state, data, lamp.kind, map);
+        for (int k = 0; k < steps * steps; ++k) { // the midpoint rule
+            const double x = (k / steps + 0.5) / steps * 2 - 1, s = x * lamp.s;
+            const double t = lamp.t * ((k % steps + 0.5) / steps * 2 - 1), y = t / lamp.s * lamp.shape.aspect;
+            const auto [r, g, b] = omni ? picture((1 - x) / 2, (1 - y) / 2) : picture((1 + x) / 2, (1 + y) / 2);
+            const double share = omni ? 1 : ask(cone, {miScalar(s), miScalar(t), -1}), mean = (r + g + b) / 3;
+            const double density = share * (beam ? 1 : std::pow(1 + s * s + t * t, -1.5)) / lamp.measure;
+            const double survivors = std::min(mean, 1.0) * density * 4 * lamp.s * lamp.t / (steps * steps);
+            expected[bin(s, t)] += photons * survivors;
+            expected_energy += 2 * g / mean * survivors;
+        }
+        for (std::size_t k = 0; k < bins * bins; ++k) // bins next to empty count less
+            chi_square += std::pow(seen[k] - expected[k], 2) / std::max(expected[k], 5.0);
+        EXPECT_LT(chi_square, 93.22); // 1 per cent of chi-square with 64 degrees of freedom
+        EXPECT_NEAR(energy / expected_energy, 1, 0.01);
+    }
+}
+// clang-format on
+
+} // namespace

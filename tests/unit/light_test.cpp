@@ -1,0 +1,256 @@
+// The standard lights: their mathematics, and what they answer to materials, volume lights and projectors.
+#include "orl_light.h"
+#include "shader_fixture.h"
+
+#include <cstring>
+#include <utility>
+
+using namespace orl;
+
+template <class Params> struct Kind {
+    typename LiveShader<Params>::Init* init;
+    typename LiveShader<Params>::Exit* exit;
+    miBoolean (*call)(miColor*, miState*, const Params*, const VolumeLightRequest*);
+};
+#define LIGHT(kind, name, Params)                                                                            \
+    INIT_AND_EXIT(name, Params);                                                                             \
+    extern "C" miBoolean name(miColor*, miState*, const Params*, const VolumeLightRequest*);                 \
+    constexpr Kind<Params> kind {                                                                            \
+        name##_init, name##_exit, name                                                                       \
+    }
+LIGHT(omni, orl_OmniLight, OmniLightParams);
+LIGHT(spot, orl_SpotLight, ConeLightParams);
+LIGHT(beam, orl_DirectionalLight, ConeLightParams);
+LIGHT(standby, orl_DefaultLight, DefaultLightParams);
+
+// Settings of a light `l`, whichever it is.
+#define WITH(...) [&]([[maybe_unused]] auto& l) { __VA_ARGS__; }
+
+namespace {
+
+constexpr miColor grey(float c, float alpha = 0) {
+    return {c, c, c, alpha};
+}
+constexpr miColor dark = grey(-1, -1); // instead of a colour: the light gives none
+
+void expect_color(const miColor& x, const miColor& y) {
+    const float off =
+        std::fabs(x.r - y.r) + std::fabs(x.g - y.g) + std::fabs(x.b - y.b) + std::fabs(x.a - y.a);
+    EXPECT_LT(off, 2e-6f) << testing::PrintToString(x) << " instead of " << testing::PrintToString(y);
+}
+
+TEST(LightMathematics, CosinesShadowsAndTheCube) {
+    // soften, cosine, contrast, result: half way from 0.25 * 1.5 to 0.5; 0.5 / (0.5 A + 1 - A) = 1 / (2 - A),
+    // which is contrast / 204 + 1/2; contrasts that would divide by 0 act as the nearest legal one
+    const float cosines[][4] = {{0.5f, 0.5f, 0, 0.4375f},   {1, 1, 50, 1},
+                                {0, 0.5f, 100, 0.9901961f}, {0, 0.5f, 102, 0.9901961f},
+                                {0, 0.5f, -102, 0.5f},      {0, 0.5f, not_a_number, 0.5f}};
+    for (const auto& [soften, cosine, contrast, result] : cosines) {
+        const float a = contrast_weight(contrast);
+        EXPECT_NEAR(shapeCosine(soften, cosine, a, 1 - a, contrast), result, 1e-6f);
+    }
+    // filter, density, result without and with the light's colour, for light 0.8 and shadow colour 0.5:
+    // s = 0; 1; 1/4: 0.6 + 0.125, 0.8 (0.125 + 0.75); 1.5: 0.75, 0.8 * 0.75; -1/2: 0.8 - 0.25, 0.8 (1 - 0.25)
+    const float shadows[][4] = {{1, 1, 0.8f, 0.8f},      {0, 1, 0.5f, 0.4f},      {0.75f, 1, 0.725f, 0.7f},
+                                {0.25f, 2, 0.75f, 0.6f}, {0.5f, -1, 0.55f, 0.6f}, {0.5f, 0, 0.8f, 0.8f}};
+    for (const auto& [filter, density, plain, affected] : shadows) {
+        const miColor light = grey(0.8f, 0.3f), shadow = grey(0.5f, 1);
+        expect_color(blendShadow(light, grey(filter), shadow, density, false), grey(plain, 0.3f));
+        expect_color(blendShadow(light, grey(filter), shadow, density, true), grey(affected, 0.3f));
+    }
+    // point, (p / w + 1) / 2, (q / w + 1) / 2 of its face; the last two are on edges and go to +y and +z
+    const float faces[][5] = {{4, 2, 1, 0.375f, 0.25f},  {-4, 2, 1, 0.625f, 0.25f}, {1, 4, 2, 0.375f, 0.25f},
+                              {1, -4, 2, 0.375f, 0.75f}, {1, 2, 4, 0.625f, 0.25f},  {1, 2, -4, 0.375f, 0.25f},
+                              {4, 4, 1, 0, 0.375f},      {1, 4, 4, 0.625f, 0}};
+    for (const auto& [x, y, z, u, v] : faces) {
+        const ProjectorCoordinate at = omni_projection({x, y, z});
+        EXPECT_TRUE(at.inside && at.u == u && at.v == v) << at.u << ' ' << at.v;
+    }
+}
+
+// Light space is internal space. The point is on the axis, 5 units away, in a cone of 60 to 90 degrees and in
+// a beam of 60 to 90 units.
+class Lights : public ShaderTest {
+protected:
+    scripted::ShaderInstance<DefaultLightParams> asking;
+    scripted::State asker;
+    const miTag fog = renderer.add_color({0, 0, 0, 0});
+
+    Lights() { energy(grey(1)), place({0, 0, -5}); }
+    void energy(const miColor& color) { renderer.answer(miQ_LIGHT_ENERGY, color); }
+    void place(const miVector& point) {
+        state.set_hit({0, 0, 0}, point, {0, 0, 1}).set_parent(asker, miRAY_LIGHT);
+        state->pri = this, state->dot_nd = 0.5f, state->volume = fog;
+    }
+    template <class Params, class Setup>
+    miColor shade(const Kind<Params>& kind, Setup setup, const VolumeLightRequest* request = nullptr) {
+        LiveShader<Params> shader(state, kind.init, kind.exit);
+        shader->color = grey(1, 1), shader->multiplier = 1;
+        if constexpr (requires { shader->on; })
+            shader->on = shader->affectDiffuse = shader->affectSpecular = miTRUE;
+        if constexpr (requires { shader->falloff; })
+            shader->hotspot = 60, shader->falloff = 90, shader->circular = miTRUE, shader->aspect = 1;
+        setup(shader);
+        shader.start();
+        miColor color = grey(9, 9);
+        return kind.call(&color, state, &shader.params(), request) ? color : dark;
+    }
+    // Omni, spot and directional light give the same.
+    template <class Setup> void expect_all(Setup setup, const miColor& color) {
+        expect_color(shade(omni, setup), color);
+        expect_color(shade(spot, setup), color);
+        expect_color(shade(beam, setup), color);
+    }
+};
+
+TEST_F(Lights, ColourShapeAndDistance) {
+    energy({1, 1, 2, 1});
+    expect_all(WITH(l->color = {1, 0.5f, 0.25f, 7}; l->multiplier = 2), {2, 1, 1, 0});
+    energy(grey(1));
+    // at 5 of 20, t = 3/4: 1.5 * 9 / 16
+    expect_all(WITH(l->useFarAtten = miTRUE; l->farAttenEnd = 20), grey(0.84375f));
+    expect_all(WITH(l->decayType = 2; l->decayStart = 2.5f), grey(0.25f));
+    expect_all(WITH(l->decayType = 1), dark);
+    expect_all(WITH(l->on = 0), dark);
+    place({75, 0, -100}); // half way from 60 to 90; of the cone t = (0.8 - 0.70711) / 0.15892 = 0.58453
+    EXPECT_NEAR(shade(beam, WITH()).r, 0.5f, 1e-6f);
+    EXPECT_NEAR(shade(spot, WITH()).r, 0.62559f, 1e-5f);
+    place({0, 0, 5}); // behind
+    expect_color(shade(beam, WITH()), dark);
+    place({0, 0, 0});
+    expect_all(WITH(), dark);
+    state->type = miRAY_EYE;
+    expect_all(WITH(), grey(1, 1)); // no light ray: the colour as it is
+
+    place({0, 0, -5});
+    const std::vector<miBoolean> excluded{1, 0, 1, 0, 1}; // the list is the middle of it
+    const auto exclude =
+        WITH(auto& [i, n, list] = l->excludeList; l.set_array(i, n, list, excluded); ++i; n = 3);
+    orl_NodeData node{};
+    for (const int node_id : {1, 0, 3, 1000000, -1}) {
+        node.node_id = node_id;
+        set_node(node);
+        expect_all(exclude, node_id == 1 ? dark : grey(1));
+    }
+    expect_color(shade(standby, WITH(l->multiplier = 0)), dark); // black is no light, but for omni lights
+    expect_color(shade(omni, WITH(l->multiplier = 0; l->decayType = 1)), grey(0));
+    expect_color(shade(spot, WITH(l->multiplier = 0)), dark);
+    energy(grey(0));
+    expect_all(WITH(), grey(0));
+    expect_color(shade(standby, WITH()), dark);
+    energy(grey(not_a_number));
+    expect_color(shade(omni, WITH()), grey(0));
+    EXPECT_EQ(errors().size(), 1u);
+}
+
+TEST_F(Lights, TellMaterialsHowTheyAreToBeUsed) {
+    const ScopedRecord shaping(state, keys::light_shaping, {0, 1, 0, 3});
+    const ScopedRecord flags(state, keys::architectural_light, {9, 9, 9});
+    const auto expect = [&](const miColor& color, float cosine, LightShapingRecord told,
+                            ArchitecturalLightRecord weights) {
+        EXPECT_EQ(color.r, 1.0f);
+        EXPECT_NEAR(std::exchange(shaping.get()->shapedCosine, 0.0f), cosine, 1e-6f);
+        EXPECT_EQ(std::memcmp(shaping.get(), &told, sizeof told), 0);
+        EXPECT_EQ(std::memcmp(flags.get(), &weights, sizeof weights), 0);
+    };
+    state->dot_nd = -0.5f; // ambient light comes from behind, too
+    expect(shade(omni, WITH(l->ambientOnly = miTRUE)), 1, {1, 0, 1, 3}, {1, 0, 9});
+    EXPECT_EQ(std::exchange(state->dot_nd, 0.5f), 1.0f);
+    // 0.25 * 1.5; 51 / 204 + 1/2
+    expect(shade(spot, WITH(l->softenDiffuseEdge = 100; l->affectDiffuse = 0)), 0.375f, {1, 0, 0, 2},
+           {0, 1, 0});
+    expect(shade(beam, WITH(l->contrast = 51; l->affectSpecular = 0)), 0.75f, {1, 0, 0, 1}, {1, 0, 0});
+    expect(shade(standby, WITH()), 0.5f, {1, 0, 0, 3}, {1, 1, 0});
+    state->dot_nd = -0.5f;
+    expect_all(WITH(), dark);
+    expect_color(shade(standby, WITH()), dark);
+
+    // A stretched light: (0, 3, -4) lies at (0, 3, -2), and the normal stays. 2 / sqrt(13) from a point.
+    const miMatrix half{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0.5f, 0, 0, 0, 0, 1};
+    renderer.set_to_space(scripted::Space::light, half);
+    renderer.answer(miQ_INST_GLOBAL_TO_LOCAL, static_cast<const miScalar*>(half));
+    place({0, 3, -4});
+    expect(shade(omni, WITH()), 0.5547002f, {1, 0, 0, 3}, {1, 1, 0});
+    expect(shade(beam, WITH()), 1, {1, 0, 0, 3}, {1, 1, 0});
+    state->normal = {0, 0, -1};
+    expect_color(shade(omni, WITH()), dark);
+    mi_shaderstate_set(state, keys::light_shaping.name, nullptr, 0, 2);
+    state->dot_nd = -0.5f;
+    expect_color(shade(omni, WITH()), grey(1)); // nobody asks about surfaces
+}
+
+TEST_F(Lights, ShadowsAndMaps) {
+    miVector direction{}, coordinate{};
+    miBoolean passes = miTRUE, works = miTRUE;
+    const miTag map = renderer.add_shader([&](void* result, miState* s, void*) {
+        direction = s->dir, coordinate = s->tex;
+        *static_cast<miColor*>(result) = {0.5f, 0.25f, 2, 0.1f};
+        return works;
+    });
+    renderer.mi_trace_shadow = [&](miColor* light, miState*) {
+        expect_color(std::exchange(*light, {0.5f, 1, 0, 0}), grey(1));
+        return passes;
+    };
+    const auto shadow = WITH(l->shadowOn = miTRUE; l->shadowColor = {0, 0.4f, 0.2f, 1}; l->shadowDensity = 1;
+                             l->atmosphereOpacity = 0.5f; l->atmosphereColorAmount = 0.4f);
+    expect_all(shadow, {0.5f, 1, 0.2f, 0});
+    EXPECT_EQ(std::exchange(state->volume, fog), miNULLTAG);
+    passes = miFALSE;
+    expect_all(WITH(shadow(l); l->atmosphereShadowsOn = miTRUE), {0, 0.4f, 0.2f, 0.2f});
+    EXPECT_EQ(state->volume, fog);
+    const int traced = renderer.mi_trace_shadow.calls();
+    expect_all(WITH(shadow(l); l->ambientOnly = miTRUE), grey(1));
+    const auto projected = WITH(l->projectorOn = miTRUE; l->projectorMap = map);
+    place({20, 0, -5}); // beside the cone, where the light goes on without shadows and pictures
+    expect_color(shade(spot, WITH(shadow(l); projected(l); l->overshoot = miTRUE)), grey(1));
+    EXPECT_EQ(renderer.mi_trace_shadow.calls(), traced);
+
+    place({1, 2, -4});
+    const miVector tex = state->tex, dir = state->dir;
+    const auto expect_at = [&](const auto& kind, float u, float v) {
+        const auto mapped = WITH(shadow(l); l->shadowMapOn = miTRUE; l->shadowMap = map);
+        for (const miColor& color : {shade(kind, projected), shade(kind, mapped)})
+            expect_color(color, {0.5f, 0.25f, 2, 0});
+        EXPECT_LT(std::fabs(coordinate.x - u) + std::fabs(coordinate.y - v), 1e-6f);
+        EXPECT_TRUE(direction.y == 2.0f && state->tex.x == tex.x && state->dir.y == dir.y);
+    };
+    expect_at(omni, 0.375f, 0.25f);        // 1 / -4 and 2 / -4
+    expect_at(spot, 0.625f, 0.75f);        // the same mirrored
+    expect_at(beam, 0.505556f, 0.511111f); // 1 / 90 and 2 / 90
+    works = miFALSE;
+    expect_color(shade(omni, projected), grey(0));
+}
+
+TEST_F(Lights, AnswerVolumesAndEmitPhotons) {
+    // far from 0 to 8: 5 leaves 2.25 * (3/8)^2 = 0.3164; 4, the way along the beam, leaves 1/2
+    const auto far = WITH(l->multiplier = 0.5f; l->useFarAtten = miTRUE; l->farAttenEnd = 8);
+    place({3, 0, -4});
+    state->pri = nullptr;
+    for (const auto caller : {miSHADER_VOLUME, miSHADER_LIGHT, miSHADER_PHOTONVOL, miSHADER_MATERIAL}) {
+        asker.run(asking, caller);
+        const bool air = caller != miSHADER_MATERIAL;
+        expect_color(shade(omni, far), grey(air ? 0.31640625f : 0.158203125f));
+        expect_color(shade(beam, far), grey(air ? 0.5f : 0.158203125f));
+    }
+    // A record brings its own point and ranges: 4 of 10, t = 0.6, 1.8 * 0.36; the decay is the light's own.
+    const miVector point{3, 0, -4};
+    const ScopedRecord probe(state, keys::attenuation_probe, {0, 9, 0, 0, 0, 10, &point, nullptr});
+    place({100, 0, 0});
+    expect_color(shade(beam, WITH(far(l); l->decayType = 1; l->decayStart = 2)), grey(0.324f));
+    EXPECT_NEAR(probe.get()->attenuation, 0.648f, 1e-6f);
+
+    renderer.mi_sample_light = [](auto...) { return miFALSE; };
+    renderer.mi_photon_light = [](auto...) { return miTRUE; };
+    miColor answer{};
+    const VolumeLightRequest request{1, 1, 1, 1, &point, &answer, nullptr};
+    shade(omni, WITH(), &request); // not along light rays, unless the atmosphere throws shadows
+    shade(omni, WITH(l->atmosphereShadowsOn = miTRUE), &request);
+    for (const auto type : {miRAY_EYE, miPHOTON_LIGHT, miPHOTON_EMIT_CAUSTIC, miPHOTON_EMIT_GLOBILLUM}) {
+        state->type = type;
+        shade(spot, WITH(), type == miRAY_EYE ? &request : nullptr);
+    }
+    EXPECT_EQ(renderer.mi_sample_light.calls(), 2);
+    EXPECT_EQ(renderer.mi_photon_light.calls(), 3);
+}
+
+} // namespace
