@@ -70,12 +70,13 @@ TEST_F(LightShapes, SurviveSettingsThatMakeNoShape) {
 
 TEST(OmniShape, IsASphere) {
     const miVector start{0, 3, 10}, inside{0, 3, 1}, fast{0, 0, -2}, back{0, 0, 1}, across{1, 0, 0};
-    const auto hits = [](const miVector& org, const miVector& dir, miScalar enter, miScalar leave) {
-        std::array<miScalar, 2> at; // radius 5, so half a chord is 4
-        return omni_shape_operations.intersect(&org, &dir, 5, &at[0], &at[1]) && at == std::array{enter, leave};
+    std::array<miScalar, 2> at; // radius 5, so half a chord is 4
+    const auto hits = [&](const miVector& org, const miVector& dir) {
+        return omni_shape_operations.intersect(&org, &dir, 5, &at[0], &at[1]) != miFALSE;
     };
-    EXPECT_TRUE(hits(start, fast, 3, 7) && hits(inside, back, 0, 3));
-    EXPECT_FALSE(hits(start, back, 0, -6) || hits(start, across, 0, 0));
+    EXPECT_TRUE(hits(start, fast) && at == (std::array{3.0f, 7.0f}));
+    EXPECT_TRUE(hits(inside, back) && at == (std::array{0.0f, 3.0f}));
+    EXPECT_FALSE(hits(start, back) || hits(start, across));
 }
 
 TEST(Attenuation, RangesAndDecay) {
