@@ -265,7 +265,7 @@ inline constexpr auto directional =
 inline constexpr auto default_light = decl::fields<DefaultLightParams>(
     decl::color(&DefaultLightParams::color, "color", {1, 1, 1, 1},
                 "colour, times the energy that the light states in the scene"),
-    decl::scalar(&DefaultLightParams::multiplier, "multiplier", 1, decl::any, "", ""));
+    decl::scalar(&DefaultLightParams::multiplier, "multiplier", 1, decl::any, "", "times the colour"));
 
 } // namespace orl_light_table
 

@@ -64,7 +64,7 @@ TEST_F(LightShapes, SurviveSettingsThatMakeNoShape) {
             EXPECT_NEAR(mi_vector_norm(&dir) + 0 * (org.x + org.y), 1.0f, 1e-5f) << bad << ' ' << k; // 0 if finite
         }
     EXPECT_EQ(renderer.resources().live_blocks, blocks);
-    renderer.fail_allocations_after(0);
+    stage::fail_allocations_after(0);
     EXPECT_TRUE(make(round_spot) == nullptr && make(round_beam) == nullptr);
 }
 

@@ -24,13 +24,15 @@ protected:
         fs::remove_all(base);
         fs::create_directories(base);
     }
-    // One image, 3 by 2.
+    // The main image and depth, 3 by 2.
     static std::vector<FrameBuffer> make() {
-        stage::FramebufferDesc desc;
-        desc.primary = true;
-        desc.name = "main";
-        desc.datatype = "rgba";
-        return stage::make_framebuffers({&desc, 1}, 3, 2, {});
+        stage::FramebufferDesc descs[2];
+        descs[0].primary = true;
+        descs[0].name = "main";
+        descs[0].datatype = "rgba";
+        descs[1].name = "depth";
+        descs[1].datatype = "z";
+        return stage::make_framebuffers(descs, 3, 2, {});
     }
     // The picture of all buffers (PNG takes the first alone).
     static stage::Picture picture(const fs::path& path, const std::vector<FrameBuffer>& buffers) {
@@ -94,13 +96,13 @@ TEST_F(StagePicture, AFrameWritesWhatIsAskedForOrElseWhatTheBuffersNameOrElseThe
             list += p.path + ":" + p.format + ":" + std::to_string(p.buffers.size()) + " ";
         return list;
     };
-    EXPECT_EQ(listed({}), "scene.png:png:4 ");
+    EXPECT_EQ(listed({}), "scene.png:png:2 ");
     buffers[0].desc.filename = "main.data";
     buffers[0].desc.filetype = "exr";
     buffers[1].desc.filename = "depth.EXR";
     buffers[1].desc.filetype = "zt"; // not one that can be written: the ending decides
-    EXPECT_EQ(listed({}), "main.data:exr:4 depth.EXR:exr:1 ");
-    EXPECT_EQ(listed({"a.png", "b.exr"}), "a.png:png:4 b.exr:exr:4 ");
+    EXPECT_EQ(listed({}), "main.data:exr:2 depth.EXR:exr:1 ");
+    EXPECT_EQ(listed({"a.png", "b.exr"}), "a.png:png:2 b.exr:exr:2 ");
 }
 
 TEST_F(StagePicture, AStoppedFrameReplacesNoFinishedPicture) {
