@@ -213,12 +213,7 @@ struct LightAttenuationProbe {
 };
 
 /* What a light tells the illumination loop. */
-struct LightShapingRecord {
-    miInteger valid;
-    miScalar shapedCosine;
-    miInteger ambientOnly;
-    miInteger affectFlags; /* 1 diffuse, 2 specular */
-};
+using LightShapingRecord = orl_LightShapingRecord;
 
 /* The ray for which a reflection or refraction map is evaluated. */
 struct IncomingRay {
@@ -256,13 +251,16 @@ struct VertexSource {
     void* data;
 };
 
+struct RenderElementList;    // of the handler, with the render elements
+struct RenderElementResults; // of a thread
+
 /* The render elements of the sample. */
 struct RenderElementState {
-    void* list;
-    void* results; /* of this thread */
-    miInteger run_normal_pass;
-    miInteger run_unshadowed_pass;
-    miInteger post_illum_done;
+    const RenderElementList* list;
+    RenderElementResults* results;
+    miInteger runNormalPass;
+    miInteger runUnshadowedPass;
+    miInteger postIllumDone;
 };
 
 struct StoredComponents {

@@ -98,6 +98,81 @@ typedef struct orl_ObjectData {
     orl_IntegerArray uv_channels; /* for each texture space the number of the host's map channel */
 } orl_ObjectData;
 
+/*
+ * What the light loop and a light tell each other about one light (shader-state key "KEY_5"). The loop resets
+ * all but `ambientOnly` before each light.
+ */
+typedef struct orl_LightShapingRecord {
+    miInteger valid;       /* 1: shapedCosine is the light's, and takes the place of N.L */
+    miScalar shapedCosine; /* diffuse factor */
+    miInteger ambientOnly; /* the light counts as ambient light */
+    miInteger affectFlags; /* 1 diffuse, 2 specular */
+} orl_LightShapingRecord;
+
+/* Called for each light; the record is the one that lights write to. */
+typedef void (*orl_LightFunction)(miState* state, miTag light, orl_LightShapingRecord* record, void* context);
+
+/* Illuminance that ComputeIlluminance adds up. */
+typedef struct orl_Illuminance {
+    miColor color;     /* the sum, added to; alpha becomes 1 */
+    miBoolean diffuse; /* count lights that affect diffuse shading */
+    miBoolean ambient; /* count ambient-only lights */
+} orl_Illuminance;
+
+enum { orl_channel_count = 24, orl_element_channel_count = 32, orl_slot_count = 16 };
+
+/* Components that elements weight by the opacity, because the material has not done so itself. */
+enum { orl_weight_reflection = 1, orl_weight_refraction = 2 };
+
+/* What a material was given for the shading point. */
+typedef struct orl_PostIllumInputs {
+    miScalar opacity; /* by which ambient, diffuse and self-illumination count in the picture */
+    miScalar reflectionAmount;
+    miScalar refractionAmount;
+    miInteger weightByOpacity; /* orl_weight_ bits */
+    miBoolean shadowIsSet;     /* the material knows its shadow colour */
+} orl_PostIllumInputs;
+
+/* What came of it. Reflection, refraction and shadow stand in the record itself. */
+typedef struct orl_PostIllumOutputs {
+    miColor ambient;
+    miColor diffuse; /* with back-lighting */
+    miColor specular;
+    miColor selfIllumination;
+    miColor ink; /* of materials that draw lines and fill areas */
+    miColor paint;
+    miColor transparency;     /* by which what lies behind shows through */
+    miBoolean elementReplace; /* set by an element shader: its colour takes the place of what lies behind */
+} orl_PostIllumOutputs;
+
+/* What a material hands to the render elements. */
+typedef struct orl_PostIllumData {
+    miInteger kind; /* 0: all components are filled in; otherwise most elements stay black */
+    orl_PostIllumInputs inputs;
+    orl_PostIllumOutputs outputs;
+    miColor channel[orl_element_channel_count];
+    const miInteger* slots; /* orl_slot_count channels, one for each map slot; -1 for none */
+    miInteger materialId;
+    miColor shadow;
+    miColor reflection;
+    miColor refraction;
+} orl_PostIllumData;
+
+enum { orl_phase_post_illumination = 0, orl_phase_final = 1 };
+
+/* Data of the final phase: in and out. */
+typedef struct orl_ElementFinal {
+    miColor color;     /* what the element has gathered */
+    miScalar distance; /* of the eye ray; 0 when it hit nothing */
+    miInteger zero;
+} orl_ElementFinal;
+
+/* Fourth argument of an element shader: orl_PostIllumData or orl_ElementFinal. */
+typedef struct orl_RenderElementCall {
+    miInteger phase;
+    void* data;
+} orl_RenderElementCall;
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -161,6 +236,34 @@ ORLSHADERS_API miBoolean ToneOpScaledToRGB(miState* state, miColor* color, miBoo
 
 /* The way back: 1 when the active operator has an inverse and the colour was mapped with it, otherwise 0. */
 ORLSHADERS_API miBoolean ApplyInverseToneOperator(miState* state, miColor* color);
+
+/*
+ * Calls the function for every light of the node: those of its list and, when it asks for them, all lights of
+ * the scene; without a node record all lights of the scene. Groups stand for their members. Nothing for light
+ * and shadow rays, for displacement, and without an instance.
+ */
+ORLSHADERS_API void IllumAccumulate(miState* state, orl_LightFunction function, void* context);
+
+/* Adds up the light that arrives at the point. */
+ORLSHADERS_API void ComputeIlluminance(miState* state, orl_Illuminance* data);
+
+/* How much of the light reaches the point: 1 unshadowed, 0 in full shadow. */
+ORLSHADERS_API miScalar IllumShadow(miState* state);
+
+/* 1 when what is shaded here feeds render elements: along an eye ray, also through transparent surfaces. */
+ORLSHADERS_API miBoolean RenderElementsAreBeingUsed(miState* state);
+
+/* Sets all of the record to nothing, with the identity as slot table. */
+ORLSHADERS_API void InitializeRenderElementPostIllumData(miState* state, orl_PostIllumData* data);
+ORLSHADERS_API void ClearInputs(orl_PostIllumData* data);
+ORLSHADERS_API void ClearOutputs(orl_PostIllumData* data);
+
+/* Hands the components of a shading point to the element shaders; once for each point. 0 when an element is
+   being computed already. */
+ORLSHADERS_API miBoolean orl_CallRenderElementShaders_PostIllum(miState* state, orl_PostIllumData* data);
+
+/* This thread's colours of the active elements; null without elements. `count` may be null. */
+ORLSHADERS_API miColor* orl_GetRenderElementResults(miState* state, miInteger* count);
 
 #ifdef __cplusplus
 }
