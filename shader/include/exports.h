@@ -9,6 +9,11 @@
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
+#include "shd_blinn2.h"
+#include "shd_cnstant2.h"
+#include "shd_metal2.h"
+#include "shd_onb.h"
+#include "shd_phong2.h"
 #include "utilshaders.h"
 
 #include <span>
@@ -22,8 +27,10 @@ struct Unit {
 };
 
 inline constexpr Unit units[] = {
-    {"orl_color", color_shaders},         {"orl_light", lights},        {"orl_toneop", orl_toneop},
-    {"orl_toneopphoto", orl_toneopphoto}, {"utilshaders", utilshaders},
+    {"orl_color", color_shaders},         {"orl_light", lights},      {"orl_toneop", orl_toneop},
+    {"orl_toneopphoto", orl_toneopphoto}, {"shd_blinn2", shd_blinn2}, {"shd_cnstant2", shd_cnstant2},
+    {"shd_metal2", shd_metal2},           {"shd_onb", shd_onb},       {"shd_phong2", shd_phong2},
+    {"utilshaders", utilshaders},
 };
 
 /* Plain functions for other shader libraries and for the renderer. */
