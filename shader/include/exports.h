@@ -6,6 +6,7 @@
 
 #include "orl_color.h"
 #include "orl_light.h"
+#include "orl_rendelem.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
@@ -22,7 +23,8 @@ struct Unit {
 };
 
 inline constexpr Unit units[] = {
-    {"orl_color", color_shaders},         {"orl_light", lights},        {"orl_toneop", orl_toneop},
+    {"orl_color", color_shaders},         {"orl_light", lights},
+    {"orl_rendelem", orl_rendelem},       {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto}, {"utilshaders", utilshaders},
 };
 
@@ -44,6 +46,15 @@ inline constexpr const char* exported_functions[] = {
     "IsInstanceShadowMakerForLight",
     "ToneOpScaledToRGB",
     "ApplyInverseToneOperator",
+    "IllumAccumulate",
+    "ComputeIlluminance",
+    "IllumShadow",
+    "RenderElementsAreBeingUsed",
+    "InitializeRenderElementPostIllumData",
+    "ClearInputs",
+    "ClearOutputs",
+    "orl_CallRenderElementShaders_PostIllum",
+    "orl_GetRenderElementResults",
 };
 
 } // namespace orl
