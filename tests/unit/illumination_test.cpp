@@ -8,35 +8,31 @@ namespace {
 // Blinn's record, filled in as a material would before the callbacks; the callbacks are run by the tests.
 class Illumination : public ModelTest {
 protected:
-    Illumination() {
-        use(models[0]);
-        shade({});
-        record.mapFlags = map_transparent;
-    }
+    Illumination() { use("Blinn"), shade({}); }
     miColor& channel(MapSlot slot) { return record.channel[channel_of(record, slot)]; }
 };
 
 TEST_F(Illumination, Channels) {
-    // Blinn's eight; the standard four behind them; none for what is not assigned or not a slot
-    const int of_slot[] = {0, 1, 2, 4, 3, 5, 6, 7, 8, 9, 10, 11, -1, -1, -1, -1, -1};
-    for (int slot = 0; slot <= slot_count; ++slot)
-        EXPECT_EQ(channel_of(record, static_cast<MapSlot>(slot)), of_slot[slot]) << slot;
-    record.channelCount = 23; // the others would lie behind the end
-    EXPECT_EQ(channel_of(record, slot_bump), 23);
-    EXPECT_EQ(channel_of(record, slot_reflection), -1);
     const SlotMap own = slot_map(-1, 24, 3, -1, -1, -1, -1, -1, 5, -1);
-    record.slotMap = own.data(), record.channelCount = 9;
-    const int of_own[] = {-1, -1, 3, -1, -1, -1, -1, -1, 5, 10, 11, 12};
-    for (int slot = 0; slot < 12; ++slot)
-        EXPECT_EQ(channel_of(record, static_cast<MapSlot>(slot)), of_own[slot]) << slot;
+    const struct {
+        const miInteger* map;
+        miInteger count;
+        int of_slot[slot_count + 1];
+    } table[] = {{record.slotMap, 8, {0, 1, 2, 4, 3, 5, 6, 7, 8, 9, 10, 11, -1, -1, -1, -1, -1}},
+                 {record.slotMap, 22, {0, 1, 2, 4, 3, 5, 6, 7, 22, 23, -1, -1, -1, -1, -1, -1, -1}},
+                 {own.data(), 9, {-1, -1, 3, -1, -1, -1, -1, -1, 5, 10, 11, 12, -1, -1, -1, -1, -1}}};
+    for (const auto& [map, count, of_slot] : table)
+        for (int slot = 0; slot <= slot_count; ++slot) {
+            record.slotMap = map, record.channelCount = count;
+            EXPECT_EQ(channel_of(record, static_cast<MapSlot>(slot)), of_slot[slot]) << count << ' ' << slot;
+        }
 }
 
 TEST_F(Illumination, LightsByWhatTheyTell) {
-    set("diffuse", {1, 1, 1}), set("ambient", {0.5f, 1, 1}), set("specular", {1, 1, 1}), set("soften", {0});
-    set("specularLevel", {2});
+    set("diffuse", 1), set("ambient", 0.5f), set("specular", 1), set("soften", 0), set("specularLevel", 2);
     const std::vector<miVector> above{{0, 0, 1}}, aside{from(60)}, below{from(120)};
-    // told, samples, ambient, diffuse and specular (red) of light 1. Seen from above, the highlight of a light
-    // at 60 degrees is cos(30)^8 = 81 / 256 (glossiness 0.1: 4 * 2), twice that by its level.
+    // told, samples, ambient, diffuse and specular (red) of light 1. Seen from above, the highlight of a
+    // light at 60 degrees is cos(30)^8 = 81 / 256 (glossiness 0.1: 4 * 2), twice that by its level.
     const float side = 81.0f / 128.0f;
     const struct {
         std::optional<LightShapingRecord> told;
@@ -67,18 +63,17 @@ TEST_F(Illumination, LightsByWhatTheyTell) {
 }
 
 TEST_F(Illumination, SelfIllumination) {
-    set("diffuse", {0.5f, 1, 1}), set("ambient", {1, 1, 1});
-    set("selfIllumAmount", {0.25f}), set("selfIllumColor", {0.5f, 3, 0.25f});
-    const std::vector<Lamp> lamps{{grey(1), {{0, 0, 1}}}, {grey(1), {{0, 0, 1}}, {{0, 1, 1, 3}}}};
-    shade(lamps);
-    expect_near(record.selfIllumination, {0.125f, 0.25f, 0.25f, 0});
-    expect_near(record.diffuse, {0.375f, 0.75f, 0.75f, 0});
+    set("diffuse", 0.5f), set("ambient", 1), set("selfIllumAmount", 0.25f), set("selfIllumColor", 3);
+    const std::vector<Lamp> two{{grey(1), {{0, 0, 1}}}, {grey(1), {{0, 0, 1}}, {{0, 1, 1, 3}}}};
+    shade(two);
+    expect_near(record.selfIllumination, grey(0.125f));
+    expect_near(record.diffuse, grey(0.375f));
     expect_near(record.ambient, grey(0.75f));
     EXPECT_NEAR(record.diffuseLightLevel, 0.75f, 1e-6f);
     values.selfIlluminationColorOn = miTRUE;
-    shade(lamps);
-    expect_near(record.selfIllumination, {0.5f, 1, 0.25f, 0}); // as it stands, within its range
-    expect_near(record.diffuse, {0.5f, 1, 1, 0});
+    shade(two);
+    expect_near(record.selfIllumination, grey(1)); // within its range
+    expect_near(record.diffuse, grey(0.5f));
 }
 
 TEST_F(Illumination, Reflection) {
@@ -91,11 +86,10 @@ TEST_F(Illumination, Reflection) {
         record.mapFlags = map_reflection, record.reflection = {}, channel(slot_reflection) = grey(1);
         reflect_channel(state, &record);
         expect_near(record.reflection, {0.5f * amount, amount, 0.25f * amount, 0});
-        record.mapFlags = ~static_cast<unsigned>(map_reflection), record.reflection = {};
-        reflect_channel(state, &record);
-        expect_near(record.reflection, {}, 0);
     }
-    record.mapFlags = map_reflection, record.features = ~static_cast<unsigned>(feature_reflection);
+    record.features ^= feature_reflection, record.reflection = {};
+    reflect_channel(state, &record);
+    record.features ^= feature_reflection, record.mapFlags ^= map_reflection;
     reflect_channel(state, &record);
     expect_near(record.reflection, {}, 0);
 }
@@ -109,7 +103,7 @@ TEST_F(Illumination, TransmissionFilter) {
         miColor result;
     } table[] = {{1, 0.3f, grey(0.7f)},
                  {0, 0.2f, {0.4f, 0.8f, 0, 0}},
-                 {2, 0, {1, 1, 1, 0}},           // f + 0.8, at most 1
+                 {2, 0, {1, 1, 1, 0}},            // f + 0.8, at most 1
                  {2, 0.375f, {1, 0.6f, 0.4f, 0}}, // f + 0.25 * 0.8
                  {2, 0.5f, {0.8f, 0.4f, 0.2f, 0}},
                  {2, 0.75f, {0.4f, 0, 0, 0}}, // f - 0.5 * 0.8, at least 0
@@ -125,7 +119,8 @@ TEST_F(Illumination, TransparencyIsTraced) {
     int level = 0, straight = -1;
     renderer.mi_trace_transparent = [&](miColor* result, miState* s) {
         const EnvironmentSwitches* const switches = find_record(s, keys::environment_switches);
-        level = s->reflection_level, straight = switches ? switches->use_background * 10 + switches->use_sky : -1;
+        level = s->reflection_level,
+        straight = switches ? switches->use_background * 10 + switches->use_sky : -1;
         *result = {0.5f, 1, 2, 0.75f};
         return s->type == miRAY_SHADOW ? miFALSE : miTRUE;
     };
@@ -143,7 +138,7 @@ TEST_F(Illumination, TransparencyIsTraced) {
     state->type = miRAY_SHADOW;
     EXPECT_EQ(trace_transparency(state), (miColor{})); // failed
 
-    state->type = miRAY_EYE, record.opacity = 0.75f, record.opacityFactor = 9;
+    state->type = miRAY_EYE, record.opacity = 0.75f, record.mapFlags = map_transparent;
     channel(slot_filter) = {0.8f, 0.4f, 0.2f, 1};
     transmit_light(state, &record); // the filter colour as above: 0.4 0 0
     EXPECT_EQ(record.opacityFactor, 0.75f);
