@@ -20,22 +20,17 @@ struct Model {
     const char* unit;
     const orl::decl::Shader* shader;
     miBoolean (*call)(miColor*, miState*, const void*, orl::IllumRecord*);
-    void (*exit)(miState*, const void*);
 };
 inline void PrintTo(const Model& model, std::ostream* out) {
     *out << model.shader->name;
 }
 
 #define DECLARE_MODEL(unit, name, Params)                                                                    \
-    extern "C" miBoolean name(miColor*, miState*, const orl::Params*, orl::IllumRecord*);                    \
-    extern "C" void name##_exit(miState*, const orl::Params*);
+    extern "C" miBoolean name(miColor*, miState*, const orl::Params*, orl::IllumRecord*);
 #define MODEL_ENTRY(unit, name, Params)                                                                      \
     {#unit, &orl::unit[0],                                                                                   \
      [](miColor* result, miState* state, const void* params, orl::IllumRecord* record) {                     \
          return name(result, state, static_cast<const orl::Params*>(params), record);                        \
-     },                                                                                                      \
-     [](miState* state, const void* params) {                                                                \
-         name##_exit(state, static_cast<const orl::Params*>(params));                                        \
      }},
 ALL_MODELS(DECLARE_MODEL)
 inline constexpr Model models[] = {ALL_MODELS(MODEL_ENTRY)};
