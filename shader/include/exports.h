@@ -11,6 +11,7 @@
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
+#include "shd_aniso.h"
 #include "shd_blinn2.h"
 #include "shd_cnstant2.h"
 #include "shd_metal2.h"
@@ -36,6 +37,7 @@ inline constexpr Unit units[] = {
     {"orl_stdelem", orl_stdelem},
     {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto},
+    {"shd_aniso", shd_aniso},
     {"shd_blinn2", shd_blinn2},
     {"shd_cnstant2", shd_cnstant2},
     {"shd_metal2", shd_metal2},

@@ -20,6 +20,10 @@ inline float log10(float x) {
     return std::log10(x);
 }
 
+inline float exp(float exponent) {
+    return std::exp(exponent);
+}
+
 inline double exp(double exponent) {
     return std::exp(exponent);
 }

@@ -14,7 +14,8 @@
     MODEL(shd_phong2, orl_base_PhongIllumination, BasicModelParams)                                          \
     MODEL(shd_cnstant2, orl_base_ConstantIllumination, BasicModelParams)                                     \
     MODEL(shd_metal2, orl_base_MetalIllumination, BasicModelParams)                                          \
-    MODEL(shd_onb, orl_base_OrenNayarBlinnIllumination, OrenNayarBlinnParams)
+    MODEL(shd_onb, orl_base_OrenNayarBlinnIllumination, OrenNayarBlinnParams)                                \
+    MODEL(shd_aniso, orl_base_AnisotropicIllumination, AnisotropicParams)
 
 struct Model {
     const char* unit;

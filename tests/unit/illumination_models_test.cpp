@@ -94,12 +94,12 @@ class Models : public ModelTest {};
 
 TEST_F(Models, AreWhatMaterialsExpect) {
     enum { faceted = 1, conserving = 2, tints_by_diffuse = 4 };
-    const std::tuple<const char*, int, unsigned, int> table[] = {
-        {"Blinn", 8, 32641022, 0},
-        {"Phong", 8, 32641022, 0},
-        {"Constant", 8, 32641022, faceted},
-        {"Metal", 8, 32641022, tints_by_diffuse},
-        {"OrenNayarBlinn", 10, 31604734, conserving}};
+    const std::tuple<const char*, int, unsigned, int> table[] = {{"Blinn", 8, 32641022, 0},
+                                                                 {"Phong", 8, 32641022, 0},
+                                                                 {"Constant", 8, 32641022, faceted},
+                                                                 {"Metal", 8, 32641022, tints_by_diffuse},
+                                                                 {"OrenNayarBlinn", 10, 31604734, conserving},
+                                                                 {"Anisotropic", 11, 31641598, conserving}};
     for (const auto& [name, channels, features, manners] : table) {
         use(name), shade({});
         EXPECT_TRUE(record.channelCount == channels && record.features == features) << name;
