@@ -15,8 +15,10 @@
 #include "shd_blinn2.h"
 #include "shd_cnstant2.h"
 #include "shd_metal2.h"
+#include "shd_mlayer.h"
 #include "shd_onb.h"
 #include "shd_phong2.h"
+#include "shd_ward.h"
 #include "utilshaders.h"
 
 #include <span>
@@ -41,8 +43,10 @@ inline constexpr Unit units[] = {
     {"shd_blinn2", shd_blinn2},
     {"shd_cnstant2", shd_cnstant2},
     {"shd_metal2", shd_metal2},
+    {"shd_mlayer", shd_mlayer},
     {"shd_onb", shd_onb},
     {"shd_phong2", shd_phong2},
+    {"shd_ward", shd_ward},
     {"utilshaders", utilshaders},
 };
 // clang-format on

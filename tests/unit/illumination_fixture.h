@@ -15,7 +15,9 @@
     MODEL(shd_cnstant2, orl_base_ConstantIllumination, BasicModelParams)                                     \
     MODEL(shd_metal2, orl_base_MetalIllumination, BasicModelParams)                                          \
     MODEL(shd_onb, orl_base_OrenNayarBlinnIllumination, OrenNayarBlinnParams)                                \
-    MODEL(shd_aniso, orl_base_AnisotropicIllumination, AnisotropicParams)
+    MODEL(shd_aniso, orl_base_AnisotropicIllumination, AnisotropicParams)                                    \
+    MODEL(shd_mlayer, orl_base_MultiLayerIllumination, MultiLayerParams)                                     \
+    MODEL(shd_ward, orl_base_WardIllumination, WardParams)
 
 struct Model {
     const char* unit;

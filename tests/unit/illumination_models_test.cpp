@@ -99,7 +99,9 @@ TEST_F(Models, AreWhatMaterialsExpect) {
                                                                  {"Constant", 8, 32641022, faceted},
                                                                  {"Metal", 8, 32641022, tints_by_diffuse},
                                                                  {"OrenNayarBlinn", 10, 31604734, conserving},
-                                                                 {"Anisotropic", 11, 31641598, conserving}};
+                                                                 {"Anisotropic", 11, 31641598, conserving},
+                                                                 {"MultiLayer", 17, 31653886, conserving},
+                                                                 {"Ward", 9, 31460302, 0}};
     for (const auto& [name, channels, features, manners] : table) {
         use(name), shade({});
         EXPECT_TRUE(record.channelCount == channels && record.features == features) << name;
