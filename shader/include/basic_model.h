@@ -38,6 +38,10 @@ template <class P> constexpr auto glossiness(miScalar P::*member, const char* na
     return decl::scalar(member, name, 0.1, decl::unit_interval, "",
                         "size of the highlight, 1 for the smallest");
 }
+template <class P> constexpr auto filter(miColor P::*member) {
+    return decl::color(member, "filter", {1, 1, 1, 1},
+                       "colour of what shines through, in place of the material's");
+}
 template <class P> constexpr auto anisotropy(miScalar P::*member, const char* name = "anisotropy") {
     return decl::scalar(member, name, 0.5, decl::unit_interval, "",
                         "0 for round highlights; 1 for the narrowest across the grooves");

@@ -18,6 +18,8 @@
 #include "shd_mlayer.h"
 #include "shd_onb.h"
 #include "shd_phong2.h"
+#include "shd_strauss.h"
+#include "shd_trnslcnt.h"
 #include "shd_ward.h"
 #include "utilshaders.h"
 
@@ -46,6 +48,8 @@ inline constexpr Unit units[] = {
     {"shd_mlayer", shd_mlayer},
     {"shd_onb", shd_onb},
     {"shd_phong2", shd_phong2},
+    {"shd_strauss", shd_strauss},
+    {"shd_trnslcnt", shd_trnslcnt},
     {"shd_ward", shd_ward},
     {"utilshaders", utilshaders},
 };

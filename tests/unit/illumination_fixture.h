@@ -17,7 +17,9 @@
     MODEL(shd_onb, orl_base_OrenNayarBlinnIllumination, OrenNayarBlinnParams)                                \
     MODEL(shd_aniso, orl_base_AnisotropicIllumination, AnisotropicParams)                                    \
     MODEL(shd_mlayer, orl_base_MultiLayerIllumination, MultiLayerParams)                                     \
-    MODEL(shd_ward, orl_base_WardIllumination, WardParams)
+    MODEL(shd_ward, orl_base_WardIllumination, WardParams)                                                   \
+    MODEL(shd_strauss, orl_base_StraussIllumination, StraussParams)                                          \
+    MODEL(shd_trnslcnt, orl_base_TranslucentIllumination, TranslucentParams)
 
 struct Model {
     const char* unit;

@@ -101,7 +101,9 @@ TEST_F(Models, AreWhatMaterialsExpect) {
                                                                  {"OrenNayarBlinn", 10, 31604734, conserving},
                                                                  {"Anisotropic", 11, 31641598, conserving},
                                                                  {"MultiLayer", 17, 31653886, conserving},
-                                                                 {"Ward", 9, 31460302, 0}};
+                                                                 {"Ward", 9, 31460302, 0},
+                                                                 {"Strauss", 5, 10491008, 0},
+                                                                 {"Translucent", 10, 6567422, conserving}};
     for (const auto& [name, channels, features, manners] : table) {
         use(name), shade({});
         EXPECT_TRUE(record.channelCount == channels && record.features == features) << name;
