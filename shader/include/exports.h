@@ -14,6 +14,7 @@
 #include "shd_aniso.h"
 #include "shd_blinn2.h"
 #include "shd_cnstant2.h"
+#include "shd_lightmeter.h"
 #include "shd_metal2.h"
 #include "shd_mlayer.h"
 #include "shd_onb.h"
@@ -44,6 +45,7 @@ inline constexpr Unit units[] = {
     {"shd_aniso", shd_aniso},
     {"shd_blinn2", shd_blinn2},
     {"shd_cnstant2", shd_cnstant2},
+    {"shd_lightmeter", shd_lightmeter},
     {"shd_metal2", shd_metal2},
     {"shd_mlayer", shd_mlayer},
     {"shd_onb", shd_onb},
