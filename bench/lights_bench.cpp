@@ -35,7 +35,8 @@ constexpr Kind kinds[] = {
     {"omni", "\"orl_OmniLight\" (", "", "origin 0 0 0"},
     {"round spot", "\"orl_SpotLight\" (\"hotspot\" 20, \"falloff\" 80,", ", \"softness\" 0.9",
      "origin 0 0 0 direction 0 0 -1 spread 0.766"},
-    {"rectangular spot", "\"orl_SpotLight\" (\"hotspot\" 20, \"falloff\" 80, \"circular\" off, \"aspect\" 1.5,",
+    {"rectangular spot",
+     "\"orl_SpotLight\" (\"hotspot\" 20, \"falloff\" 80, \"circular\" off, \"aspect\" 1.5,",
      ", \"softness\" 0.9", "origin 0 0 0 direction 0 0 -1 spread 0.766"},
     {"directional", "\"orl_DirectionalLight\" (\"hotspot\" 1, \"falloff\" 3,", "", "direction 0 0 -1"},
 };
@@ -51,7 +52,8 @@ constexpr Setting settings[] = {
     {"plain", "\"multiplier\" 1)", "\"shadow\" off", 10},
     // and the two ranges with the start of the decay
     {"ranges, decay",
-     "\"useNearAtten\" on, \"nearAttenStart\" 2, \"nearAttenEnd\" 6, \"useFarAtten\" on, \"farAttenStart\" 3, "
+     "\"useNearAtten\" on, \"nearAttenStart\" 2, \"nearAttenEnd\" 6, \"useFarAtten\" on, \"farAttenStart\" "
+     "3, "
      "\"farAttenEnd\" 10, \"decayType\" 2, \"decayStart\" 2)",
      "\"shadow\" off, \"decay\" 2", 15},
     {"soft, contrast", "\"softenDiffuseEdge\" 50, \"contrast\" 50)", "\"shadow\" off", 10},
@@ -100,8 +102,9 @@ public:
         stage::set_current_scene(&scene_);
         scene_.libraries->set_module_handle(dlopen(nullptr, RTLD_NOW)); // this program is linked with it
         scene_.libraries->define("interface_calls", reinterpret_cast<void*>(&interface_calls));
-        stage::parse_text(scene_, scene_text(), "lamps",
-                          [this](stage::Scene& s, const stage::RenderCommand& c) { world_.emplace(s, c, false); });
+        stage::parse_text(
+            scene_, scene_text(), "lamps",
+            [this](stage::Scene& s, const stage::RenderCommand& c) { world_.emplace(s, c, false); });
         context_.world = &*world_;
         for (Case& c : cases_) {
             c.instance = scene_.database.find(c.light + ".i")->tag;
@@ -118,7 +121,8 @@ public:
 
 private:
     std::string scene_text() {
-        std::string text = declarations_beside(ORL_FILE_STAGE_BASE) + declarations_beside(ORL_FILE_ORLSHADERS) +
+        std::string text = declarations_beside(ORL_FILE_STAGE_BASE) +
+                           declarations_beside(ORL_FILE_ORLSHADERS) +
                            "declare shader color \"interface_calls\" (integer \"count\"";
         for (int k = 0; k < 15; ++k)
             text += ", integer \"value_" + std::to_string(k) + "\"";
@@ -203,7 +207,8 @@ bool nothing_allocates(Lamps& lamps) {
     for (const Case& c : lamps.cases())
         counted_samples(lamps, c);
     const long long since = made() - before;
-    std::printf("\nallocations in %d samples of each: %lld (%lld before them)\n", counted_calls, since, before);
+    std::printf("\nallocations in %d samples of each: %lld (%lld before them)\n", counted_calls, since,
+                before);
     return since == 0 && before > 0;
 }
 
