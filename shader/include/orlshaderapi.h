@@ -46,7 +46,9 @@ const char* shader_name(miState* state);
    read at the moment of use, so that connected ones see the current state. The literal also holds where the
    connection gives nothing. */
 template <class T> T eval(miState* state, const T& parameter) {
-    const void* const value = mi_eval(state, const_cast<T*>(&parameter));
+    if (!mi_parameter_is_connected(state->shader, &parameter)) [[likely]]
+        return parameter;
+    const void* const value = mi_phen_eval(state, const_cast<T*>(&parameter));
     return value ? *static_cast<const T*>(value) : parameter;
 }
 
