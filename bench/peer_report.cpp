@@ -52,7 +52,7 @@ bool is_ours(const std::string& name) {
 }
 
 void print_pairs(const Times& times) {
-    std::printf("%-36s %-28s %14s %14s %8s %14s\n", "subject", "peer", "ours [ns]", "peer [ns]", "ratio",
+    std::printf("%-40s %-32s %14s %14s %8s %14s\n", "subject", "peer", "ours [ns]", "peer [ns]", "ratio",
                 "more by [ns]");
     for (const auto& [ours, our_time] : times) {
         if (!is_ours(ours))
@@ -63,7 +63,7 @@ void print_pairs(const Times& times) {
              ++peer) {
             if (is_ours(peer->first))
                 continue;
-            std::printf("%-36s %-28s %14.3f %14.3f %8.3f %14.3f\n", subject.c_str(),
+            std::printf("%-40s %-32s %14.3f %14.3f %8.3f %14.3f\n", subject.c_str(),
                         peer->first.c_str() + group.size(), our_time, peer->second, our_time / peer->second,
                         our_time - peer->second);
         }
