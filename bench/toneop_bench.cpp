@@ -193,7 +193,7 @@ void oiio_rangecompress(benchmark::State& run, int threads, bool luma) {
 }
 
 void opencv_reinhard(benchmark::State& run, int threads) {
-    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_ERROR); // it warns of its own future
+    cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_ERROR); // not of its deprecations
     cv::setNumThreads(threads);
     const cv::Mat in(height, width, CV_32FC3, const_cast<float*>(channels().data()));
     cv::Mat out(height, width, CV_32FC3);
