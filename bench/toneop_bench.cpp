@@ -163,11 +163,13 @@ Operator<orl::ToneOpPseudoParams>& pseudo_operator(bool is_linear) {
     return is_linear ? linear : logarithmic;
 }
 
-Operator<orl::ToneOpPhotoParams>& photo_operator() {
-    static Operator photo(
-        orl::ToneOpPhotoParams{miTRUE, miFALSE, 1500, {1, 1, 1, 1}, 100, 60, 4, 0, 0.25f, 2.2f},
-        orl_ToneOpPhoto_init, orl_ToneOpPhoto);
-    return photo;
+Operator<orl::ToneOpPhotoParams>& photo_operator(bool for_display) {
+    static const auto params = [](float gamma) {
+        return orl::ToneOpPhotoParams{miTRUE, miFALSE, 1500, {1, 1, 1, 1}, 100, 60, 4, 0, 0.25f, gamma};
+    };
+    static Operator linear(params(1), orl_ToneOpPhoto_init, orl_ToneOpPhoto);
+    static Operator display(params(2.2f), orl_ToneOpPhoto_init, orl_ToneOpPhoto);
+    return for_display ? display : linear;
 }
 
 // ---- peers
@@ -205,8 +207,9 @@ void opencv_reinhard(benchmark::State& run, int threads) {
 
 // ---- all of them
 
-constexpr const char* variants[] = {"log, luminance", "log, channels",       "log, inverse",
-                                    "pseudo, linear", "pseudo, logarithmic", "photo"};
+constexpr const char* variants[] = {"log, luminance",  "log, channels",       "log, inverse",
+                                    "pseudo, linear",  "pseudo, logarithmic", "photo, gamma 1",
+                                    "photo, gamma 2.2"};
 
 std::string group(int threads) {
     return threads == 1 ? "tone, one thread/" : "tone, two threads/";
@@ -226,7 +229,8 @@ void add_all(int threads) {
     add_ours(2, log_operator(true), true);
     add_ours(3, pseudo_operator(true));
     add_ours(4, pseudo_operator(false));
-    add_ours(5, photo_operator());
+    add_ours(5, photo_operator(false));
+    add_ours(6, photo_operator(true));
     add(threads, "OpenImageIO pow", [=](benchmark::State& run) { oiio_pow(run, threads); });
     add(threads, "OpenImageIO rangecompress",
         [=](benchmark::State& run) { oiio_rangecompress(run, threads, false); });
