@@ -87,9 +87,12 @@ struct ToneOpPseudoParams {
 struct PseudoMapping {
     const miColor* palette; /* `levels` entries; null when there was no memory: colours stay */
     miInteger levels;
+    miScalar lastLevel; /* levels - 1 */
     miScalar linearFactor;
     miScalar inverseOfLow; /* 1 / (low limit + 1) */
     miScalar logFactor;
+    miScalar
+        logError; /* of places from the estimate of the logarithm; infinite: only the exact one will do */
     miScalar lowLimit, highLimit; /* lux or candela per square metre */
 };
 

@@ -1,4 +1,5 @@
-# Tone operators.
+# Tone operators, and the approximations that they use.
+orl_add_test(numeric_test SOURCES numeric_test.cpp LIBS orlshaders_objects)
 orl_add_test(toneop_test SOURCES toneop_test.cpp LIBS orlshaders_objects test_support)
 orl_add_test(toneopphoto_test SOURCES toneopphoto_test.cpp LIBS orlshaders_objects test_support
     LOADS architectural)
