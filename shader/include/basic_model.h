@@ -29,7 +29,8 @@ template <class P> constexpr auto diffuse(miColor P::*member) {
     return decl::color(member, "diffuse", {0.588f, 0.588f, 0.588f, 1}, "colour in direct light");
 }
 template <class P> constexpr auto specular(miColor P::*member, const char* name = "specular") {
-    return decl::color(member, name, {0.9f, 0.9f, 0.9f, 1}, "colour of highlights, and of reflections");
+    return decl::color(member, name, {0.9f, 0.9f, 0.9f, 1},
+                       "colour of highlights and, but for metals, of reflections");
 }
 template <class P> constexpr auto specular_level(miScalar P::*member, const char* name = "specularLevel") {
     return decl::scalar(member, name, 0, {0, 9.99}, "", "strength of the highlight; 0 for none");
