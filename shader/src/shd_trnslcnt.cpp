@@ -46,19 +46,28 @@ struct Translucent {
 // Shows the lights the other side of the surface while it lives.
 class OtherSide {
 public:
-    explicit OtherSide(miState* state) : state_(state) { turn(); }
-    ~OtherSide() { turn(); }
+    explicit OtherSide(miState* state)
+        : state_(state), normal_(state->normal), normal_geom_(state->normal_geom), dot_nd_(state->dot_nd),
+          inv_normal_(state->inv_normal) {
+        mi_vector_neg(&state->normal);
+        mi_vector_neg(&state->normal_geom);
+        state->dot_nd = -dot_nd_;
+        state->inv_normal = inv_normal_ ? miFALSE : miTRUE;
+    }
+    ~OtherSide() {
+        state_->normal = normal_;
+        state_->normal_geom = normal_geom_;
+        state_->dot_nd = dot_nd_;
+        state_->inv_normal = inv_normal_;
+    }
     OtherSide(const OtherSide&) = delete;
     OtherSide& operator=(const OtherSide&) = delete;
 
 private:
-    void turn() {
-        mi_vector_neg(&state_->normal);
-        mi_vector_neg(&state_->normal_geom);
-        state_->dot_nd = -state_->dot_nd;
-        state_->inv_normal = state_->inv_normal ? miFALSE : miTRUE;
-    }
     miState* state_;
+    miVector normal_, normal_geom_;
+    miScalar dot_nd_;
+    miCBoolean inv_normal_;
 };
 
 // A second walk over the lights, as renderers pass over those behind the surface in the first. Ambient light
