@@ -245,6 +245,35 @@ template <class Params> AttenuationRange attenuation_range(miState* state, const
             eval(state, params->farAttenStart), eval(state, params->farAttenEnd)};
 }
 
+// The distances of a range that is off are not evaluated: shaders would run for nothing.
+template <class Params> miScalar range_attenuation(miState* state, const Params* params, miScalar distance) {
+    AttenuationRange range{};
+    range.useNear = eval(state, params->useNearAtten);
+    if (range.useNear) {
+        range.nearStart = eval(state, params->nearAttenStart);
+        range.nearEnd = eval(state, params->nearAttenEnd);
+    }
+    range.useFar = eval(state, params->useFarAtten);
+    if (range.useFar) {
+        range.farStart = eval(state, params->farAttenStart);
+        range.farEnd = eval(state, params->farAttenEnd);
+    }
+    return nearFarAttenuation(distance, range);
+}
+
+// With the distances that a volume light brings.
+template <class Params>
+miScalar range_attenuation(miState* state, const Params* params, miScalar distance,
+                           const LightAttenuationProbe& probe) {
+    return nearFarAttenuation(distance, {eval(state, params->useNearAtten), probe.nearStart, probe.nearEnd,
+                                         eval(state, params->useFarAtten), probe.farStart, probe.farEnd});
+}
+
+template <class Params> miScalar decay_attenuation(miState* state, const Params* params, miScalar distance) {
+    const miInteger type = eval(state, params->decayType);
+    return type == decay_none ? 1.0f : decay(distance, type, eval(state, params->decayStart));
+}
+
 // The volume light, and whatever samples light where there is no surface.
 bool asks_for_air(const miState* state) {
     if (state->pri != nullptr || state->parent == nullptr)
@@ -303,23 +332,17 @@ LightRay start_in_air(miColor* result, miState* state, const typename Rules::Par
                       LightAttenuationProbe* probe) {
     *result = {1, 1, 1, 0};
     LightRay ray{};
-    AttenuationRange range = attenuation_range(state, params);
     miVector at;
     if (probe != nullptr && probe->point != nullptr)
         at = *probe->point;
     else
         mi_point_to_light(state, &at, &state->point);
-    if (probe != nullptr) {
-        range.nearStart = probe->nearStart;
-        range.nearEnd = probe->nearEnd;
-        range.farStart = probe->farStart;
-        range.farEnd = probe->farEnd;
-    }
     ray.point = lit_point<Rules>(at);
     ray.distance = Rules::probe_distance == ProbeDistance::along_axis ? -at.z : mi_vector_norm(&at);
-    ray.attenuation = nearFarAttenuation(ray.distance, range);
     if (probe != nullptr)
-        probe->attenuation = ray.attenuation;
+        probe->attenuation = ray.attenuation = range_attenuation(state, params, ray.distance, *probe);
+    else
+        ray.attenuation = range_attenuation(state, params, ray.distance);
     return ray;
 }
 
@@ -394,7 +417,7 @@ void cast_shadow(miColor* result, miState* state, const typename Rules::Params* 
 template <class Rules>
 miBoolean finish(miColor* result, miState* state, const typename Rules::Params* params,
                  const LightInstanceData& data, LightRay& ray) {
-    ray.attenuation *= decay(ray.distance, eval(state, params->decayType), eval(state, params->decayStart));
+    ray.attenuation *= decay_attenuation(state, params, ray.distance);
     if (ray.attenuation == 0.0f)
         return miFALSE;
     const BeamShare beam = Rules::share(data, ray.point);
@@ -431,7 +454,7 @@ miBoolean shade_light_ray(miColor* result, miState* state, const typename Rules:
             return miFALSE;
         if (data.isBlack)
             return miTRUE;
-        ray.attenuation = nearFarAttenuation(ray.distance, attenuation_range(state, params));
+        ray.attenuation = range_attenuation(state, params, ray.distance);
     }
     return finish<Rules>(result, state, params, data, ray);
 }

@@ -108,7 +108,12 @@ TEST_F(Lights, ColourShapeAndDistance) {
     expect_all(WITH(l->color = {1, 0.5f, 0.25f, 7}; l->multiplier = 2), {2, 1, 1, 0});
     energy(grey(1));
     // at 5 of 20, t = 3/4: 1.5 * 9 / 16
-    expect_all(WITH(l->useFarAtten = miTRUE; l->farAttenEnd = 20), grey(0.84375f));
+    bool asked = false; // for distances that do not count
+    const auto ask = [&](auto*) { return asked = true; };
+    expect_all(WITH(l->useFarAtten = miTRUE; l->farAttenEnd = 20; l.connect(l->nearAttenEnd, ask);
+                    l.connect(l->decayStart, ask)),
+               grey(0.84375f));
+    EXPECT_FALSE(asked);
     expect_all(WITH(l->decayType = 2; l->decayStart = 2.5f), grey(0.25f));
     expect_all(WITH(l->decayType = 1), dark);
     expect_all(WITH(l->on = 0), dark);
