@@ -227,7 +227,7 @@ constexpr auto shadow_fields = std::tuple(
     decl::boolean(&Params::shadowOn, "shadowOn", false, "cast shadows"),
     decl::color(&Params::shadowColor, "shadowColor", {0, 0, 0, 1}, "colour of the shadows"),
     decl::scalar(&Params::shadowDensity, "shadowDensity", 1, decl::any, "",
-                 "weight of the shadows; negative: they add to the light"),
+                 "weight of the shadows; negative: their colour is taken from the light"),
     decl::boolean(&Params::lightAffectsShadowColor, "lightAffectsShadowColor", false,
                   "mix the light's colour into that of the shadows"),
     decl::boolean(&Params::shadowMapOn, "shadowMapOn", false, "take the colour of the shadows from the map"),
