@@ -210,7 +210,8 @@ struct LightAttenuationProbe {
     miScalar attenuation; /* the light's answer */
     miScalar nearStart, nearEnd, farStart, farEnd;
     const miVector* point; /* light space */
-    void* spare;
+    miScalar decayStart;   /* in place of the light's own, where the next field is set */
+    miInteger hasDecayStart;
 };
 
 /* What a light tells the illumination loop. */
