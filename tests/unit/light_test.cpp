@@ -59,6 +59,8 @@ TEST(LightMathematics, CosinesShadowsAndTheCube) {
         expect_color(blendShadow(light, grey(filter), shadow, density, false), grey(plain, 0.3f));
         expect_color(blendShadow(light, grey(filter), shadow, density, true), grey(affected, 0.3f));
     }
+    const miColor bright = blendShadow(grey(infinite), grey(0.25f), grey(0.5f), 2, false); // 1.5 * 0.5
+    expect_color(bright, grey(0.75f));
     // point, (p / w + 1) / 2, (q / w + 1) / 2 of its face; the last two are on edges and go to +y and +z
     const float faces[][5] = {{4, 2, 1, 0.375f, 0.25f},  {-4, 2, 1, 0.625f, 0.25f}, {1, 4, 2, 0.375f, 0.25f},
                               {1, -4, 2, 0.375f, 0.75f}, {1, 2, 4, 0.625f, 0.25f},  {1, 2, -4, 0.375f, 0.25f},
@@ -83,7 +85,7 @@ protected:
     void energy(const miColor& color) { renderer.answer(miQ_LIGHT_ENERGY, lamp, color); }
     void place(const miVector& point) {
         state.set_hit({0, 0, 0}, point, {0, 0, 1}).set_parent(asker, miRAY_LIGHT);
-        state->pri = this, state->dot_nd = 0.5f, state->volume = fog;
+        state->pri = this, state->dot_nd = 0.5f;
     }
     template <class Params, class Setup>
     miColor shade(const Kind<Params>& kind, Setup setup, const VolumeLightRequest* request = nullptr) {
@@ -95,6 +97,7 @@ protected:
             shader->hotspot = 60, shader->falloff = 90, shader->circular = miTRUE, shader->aspect = 1;
         setup(shader);
         shader.start();
+        state->volume = fog;
         record = *static_cast<LightInstanceData*>(shader.user_pointer());
         call = [&](miColor* color, miState* at) { return kind.call(color, at, &shader.params(), nullptr); };
         miColor color = grey(9, 9);
@@ -135,12 +138,11 @@ TEST_F(Lights, ColourShapeAndDistance) {
 
     place({0, 0, -5});
     stage::fail_allocations_after(0); // no shape, no light
-    for (const auto type : {miRAY_LIGHT, miPHOTON_LIGHT}) {
+    for (const auto type : {miPHOTON_LIGHT, miRAY_LIGHT}) {
         state->type = type;
         expect_color(shade(spot, WITH()), dark);
     }
     stage::fail_allocations_after(-1);
-    state->type = miRAY_LIGHT;
     const std::vector<miBoolean> excluded{1, 0, 1, 0, 1}; // the list is the middle of it
     const auto exclude =
         WITH(auto& [i, n, list] = l->excludeList; l.set_array(i, n, list, excluded); ++i; n = 3);
@@ -181,7 +183,7 @@ TEST_F(Lights, TellMaterialsHowTheyAreToBeUsed) {
            0.75f, {1, 0, 0, 1}, {1, 0, 0});
     const miColor alone = shade(standby, WITH());
     expect(alone, 0.5f, {1, 0, 0, 3}, {1, 1, 0});
-    EXPECT_TRUE(alone.a == 1.0f && std::exchange(state->volume, fog) == miNULLTAG);
+    EXPECT_TRUE(alone.a == 1.0f && state->volume == miNULLTAG);
     state->dot_nd = -0.5f;
     expect_all(WITH(), dark);
     expect_color(shade(standby, WITH()), dark);
@@ -202,8 +204,8 @@ TEST_F(Lights, TellMaterialsHowTheyAreToBeUsed) {
     *flags.get() = {9, 9, 9};
     expect_color(shade(omni, WITH()), grey(1)); // nobody asks about surfaces
     EXPECT_EQ(flags.get()->specular, 1.0f);
-    const ScopedRecord probe(state, keys::attenuation_probe, {}); // nor, for air, about materials
-    expect_color(shade(omni, WITH(l->affectSpecular = 0)), grey(1));
+    const ScopedRecord probe(state, keys::attenuation_probe, {});
+    expect_color(shade(omni, WITH(l->affectSpecular = 0)), grey(1)); // nor, for the air, about materials
     EXPECT_EQ(flags.get()->specular, 1.0f);
 }
 
@@ -218,6 +220,7 @@ TEST_F(Lights, ShadowsAndMaps) {
     });
     renderer.mi_trace_shadow = [&](miColor* light, miState*) {
         expect_color(std::exchange(*light, {0.5f, 1, 0, 0}), grey(1));
+        coordinate.z = 1; // marks that the look-up came first
         return passes;
     };
     const auto shadow = WITH(l->shadowOn = miTRUE; l->shadowColor = {0, 0.4f, 0.2f, 1}; l->shadowDensity = 1;
@@ -226,12 +229,11 @@ TEST_F(Lights, ShadowsAndMaps) {
     for (const bool shadows : {false, true}) {
         const auto setup = WITH(shadow(l); l->shadowOn = shadows; l->atmosphereShadowsOn = !shadows);
         expect_all(setup, shadows ? miColor{0.5f, 1, 0.2f, 0} : grey(1));
-        EXPECT_EQ(std::exchange(state->volume, fog), miNULLTAG);
         shade(omni, setup);
+        EXPECT_EQ(state->volume, miNULLTAG);
         EXPECT_EQ(record.omni.needsPoint, shadows);
     }
     EXPECT_EQ(record.omni.operations, &omni_shape_operations);
-    state->volume = fog;
     passes = miFALSE;
     expect_all(WITH(shadow(l); l->atmosphereShadowsOn = miTRUE), {0, 0.4f, 0.2f, 0.2f});
     EXPECT_EQ(state->volume, fog);
@@ -249,7 +251,7 @@ TEST_F(Lights, ShadowsAndMaps) {
         for (const miColor& color : {shade(kind, projected), shade(kind, mapped)})
             expect_color(color, {0.5f, 0.25f, 2, 0});
         EXPECT_LT(std::fabs(coordinate.x - u) + std::fabs(coordinate.y - v), 1e-6f);
-        EXPECT_TRUE(direction.y == 2.0f && state->tex.x == tex.x && state->dir.y == dir.y);
+        EXPECT_TRUE(direction.y == 2 && coordinate.z == 1 && state->tex.x == tex.x && state->dir.y == dir.y);
     };
     expect_at(omni, 0.375f, 0.25f);        // 1 / -4 and 2 / -4
     expect_at(spot, 0.625f, 0.75f);        // the same mirrored
@@ -300,13 +302,11 @@ TEST_F(Lights, AnswerVolumeLights) {
     miColor answer{};
     miScalar attenuation = 0;
     const VolumeLightRequest request{lamp, 0.5f, 1.5f, 1, &point, &answer, &attenuation};
+    state->type = miRAY_EYE;
     const auto expect = [&](const auto& kind, float color, float ranges) {
-        for (const float density :
-             {0.0f, 1.0f, -1.0f}) { // no shadow, all of its colour, taken from the light
-            state->type = miRAY_EYE;
-            const miColor returned = shade(
-                kind, WITH(stretched(l); l->shadowOn = density != 0; l->shadowDensity = density), &request);
-            expect_color(returned, grey(1, 1));
+        for (const float density : {0.0f, 1.0f, -1.0f}) { // no shadow, nothing else, taken from the light
+            const auto setup = WITH(stretched(l); l->shadowOn = density != 0; l->shadowDensity = density);
+            expect_color(shade(kind, setup, &request), grey(1, 1));
             expect_color(answer, grey(density > 0 ? 0.4f : color + 0.4f * density));
             EXPECT_NEAR(attenuation, ranges, 1e-6f);
         }
