@@ -43,11 +43,11 @@ struct LightConeShape {
     miBoolean smooth;                                        /* spot: hotspot and falloff are apart */
     miScalar cosDifference;                                  /* spot: cosHalfHotspot - cosLimit */
     miScalar fieldAngle, projectionScale;
-    miVector2d extent;       /* spot: half of the width and height of its circle or rectangle at z = -1 */
-    miScalar depth;          /* round spot: 1 - cos of half the falloff */
-    miScalar sineHalfHeight; /* rectangular spot: of the angle that half the height fills */
-    miScalar halfArc; /* likewise: half the arc that a quarter of the rectangle fills, see light_photons */
-    miScalar falloffSquared; /* beam */
+    miVector2d extent;          /* spot: half of the width and height of its circle or rectangle at z = -1 */
+    miScalar depth;             /* round spot: 1 - cos of half the falloff */
+    miScalar sineHalfHeight;    /* rectangular spot: of the angle that half the height fills */
+    miScalar quarterSolidAngle; /* likewise: of the rectangle, seen from the light */
+    miScalar falloffSquared;    /* beam */
 };
 
 enum LightConeKind { light_cone_spot = 0, light_cone_beam = 1, light_cone_kinds };

@@ -173,7 +173,7 @@ void measure(LightConeShape* cone) {
     // From the sine, so that narrow cones keep their digits.
     cone->depth = cone->sinHalfFalloff * cone->sinHalfFalloff / (1.0f + cone->cosLimit);
     cone->sineHalfHeight = v / std::sqrt(1.0f + v * v);
-    cone->halfArc = numeric::asin(u / std::sqrt(1.0f + u * u) * cone->sineHalfHeight);
+    cone->quarterSolidAngle = numeric::asin(u / std::sqrt(1.0f + u * u) * cone->sineHalfHeight);
 }
 
 LightConeShape* make_spot(miScalar hotspot, miScalar falloff, miBoolean overshoot, miBoolean circular,

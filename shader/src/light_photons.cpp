@@ -31,7 +31,7 @@ miVector in_cone(const LightConeShape& cone, miScalar u, miScalar v) {
 // whose middle is the axis the angles fold up to the half arc w and the sine of the direction in x.
 miVector in_pyramid(const LightConeShape& cone, miScalar u, miScalar v) {
     const auto [half_width, half_height] = cone.extent;
-    const miScalar w = cone.halfArc * (2.0f * u - 1.0f);
+    const miScalar w = cone.quarterSolidAngle * (2.0f * u - 1.0f);
     const miScalar sine = numeric::sin(w) / cone.sineHalfHeight;
     const miScalar x =
         std::clamp(sine / std::sqrt(std::max(1.0f - sine * sine, 1e-12f)), -half_width, half_width);
