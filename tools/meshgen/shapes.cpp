@@ -103,8 +103,9 @@ Mesh lathe(const std::vector<double>& profile, std::uint32_t columns) {
         const double rise = profile[2 * above + 1] - profile[2 * below + 1];
         const double around = 2 * pi * u, radius = profile[2 * i];
         const double c = exact(std::cos(around)), s = u == 1 ? 0 : exact(std::sin(around));
-        return Vertex{
-            {radius * c, radius * s, profile[2 * i + 1]}, normalized({rise * c, rise * s, -widening}), {u, v, 0}};
+        return Vertex{{radius * c, radius * s, profile[2 * i + 1]},
+                      normalized({rise * c, rise * s, -widening}),
+                      {u, v, 0}};
     });
 }
 
