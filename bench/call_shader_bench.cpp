@@ -1,5 +1,6 @@
 // What a shader call costs: an empty shader through mi_call_shader_x beside a plain call of the same function
 // through a pointer. Calls stand on every sample's path, so none of them may allocate.
+#include "allocation_count.h"
 #include "mi/parser.h"
 #include "peer_report.h"
 #include "render/renderer.h"
@@ -8,42 +9,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <new>
 #include <optional>
-
-namespace {
-
-std::size_t allocations = 0; // of this program and the stage; the functions below stay out of line so that
-                             // the compiler does not take malloc and delete for a mismatched pair
-
-} // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* memory = std::malloc(size ? size : 1))
-        return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
-    ++allocations;
-    const auto unit = static_cast<std::size_t>(alignment);
-    if (void* memory = std::aligned_alloc(unit, (size + unit - 1) / unit * unit))
-        return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -111,10 +77,10 @@ int main(int argc, char** argv) {
     const int code = bench::run_beside_peers(argc, argv);
     Caller& caller = Caller::get();
     caller.call(); // the first call of an instance may allocate
-    const std::size_t before = allocations;
+    const std::size_t before = bench::allocations();
     for (int k = 0; k < 100000; ++k)
         caller.call();
-    const std::size_t made = allocations - before;
+    const std::size_t made = bench::allocations() - before;
     std::printf("\nallocations in 100000 calls: %zu (%zu before them)\n", made, before);
     return made == 0 && before > 0 ? code : 1;
 }

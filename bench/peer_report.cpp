@@ -19,6 +19,13 @@ Times& results() {
     return times;
 }
 
+double nanoseconds(const benchmark::BenchmarkReporter::Run& run) {
+    const auto items = run.counters.find("items_per_second");
+    if (items != run.counters.end())
+        return 1e9 / items->second.value;
+    return run.real_accumulated_time / static_cast<double>(run.iterations) * 1e9;
+}
+
 // Keeps the fastest repetition of each benchmark.
 class FastestReporter : public benchmark::BenchmarkReporter {
 public:
@@ -32,7 +39,7 @@ public:
                 std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
                 continue;
             }
-            const double time = run.real_accumulated_time / static_cast<double>(run.iterations) * 1e9;
+            const double time = nanoseconds(run);
             const auto [entry, added] = results().try_emplace(run.run_name.function_name, time);
             if (!added)
                 entry->second = std::min(entry->second, time);
@@ -40,17 +47,26 @@ public:
     }
 };
 
+bool is_ours(const std::string& name) {
+    return name.find("/ours") != std::string::npos;
+}
+
 void print_pairs(const Times& times) {
-    std::printf("%-36s %-28s %14s %14s %8s %14s\n", "subject", "peer", "ours [ns]", "peer [ns]", "ratio",
+    std::printf("%-40s %-32s %14s %14s %8s %14s\n", "subject", "peer", "ours [ns]", "peer [ns]", "ratio",
                 "more by [ns]");
-    for (const auto& [name, time] : times) {
-        const std::size_t slash = name.rfind('/');
-        const std::string subject = name.substr(0, slash);
-        const auto ours = times.find(subject + "/ours");
-        if (ours == times.end() || name == ours->first)
+    for (const auto& [ours, our_time] : times) {
+        if (!is_ours(ours))
             continue;
-        std::printf("%-36s %-28s %14.3f %14.3f %8.3f %14.3f\n", subject.c_str(), name.c_str() + slash + 1,
-                    ours->second, time, ours->second / time, ours->second - time);
+        const std::string group = ours.substr(0, ours.find('/') + 1);
+        const std::string subject = ours.substr(0, group.size() - 1) + ours.substr(group.size() + 4);
+        for (auto peer = times.lower_bound(group); peer != times.end() && peer->first.starts_with(group);
+             ++peer) {
+            if (is_ours(peer->first))
+                continue;
+            std::printf("%-40s %-32s %14.3f %14.3f %8.3f %14.3f\n", subject.c_str(),
+                        peer->first.c_str() + group.size(), our_time, peer->second, our_time / peer->second,
+                        our_time - peer->second);
+        }
     }
 }
 

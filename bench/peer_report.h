@@ -2,8 +2,11 @@
 // is how a case compares with its peer in the same run.
 //
 // A pair of benchmarks is named "SUBJECT/ours" and "SUBJECT/PEER"; every other name beside an "ours" is a
-// peer of it. Runs are repeated and interleaved at random, and the fastest of each counts: noise only ever
-// adds time.
+// peer of it. Several may stand beside the same peers: "SUBJECT/ours, VARIANT". Runs are repeated and
+// interleaved at random, and the fastest of each counts: noise only ever adds time.
+//
+// Times are those of an iteration, or of an item where a benchmark says how many it processes; such a
+// benchmark uses real time.
 #pragma once
 
 namespace bench {

@@ -16,7 +16,6 @@
 #include <atomic>
 #include <cmath>
 #include <new>
-#include <optional>
 #include <type_traits>
 
 namespace orl {
@@ -47,7 +46,9 @@ const char* shader_name(miState* state);
    read at the moment of use, so that connected ones see the current state. The literal also holds where the
    connection gives nothing. */
 template <class T> T eval(miState* state, const T& parameter) {
-    const void* const value = mi_eval(state, const_cast<T*>(&parameter));
+    if (!mi_parameter_is_connected(state->shader, &parameter)) [[likely]]
+        return parameter;
+    const void* const value = mi_phen_eval(state, const_cast<T*>(&parameter));
     return value ? *static_cast<const T*>(value) : parameter;
 }
 
@@ -209,7 +210,8 @@ struct LightAttenuationProbe {
     miScalar attenuation; /* the light's answer */
     miScalar nearStart, nearEnd, farStart, farEnd;
     const miVector* point; /* light space */
-    void* spare;
+    miScalar decayStart;   /* in place of the light's own, where the next field is set */
+    miInteger hasDecayStart;
 };
 
 /* What a light tells the illumination loop. */
@@ -317,21 +319,14 @@ template <class Record> Record* find_record(miState* state, const StateKey<Recor
                                                                          : nullptr;
 }
 
-/* Keeps a record under a key while it lives: made before a shader is called, gone after. A record that was
-   there before, of a shader further out, is hidden meanwhile and put back. */
+/* Keeps a record under a key while it lives: made before a shader is called, gone after. Deliberate: a record
+   of a shader further out does not come back; who needs one for several calls sets it anew for each. */
 template <class Record> class ScopedRecord {
 public:
     ScopedRecord(miState* state, const StateKey<Record>& key, Record value) : state_(state), key_(key) {
-        if (const Record* const outer = get())
-            outer_ = *outer;
         mi_shaderstate_set(state_, key_.name, &value, sizeof value, key_.lifetime);
     }
-    ~ScopedRecord() {
-        if (outer_)
-            mi_shaderstate_set(state_, key_.name, &*outer_, sizeof *outer_, key_.lifetime);
-        else
-            mi_shaderstate_set(state_, key_.name, nullptr, 0, key_.lifetime);
-    }
+    ~ScopedRecord() { mi_shaderstate_set(state_, key_.name, nullptr, 0, key_.lifetime); }
     ScopedRecord(const ScopedRecord&) = delete;
     ScopedRecord& operator=(const ScopedRecord&) = delete;
 
@@ -340,8 +335,7 @@ public:
 
 private:
     miState* state_;
-    StateKey<Record> key_;
-    std::optional<Record> outer_;
+    const StateKey<Record>& key_;
 };
 
 // ---- checks

@@ -26,8 +26,6 @@ struct PseudoInstance {
     miBoolean processBackground;
 };
 
-constexpr miScalar inverse_pi = 0.31830987f;
-
 } // namespace
 
 // ---- what all operators share
@@ -238,11 +236,46 @@ miInteger pseudo_levels(miInteger parameter) {
     return parameter < most ? parameter : most;
 }
 
+namespace {
+
+// Values lie between the limits, so that these tell whether all their ratios to the lower one can be
+// estimated.
+miScalar estimate_error(const PseudoMapping& m) {
+    const bool rises_from_one = -1.0f < m.lowLimit && m.lowLimit < m.highLimit;
+    return rises_from_one && (m.highLimit + 1.0f) * m.inverseOfLow < 1e38f
+               ? numeric::log10_estimate_error * (m.logFactor + static_cast<miScalar>(m.levels))
+               : std::numeric_limits<miScalar>::infinity();
+}
+
+// Place on the scale to level. What is not a number counts as the first.
+miInteger level_at(const PseudoMapping& m, miScalar place) {
+    const miScalar at_most_last = m.lastLevel < place ? m.lastLevel : place;
+    return at_most_last > 0.0f ? static_cast<miInteger>(at_most_last) : 0;
+}
+
+[[gnu::noinline]] miInteger exact_log_level(const PseudoMapping& m, miScalar ratio) {
+    return level_at(m, numeric::log10(ratio) * m.logFactor);
+}
+
+// Few values lie so close to a step of the scale that it takes the exact logarithm to tell their level. Where
+// places can be estimated, none lies below the first by more than the error.
+miInteger log_level(const PseudoMapping& m, miScalar ratio) {
+    if (!(m.logError < 1.0f))
+        return exact_log_level(m, ratio);
+    const miScalar place = numeric::log10_estimate(ratio) * m.logFactor;
+    const miScalar highest = place + m.logError;
+    const auto level = static_cast<miInteger>(m.lastLevel < highest ? m.lastLevel : highest);
+    return level == static_cast<miInteger>(place - m.logError) ? level : exact_log_level(m, ratio);
+}
+
+} // namespace
+
 PseudoMapping pseudo_mapping(const ToneOpPseudoParams& values) {
     constexpr miScalar lux_per_foot_candle = 10.76391f;
     PseudoMapping mapping{};
     const miScalar unit = values.footCandles ? lux_per_foot_candle : 1.0f;
     mapping.levels = pseudo_levels(values.levels);
+    mapping.lastLevel = static_cast<miScalar>(mapping.levels - 1); // exact, see pseudo_levels
     mapping.lowLimit = values.lowLimit * unit;
     mapping.highLimit = values.highLimit * unit;
     const auto levels = static_cast<miScalar>(mapping.levels);
@@ -251,6 +284,7 @@ PseudoMapping pseudo_mapping(const ToneOpPseudoParams& values) {
     mapping.linearFactor = rises ? levels / (mapping.highLimit - mapping.lowLimit) : levels;
     mapping.logFactor =
         rises ? levels / numeric::log10((mapping.highLimit + 1.0f) / (mapping.lowLimit + 1.0f)) : levels;
+    mapping.logError = estimate_error(mapping);
     return mapping;
 }
 
@@ -258,11 +292,8 @@ miInteger pseudo_level(const PseudoMapping& m, bool linear, miScalar value) {
     // In this order, so that limits that are the wrong way round give the high one.
     const miScalar at_least_low = value > m.lowLimit ? value : m.lowLimit;
     const miScalar v = at_least_low < m.highLimit ? at_least_low : m.highLimit;
-    const miScalar place = linear ? (v - m.lowLimit) * m.linearFactor
-                                  : numeric::log10((v + 1.0f) * m.inverseOfLow) * m.logFactor;
-    if (place >= static_cast<miScalar>(m.levels))
-        return m.levels - 1;
-    return place > 0.0f ? static_cast<miInteger>(place) : 0;
+    return linear ? level_at(m, (v - m.lowLimit) * m.linearFactor)
+                  : log_level(m, (v + 1.0f) * m.inverseOfLow);
 }
 
 namespace {
@@ -299,7 +330,7 @@ ToneOpPseudoParams values_of(miState* state, const ToneOpPseudoParams& params) {
     return {
         eval(state, params.lowLimit), eval(state, params.highLimit),
         eval(state, params.quantity), eval(state, params.greyScale),
-        eval(state, params.scale),    params.unused,
+        eval(state, params.scale),    0,
         eval(state, params.linear),   eval(state, params.footCandles),
         eval(state, params.enabled),  eval(state, params.processBackground),
         eval(state, params.levels),
@@ -309,7 +340,7 @@ ToneOpPseudoParams values_of(miState* state, const ToneOpPseudoParams& params) {
 const miColor* make_palette(miInteger levels, bool grey) {
     const auto size = static_cast<std::size_t>(levels) * sizeof(miColor);
     auto* const palette =
-        static_cast<miColor*>(mi_mem_int_test_allocate("orl_toneop", __LINE__, static_cast<int>(size)));
+        static_cast<miColor*>(mi_mem_int_test_allocate("orl_toneop", __LINE__, static_cast<miUint>(size)));
     for (miInteger i = 0; palette != nullptr && i < levels; ++i)
         palette[i] = grey ? pseudo_grey(i, levels) : pseudo_color(i, levels);
     return palette;
@@ -361,6 +392,9 @@ ORL_EXPORT void orl_ToneOpPseudo_init(miState* state, const ToneOpPseudoParams* 
     const ToneOpPseudoParams values = values_of(state, *params);
     data->mapping = pseudo_mapping(values);
     data->mapping.palette = make_palette(data->mapping.levels, values.greyScale);
+    if (data->mapping.palette == nullptr)
+        mi_error("\"%s\": no memory for %d levels, colours stay as they are", shader_name(state),
+                 data->mapping.levels);
     data->scale = values.scale;
     data->luminance = values.quantity == pseudo_luminance;
     data->linear = values.linear;
