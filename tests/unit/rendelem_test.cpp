@@ -255,17 +255,17 @@ TEST_F(RenderElements, EachKindGetsItsPass) {
 TEST_F(RenderElements, FinalPhaseAtmosphereAndFallback) {
     state.camera.volume = renderer.add_shader(
         [](void* color, miState*, void*) { return static_cast<miColor*>(color)->r += 0.25f, miTRUE; });
-    const miColor own{0.5f, 0, 0, 0}, far{0, 5, 0, 0};
+    const miColor own{0.5f, 0, 0, 0}, distant{0, 5, 0, 0};
     start({{element(own), element(own, tenfold), element(black, tenfold), element(own, fails)},
            {},
            {0, 1, 0, 1},
            {0, 1, 0, 1}},
           false);
     EXPECT_EQ(shade([](miState* at) { return surface(at, black) && false; }, miFALSE),
-              (Written{{0, own}, {1, {7.5f, 5, 0, 0}}, {2, far}, {3, {0.25f, 0, 0, 0}}}));
+              (Written{{0, own}, {1, {7.5f, 5, 0, 0}}, {2, distant}, {3, {0.25f, 0, 0, 0}}}));
     EXPECT_EQ(result, own) << "in place of the beauty";
     (*lens)->renderBeauty = miTRUE;
-    EXPECT_EQ(shade(nothing), (Written{{0, black}, {1, picture}, {2, far}, {3, picture}}));
+    EXPECT_EQ(shade(nothing), (Written{{0, black}, {1, picture}, {2, distant}, {3, picture}}));
 }
 
 TEST_F(RenderElements, AreFedAlongTransparentEyeRays) {
@@ -375,11 +375,13 @@ TEST_F(StdElements, FinalPhase) {
     EXPECT_EQ(finish(element_type_count, {}), gathered) << "no such type writes";
     EXPECT_EQ(finish(element_z_depth, gathered), gathered) << "the ray hit nothing";
     element->nearDepth = 10, element->farDepth = 30;
-    const std::pair<float, float> depths[] = {{20, 0.5f}, {25, 0.25f}, {7, 1}, {31, 0}, {10, 1}, {30, 0}};
+    const std::pair<float, float> depths[] = {{5, 1},  {20, 0.5f}, {25, 0.25f}, {7, 1},
+                                              {31, 0}, {10, 1},    {30, 0}};
     for (const auto& [distance, grey] : depths)
         EXPECT_EQ(finish(element_z_depth, {}, distance), (miColor{grey, grey, grey, 0}));
     orl_StdRenderElements_exit(state, &element.params());
-    EXPECT_TRUE(element->nearestDepth == 7 && element->farthestDepth == 31);
+    EXPECT_EQ(element->nearestDepth, 7) << "5 was a new largest";
+    EXPECT_EQ(element->farthestDepth, 31);
 }
 
 } // namespace
