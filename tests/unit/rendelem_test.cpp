@@ -61,19 +61,16 @@ TEST_F(LightLoop, WalksTheLightsOfTheNode) {
     const ScopedRecord outer(state, keys::light_shaping, {7, 7, 7, 7});
     EXPECT_EQ(visited(), (std::vector{a, b, c})) << "without node record";
     EXPECT_EQ(outer.get()->valid, 7) << "the loop around this one goes on";
-    const struct {
-        NodeRecord node;
-        miBoolean all;
-        miInteger count;
-        std::vector<miTag> expected;
-    } cases[] = {{{{}, {}}, 0, 0, {}},
-                 {{{}, {miNULLTAG, c, a}}, 0, 3, {c, a}},
-                 {{{}, {group, a}}, 0, 2, {b, c, a}},
-                 {{{}, {c}}, 1, 1, {c, a, b, c}}};
-    for (auto [record, all, count, expected] : cases) {
+    const std::tuple<bool, std::vector<miTag>, std::vector<miTag>> cases[] = {{false, {}, {}},
+                                                                              {false, {0, c, a}, {c, a}},
+                                                                              {false, {group, a}, {b, c, a}},
+                                                                              {true, {c}, {c, a, b, c}}};
+    for (const auto& [all, list, expected] : cases) {
+        NodeRecord record{};
         record.node.all_lights = all;
         record.node.lights.first = 2; // behind `elements` and `all_lights`
-        record.node.lights.count = count;
+        record.node.lights.count = static_cast<miInteger>(list.size());
+        std::copy(list.begin(), list.end(), record.lights);
         set_node(record);
         EXPECT_EQ(visited(), expected);
     }
@@ -88,37 +85,32 @@ TEST_F(LightLoop, WalksTheLightsOfTheNode) {
 TEST_F(LightLoop, AddsUpIlluminanceAndTellsShadow) {
     // Alone, with the cosine: (0.5 (1.5, 3, 6) + 0.25 (4.5, 0, 0)) / 3 = (0.625, 0.5, 1), the last one being
     // behind. Shaped to 0.5: 0.5 (15, 12, 15) / 3. Unlit: an average of 0.7083 times 0.007 is below 0.005.
-    const struct {
-        std::optional<orl_LightShapingRecord> answer;
-        miBoolean diffuse, ambient;
-        int shadow;
-        float brightness, left;
-        miColor expected; // on top of 10
-        float ratio;
-    } cases[] = {{{}, 1, 0, 0, 1, 0.25f, {10.625f, 10.5f, 11, 1}, 1},
-                 {{}, 1, 0, 1, 1, 0.25f, {10.15625f, 10.125f, 10.25f, 1}, 0.25f},
-                 {{}, 1, 0, 's', 1, 2, {11.25f, 11, 12, 1}, 0.5f}, // brighter with shadows
-                 {{}, 0, 1, 1, 1, -1, {10, 10, 10, 1}, 0},
-                 {{}, 1, 0, 1, 0.007f, 0, {10, 10, 10, 1}, 1}, // hardly lit
-                 {{}, 1, 0, 1, 0.0072f, 0, {10, 10, 10, 1}, 0},
-                 {{{1, 0.5f, 0, 1}}, 1, 0, 0, 1, 1, {12.5f, 12, 12.5f, 1}, 1},
-                 {{{1, 0.5f, 0, 2}}, 1, 1, 0, 1, 1, {10, 10, 10, 1}, 1}, // highlights only
-                 {{{1, 0.5f, 1, 0}}, 0, 1, 0, 1, 1, {15, 14, 15, 1}, 1}, // ambient only
-                 {{{1, 0.5f, 1, 3}}, 1, 0, 0, 1, 1, {10, 10, 10, 1}, 1}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(&row - cases);
-        const float c = row.brightness;
+    using Answer = std::optional<orl_LightShapingRecord>;
+    const std::tuple<Answer, int, int, int, float, float, miColor, float> cases[] = {
+        // clang-format off
+        {{}, 1, 0, 0, 1, 0.25f, {10.625f, 10.5f, 11, 1}, 1},
+        {{}, 1, 0, 1, 1, 0.25f, {10.15625f, 10.125f, 10.25f, 1}, 0.25f},
+        {{}, 1, 0, 's', 1, 2, {11.25f, 11, 12, 1}, 0.5f}, // brighter with shadows
+        {{}, 0, 1, 1, 1, -1, {10, 10, 10, 1}, 0},
+        {{}, 1, 0, 1, 0.007f, 0, {10, 10, 10, 1}, 1}, {{}, 1, 0, 1, 0.0072f, 0, {10, 10, 10, 1}, 0},
+        // highlights only, ambient only
+        {{{1, 0.5f, 0, 1}}, 1, 0, 0, 1, 1, {12.5f, 12, 12.5f, 1}, 1},
+        {{{1, 0.5f, 0, 2}}, 1, 1, 0, 1, 1, {10, 10, 10, 1}, 1},
+        {{{1, 0.5f, 1, 0}}, 0, 1, 0, 1, 1, {15, 14, 15, 1}, 1},
+        {{{1, 0.5f, 1, 3}}, 1, 0, 0, 1, 1, {10, 10, 10, 1}, 1}};
+    // clang-format on
+    for (const auto& [told, diffuse, ambient, shadow, c, left, expected, ratio] : cases) {
         renderer.lights = {renderer.add_light({{{1.5f * c, 3 * c, 6 * c, 1}, {}, 0.5f},
                                                {{4.5f * c, 0, 0, 1}, {}, 0.25f},
                                                {{9 * c, 9 * c, 9 * c, 1}, {}, -1}})};
-        answer = row.answer;
-        left_by_shadow = row.left;
-        state.options.shadow = row.shadow;
-        orl_Illuminance sum{{10, 10, 10, 0}, row.diffuse, row.ambient};
+        answer = told;
+        left_by_shadow = left;
+        state.options.shadow = shadow;
+        orl_Illuminance sum{{10, 10, 10, 0}, diffuse, ambient}; // expected is on top of 10
         ComputeIlluminance(state, &sum);
-        EXPECT_EQ(sum.color, row.expected);
-        EXPECT_FLOAT_EQ(IllumShadow(state), row.ratio);
-        EXPECT_TRUE(state->options == &state.options && state.options.shadow == row.shadow);
+        EXPECT_EQ(sum.color, expected);
+        EXPECT_FLOAT_EQ(IllumShadow(state), ratio) << c;
+        EXPECT_TRUE(state->options == &state.options && state.options.shadow == shadow);
     }
 }
 
@@ -127,7 +119,7 @@ TEST_F(LightLoop, AddsUpIlluminanceAndTellsShadow) {
 // Parameters for each element; 0 behind the end of an array.
 struct Lists {
     std::vector<miTag> shader;
-    std::vector<miBoolean> without_shadows{}, atmosphere{}, fallback{}, enabled{1, 1, 1, 1, 1};
+    std::vector<miBoolean> without_shadows{}, atmosphere{}, fallback{}, enabled{1, 1};
 };
 using Written = std::vector<std::pair<int, miColor>>;
 
@@ -140,7 +132,7 @@ protected:
     RenderElements() {
         const miImg_type type = miIMG_TYPE_RGBA_FP;
         state.camera.framebuffers = renderer.add_framebuffers(
-            {{"fb_re#0", type}, {"fb_re#1", type}, {"fb_re#2", type}, {"fb_re#3", type}});
+            {{"fb_re#0", type}, {"fb_re#4", type}, {"fb_re#5", type}, {"fb_re#6", type}});
     }
 
     void start(const Lists& lists, bool beauty = true) {
@@ -198,44 +190,45 @@ protected:
         data.outputs.transparency = transparency;
         return orl_CallRenderElementShaders_PostIllum(at, &data);
     }
-    static miBoolean nothing(miState*) { return miTRUE; }
 };
 
 TEST_F(RenderElements, GatherAlongTheEyeRayIntoTheirBuffers) {
-    const miColor own{0.5f, 0.25f, 1, 0.5f};
-    const miTag a = element(own), b = element(own, replaces);
-    start({{a, miNULLTAG, a, b, a}, {}, {}, {}, {1, 1, 0, 1, 1}}); // the camera has no fifth buffer
+    state.camera.volume = renderer.add_shader(
+        [](void* color, miState*, void*) { return static_cast<miColor*>(color)->r += 0.25f, miTRUE; });
+    const miColor own{0.5f, 0.25f, 1, 0.5f}, shown{0.75f, 0.3125f, 2, 0.75f}, fog{0.25f, 0, 0, 0};
+    const miTag a = element(own);
+    const miTag b = element(own, replaces), c = element(own, tenfold), d = element(own, fails);
+    start({{a, 0, a, a, b, c, d}, {}, {0, 0, 0, 0, 0, 1, 1}, {0, 0, 0, 0, 0, 1}, {1, 1, 0, 1, 1, 1, 1}},
+          false);
     const auto two_surfaces = [](miState* at) {
         miInteger count = 0;
-        return orl_GetRenderElementResults(at, &count) && count == 3 && surface(at, black) &&
+        return orl_GetRenderElementResults(at, &count) && count == 5 && surface(at, black) &&
                surface(at, {0.5f, 0.25f, 1, 0});
     };
-    // (0.5, 0.25, 1) (0.5, 0.25, 1) + (0.5, 0.25, 1); (1 - 0.5) 0.5 + 0.5
-    EXPECT_EQ(shade(two_surfaces), (Written{{0, {0.75f, 0.3125f, 2, 0.75f}}, {3, own}}));
+    // shown: (0.5, 0.25, 1) (0.5, 0.25, 1) + (0.5, 0.25, 1); (1 - 0.5) 0.5 + 0.5
+    EXPECT_EQ(shade(two_surfaces), (Written{{0, shown}, {1, own}, {2, {10, 5, 0, 0}}, {3, fog}}));
+    EXPECT_EQ(result, shown) << "in place of the beauty";
+    (*lens)->renderBeauty = miTRUE;
+    EXPECT_EQ(shade([](miState*) { return miFALSE; }, miFALSE),
+              (Written{{0, black}, {1, black}, {2, picture}, {3, fog}}));
     EXPECT_EQ(result, picture);
-    EXPECT_EQ(shade(nothing), (Written{{0, black}, {3, black}})) << "each sample starts anew";
     EXPECT_EQ(orl_GetRenderElementResults(state, nullptr), nullptr);
 }
 
 TEST_F(RenderElements, EachKindGetsItsPass) {
-    const struct {
-        int shadow, final_gather;
-        std::vector<miBoolean> without_shadows;
-        bool beauty;
-        std::string passes; // of each ray: shadow option, normal/unshadowed, elements that have a colour then
-    } cases[] = {{'s', 0, {0, 1}, false, "0 0/1 01 115 1/0 11 "},
-                 {1, 1, {0, 0}, true, "1 1/0 11 "},
-                 {1, 0, {1, 1}, true, "0 0/1 11 1 1/0 11 "},
-                 {1, 0, {1}, false, "0 0/1 1 "},
-                 {0, 0, {0, 1}, true, "0 1/1 11 "},
-                 {1, 2, {0, 1}, true, "off "},
-                 {1, 3, {0}, true, "off "},
-                 {1, 0, {}, true, "off "}};
-    for (const auto& row : cases) {
-        const std::vector<miTag> elements(row.without_shadows.size(), element(white));
-        start({elements, row.without_shadows}, row.beauty);
-        state.options.shadow = row.shadow;
-        renderer.answer(miQ_FINALGATHER_STATE, row.final_gather);
+    // Of each ray: shadow option, normal/unshadowed, which elements have a colour then.
+    const std::tuple<int, int, std::vector<miBoolean>, bool, std::string> cases[] = {
+        // clang-format off
+        {'s', 0, {0, 1}, false, "0 0/1 01 115 1/0 11 "}, {1, 1, {0, 0}, true, "1 1/0 11 "},
+        {1, 0, {1, 1}, true, "0 0/1 11 1 1/0 11 "}, {1, 0, {1}, false, "0 0/1 1 "},
+        {0, 0, {0, 1}, true, "0 1/1 11 "}, {1, 2, {0, 1}, true, "off "},
+        {1, 3, {0}, true, "off "}, {1, 0, {}, true, "off "}};
+    // clang-format on
+    for (const auto& [shadow, final_gather, without_shadows, beauty, expected] : cases) {
+        const std::vector<miTag> elements(without_shadows.size(), element(white));
+        start({elements, without_shadows}, beauty);
+        state.options.shadow = shadow;
+        renderer.answer(miQ_FINALGATHER_STATE, final_gather);
         std::string passes;
         shade([&](miState* at) {
             const auto* record = find_record(at, keys::render_elements);
@@ -248,24 +241,8 @@ TEST_F(RenderElements, EachKindGetsItsPass) {
                 passes += record->results->color[k] == white ? "1" : "0";
             return passes += " ", miTRUE;
         });
-        EXPECT_EQ(passes, row.passes);
+        EXPECT_EQ(passes, expected);
     }
-}
-
-TEST_F(RenderElements, FinalPhaseAtmosphereAndFallback) {
-    state.camera.volume = renderer.add_shader(
-        [](void* color, miState*, void*) { return static_cast<miColor*>(color)->r += 0.25f, miTRUE; });
-    const miColor own{0.5f, 0, 0, 0}, distant{0, 5, 0, 0};
-    start({{element(own), element(own, tenfold), element(black, tenfold), element(own, fails)},
-           {},
-           {0, 1, 0, 1},
-           {0, 1, 0, 1}},
-          false);
-    EXPECT_EQ(shade([](miState* at) { return surface(at, black) && false; }, miFALSE),
-              (Written{{0, own}, {1, {7.5f, 5, 0, 0}}, {2, distant}, {3, {0.25f, 0, 0, 0}}}));
-    EXPECT_EQ(result, own) << "in place of the beauty";
-    (*lens)->renderBeauty = miTRUE;
-    EXPECT_EQ(shade(nothing), (Written{{0, black}, {1, picture}, {2, distant}, {3, picture}}));
 }
 
 TEST_F(RenderElements, AreFedAlongTransparentEyeRays) {
