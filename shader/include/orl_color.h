@@ -16,7 +16,7 @@ struct CieXyz {
 
 /* Light of a black body of that temperature (K), in relative units: its spectrum (Max Planck, "Ueber das
    Gesetz der Energieverteilung im Normalspectrum", 1901) seen by the CIE 1931 2 degree standard observer, by
-   the trapezoidal rule over 380 to 780 nm in steps of 10 nm. Temperatures are not checked: below some 26 K
+   the trapezoidal rule over 380 to 780 nm in steps of 10 nm. Temperatures are not checked: below some 28 K
    the exponentials overflow, and what comes out is no light at all. */
 CieXyz black_body_xyz(double temperature);
 
@@ -43,7 +43,7 @@ namespace color_table {
 
 inline constexpr auto kelvin_to_color = decl::fields<KelvinToColorParams>(
     decl::scalar(&KelvinToColorParams::temperature, "temperature", 6500, decl::not_negative, "K",
-                 "colour temperature, 0 for 6500; below 26 there is no light to make a colour of"),
+                 "colour temperature, 0 for 6500; below 28 there is no light to make a colour of: black"),
     decl::scalar(&KelvinToColorParams::intensity, "intensity", 1, decl::not_negative, "",
                  "luminance (CIE Y) of the colour, 0 for 1"));
 

@@ -13,6 +13,9 @@ namespace orl {
 
 // ---- what all operators share
 
+/* Luminance of a surface that scatters all light evenly, for an illuminance of 1. */
+inline constexpr miScalar inverse_pi = 0.31830987f;
+
 /* Luminance of a colour, whatever the signs of its components. */
 miScalar exposure_luminance(const miColor& color);
 
@@ -57,7 +60,9 @@ struct LogMapping {
 /* Works the curve out from a parameter block whose values are literals. */
 LogMapping log_mapping(const ToneOpLogParams& values);
 
-/* Alpha stays in both directions. The inverse does not bring saturation back. */
+/* Alpha stays in both directions. The inverse does not bring saturation back; near the curve's upper end,
+   where whole decades meet in the last bits of the mapped colour, it brings back the order of magnitude only.
+ */
 miColor map_log(const LogMapping& mapping, const miColor& color);
 miColor unmap_log(const LogMapping& mapping, const miColor& color);
 
@@ -150,9 +155,9 @@ inline constexpr auto pseudo = decl::fields<ToneOpPseudoParams>(
 // clang-format off
 inline constexpr decl::Shader orl_toneop[] = {
     {"orl_ToneOpLog", miTYPE_COLOR, 2, true, true, decl::apply(miSHADER_LENS, miSHADER_ENVIRONMENT),
-     orl_toneop_table::log, "Logarithmic exposure: a curve that keeps shadows and highlights readable."},
+     orl_toneop_table::log, "Logarithmic exposure: a curve that keeps shadows and highlights readable. Read once for each render."},
     {"orl_ToneOpPseudo", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_LENS, miSHADER_ENVIRONMENT),
-     orl_toneop_table::pseudo, "Pseudo-colour exposure: shows amounts of light as colours of a scale."},
+     orl_toneop_table::pseudo, "Pseudo-colour exposure: shows amounts of light as colours of a scale. Read once for each render."},
 };
 // clang-format on
 

@@ -45,7 +45,8 @@ inline constexpr auto photo = decl::fields<ToneOpPhotoParams>(
 
 inline constexpr decl::Shader orl_toneopphoto[] = {
     {"orl_ToneOpPhoto", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_LENS, miSHADER_ENVIRONMENT),
-     orl_toneopphoto_table::photo, "Photographic exposure: film, shutter and aperture of a camera."},
+     orl_toneopphoto_table::photo,
+     "Photographic exposure: film, shutter and aperture of a camera. Read once for each render."},
 };
 
 } // namespace orl

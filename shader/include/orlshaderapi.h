@@ -16,7 +16,6 @@
 #include <atomic>
 #include <cmath>
 #include <new>
-#include <optional>
 #include <type_traits>
 
 namespace orl {
@@ -317,21 +316,14 @@ template <class Record> Record* find_record(miState* state, const StateKey<Recor
                                                                          : nullptr;
 }
 
-/* Keeps a record under a key while it lives: made before a shader is called, gone after. A record that was
-   there before, of a shader further out, is hidden meanwhile and put back. */
+/* Keeps a record under a key while it lives: made before a shader is called, gone after. Deliberate: a record
+   of a shader further out does not come back; who needs one for several calls sets it anew for each. */
 template <class Record> class ScopedRecord {
 public:
     ScopedRecord(miState* state, const StateKey<Record>& key, Record value) : state_(state), key_(key) {
-        if (const Record* const outer = get())
-            outer_ = *outer;
         mi_shaderstate_set(state_, key_.name, &value, sizeof value, key_.lifetime);
     }
-    ~ScopedRecord() {
-        if (outer_)
-            mi_shaderstate_set(state_, key_.name, &*outer_, sizeof *outer_, key_.lifetime);
-        else
-            mi_shaderstate_set(state_, key_.name, nullptr, 0, key_.lifetime);
-    }
+    ~ScopedRecord() { mi_shaderstate_set(state_, key_.name, nullptr, 0, key_.lifetime); }
     ScopedRecord(const ScopedRecord&) = delete;
     ScopedRecord& operator=(const ScopedRecord&) = delete;
 
@@ -340,8 +332,7 @@ public:
 
 private:
     miState* state_;
-    StateKey<Record> key_;
-    std::optional<Record> outer_;
+    const StateKey<Record>& key_;
 };
 
 // ---- checks

@@ -35,14 +35,10 @@ miColor sampled_light(miState* state, miTag light) {
 }
 
 ProbeAnswer probe_light(miState* state, miTag light, LightAttenuationProbe probe) {
-    const auto& key = keys::attenuation_probe;
-    mi_shaderstate_set(state, key.name, &probe, sizeof probe, key.lifetime);
+    const ScopedRecord record(state, keys::attenuation_probe, probe);
     ProbeAnswer answer{sampled_light(state, light), 0.0f};
-    if (const LightAttenuationProbe* const answered = find_record(state, key))
+    if (const LightAttenuationProbe* const answered = record.get())
         answer.attenuation = answered->attenuation;
-    // Deliberate: a record that was there before does not come back. Volume lights that keep one of their own
-    // set it anew for each call.
-    mi_shaderstate_set(state, key.name, nullptr, 0, key.lifetime);
     return answer;
 }
 

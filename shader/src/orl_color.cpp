@@ -133,6 +133,7 @@ ORL_EXPORT void zant_KelvinToColor_init(miState* state, const KelvinToColorParam
     if (color == nullptr)
         return;
     *color = black_body_color(eval(state, params->temperature), eval(state, params->intensity));
+    guard_nan(state, *color);
     mi_colorprofile_ciexyz_to_render(color, color);
 }
 

@@ -26,8 +26,6 @@ struct PseudoInstance {
     miBoolean processBackground;
 };
 
-constexpr miScalar inverse_pi = 0.31830987f;
-
 } // namespace
 
 // ---- what all operators share
@@ -299,7 +297,7 @@ ToneOpPseudoParams values_of(miState* state, const ToneOpPseudoParams& params) {
     return {
         eval(state, params.lowLimit), eval(state, params.highLimit),
         eval(state, params.quantity), eval(state, params.greyScale),
-        eval(state, params.scale),    params.unused,
+        eval(state, params.scale),    0,
         eval(state, params.linear),   eval(state, params.footCandles),
         eval(state, params.enabled),  eval(state, params.processBackground),
         eval(state, params.levels),
@@ -309,7 +307,7 @@ ToneOpPseudoParams values_of(miState* state, const ToneOpPseudoParams& params) {
 const miColor* make_palette(miInteger levels, bool grey) {
     const auto size = static_cast<std::size_t>(levels) * sizeof(miColor);
     auto* const palette =
-        static_cast<miColor*>(mi_mem_int_test_allocate("orl_toneop", __LINE__, static_cast<int>(size)));
+        static_cast<miColor*>(mi_mem_int_test_allocate("orl_toneop", __LINE__, static_cast<miUint>(size)));
     for (miInteger i = 0; palette != nullptr && i < levels; ++i)
         palette[i] = grey ? pseudo_grey(i, levels) : pseudo_color(i, levels);
     return palette;
@@ -361,6 +359,9 @@ ORL_EXPORT void orl_ToneOpPseudo_init(miState* state, const ToneOpPseudoParams* 
     const ToneOpPseudoParams values = values_of(state, *params);
     data->mapping = pseudo_mapping(values);
     data->mapping.palette = make_palette(data->mapping.levels, values.greyScale);
+    if (data->mapping.palette == nullptr)
+        mi_error("\"%s\": no memory for %d levels, colours stay as they are", shader_name(state),
+                 data->mapping.levels);
     data->scale = values.scale;
     data->luminance = values.quantity == pseudo_luminance;
     data->linear = values.linear;

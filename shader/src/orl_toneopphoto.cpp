@@ -53,6 +53,7 @@ struct PhotoInstance {
     miBoolean enabled;
     miBoolean processBackground;
     mia_tonemap_parameters block;
+    miBoolean initialised; // the block, by the library
     // Of the library as it was when the block was set up; null: colours pass.
     mia_tonemap_api_map_function* transform;
     mia_tonemap_api_map_function* untransform;
@@ -60,7 +61,7 @@ struct PhotoInstance {
 
 void fill(mia_tonemap_parameters& block, miState* state, const ToneOpPhotoParams& params) {
     // A light of that intensity over an even surface: the colour is its luminance times pi.
-    block.cm2_factor = eval(state, params.physicalScale) * 0.31830987f;
+    block.cm2_factor = eval(state, params.physicalScale) * inverse_pi;
     block.whitepoint = eval(state, params.whitePoint);
     block.film_iso = eval(state, params.filmSpeed);
     block.camera_shutter = eval(state, params.shutterSpeed);
@@ -106,6 +107,7 @@ ORL_EXPORT void orl_ToneOpPhoto_init(miState* state, const ToneOpPhotoParams* pa
     fill(data->block, state, *params);
     if (mia_tonemap_api_init_function* const init = library.init) {
         init(&data->block);
+        data->initialised = miTRUE;
         data->transform = library.transform_color;
         data->untransform = library.untransform_color;
     }
@@ -127,7 +129,7 @@ ORL_EXPORT void orl_ToneOpPhoto_exit(miState* state, const ToneOpPhotoParams* pa
     }
     auto* const data = instance_data<PhotoInstance>(state);
     mia_tonemap_api_exit_function* const exit = library.exit;
-    if (data != nullptr && exit != nullptr)
+    if (data != nullptr && data->initialised && exit != nullptr)
         exit(&data->block);
     delete_instance_data(state);
 }

@@ -19,7 +19,8 @@ EntryPoint find_symbol(void* module, const char* name) noexcept {
 void* load_library(const char* base_name) noexcept {
     char file[64];
     const int length = std::snprintf(file, sizeof file, "%s.so", base_name);
-    return length < static_cast<int>(sizeof file) ? dlopen(file, RTLD_NOW | RTLD_LOCAL) : nullptr;
+    return length > 0 && length < static_cast<int>(sizeof file) ? dlopen(file, RTLD_NOW | RTLD_LOCAL)
+                                                                : nullptr;
 }
 
 void unload_library(void* library) noexcept {

@@ -20,7 +20,7 @@ namespace {
 using Parameters = mia_tonemap_parameters;
 
 // Places in `derived`.
-enum { red_factor, green_factor, blue_factor, burn, inverse_gamma, gamma_power };
+enum { red_factor, green_factor, blue_factor, burn, inverse_gamma, gamma_power, inverse_corner };
 
 float exposure(const Parameters& p) {
     if (!(p.film_iso > 0.0f) || !(p.camera_shutter > 0.0f) || !(p.f_number > 0.0f))
@@ -32,26 +32,33 @@ float vignette(const Parameters& p, float x, float y) {
     if (!(p.vignetting > 0.0f) || !(p.x_resolution > 0.0f) || !(p.y_resolution > 0.0f))
         return 1.0f;
     const float dx = 2.0f * x - p.x_resolution, dy = 2.0f * y - p.y_resolution;
-    const float corner = p.x_resolution * p.x_resolution + p.y_resolution * p.y_resolution;
-    const float tangent_squared = (dx * dx + dy * dy) / corner;
+    const float tangent_squared = (dx * dx + dy * dy) * p.derived[inverse_corner];
     return std::pow(1.0f + tangent_squared, -0.5f * p.vignetting);
+}
+
+float power(float base, float exponent) {
+    return exponent == 1.0f ? base : std::pow(base, exponent);
 }
 
 float compress(const Parameters& p, float x) {
     if (!(x > 0.0f))
         return 0.0f;
-    const float kept = x * (1.0f + p.derived[burn] * x) / (1.0f + x);
-    return std::pow(kept, p.derived[inverse_gamma]);
+    const float b = p.derived[burn];
+    // Beyond all that can be told apart the curve is b x, or 1; x squared would leave the range of numbers.
+    const float kept = x < 1e15f ? x * (1.0f + b * x) / (1.0f + x) : std::max(b * x, 1.0f);
+    return power(kept, p.derived[inverse_gamma]);
 }
 
 float expand(const Parameters& p, float y) {
     if (!(y > 0.0f))
         return 0.0f;
-    const float kept = std::pow(y, p.derived[gamma_power]);
+    const float kept = power(y, p.derived[gamma_power]);
     const float b = p.derived[burn], rest = 1.0f - kept;
-    // The greater root of b x^2 + (1 - y) x - y = 0, in the form that holds for b = 0 too.
-    const float below = rest + std::sqrt(rest * rest + 4.0f * b * kept);
-    return 2.0f * kept / std::max(below, 1e-7f);
+    // The greater root of b x^2 + (1 - y) x - y = 0, in the form that does not cancel.
+    const float root = std::sqrt(rest * rest + 4.0f * b * kept);
+    if (rest < 0.0f && b > 0.0f)
+        return (root - rest) / (2.0f * b);
+    return 2.0f * kept / std::max(rest + root, 1e-7f);
 }
 
 } // namespace
@@ -62,7 +69,9 @@ ARCHITECTURAL_EXPORT void mia_tonemap_api_init(Parameters* p) {
     const float mean = (white[0] + white[1] + white[2]) / 3.0f;
     for (int i = 0; i < 3; ++i)
         p->derived[red_factor + i] = white[i] > 0.0f ? common * mean / white[i] : common;
-    p->derived[burn] = std::clamp(p->burn_highlights, 0.0f, 1.0f);
+    p->derived[burn] = p->burn_highlights > 0.0f ? std::min(p->burn_highlights, 1.0f) : 0.0f;
+    p->derived[inverse_corner] =
+        1.0f / (p->x_resolution * p->x_resolution + p->y_resolution * p->y_resolution);
     p->derived[gamma_power] = p->gamma > 0.0f ? p->gamma : 1.0f;
     p->derived[inverse_gamma] = 1.0f / p->derived[gamma_power];
 }

@@ -112,22 +112,19 @@ TEST_F(EntryProtocol, ThreadDataWithoutAPlaceIsGivenBack) {
     EXPECT_EQ(renderer.resources().bad_releases, 0);
 }
 
-TEST_F(EntryProtocol, StateRecordsLiveAsLongAsTheirScopeAndHideOuterOnes) {
+// The inner record takes the outer one with it.
+TEST_F(EntryProtocol, StateRecordsLiveAsLongAsTheInnermostScope) {
     EXPECT_EQ(find_record(state, keys::environment_switches), nullptr);
+    const ScopedRecord outer(state, keys::environment_switches, {1, 0});
+    EXPECT_EQ(outer.get()->use_background, 1);
     {
-        const ScopedRecord outer(state, keys::environment_switches, {1, 0});
-        {
-            const ScopedRecord inner(state, keys::environment_switches, {0, 1});
-            find_record(state, keys::environment_switches)->use_background = 7; // by a called shader
-            EXPECT_EQ(inner.get()->use_background, 7);
-            EXPECT_EQ(inner.get()->use_sky, 1);
-        }
-        ASSERT_NE(outer.get(), nullptr);
-        EXPECT_EQ(outer.get()->use_background, 1);
-        EXPECT_EQ(outer.get()->use_sky, 0);
+        const ScopedRecord inner(state, keys::environment_switches, {0, 1});
+        find_record(state, keys::environment_switches)->use_background = 7; // by a called shader
+        EXPECT_EQ(inner.get()->use_background, 7);
+        EXPECT_EQ(inner.get()->use_sky, 1);
         EXPECT_EQ(find_record(state, keys::attenuation_probe), nullptr);
     }
-    EXPECT_EQ(find_record(state, keys::environment_switches), nullptr);
+    EXPECT_EQ(outer.get(), nullptr);
 }
 
 // Other libraries name the same keys, so names and lifetimes stand here once more.

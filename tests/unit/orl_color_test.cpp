@@ -8,6 +8,7 @@ using namespace orl;
 
 ENTRY_POINT(zant_KelvinToColor, miColor, KelvinToColorParams);
 INIT_AND_EXIT(zant_KelvinToColor, KelvinToColorParams);
+ENTRY_POINT(orl_color, miColor, ColorParams);
 
 namespace {
 
@@ -74,6 +75,24 @@ TEST_F(KelvinToColor, IsComputedOnceForAnInstance) {
         EXPECT_EQ(result.a, 1.0f);
     }
     EXPECT_EQ(evaluations, 1);
+}
+
+TEST_F(KelvinToColor, IsBlackWhereThereIsNoLight) {
+    LiveShader<KelvinToColorParams> shader(state, zant_KelvinToColor_init, zant_KelvinToColor_exit);
+    shader->temperature = 20;
+    shader.start();
+    miColor result{};
+    EXPECT_TRUE(zant_KelvinToColor(&result, state, &shader.params()));
+    EXPECT_EQ(result, (miColor{0, 0, 0, 1}));
+    EXPECT_EQ(errors().size(), 1u);
+}
+
+TEST_F(KelvinToColor, PlainColorsAreHandedOn) {
+    scripted::ShaderInstance<ColorParams> shader;
+    shader.connect(shader->color, [](miState*) { return miColor{1, 2, 3, 4}; });
+    miColor result{};
+    EXPECT_TRUE(orl_color(&result, state.run(shader), &shader.params()));
+    EXPECT_EQ(result, (miColor{1, 2, 3, 4}));
 }
 
 } // namespace

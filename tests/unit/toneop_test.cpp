@@ -105,8 +105,8 @@ TEST(LogMapping, StaysANumberForOddParameters) {
     for (const ToneOpLogParams& params : {black, unlit, flat}) {
         const LogMapping m = log_mapping(params);
         for (const miColor& color : {miColor{0, 0, 0, 1}, {0.5f, 0, 2, 1}, {-1, 1, 0, 1}}) {
-            EXPECT_FALSE(std::isnan(map_log(m, color).r + map_log(m, color).g));
-            EXPECT_FALSE(std::isnan(unmap_log(m, color).r + unmap_log(m, color).g));
+            for (const miColor& result : {map_log(m, color), unmap_log(m, color)})
+                EXPECT_FALSE(std::isnan(result.r) || std::isnan(result.g) || std::isnan(result.b));
         }
     }
 }
@@ -163,11 +163,11 @@ protected:
         return result;
     }
     // An eye ray that ends in a sky that leaves its own colour to be shown.
-    void trace_into_sky(bool hits, bool consumed, float returned_alpha) {
+    void trace_into_sky(bool hits, const SkyHdrRecord& answer) {
         renderer.mi_trace_eye = [=, this](miColor* color, miState* s, miVector*, miVector*) {
             s->pri = hits ? s : nullptr;
             if (SkyHdrRecord* const record = find_record(s, keys::sky_is_hdr))
-                *record = {consumed, miTRUE, {sky.r, sky.g, sky.b, returned_alpha}, unmapped};
+                *record = answer;
             *color = sky;
             return miTRUE;
         };
@@ -176,18 +176,19 @@ protected:
 
 TEST_F(ToneOperator, LetsTheSkyShowThroughUnmapped) {
     log.start();
+    const miColor other_alpha{sky.r, sky.g, sky.b, 0.5f}, other_green{sky.r, 0.3f, sky.b, sky.a};
     const struct {
-        bool process_background, hits, consumed;
-        float returned_alpha;
+        bool process_background, hits, consumed, valid;
+        miColor returned;
         bool unmapped;
-    } cases[] = {{false, false, false, 1, true},
-                 {true, false, false, 1, false},
-                 {false, true, false, 1, false},
-                 {false, false, true, 1, false},
-                 {false, false, false, 0.5f, false}};
+    } cases[] = {
+        {false, false, false, true, sky, true},         {true, false, false, true, sky, false},
+        {false, true, false, true, sky, false},         {false, false, true, true, sky, false},
+        {false, false, false, false, sky, false},       {false, false, false, true, other_alpha, false},
+        {false, false, false, true, other_green, false}};
     for (const auto& c : cases) {
         mapping().processBackground = c.process_background;
-        trace_into_sky(c.hits, c.consumed, c.returned_alpha);
+        trace_into_sky(c.hits, {c.consumed, c.valid, c.returned, unmapped});
         EXPECT_EQ(shade_as(miSHADER_LENS), c.unmapped ? unmapped : mapped());
         EXPECT_FALSE(find_record(state, keys::tone_operator) || find_record(state, keys::sky_is_hdr));
     }
@@ -197,6 +198,8 @@ TEST_F(ToneOperator, LetsTheSkyShowThroughUnmapped) {
     EXPECT_EQ(shade_as(miSHADER_ENVIRONMENT, sky), sky);
     const ScopedRecord record(state, keys::sky_is_hdr, {miFALSE, miTRUE, sky, unmapped});
     EXPECT_EQ(shade_as(miSHADER_ENVIRONMENT, sky), unmapped);
+    mapping().processBackground = miTRUE;
+    EXPECT_EQ(shade_as(miSHADER_ENVIRONMENT, sky), mapped());
     state->type = miRAY_EYE;
     EXPECT_EQ(shade_as(miSHADER_ENVIRONMENT, sky), mapped());
 }
@@ -213,10 +216,12 @@ TEST_F(ToneOperator, OthersUseTheActiveOne) {
     miColor color = sky;
     EXPECT_FALSE(ToneOpScaledToRGB(state, &color, miFALSE) || ApplyInverseToneOperator(state, &color));
     log.start();
+    miBoolean backgrounds = miFALSE;
     renderer.mi_trace_eye = [&](miColor* traced, miState* s, miVector*, miVector*) {
         EXPECT_FALSE(ToneOpScaledToRGB(s, &color, miTRUE)); // the final phase, backgrounds left alone
         EXPECT_EQ(color, sky);
-        EXPECT_TRUE(ToneOpScaledToRGB(s, &color, miFALSE));
+        find_record(s, keys::tone_operator)->processBackground = backgrounds;
+        EXPECT_TRUE(ToneOpScaledToRGB(s, &color, backgrounds));
         EXPECT_EQ(color, mapped());
         EXPECT_TRUE(ApplyInverseToneOperator(s, &color));
         expect_near(color, sky, 1e-4f);
@@ -224,7 +229,10 @@ TEST_F(ToneOperator, OthersUseTheActiveOne) {
         return miTRUE;
     };
     shade_as(miSHADER_LENS);
-    EXPECT_EQ(renderer.mi_trace_eye.calls(), 1);
+    backgrounds = miTRUE;
+    color = sky;
+    shade_as(miSHADER_LENS);
+    EXPECT_EQ(renderer.mi_trace_eye.calls(), 2);
 }
 
 TEST_F(ToneOperator, PseudoColorShowsLuminance) {
@@ -243,6 +251,18 @@ TEST_F(ToneOperator, PseudoColorShowsLuminance) {
     };
     EXPECT_TRUE(orl_ToneOpPseudo(&result, state, &pseudo.params()));
     EXPECT_EQ(result, pseudo_color(22, 100));
+
+    LiveShader<ToneOpPseudoParams> grey{state, orl_ToneOpPseudo_init, orl_ToneOpPseudo_exit};
+    grey.params() = pseudo.params();
+    grey->quantity = pseudo_illuminance; // 157.08 lx: place 77.88 of 100
+    grey->greyScale = miTRUE;
+    for (const miInteger levels : {100, 1, 1000000}) {
+        grey->levels = levels;
+        grey.start();
+        EXPECT_TRUE(orl_ToneOpPseudo(&result, state, &grey.params()));
+        EXPECT_EQ(result, pseudo_grey(levels == 100 ? 77 : levels == 1 ? 0 : 778761, levels));
+        orl_ToneOpPseudo_exit(state, &grey.params());
+    }
 }
 
 } // namespace

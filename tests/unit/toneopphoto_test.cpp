@@ -4,6 +4,12 @@
 #include "orl_toneopphoto.h"
 #include "shader_fixture.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
+
 using namespace orl;
 
 ENTRY_POINT(orl_ToneOpPhoto, miColor, ToneOpPhotoParams);
@@ -87,6 +93,24 @@ TEST_F(PhotoOperator, InverseBringsColorsBack) {
         return miTRUE;
     };
     shade_at(10, 20);
+}
+
+bool is_loaded() {
+#ifdef _WIN32
+    return GetModuleHandleA("architectural.dll") != nullptr;
+#else
+    void* const library = dlopen("architectural.so", RTLD_LAZY | RTLD_NOLOAD);
+    return library != nullptr && dlclose(library) == 0;
+#endif
+}
+
+TEST_F(PhotoOperator, GivesTheLibraryBack) {
+    {
+        LiveShader<ToneOpPhotoParams> brief{state, orl_ToneOpPhoto_init, orl_ToneOpPhoto_exit};
+        brief.start();
+        EXPECT_EQ(is_loaded(), library_is_there);
+    }
+    EXPECT_FALSE(is_loaded());
 }
 
 } // namespace
