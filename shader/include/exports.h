@@ -6,9 +6,15 @@
 
 #include "orl_color.h"
 #include "orl_light.h"
+#include "orl_rendelem.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
+#include "shd_blinn2.h"
+#include "shd_cnstant2.h"
+#include "shd_metal2.h"
+#include "shd_onb.h"
+#include "shd_phong2.h"
 #include "utilshaders.h"
 
 #include <span>
@@ -21,10 +27,21 @@ struct Unit {
     std::span<const decl::Shader> shaders;
 };
 
+// clang-format off
 inline constexpr Unit units[] = {
-    {"orl_color", color_shaders},         {"orl_light", lights},        {"orl_toneop", orl_toneop},
-    {"orl_toneopphoto", orl_toneopphoto}, {"utilshaders", utilshaders},
+    {"orl_color", color_shaders},
+    {"orl_light", lights},
+    {"orl_rendelem", orl_rendelem},
+    {"orl_toneop", orl_toneop},
+    {"orl_toneopphoto", orl_toneopphoto},
+    {"shd_blinn2", shd_blinn2},
+    {"shd_cnstant2", shd_cnstant2},
+    {"shd_metal2", shd_metal2},
+    {"shd_onb", shd_onb},
+    {"shd_phong2", shd_phong2},
+    {"utilshaders", utilshaders},
 };
+// clang-format on
 
 /* Plain functions for other shader libraries and for the renderer. */
 inline constexpr const char* exported_functions[] = {
@@ -44,6 +61,15 @@ inline constexpr const char* exported_functions[] = {
     "IsInstanceShadowMakerForLight",
     "ToneOpScaledToRGB",
     "ApplyInverseToneOperator",
+    "IllumAccumulate",
+    "ComputeIlluminance",
+    "IllumShadow",
+    "RenderElementsAreBeingUsed",
+    "InitializeRenderElementPostIllumData",
+    "ClearInputs",
+    "ClearOutputs",
+    "orl_CallRenderElementShaders_PostIllum",
+    "orl_GetRenderElementResults",
 };
 
 } // namespace orl

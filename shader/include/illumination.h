@@ -14,6 +14,8 @@
 #include "declaration.h"
 #include "orlshaders.h"
 
+#include <array>
+
 namespace orl {
 
 /* Standard map slots of a material. */
@@ -43,6 +45,7 @@ enum ChannelKind : miInteger {
     channel_own_8 = 0x08, /* the model's own business, as are the next two */
     channel_own_16 = 0x10,
     channel_own_32 = 0x20,
+    channel_own_128 = 0x80, /* evaluated all the same, unless another bit forbids it */
 };
 inline constexpr miInteger channels_not_evaluated =
     channel_none | channel_own_8 | channel_own_16 | channel_own_32;
@@ -122,39 +125,126 @@ int channel_of(const IllumRecord& record, MapSlot slot);
 /* Value of a slot's channel; `otherwise` when the model has none. */
 const miColor& slot_value(const IllumRecord& record, MapSlot slot, const miColor& otherwise);
 
-// ---- what models share
+// ---- what a model is
+
+using ChannelKinds = std::array<miInteger, channel_count>;
+using SlotMap = std::array<miInteger, slot_count>;
+
+/* Kinds of a model's own channels; there are none behind them. */
+template <class... Kinds> constexpr ChannelKinds channel_kinds(Kinds... kinds) {
+    static_assert(sizeof...(kinds) <= channel_count);
+    ChannelKinds table{kinds...};
+    for (std::size_t k = sizeof...(kinds); k < channel_count; ++k)
+        table[k] = channel_none;
+    return table;
+}
+
+/* Slot map from the channels of the first slots; the others have none. */
+template <class... Channels> constexpr SlotMap slot_map(Channels... channels) {
+    static_assert(sizeof...(channels) <= slot_count);
+    SlotMap table{channels...};
+    for (std::size_t k = sizeof...(channels); k < slot_count; ++k)
+        table[k] = -1;
+    return table;
+}
+
+/* What all instances of a model have in common. */
+struct IllumModel {
+    unsigned features;
+    miInteger channelCount; /* 0: what the material preset */
+    ChannelKinds channelKinds;
+    SlotMap slotMap;
+    bool faceted;
+    void (*shade)(miState* state, IllumRecord* record, const void* model_params);
+    void (*tintReflection)(miState* state, const IllumRecord* record, miColor* color);
+    void (*combine)(IllumRecord* record);
+    void (*transmit)(miState* state, IllumRecord* record);
+    void (*reflect)(miState* state, IllumRecord* record);
+};
+
+/* Last act of a model: enters what it is into the record and goes on with the material. */
+miBoolean continue_with(const IllumModel& model, miScalar soften, miColor* result, miState* state,
+                        IllumRecord* record, const void* model_params);
+
+// Parameters as channels take them: within their range, its lower end for what is not a number.
+miScalar limit(miScalar value, miScalar lowest, miScalar highest);
+miColor color_channel(miState* state, const miColor& parameter); /* components 0 to 1 */
+miColor scalar_channel(miState* state, const miScalar& parameter, miScalar lowest, miScalar highest);
+/* The colour or the grey amount, as the material chooses. */
+miColor self_illumination_channel(miState* state, const IllumRecord* record, const miColor& color,
+                                  const miScalar& amount);
+
+// Highest levels that the host's panels offer.
+inline constexpr miScalar highest_specular_level = 9.99f;
+inline constexpr miScalar highest_diffuse_level = 4.0f;
+
+/* What the channels of opacity and filter colour hold until the material puts its own values there. */
+inline constexpr miColor opaque_channel{1, 0, 0, 0};
+inline constexpr miColor clear_filter_channel{1, 1, 1, 1};
+
+/* Exit of a model: frees what the instance holds, in the accounts of the model's unit. */
+void exit_model(miState* state, const void* params, const char* unit);
+
+// ---- what models share while shading
 
 /* One sample of a light as the light loop gives it to a model. */
 struct LightSample {
     miColor color;
     miVector dir;     /* from the surface to the light, unit length */
-    miScalar dot_nl;  /* cosine of the angle of incidence */
+    miScalar dot_nl;  /* cosine of the angle of incidence, above 0 */
     miScalar diffuse; /* diffuse factor: dot_nl, or what the light bent it to */
     bool affectsDiffuse, affectsSpecular;
 };
 
-/* Sums of one light, before they are divided by the number of its samples. */
+/* Sums over samples, or over lights. */
 struct LightSums {
     miColor ambient, diffuse, specular;
     miScalar diffuseLevel; /* models that gather the diffuse light level by themselves */
 };
 
-/* Adds one sample to the diffuse and specular sums of its light. `context` is the model's own. */
-using ShadeSample = void (*)(miState* state, IllumRecord* record, const LightSample& sample, LightSums& sums,
-                             void* context);
+inline void add(miColor& sum, const miColor& color, miScalar factor = 1.0f) {
+    sum.r += color.r * factor;
+    sum.g += color.g * factor;
+    sum.b += color.b * factor;
+}
 
-/* Walks the lights of the node and adds the mean of each light's samples to the record. Ambient-only lights
-   and samples from behind are dealt with here. */
-void gather_light(miState* state, IllumRecord* record, ShadeSample shade_sample, void* context);
+inline void multiply(miColor& color, const miColor& by) {
+    color.r *= by.r;
+    color.g *= by.g;
+    color.b *= by.b;
+}
 
-/* Highlight cosine where the light grazes: `soften` 0 leaves it unchanged. */
-miScalar soften_highlight(miScalar cosine, miScalar diffuse, miScalar soften);
+inline miScalar average(const miColor& c) {
+    return (c.r + c.g + c.b) * 0.33333334f;
+}
+
+/* Adds one sample to the diffuse and specular sums of its light. `model` is what the model has computed for
+   the point. */
+using ShadeSample = void (*)(const LightSample& sample, LightSums& sums, const void* model);
+
+/* Walks the lights of the node and adds up the means of each light's samples. Ambient-only lights and samples
+   from behind are dealt with here. */
+LightSums sum_lights(miState* state, ShadeSample shade_sample, const void* model);
+
+/* The same, added to the record, for a model that is called with each sample: model(sample, sums). */
+void add_to_record(IllumRecord* record, const LightSums& sums);
+template <class Model> void gather_light(miState* state, IllumRecord* record, const Model& model) {
+    const ShadeSample shade_sample = [](const LightSample& sample, LightSums& sums, const void* called) {
+        (*static_cast<const Model*>(called))(sample, sums);
+    };
+    add_to_record(record, sum_lights(state, shade_sample, &model));
+}
 
 /* Adds the self-illumination: its colour, or its share of the diffuse colour, which then takes light away. */
 void add_self_illumination(IllumRecord* record);
 
 /* Multiplies the sums by the colours of their channels and keeps the diffuse light level. */
 void multiply_by_channels(IllumRecord* record);
+/* The same for models whose diffuse sum holds the diffuse colour and that gather the level by themselves. */
+void multiply_ambient_and_specular(IllumRecord* record);
+
+/* End of every shade callback: transmission, reflection, combine. */
+void finish(miState* state, IllumRecord* record);
 
 // Callbacks that models install.
 void tint_by_specular(miState* state, const IllumRecord* record, miColor* color);

@@ -12,6 +12,10 @@ inline float pow(float base, float exponent) {
     return std::pow(base, exponent);
 }
 
+inline double pow(double base, double exponent) {
+    return std::pow(base, exponent);
+}
+
 inline float log10(float x) {
     return std::log10(x);
 }
@@ -34,6 +38,10 @@ inline float tan(float x) {
 
 inline float asin(float x) {
     return std::asin(x);
+}
+
+inline float acos(float x) {
+    return std::acos(x);
 }
 
 inline float atan(float x) {

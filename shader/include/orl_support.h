@@ -67,9 +67,9 @@ inline constexpr auto fields = decl::fields<orl_NodeData>(
     decl::boolean(&orl_NodeData::shadows_from_all_lights, "shadows_from_all_lights", true,
                   "the node casts shadows for every light; shadow_lights is ignored"),
     decl::array(&orl_NodeData::lights, miTYPE_LIGHT, "lights",
-                "lights that light the node in render elements"),
+                "lights, or groups of lights, that light the node"),
     decl::boolean(&orl_NodeData::all_lights, "all_lights", true,
-                  "render elements take all lights of the scene instead of lights"));
+                  "all lights of the scene light the node as well"));
 
 } // namespace node_data_table
 

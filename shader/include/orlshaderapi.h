@@ -154,13 +154,13 @@ inline void delete_instance_data(miState* state, MemoryPlace place = instance_da
 // ---- thread data
 
 /* This thread's data of the running instance, made at the first call; null when the instance has no place to
-   keep it, which callers check. Constant time, no lock. */
-template <class Data> Data* thread_data(miState* state) {
+   keep it, which callers check. Constant time, no lock. `extra` bytes follow the data, not initialised. */
+template <class Data> Data* thread_data(miState* state, miUint extra = 0) {
     static_assert(std::is_trivially_destructible_v<Data>);
     void* data = nullptr;
     if (mi_query(miQ_FUNC_TLS_GET, state, miNULLTAG, &data) && data != nullptr)
         return static_cast<Data*>(data);
-    data = new (mi_mem_int_allocate("orlshaderapi", __LINE__, sizeof(Data))) Data{};
+    data = new (mi_mem_int_allocate("orlshaderapi", __LINE__, sizeof(Data) + extra)) Data{};
     if (mi_query(miQ_FUNC_TLS_SET, state, miNULLTAG, &data))
         return static_cast<Data*>(data);
     mi_mem_int_release("orlshaderapi", __LINE__, data);
@@ -333,6 +333,24 @@ public:
 private:
     miState* state_;
     const StateKey<Record>& key_;
+};
+
+/* Gives the state a copy of its options to change, while it lives; the renderer's own are never written. */
+class ScopedOptions {
+public:
+    explicit ScopedOptions(miState* state) : state_(state), own_(state->options), copy_(*state->options) {
+        state_->options = &copy_;
+    }
+    ~ScopedOptions() { state_->options = own_; }
+    ScopedOptions(const ScopedOptions&) = delete;
+    ScopedOptions& operator=(const ScopedOptions&) = delete;
+
+    miOptions* operator->() { return &copy_; }
+
+private:
+    miState* state_;
+    miOptions* own_;
+    miOptions copy_;
 };
 
 // ---- checks

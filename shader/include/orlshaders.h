@@ -78,8 +78,8 @@ typedef struct orl_NodeData {
     miInteger node_render_id;
     orl_TagArray shadow_lights;        /* lights, or groups of lights, for which the node casts shadows */
     miBoolean shadows_from_all_lights; /* the list is ignored */
-    orl_TagArray lights;               /* lights that light the node in render elements */
-    miBoolean all_lights;              /* all lights of the scene instead of the list */
+    orl_TagArray lights;               /* lights, or groups of lights, that light the node */
+    miBoolean all_lights;              /* all lights of the scene as well */
 } orl_NodeData;
 
 /* Object record, version 5, user data of an object. Fields that only the host reads are named by their place,

@@ -1,0 +1,163 @@
+/*
+ * The light loop: walks the lights of a node, and adds up what they bring to the point at hand. Illumination
+ * models, light meters and render elements stand on it.
+ */
+#include "orlshaderapi.h"
+
+namespace orl {
+namespace {
+
+constexpr miInteger affects_diffuse = 1;
+constexpr miInteger affects_all = 3;
+
+// ---- walking the lights
+
+// Rays that carry light, and displaced points, are not lit themselves.
+bool can_be_lit(const miState* state) {
+    return state != nullptr && state->instance != miNULLTAG && state->type != miRAY_LIGHT &&
+           state->type != miRAY_SHADOW && state->type != miRAY_DISPLACE;
+}
+
+struct LightVisitor {
+    miState* state;
+    LightShapingRecord* record;
+    orl_LightFunction function;
+    void* context;
+
+    // Deliberate: `ambientOnly` stays as the light before has left it, since every light that writes the
+    // record writes it too, and others take part in the loop of the lights that do.
+    void visit_light(miTag light) const {
+        record->valid = 0;
+        record->shapedCosine = 1.0f;
+        record->affectFlags = affects_all;
+        function(state, light, record, context);
+    }
+
+    // A light, or a group of lights, which stands for its members.
+    void visit(miTag element) const {
+        int members = 0;
+        if (element == miNULLTAG)
+            return;
+        if (!mi_query(miQ_GROUP_NKIDS, state, element, &members) || members < 1)
+            return visit_light(element);
+        for (int k = 0; k < members; ++k) {
+            miTag member = miNULLTAG;
+            if (mi_query(miQ_GROUP_KID, state, element, &member, k) && member != miNULLTAG)
+                visit_light(member);
+        }
+    }
+
+    void visit_all_of_scene() const {
+        int count = 0;
+        const miTag* lights = nullptr;
+        if (!mi_query(miQ_NUM_GLOBAL_LIGHTS, state, miNULLTAG, &count) ||
+            !mi_query(miQ_GLOBAL_LIGHTS, state, miNULLTAG, &lights) || lights == nullptr)
+            return;
+        for (int k = 0; k < count; ++k)
+            visit(lights[k]);
+    }
+};
+
+// ---- adding up samples
+
+// Weight of a sample in diffuse light: the light's own shape of the cosine, or the cosine.
+miScalar diffuse_factor(const LightShapingRecord& record, miScalar dot_nl) {
+    return record.valid ? record.shapedCosine : dot_nl;
+}
+
+/* Mean of a light's samples, each times weight(cosine of incidence). A weight that is not positive leaves the
+   sample out of the sum, not out of the number. */
+template <class Weight> miColor mean_of_samples(miState* state, miTag light, Weight weight) {
+    miColor sum{}, color{};
+    miVector dir{};
+    miScalar dot_nl = 0.0f;
+    miInteger samples = 0;
+    while (mi_sample_light(&color, &dir, &dot_nl, state, light, &samples)) {
+        const miScalar factor = weight(dot_nl);
+        if (!(factor > 0.0f))
+            continue;
+        sum.r += factor * color.r;
+        sum.g += factor * color.g;
+        sum.b += factor * color.b;
+    }
+    if (samples > 1) {
+        const auto count = static_cast<miScalar>(samples);
+        sum = {sum.r / count, sum.g / count, sum.b / count, 0.0f};
+    }
+    return sum;
+}
+
+void add(miColor& sum, const miColor& color) {
+    sum.r += color.r;
+    sum.g += color.g;
+    sum.b += color.b;
+}
+
+void add_illuminance(miState* state, miTag light, LightShapingRecord* record, void* context) {
+    auto& total = *static_cast<orl_Illuminance*>(context);
+    add(total.color, mean_of_samples(state, light, [&](miScalar dot_nl) {
+            if (record->ambientOnly)
+                return total.ambient ? 1.0f : 0.0f;
+            const bool counts = total.diffuse && (record->affectFlags & affects_diffuse) != 0;
+            return counts ? diffuse_factor(*record, dot_nl) : 0.0f;
+        }));
+    total.color.a = 1.0f;
+}
+
+void add_shaped_light(miState* state, miTag light, LightShapingRecord* record, void* context) {
+    add(*static_cast<miColor*>(context), mean_of_samples(state, light, [record](miScalar dot_nl) {
+            return diffuse_factor(*record, dot_nl);
+        }));
+}
+
+miScalar average_light(miState* state) {
+    miColor light{};
+    IllumAccumulate(state, add_shaped_light, &light);
+    const miScalar average = (light.r + light.g + light.b) / 3.0f;
+    return average > 0.0f ? average : 0.0f;
+}
+
+} // namespace
+} // namespace orl
+
+ORL_EXPORT void IllumAccumulate(miState* state, orl_LightFunction function, void* context) {
+    using namespace orl;
+    if (!can_be_lit(state))
+        return;
+    const ScopedRecord shaping(state, keys::light_shaping, {0, 1.0f, 0, affects_all});
+    LightShapingRecord* const record = shaping.get();
+    if (record == nullptr)
+        return;
+    const LightVisitor visitor{state, record, function, context};
+    const orl_NodeData* const node = GetNodeData(state->instance);
+    if (node != nullptr)
+        for (const miTag light : elements(node, &orl_NodeData::lights))
+            visitor.visit(light);
+    if (node == nullptr || node->all_lights)
+        visitor.visit_all_of_scene();
+}
+
+ORL_EXPORT void ComputeIlluminance(miState* state, orl_Illuminance* data) {
+    IllumAccumulate(state, orl::add_illuminance, data);
+}
+
+ORL_EXPORT miScalar IllumShadow(miState* state) {
+    using namespace orl;
+    constexpr miScalar unlit = 0.005f; // below, noise of the light would show as shadow
+    if (!can_be_lit(state))
+        return 1.0f;
+    // `shadow_sort` is the other switch of shadows: renderers that still read it sort none in the first pass.
+    ScopedOptions options(state);
+    options->shadow_sort = miFALSE;
+    const miScalar shadowed = average_light(state);
+    miScalar unshadowed = shadowed;
+    if (options->shadow) {
+        options->shadow = 0;
+        options->shadow_sort = miTRUE;
+        unshadowed = average_light(state);
+    }
+    if (!(unshadowed > unlit))
+        return 1.0f;
+    const miScalar ratio = shadowed / unshadowed;
+    return ratio > 1.0f ? 1.0f / ratio : ratio;
+}

@@ -1,0 +1,65 @@
+/*
+ * The Blinn illumination model: smooth highlights halfway between light and viewer. It relies on the material
+ * that calls it with an illumination record, and on illumination.h for all that models share.
+ */
+#include "shd_blinn2.h"
+#include "orlshaderapi.h"
+#include "shading_terms.h"
+
+namespace orl {
+
+namespace {
+
+// Light of one sample. The specular level counts once, here; after the loop the colour alone is multiplied in.
+struct Blinn {
+    miVector normal, view;
+    miScalar level;
+    Lobe lobe;
+
+    void operator()(const LightSample& sample, LightSums& sums) const {
+        if (sample.affectsDiffuse)
+            add(sums.diffuse, sample.color, sample.diffuse);
+        if (sample.affectsSpecular && level > 0.0f)
+            add(sums.specular, sample.color, level * blinn_highlight(sample, normal, view, lobe));
+    }
+};
+
+void shade(miState* state, IllumRecord* record, const void*) {
+    const miColor* const channel = record->channel;
+    const Blinn blinn{record->normal,
+                      record->view,
+                      channel[basic_channel::specular_level].r,
+                      {4.0 * glossy_exponent(channel[basic_channel::glossiness].r), record->soften}};
+    gather_light(state, record, blinn);
+    add_self_illumination(record);
+    multiply_by_channels(record);
+    finish(state, record);
+}
+
+constexpr IllumModel model{
+    .features = basic_features,
+    .channelCount = basic_channel::count,
+    .channelKinds = basic_channel_kinds,
+    .slotMap = basic_slot_map,
+    .faceted = false,
+    .shade = shade,
+    .tintReflection = tint_by_specular,
+    .combine = combine_simple,
+    .transmit = transmit_light,
+    .reflect = reflect_channel,
+};
+
+} // namespace
+
+ORL_VERSION(shd_blinn2, orl_base_BlinnIllumination);
+
+ORL_EXPORT miBoolean orl_base_BlinnIllumination(miColor* result, miState* state,
+                                                const BasicModelParams* params, IllumRecord* record) {
+    return run_basic_model(model, result, state, params, record);
+}
+
+ORL_EXPORT void orl_base_BlinnIllumination_exit(miState* state, const BasicModelParams* params) {
+    exit_model(state, params, "shd_blinn2");
+}
+
+} // namespace orl

@@ -1,0 +1,115 @@
+/*
+ * The Oren-Nayar-Blinn illumination model: the diffuse light of rough surfaces with Blinn's highlights. It
+ * relies on the material that calls it with an illumination record, on shading_terms.h for both terms and on
+ * illumination.h for all that models share.
+ */
+#include "shd_onb.h"
+#include "orlshaderapi.h"
+#include "shading_terms.h"
+
+namespace orl {
+
+namespace {
+
+enum Channel {
+    ambient,
+    diffuse,
+    specular,
+    glossiness,
+    specular_level,
+    self_illumination,
+    opacity,
+    filter,
+    diffuse_level,
+    roughness,
+    own_channels
+};
+
+struct OrenNayarBlinn {
+    miVector normal, view;
+    OrenNayar rough;
+    miColor color;
+    miScalar diffuse_level, level;
+    Lobe lobe;
+
+    void operator()(const LightSample& sample, LightSums& sums) const {
+        if (sample.affectsDiffuse)
+            add_diffuse(sample, sums);
+        if (sample.affectsSpecular && level > 0.0f)
+            add(sums.specular, sample.color, level * blinn_highlight(sample, normal, view, lobe));
+    }
+
+    // The colour belongs to the term, which takes its square as well, so it is not multiplied in again after
+    // the loop. Roughness 0 is Blinn's diffuse light.
+    void add_diffuse(const LightSample& sample, LightSums& sums) const {
+        const OrenNayar::Share share = rough.share(sample);
+        miColor reflected = share.of(color);
+        multiply(reflected, sample.color);
+        add(sums.diffuse, reflected, diffuse_level * sample.diffuse);
+        sums.diffuseLevel += share.grey() * sample.diffuse * average(sample.color);
+    }
+};
+
+void shade(miState* state, IllumRecord* record, const void*) {
+    const miColor* const channel = record->channel;
+    const OrenNayarBlinn model{record->normal,
+                               record->view,
+                               OrenNayar(channel[roughness].r, record->normal, record->view),
+                               channel[diffuse],
+                               channel[diffuse_level].r,
+                               channel[specular_level].r,
+                               {4.0 * glossy_exponent(channel[glossiness].r), record->soften}};
+    gather_light(state, record, model);
+    add_self_illumination(record);
+    multiply_ambient_and_specular(record);
+    finish(state, record);
+}
+
+constexpr IllumModel model{
+    .features = 0x1E23FFE,
+    .channelCount = own_channels,
+    .channelKinds =
+        channel_kinds(channel_color, channel_color, channel_color, channel_scalar, channel_scalar,
+                      channel_color, channel_scalar, channel_color, channel_scalar, channel_scalar),
+    .slotMap = slot_map(0, 1, 2, 3, 4, 5, 6, 7),
+    .faceted = false,
+    .shade = shade,
+    .tintReflection = tint_by_specular,
+    .combine = combine_conserving,
+    .transmit = transmit_light,
+    .reflect = reflect_channel,
+};
+
+void set_channels(miState* state, const OrenNayarBlinnParams* params, IllumRecord* record) {
+    miColor* const channel = record->channel;
+    channel[ambient] = color_channel(state, params->ambient);
+    channel[diffuse] = color_channel(state, params->diffuse);
+    channel[specular] = color_channel(state, params->specular);
+    channel[glossiness] = scalar_channel(state, params->glossiness, 0, 1);
+    channel[specular_level] = scalar_channel(state, params->specularLevel, 0, highest_specular_level);
+    channel[self_illumination] =
+        self_illumination_channel(state, record, params->selfIllumColor, params->selfIllumAmount);
+    channel[opacity] = opaque_channel;
+    channel[filter] = clear_filter_channel;
+    channel[diffuse_level] = scalar_channel(state, params->diffuseLevel, 0, highest_diffuse_level);
+    channel[roughness] = scalar_channel(state, params->roughness, 0, 1);
+}
+
+} // namespace
+
+ORL_VERSION(shd_onb, orl_base_OrenNayarBlinnIllumination);
+
+ORL_EXPORT miBoolean orl_base_OrenNayarBlinnIllumination(miColor* result, miState* state,
+                                                         const OrenNayarBlinnParams* params,
+                                                         IllumRecord* record) {
+    if (record == nullptr)
+        return miFALSE;
+    set_channels(state, params, record);
+    return continue_with(model, eval(state, params->soften), result, state, record, params);
+}
+
+ORL_EXPORT void orl_base_OrenNayarBlinnIllumination_exit(miState* state, const OrenNayarBlinnParams* params) {
+    exit_model(state, params, "shd_onb");
+}
+
+} // namespace orl
