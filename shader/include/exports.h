@@ -7,6 +7,7 @@
 #include "orl_color.h"
 #include "orl_light.h"
 #include "orl_rendelem.h"
+#include "orl_stdelem.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
@@ -32,6 +33,7 @@ inline constexpr Unit units[] = {
     {"orl_color", color_shaders},
     {"orl_light", lights},
     {"orl_rendelem", orl_rendelem},
+    {"orl_stdelem", orl_stdelem},
     {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto},
     {"shd_blinn2", shd_blinn2},

@@ -105,9 +105,8 @@ void add_illuminance(miState* state, miTag light, LightShapingRecord* record, vo
 }
 
 void add_shaped_light(miState* state, miTag light, LightShapingRecord* record, void* context) {
-    add(*static_cast<miColor*>(context), mean_of_samples(state, light, [record](miScalar dot_nl) {
-            return diffuse_factor(*record, dot_nl);
-        }));
+    add(*static_cast<miColor*>(context),
+        mean_of_samples(state, light, [record](miScalar dot_nl) { return diffuse_factor(*record, dot_nl); }));
 }
 
 miScalar average_light(miState* state) {

@@ -187,8 +187,7 @@ void make_list(miState* state, const RenderElementHandlerParams* params) {
 // This thread's colours, all black; null where there is no place for them.
 RenderElementResults* fresh_results(miState* state, miInteger count) {
     const auto n = static_cast<miUint>(count);
-    auto* const results =
-        thread_data<RenderElementResults>(state, n * static_cast<miUint>(sizeof(miColor)));
+    auto* const results = thread_data<RenderElementResults>(state, n * static_cast<miUint>(sizeof(miColor)));
     if (results != nullptr) {
         results->color = new (results + 1) miColor[n]{};
         results->busy = miFALSE;

@@ -3,6 +3,7 @@
  * operator that is active. The photographic operator has a unit of its own.
  */
 #include "orl_toneop.h"
+#include "hsv.h"
 #include "numeric.h"
 
 #include <limits>
@@ -188,35 +189,6 @@ miColor unmap_log(const LogMapping& m, const miColor& color) {
 }
 
 // ---- pseudo-colour exposure
-
-namespace {
-
-/* Colour of a hue (0 to 1, once around from red), saturation and value. Smith, Color gamut transform pairs,
-   1978. */
-miColor color_of_hsv(miScalar hue, miScalar saturation, miScalar value) {
-    const miScalar turn = hue * 6.0f;
-    const int sector = static_cast<int>(std::floor(turn));
-    const miScalar f = turn - std::floor(turn);
-    const miScalar low = value * (1.0f - saturation);
-    const miScalar falling = value * (1.0f - saturation * f);
-    const miScalar rising = value * (1.0f - saturation * (1.0f - f));
-    switch (sector) {
-    case 0:
-        return {value, rising, low, 1};
-    case 1:
-        return {falling, value, low, 1};
-    case 2:
-        return {low, value, rising, 1};
-    case 3:
-        return {low, falling, value, 1};
-    case 4:
-        return {rising, low, value, 1};
-    default:
-        return {value, low, falling, 1};
-    }
-}
-
-} // namespace
 
 miColor pseudo_color(miInteger entry, miInteger levels) {
     const miScalar share = static_cast<miScalar>(entry) * 170.0f / (static_cast<miScalar>(levels) * 256.0f);
