@@ -71,17 +71,7 @@ inline constexpr auto basic_model_fields = decl::fields<BasicModelParams>(
 
 /* Places in the channel array. The material puts opacity and filter colour there. */
 namespace basic_channel {
-enum {
-    ambient,
-    diffuse,
-    specular,
-    specular_level,
-    glossiness,
-    self_illumination,
-    opacity,
-    filter,
-    count
-};
+enum { ambient, diffuse, specular, specular_level, glossiness, self_illumination, opacity, filter, count };
 } // namespace basic_channel
 
 inline constexpr unsigned basic_features = 0x1F20FFE;

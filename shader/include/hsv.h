@@ -9,8 +9,8 @@
 
 namespace orl {
 
-/* Colour of a hue (0 to 1, once around from red), saturation and value (0 to 1), with alpha 1. Alvy Ray Smith,
-   "Color gamut transform pairs", 1978. */
+/* Colour of a hue (0 to 1, once around from red), saturation and value (0 to 1), with alpha 1. Alvy Ray
+   Smith, "Color gamut transform pairs", 1978. */
 inline miColor color_of_hsv(miScalar hue, miScalar saturation, miScalar value) {
     const miScalar turn = (hue - std::floor(hue)) * 6.0f;
     const miScalar f = turn - std::floor(turn);

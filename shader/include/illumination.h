@@ -192,7 +192,7 @@ struct LightSample {
     miColor color;
     miVector dir;     /* from the surface to the light, unit length */
     miScalar dot_nl;  /* cosine of the angle of incidence, above 0 */
-    miScalar diffuse; /* diffuse factor: dot_nl, or what the light bent it to */
+    miScalar diffuse; /* diffuse factor: dot_nl, or what the light bent it to; not negative */
     bool affectsDiffuse, affectsSpecular;
 };
 

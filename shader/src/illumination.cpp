@@ -97,8 +97,8 @@ void add_scaled(LightSums& to, const LightSums& sums, miScalar factor) {
     to.diffuseLevel += sums.diffuseLevel * factor;
 }
 
-// One sample, with what the light has just told about it. The record belongs to the light, which finds it
-// again at its next sample, so the plain cosine is kept there and not aside.
+// One sample, with what the light has just told about it in its record. Where it told no cosine, the record
+// holds the plain one, for whoever looks there next. A light that bends its cosine below 0 gives none.
 void add_sample(const LightWalk& walk, LightSample& sample, LightShapingRecord& told, LightSums& sums) {
     if (told.ambientOnly) {
         add(sums.ambient, sample.color);
@@ -108,7 +108,7 @@ void add_sample(const LightWalk& walk, LightSample& sample, LightShapingRecord& 
         return;
     if (!told.valid)
         told.shapedCosine = sample.dot_nl;
-    sample.diffuse = told.shapedCosine;
+    sample.diffuse = told.shapedCosine > 0.0f ? told.shapedCosine : 0.0f;
     sample.affectsDiffuse = (told.affectFlags & 1) != 0;
     sample.affectsSpecular = (told.affectFlags & 2) != 0;
     walk.shade_sample(sample, sums, walk.model);
@@ -197,8 +197,8 @@ void reflect_channel(miState* state, IllumRecord* record) {
     miScalar amount = record->reflectionAmount;
     const MaterialValues& values = *record->values;
     if (values.dimReflections)
-        amount *= (1.0f - values.dimLevel) * record->diffuseLightLevel * values.reflectionLevel +
-                  values.dimLevel;
+        amount *=
+            (1.0f - values.dimLevel) * record->diffuseLightLevel * values.reflectionLevel + values.dimLevel;
     record->reflection = {color.r * amount, color.g * amount, color.b * amount, 0};
 }
 
@@ -221,8 +221,8 @@ miColor transmission_filter(int mode, miScalar amount, const miColor& filter, co
                 std::max(filter.b - less, 0.0f), 0};
     }
     const miScalar more = (1.0f - 2.0f * amount) * (1.0f - std::min({filter.r, filter.g, filter.b}));
-    return {std::min(filter.r + more, 1.0f), std::min(filter.g + more, 1.0f),
-            std::min(filter.b + more, 1.0f), 0};
+    return {std::min(filter.r + more, 1.0f), std::min(filter.g + more, 1.0f), std::min(filter.b + more, 1.0f),
+            0};
 }
 
 miColor trace_transparency(miState* state) {

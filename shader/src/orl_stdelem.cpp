@@ -55,9 +55,9 @@ constexpr bool contains(unsigned set, miInteger type) {
 
 // Made of what the material shades, so black where a material did not fill that in.
 constexpr unsigned shaded =
-    types(element_blend, element_diffuse, element_refraction, element_lighting, element_reflection, element_ink,
-          element_paint, element_self_illumination, element_shadow, element_specular, element_illuminance_hdr,
-          element_luminance_hdr);
+    types(element_blend, element_diffuse, element_refraction, element_lighting, element_reflection,
+          element_ink, element_paint, element_self_illumination, element_shadow, element_specular,
+          element_illuminance_hdr, element_luminance_hdr);
 constexpr unsigned tone_mapped =
     types(element_blend, element_diffuse, element_refraction, element_lighting, element_reflection,
           element_self_illumination, element_specular, element_illuminance_hdr);

@@ -38,8 +38,7 @@ namespace {
 miScalar lobe_height(miScalar cosine, const LightSample& sample, const Lobe& lobe) {
     if (!(cosine > 0.0f))
         return 0.0f;
-    // A light may bend its diffuse factor below 0, and a negative base has no such power.
-    const miScalar base = std::max(soften_highlight(cosine, sample.diffuse, lobe.soften), 0.0f);
+    const miScalar base = soften_highlight(cosine, sample.diffuse, lobe.soften);
     return static_cast<miScalar>(numeric::pow(static_cast<double>(base), lobe.exponent));
 }
 
@@ -99,10 +98,10 @@ OrenNayar::OrenNayar(miScalar roughness, const miVector& normal, const miVector&
 OrenNayar::Share OrenNayar::share(const LightSample& sample) const {
     const miScalar theta_i = std::clamp(angle(sample.dot_nl), -grazing, grazing);
     const miScalar alpha = std::max(theta_i, theta_r_), beta = std::min(theta_i, theta_r_);
-    const miScalar cos_phi = cosine_between(projected(sample.dir, normal_, sample.dot_nl),
-                                            projected(viewer_, normal_, n_v_));
-    // Deliberate: the cubed term is added on the side of the viewer and taken away on the other, so that rough
-    // surfaces shine back more strongly than measured ones do. The host's pictures rely on it.
+    const miScalar cos_phi =
+        cosine_between(projected(sample.dir, normal_, sample.dot_nl), projected(viewer_, normal_, n_v_));
+    // Deliberate: the cubed term is added on the side of the viewer and taken away on the other, so that
+    // rough surfaces shine back more strongly than measured ones do. The host's pictures rely on it.
     const miScalar b = 2.0f * beta / pi;
     const miScalar k = cos_phi >= 0.0f ? -b * b * b : b * b * b;
     const miScalar c2 = 0.45f * a_ * (numeric::sin(alpha) - k);

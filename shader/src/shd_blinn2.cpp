@@ -10,7 +10,8 @@ namespace orl {
 
 namespace {
 
-// Light of one sample. The specular level counts once, here; after the loop the colour alone is multiplied in.
+// Light of one sample. The specular level counts once, here; after the loop the colour alone is multiplied
+// in.
 struct Blinn {
     miVector normal, view;
     miScalar level;

@@ -27,7 +27,7 @@ constexpr IllumModel model{
 ORL_VERSION(shd_cnstant2, orl_base_ConstantIllumination);
 
 ORL_EXPORT miBoolean orl_base_ConstantIllumination(miColor* result, miState* state,
-                                                const BasicModelParams* params, IllumRecord* record) {
+                                                   const BasicModelParams* params, IllumRecord* record) {
     return run_basic_model(model, result, state, params, record);
 }
 

@@ -28,8 +28,9 @@ private:
     miVector normal_, view_;
     miColor diffuse_;
     miScalar level_, soften_, n_v_;
-    double sharpness_;          // 1 / roughness^2
-    miScalar reflectance_, n2_; // average diffuse colour; square of the index of refraction that it stands for
+    double sharpness_; // 1 / roughness^2
+    miScalar reflectance_,
+        n2_; // average diffuse colour; square of the index of refraction that it stands for
 };
 
 Metal::Metal(const IllumRecord& record)
@@ -71,16 +72,14 @@ void Metal::operator()(const LightSample& sample, LightSums& sums) const {
         return;
     const miVector half = half_vector(sample.dir, view_);
     const miScalar n_h = mi_vector_dot(&normal_, &half);
-    const miScalar geometry =
-        std::min(n_v_, sample.dot_nl) * 2.0f * n_h / -mi_vector_dot(&view_, &half);
+    const miScalar geometry = std::min(n_v_, sample.dot_nl) * 2.0f * n_h / -mi_vector_dot(&view_, &half);
     // Softening narrows the distribution only; shadows of the small mirrors are as they are.
     const miScalar cosine = soften_highlight(n_h, sample.diffuse, soften_);
     if (!(geometry > 0.0f) || !(cosine > 0.0f))
         return;
     miColor color = highlight_color(mi_vector_dot(&half, &sample.dir));
     multiply(color, sample.color);
-    add(sums.specular, color,
-        distribution(cosine) * level_ * std::min(geometry, 1.0f) / (n_v_ + 0.05f));
+    add(sums.specular, color, distribution(cosine) * level_ * std::min(geometry, 1.0f) / (n_v_ + 0.05f));
 }
 
 void shade(miState* state, IllumRecord* record, const void*) {

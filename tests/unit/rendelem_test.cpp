@@ -215,7 +215,8 @@ TEST_F(RenderElements, FinalPhaseAtmosphereAndFallback) {
     const miColor beauty{0.125f, 0, 0, 1}, first{0.5f, 0, 0, 0};
     EXPECT_FALSE(shade([](miState* at) { return surface(at, opaque) && false; }, beauty));
     EXPECT_EQ(result, first);
-    EXPECT_EQ(written(), (Written{{1, first}, {2, {2.5f, 5, 0, 0}}, {3, {0, 5, 0, 0}}, {4, {0.25f, 0, 0, 0}}}));
+    EXPECT_EQ(written(),
+              (Written{{1, first}, {2, {2.5f, 5, 0, 0}}, {3, {0, 5, 0, 0}}, {4, {0.25f, 0, 0, 0}}}));
     // Nothing feeds the elements: those that fall back get the lens' result, which is element 0's black.
     shade([](miState*) { return miTRUE; }, beauty);
     EXPECT_EQ(written()[1].second, (miColor{0, 0, 0, 0}));

@@ -4,7 +4,8 @@
 
 using namespace orl;
 
-extern "C" miBoolean orl_StdRenderElements(miColor*, miState*, const StdElementParams*, orl_RenderElementCall*);
+extern "C" miBoolean orl_StdRenderElements(miColor*, miState*, const StdElementParams*,
+                                           orl_RenderElementCall*);
 extern "C" void orl_StdRenderElements_exit(miState*, StdElementParams*);
 
 namespace {
@@ -54,15 +55,15 @@ TEST_F(StdElements, OfASurface) {
     eye->dir = {0, 1, 0};
     state->motion = {3, 0, -4};
     data.inputs = {0.5f, 1, 1, orl_weight_refraction, miFALSE};
-    data.outputs = {{1, 0, 0, 1},  {0, 1, 0, 1}, {0, 0, 1, 1}, {2, 2, 2, 1}, {3, 2, 1, 1},
-                    {6, 5, 4, 1}, {0.5f, 0.5f, 0.5f, 0}, miFALSE};
+    data.outputs = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 1},          {2, 2, 2, 1},
+                    {3, 2, 1, 1}, {6, 5, 4, 1}, {0.5f, 0.5f, 0.5f, 0}, miFALSE};
     data.reflection = {8, 0, 0, 1};
     data.refraction = {0, 16, 0, 1};
     data.materialId = 1; // hue 128/255: sector 3, 3/255 = 0.0117647 of the next behind
     element->diffuse = element->specular = element->reflection = element->refraction = miTRUE;
-    const ScopedRecord tone(state, keys::tone_operator,
-                            {0, [](miColor* c, miState*, void*) { c->r *= 2, c->g *= 2, c->b *= 2; }, nullptr,
-                             nullptr});
+    const ScopedRecord tone(
+        state, keys::tone_operator,
+        {0, [](miColor* c, miState*, void*) { c->r *= 2, c->g *= 2, c->b *= 2; }, nullptr, nullptr});
     const struct {
         ElementType type;
         miColor expected; // tone-mapped ones are doubled; the surface covers half
@@ -135,9 +136,9 @@ TEST_F(StdElements, MatteMatches) {
 }
 
 TEST_F(StdElements, FinalPhase) {
-    const ScopedRecord tone(state, keys::tone_operator,
-                            {1, [](miColor* c, miState*, void*) { c->r *= 2, c->g *= 2, c->b *= 2; }, nullptr,
-                             nullptr});
+    const ScopedRecord tone(
+        state, keys::tone_operator,
+        {1, [](miColor* c, miState*, void*) { c->r *= 2, c->g *= 2, c->b *= 2; }, nullptr, nullptr});
     const miColor gathered{0.25f, 0.5f, 0.75f, 0.375f};
     EXPECT_EQ(finish(element_atmosphere, gathered), (miColor{0.5f, 1, 1.5f, 0.75f}));
     EXPECT_EQ(finish(element_atmosphere, {0, 0, 0, 0.625f}).a, 1);
@@ -160,7 +161,8 @@ TEST_F(StdElements, DepthIsARampAndItsRangeIsWrittenAtTheEnd) {
         float distance, expected;
     } samples[] = {{20, 0.5f}, {25, 0.25f}, {5, 1}, {30, 0}, {31, 0}, {10, 1}, {12.5f, 0.875f}};
     for (const auto& [distance, expected] : samples)
-        EXPECT_EQ(finish(element_z_depth, {0, 0, 0, 0}, distance), (miColor{expected, expected, expected, 0}));
+        EXPECT_EQ(finish(element_z_depth, {0, 0, 0, 0}, distance),
+                  (miColor{expected, expected, expected, 0}));
     EXPECT_EQ(finish(element_z_depth, {1, 2, 3, 4}), (miColor{1, 2, 3, 4})); // the ray hit nothing
     orl_StdRenderElements_exit(state, &element.params());
     EXPECT_EQ(element->nearestDepth, 5);

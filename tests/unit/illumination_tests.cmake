@@ -1,0 +1,3 @@
+# What illumination models share, and every model under one contract.
+orl_add_test(illumination_test SOURCES illumination_test.cpp illumination_models_test.cpp
+    LIBS orlshaders_objects test_support)
