@@ -1,7 +1,7 @@
 /*
- * The standard material for photons: what it keeps, and how it sends the rest on. A photon goes one way, which
- * the renderer draws by the colours of the surface: reflected diffusely, mirrored as far as the surface has
- * highlights or a reflection map, refracted into the direction of a refraction map, or straight through.
+ * The standard material for photons: what it keeps, and how it sends the rest on. A photon goes one way,
+ * which the renderer draws by the colours of the surface: reflected diffusely, mirrored as far as the surface
+ * has highlights or a reflection map, refracted into the direction of a refraction map, or straight through.
  */
 #include "material_call.h"
 #include "output_request.h"
@@ -86,9 +86,8 @@ miVector leave(miColor& energy, miState* state, const PhotonWays& ways, miRay_ty
 }
 
 miBoolean send(miColor* energy, miState* state, PhotonWays ways) {
-    const miRay_type type = mi_choose_simple_scatter_type(state, &ways.reflect_diffuse,
-                                                          &ways.reflect_specular, &ways.refract,
-                                                          &ways.straight);
+    const miRay_type type = mi_choose_simple_scatter_type(
+        state, &ways.reflect_diffuse, &ways.reflect_specular, &ways.refract, &ways.straight);
     miVector dir;
     switch (type) {
     case miPHOTON_REFLECT_DIFFUSE:

@@ -13,10 +13,11 @@ namespace orl {
 
 MaterialCall::MaterialCall(miState* state, const StandardMaterialParams* its_params,
                            const StandardMaterialInstance* its_instance, ShadowDistanceProbe* its_probe)
-    : params(its_params), instance(its_instance), probe(its_probe), shader(state->shader),
-      values{eval(state, params->transparencyType), eval(state, params->selfIlluminationColorOn),
-             eval(state, params->dimReflections), eval(state, params->dimLevel),
-             eval(state, params->reflectionLevel)},
+    : params(its_params), instance(its_instance), probe(its_probe),
+      shader(state->shader), values{eval(state, params->transparencyType),
+                                    eval(state, params->selfIlluminationColorOn),
+                                    eval(state, params->dimReflections), eval(state, params->dimLevel),
+                                    eval(state, params->reflectionLevel)},
       enabled(span(state, params, &StandardMaterialParams::mapEnabled)),
       map(span(state, params, &StandardMaterialParams::maps)),
       amount(span(state, params, &StandardMaterialParams::mapAmounts)) {}
@@ -187,8 +188,7 @@ Continuation way_of(miRay_type type) {
 // Tells rays what they leave and what they enter while it lives: air outside, the material inside.
 class PushedIndices {
 public:
-    PushedIndices(miState* state, miScalar inside)
-        : state_(state), ior_in_(state->ior_in), ior_(state->ior) {
+    PushedIndices(miState* state, miScalar inside) : state_(state), ior_in_(state->ior_in), ior_(state->ior) {
         state->ior_in = state->inv_normal ? inside : 1.0f;
         state->ior = state->inv_normal ? 1.0f : inside;
     }
@@ -255,9 +255,8 @@ ORL_EXPORT miBoolean orl_StandardMaterial(miColor* result, miState* state,
     auto* const instance = instance_data<StandardMaterialInstance>(state);
     if (instance == nullptr)
         return miFALSE;
-    if (state->type != miRAY_SHADOW &&
-        (is_hidden_back(state, params, instance->scene) ||
-         (eval(state, params->wire) && !is_on_wire(state, params))))
+    if (state->type != miRAY_SHADOW && (is_hidden_back(state, params, instance->scene) ||
+                                        (eval(state, params->wire) && !is_on_wire(state, params))))
         return skip_surface(result, state);
     auto* const thread = thread_data<StandardMaterialThread>(state);
     const ScopedVisit visit(state, thread ? &thread->visit : nullptr);
