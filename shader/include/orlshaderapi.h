@@ -370,6 +370,9 @@ void guard_nan(miState* state, miColor& color);
  */
 int frame_buffer_index(miState* state, const char* name);
 
+/* Whether the rasterizer asks for the sample, which composes transparent surfaces by itself. */
+bool comes_from_rasterizer(const miState* state);
+
 /* Lets the ray pass the surface as if it were not there. */
 miBoolean pass_through(miColor* result, miState* state);
 
