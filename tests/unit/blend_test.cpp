@@ -56,10 +56,10 @@ protected:
 TEST_F(Blend, MixesByAmount) {
     // amount, first on, second on: factor of 1 2 3 4
     const std::tuple<float, bool, bool, float> table[] = {
-        {0.00005f, true, true, 1}, {0.99995f, true, true, 10}, {0.5f, true, true, 5.5f},
-        {0.25f, true, true, 3.25f}, {0.5f, true, false, 1},    {0.5f, false, true, 10},
-        {0.5f, false, false, 0},   {0, false, true, 0},        {1, true, false, 0},
-        {-1, true, true, 1},       {2, true, true, 10},        {not_a_number, true, true, 1}};
+        {0.00005f, true, true, 1},  {0.99995f, true, true, 10}, {0.5f, true, true, 5.5f},
+        {0.25f, true, true, 3.25f}, {0.5f, true, false, 1},     {0.5f, false, true, 10},
+        {0.5f, false, false, 0},    {0, false, true, 0},        {1, true, false, 0},
+        {-1, true, true, 1},        {2, true, true, 10},        {not_a_number, true, true, 1}};
     for (const auto& [amount, first, second, factor] : table) {
         blend->mixAmount = amount, blend->material1On = first, blend->material2On = second;
         EXPECT_TRUE(run());
@@ -90,9 +90,10 @@ TEST_F(Blend, MasksAndCurve) {
     blend->maskOn = miTRUE, blend->lower = 0.2f, blend->upper = 0.8f, blend->mixAmount = 0.7f;
     // mask, answers, curve: share of the second
     const std::tuple<float, bool, bool, float> table[] = {
-        {0.1f, true, true, 0},    {0.9f, true, true, 1}, {0.5f, true, true, 0.5f},
-        {0.35f, true, true, 0.15625f}, // s = 0.25: (3 - 0.5) / 16
-        {0.35f, true, false, 0.35f}, {1, true, false, 1}, {0.5f, false, true, 0}, {0.5f, false, false, 0}};
+        {0.1f, true, true, 0},       {0.9f, true, true, 1},
+        {0.5f, true, true, 0.5f},    {0.35f, true, true, 0.15625f}, // s = 0.25: (3 - 0.5) / 16
+        {0.35f, true, false, 0.35f}, {1, true, false, 1},
+        {0.5f, false, true, 0},      {0.5f, false, false, 0}};
     for (const auto& [mask, answers, curve, share] : table) {
         mask_color = {mask * 1.5f, mask, mask * 0.5f, 0}, mask_answers = answers, blend->useCurve = curve;
         run();

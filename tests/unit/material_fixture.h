@@ -27,9 +27,8 @@ inline void expect_near(const miColor& x, const miColor& y) {
 class MaterialTest : public ShaderTest {
 protected:
     LiveShader<StandardMaterialParams> material{state, orl_StandardMaterial_init, orl_StandardMaterial_exit};
-    ChannelKinds kinds =
-        channel_kinds(channel_color, channel_color, channel_color, channel_scalar, channel_scalar,
-                      channel_color, channel_scalar, channel_color);
+    ChannelKinds kinds = channel_kinds(channel_color, channel_color, channel_color, channel_scalar,
+                                       channel_scalar, channel_color, channel_scalar, channel_color);
     SlotMap slots = slot_map(0, 1, 2, 4, 3, 5, 6, 7);
     unsigned features = 0x1F20FFE;
     std::array<miColor, channel_count> channels{};

@@ -55,10 +55,14 @@ TEST_F(Material, Shadows) {
     material->filterColor = {0.8f, 0.4f, 0.2f, 0};
     state->type = miRAY_SHADOW, state.options.shadow = 1;
     // type, opacity, falloff: light. The ray meets the surface head on.
-    const std::tuple<int, float, float, miColor> table[] = {
-        {0, 0.5f, 0, {0.8f, 0.4f, 0.2f, 0}}, {0, 0.75f, 0, {0.4f, 0, 0, 0}}, {2, 0.25f, 0, grey(0.75f)},
-        {1, 0.2f, 0, {0.4f, 0.8f, 0, 0}},    {0, 1, 0, grey(0)},             {2, 1, 0.5f, grey(0.5f)},
-        {2, 1, 0, grey(0)},                  {0, 1, 0.5f, {0.8f, 0.4f, 0.2f, 0}}};
+    const std::tuple<int, float, float, miColor> table[] = {{0, 0.5f, 0, {0.8f, 0.4f, 0.2f, 0}},
+                                                            {0, 0.75f, 0, {0.4f, 0, 0, 0}},
+                                                            {2, 0.25f, 0, grey(0.75f)},
+                                                            {1, 0.2f, 0, {0.4f, 0.8f, 0, 0}},
+                                                            {0, 1, 0, grey(0)},
+                                                            {2, 1, 0.5f, grey(0.5f)},
+                                                            {2, 1, 0, grey(0)},
+                                                            {0, 1, 0.5f, {0.8f, 0.4f, 0.2f, 0}}};
     for (const auto& [type, opacity, falloff, light] : table) {
         material->transparencyType = type, material->opacity = opacity, material->falloffAmount = falloff;
         EXPECT_EQ(run(grey(2, 1)), light.r > 0);

@@ -8,11 +8,11 @@ using Material = MaterialTest;
 TEST_F(Material, WireDistances) {
     // point, a, b, in the picture, squared in space
     const std::tuple<miVector, miVector, miVector, float, float> table[] = {
-        {{1, 2, 9}, {0, 0, 0}, {4, 0, 0}, 2, 85},   // 2^2 + 9^2
-        {{7, -3, 0}, {0, 0, 0}, {4, 0, 0}, 3, 9},   // the line goes on
-        {{0, 5, 0}, {0, 0, 0}, {3, 4, 0}, 3, 9},    // |0*4 - 5*3| / 5
-        {{1, 2, 3}, {1, 1, 1}, {1, 1, 1}, 0, 0},    // no line
-        {{1, 2, 3}, {0, 0, 0}, {0, 0, 2}, 0, 5},    // end on, 1 + 2^2
+        {{1, 2, 9}, {0, 0, 0}, {4, 0, 0}, 2, 85}, // 2^2 + 9^2
+        {{7, -3, 0}, {0, 0, 0}, {4, 0, 0}, 3, 9}, // the line goes on
+        {{0, 5, 0}, {0, 0, 0}, {3, 4, 0}, 3, 9},  // |0*4 - 5*3| / 5
+        {{1, 2, 3}, {1, 1, 1}, {1, 1, 1}, 0, 0},  // no line
+        {{1, 2, 3}, {0, 0, 0}, {0, 0, 2}, 0, 5},  // end on, 1 + 2^2
     };
     for (const auto& [p, a, b, flat, squared] : table) {
         EXPECT_NEAR(raster_line_distance(p, a, b), flat, 1e-6f);
@@ -38,12 +38,12 @@ TEST_F(Material, Wire) {
     state.set_hit({-0.5f, -0.5f, 5}, {-0.5f, -0.5f, 0}, {0, 0, 1});
     const scripted::Triangle::Corners legs{{{-1, -1, 0}, {1, -1, 0}, {-1, 1, 0}}}, point{};
     const std::tuple<std::optional<scripted::Triangle::Corners>, miInteger, float, miUint, bool> table[] = {
-        {legs, wire_pixels, 11, 7, true},    {legs, wire_pixels, 9, 7, false},
-        {legs, wire_world, 1.1f, 7, true},   {legs, wire_world, 0.9f, 7, false},
+        {legs, wire_pixels, 11, 7, true},   {legs, wire_pixels, 9, 7, false},
+        {legs, wire_world, 1.1f, 7, true},  {legs, wire_world, 0.9f, 7, false},
         {legs, wire_world, 1.1f, 2, false}, // edge 1 is too far
-        {legs, wire_world, 1.42f, 2, true},  {legs, wire_pixels, 14.2f, 2, true},
+        {legs, wire_world, 1.42f, 2, true}, {legs, wire_pixels, 14.2f, 2, true},
         {legs, wire_world, 9, 0, false}, // no edge is visible
-        {point, wire_pixels, 1, 7, true},    {point, wire_world, 1, 7, true},
+        {point, wire_pixels, 1, 7, true},   {point, wire_world, 1, 7, true},
         {{}, wire_world, 0, 7, true}, // no triangle
     };
     material->wire = miTRUE;
@@ -95,11 +95,11 @@ TEST_F(Material, OpacityAndFalloff) {
     state.set_hit({3, 0, 4}, {0, 0, 0}, {0, 0, 1}); // cosine 0.8
     // opacity, visibility, falloff, type: opacity, transparent
     const std::tuple<float, float, float, int, float, bool> table[] = {
-        {1, 1, 0, 0, 1, false},     {0.5f, 1, 0, 0, 0.5f, true}, {1, 0.5f, 0, 0, 0.5f, true},
-        {1, 1, 0.5f, 0, 0.6f, true}, // 1 - 0.5 * 0.8
-        {1, 1, 0.5f, 1, 0.9f, true}, // 1 - 0.5 * 0.2
+        {1, 1, 0, 0, 1, false},          {0.5f, 1, 0, 0, 0.5f, true}, {1, 0.5f, 0, 0, 0.5f, true},
+        {1, 1, 0.5f, 0, 0.6f, true},     // 1 - 0.5 * 0.8
+        {1, 1, 0.5f, 1, 0.9f, true},     // 1 - 0.5 * 0.2
         {0.5f, 0.5f, 1, 2, 0.05f, true}, // (1 - 0.8) / 4
-        {1.5f, 1, 0, 0, 1, false},  {-1, 1, 0, 0, 0, true},      {not_a_number, 1, 0, 0, 0, true},
+        {1.5f, 1, 0, 0, 1, false},       {-1, 1, 0, 0, 0, true},      {not_a_number, 1, 0, 0, 0, true},
     };
     for (const auto& [opacity, visibility, falloff, type, left, transparent] : table) {
         orl_NodeData node{};
@@ -115,8 +115,8 @@ TEST_F(Material, OpacityAndFalloff) {
 
 TEST_F(Material, ChannelsTakeTheirMaps) {
     // Scalar: intensity 0.4, channel 0.8.
-    const float scalars[][2] = {{1, 0.4f}, {0.25f, 0.7f}, {0, 0.8f}, {2, 0.8f}, {-0.5f, 0.7f}, {-1, 0.6f},
-                                {-2, 1.2f}}; // -0.6 a + max(0, a + 1) 0.8
+    const float scalars[][2] = {{1, 0.4f},     {0.25f, 0.7f}, {0, 0.8f}, {2, 0.8f},
+                                {-0.5f, 0.7f}, {-1, 0.6f},    {-2, 1.2f}}; // -0.6 a + max(0, a + 1) 0.8
     for (const auto& [amount, value] : scalars)
         EXPECT_NEAR(mix_into_channel(0.8f, 0.4f, amount), value, 1e-6f) << amount;
     // Colour 0.4 with alpha 0.5 over 0.8.
@@ -145,8 +145,8 @@ TEST_F(Material, ChannelsTakeTheirMaps) {
     maps.resize(22), amounts.resize(21), enabled.push_back(miTRUE);
     run();
     const miColor mixed{0.6f, 0.8f, 1, 1}; // 0.5 * 0.8 + map
-    const miColor table[] = {mixed, mixed, grey(0.8f, 1), {0.7f, 0.8f, 0.8f, 1}, grey(0.8f, 1),
-                             grey(0.8f, 1), {0.7f, 0.8f, 0.8f, 1}}; // 0.4 * 0.5 + 0.5 * 1
+    const miColor table[] = {mixed,         mixed,         grey(0.8f, 1),        {0.7f, 0.8f, 0.8f, 1},
+                             grey(0.8f, 1), grey(0.8f, 1), {0.7f, 0.8f, 0.8f, 1}}; // 0.4 * 0.5 + 0.5 * 1
     for (std::size_t k = 0; k < std::size(table); ++k)
         expect_near(seen.channel[k], table[k]);
     expect_near(seen.channel[20], grey(0.8f, 1));
@@ -159,7 +159,8 @@ TEST_F(Material, ChannelsTakeTheirMaps) {
 }
 
 TEST_F(Material, MapsMayBeOffOrMissing) {
-    const std::tuple<bool, bool, float> table[] = {{true, false, 0}, {true, true, 0.5f}, {false, false, 0.5f}};
+    const std::tuple<bool, bool, float> table[] = {
+        {true, false, 0}, {true, true, 0.5f}, {false, false, 0.5f}};
     for (const auto& [off, on_again, value] : table) {
         orl_SceneData scene{};
         scene.material_switch_16 = off, scene.material_switch_22 = on_again;
