@@ -5,7 +5,9 @@
 #pragma once
 
 #include "orl_color.h"
+#include "orl_cpdmtl.h"
 #include "orl_light.h"
+#include "orl_material.h"
 #include "orl_rendelem.h"
 #include "orl_stdelem.h"
 #include "orl_support.h"
@@ -37,7 +39,9 @@ struct Unit {
 // clang-format off
 inline constexpr Unit units[] = {
     {"orl_color", color_shaders},
+    {"orl_cpdmtl", orl_cpdmtl},
     {"orl_light", lights},
+    {"orl_material", orl_material},
     {"orl_rendelem", orl_rendelem},
     {"orl_stdelem", orl_stdelem},
     {"orl_toneop", orl_toneop},

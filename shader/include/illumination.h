@@ -266,5 +266,7 @@ miColor trace_transparency(miState* state);
    1. `amount` is the opacity. */
 int filter_mode(miInteger transparency_type);
 miColor transmission_filter(int mode, miScalar amount, const miColor& filter, const miColor& diffuse);
+/* The same with what the record holds; the amount is its opacity factor. */
+miColor filter_of(const IllumRecord& record);
 
 } // namespace orl

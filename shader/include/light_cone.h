@@ -43,7 +43,11 @@ struct LightConeShape {
     miBoolean smooth;                                        /* spot: hotspot and falloff are apart */
     miScalar cosDifference;                                  /* spot: cosHalfHotspot - cosLimit */
     miScalar fieldAngle, projectionScale;
-    miScalar falloffSquared; /* beam */
+    miVector2d extent;          /* spot: half of the width and height of its circle or rectangle at z = -1 */
+    miScalar depth;             /* round spot: 1 - cos of half the falloff */
+    miScalar sineHalfHeight;    /* rectangular spot: of the angle that half the height fills */
+    miScalar quarterSolidAngle; /* likewise: of the rectangle, seen from the light */
+    miScalar falloffSquared;    /* beam */
 };
 
 enum LightConeKind { light_cone_spot = 0, light_cone_beam = 1, light_cone_kinds };
@@ -60,9 +64,6 @@ enum LightConeKind { light_cone_spot = 0, light_cone_beam = 1, light_cone_kinds 
 using LightConeFactory = LightConeShape* (*)(miScalar hotspot, miScalar falloff, miBoolean overshoot,
                                              miBoolean circular, miScalar aspect);
 extern const LightConeFactory light_cone_factory[light_cone_kinds];
-
-/* Half the width and height of a spot's circle or rectangle in the plane z = -1. */
-miVector2d spot_extent(const LightConeShape& cone);
 
 /* What the volume light asks of an omni light: the part of a ray within the sphere of that radius about the
    light. The other four are the same for every omni light. */

@@ -9,9 +9,9 @@
 
 namespace orl {
 
-/* 0 to 1 with level ends: 3 t^2 - 2 t^3. */
-constexpr miScalar smooth_ramp(miScalar t) {
-    return (3.0f - 2.0f * t) * t * t;
+/* 0 to `height` with level ends: 3 t^2 - 2 t^3. */
+constexpr miScalar smooth_ramp(miScalar t, miScalar height = 1.0f) {
+    return height * (3.0f - 2.0f * t) * (t * t);
 }
 
 /* Ranges in which a light fades in (near) and out (far). Distances in the light's units. */
@@ -53,8 +53,8 @@ struct VolumeLightRequest {
    light along its axis. */
 enum class ProbeDistance { from_origin, along_axis };
 
-/* Answers a request: samples the light once for each point under the probe record "KEY_4" and reads the
-   answers back; the samples of a light with an area are averaged. The record is gone afterwards. `range` and
+/* Answers a request: samples the light for each point under the probe record "KEY_4" and reads the answers
+   back; the samples of a light with an area are averaged. The record is gone afterwards. `range` and
    `decayStart` are the light's own; miFALSE when no light comes to any of the points. */
 miBoolean sample_light_in_volume(miState* state, const VolumeLightRequest& request, AttenuationRange range,
                                  miInteger decayType, miScalar decayStart,

@@ -138,13 +138,12 @@ ProjectorCoordinate beam_projection(const miVector& point, const LightConeShape&
 enum class LightKind { omni, spot, beam };
 
 /* Where a light of that kind looks its picture up: for a spot mirrored in both coordinates, so that the
-   picture stands upright where it falls. `cosine` is that of the angle
-   with the axis; spots only. */
+   picture stands upright where it falls. `cosine` is that of the angle with the axis; spots only. */
 ProjectorCoordinate projection(const LightInstanceData& data, LightKind kind, const miVector& point,
                                miScalar cosine);
 
 /* The map at a projector's coordinate. It sees the vector from the light (light space) as the ray's
-   direction; the state is as before afterwards. Black where the map fails. */
+   direction; the state is as before afterwards. Black where the map fails or is not a number; alpha 1. */
 miColor look_up_projection(miState* state, miTag map, const miVector& point, const ProjectorCoordinate& at);
 
 // ---- photons
@@ -165,7 +164,8 @@ Emission emit_from_beam(const LightConeShape& cone, miScalar u, miScalar v);
 
 /*
  * Sends one photon for the light of `state`, whose colour `result` holds, through the projector's filter (a
- * null tag: none) by roulette. Always miTRUE: a photon that the roulette ends is not a failure.
+ * null tag: none) by roulette. Spot and beam need their cone. Always miTRUE: a photon that the roulette ends
+ * is not a failure.
  *
  * A photon survives with the brightness of the filter (the mean of its components, 1 at most) times the share
  * that the shape lets through, and carries the filter's tint at mean brightness. So what all photons carry is
@@ -206,20 +206,19 @@ constexpr auto cone_fields(double largest, const char* unit, const char* hotspot
         decl::scalar(&Params::aspect, "aspect", 1, decl::not_negative, "", "width to height"));
 }
 
+// Differences of such distances stay finite, stretched ones of a volume light too.
+inline constexpr decl::Range distances{0, 1e30};
+
 template <class Params>
 constexpr auto reach_fields = std::tuple(
     decl::boolean(&Params::useNearAtten, "useNearAtten", false, "fade in with distance"),
-    decl::scalar(&Params::nearAttenStart, "nearAttenStart", 0, decl::not_negative, "scene units",
-                 "dark up to here"),
-    decl::scalar(&Params::nearAttenEnd, "nearAttenEnd", 40, decl::not_negative, "scene units",
-                 "full from here on"),
+    decl::scalar(&Params::nearAttenStart, "nearAttenStart", 0, distances, "scene units", "dark up to here"),
+    decl::scalar(&Params::nearAttenEnd, "nearAttenEnd", 40, distances, "scene units", "full from here on"),
     decl::boolean(&Params::useFarAtten, "useFarAtten", false, "fade out with distance"),
-    decl::scalar(&Params::farAttenStart, "farAttenStart", 80, decl::not_negative, "scene units",
-                 "full up to here"),
-    decl::scalar(&Params::farAttenEnd, "farAttenEnd", 200, decl::not_negative, "scene units",
-                 "dark from here on"),
+    decl::scalar(&Params::farAttenStart, "farAttenStart", 80, distances, "scene units", "full up to here"),
+    decl::scalar(&Params::farAttenEnd, "farAttenEnd", 200, distances, "scene units", "dark from here on"),
     decl::integer(&Params::decayType, "decayType", decay_none, {0, 2}, "0 none, 1 inverse, 2 inverse square"),
-    decl::scalar(&Params::decayStart, "decayStart", 40, decl::not_negative, "scene units",
+    decl::scalar(&Params::decayStart, "decayStart", 40, distances, "scene units",
                  "distance from which the light decays"));
 
 template <class Params>
@@ -227,7 +226,7 @@ constexpr auto shadow_fields = std::tuple(
     decl::boolean(&Params::shadowOn, "shadowOn", false, "cast shadows"),
     decl::color(&Params::shadowColor, "shadowColor", {0, 0, 0, 1}, "colour of the shadows"),
     decl::scalar(&Params::shadowDensity, "shadowDensity", 1, decl::any, "",
-                 "weight of the shadows; negative: they add to the light"),
+                 "weight of the shadows; negative: their colour is taken from the light"),
     decl::boolean(&Params::lightAffectsShadowColor, "lightAffectsShadowColor", false,
                   "mix the light's colour into that of the shadows"),
     decl::boolean(&Params::shadowMapOn, "shadowMapOn", false, "take the colour of the shadows from the map"),

@@ -93,9 +93,10 @@ inline constexpr auto standard = decl::fields<StdElementParams>(
                  "Z depth: white up to this distance"),
     decl::scalar(&StdElementParams::farDepth, "farDepth", 1000, decl::not_negative, "scene units",
                  "Z depth: black from this distance on"),
-    decl::scalar(&StdElementParams::nearestDepth, "nearestDepth", 0, decl::any, "scene units",
-                 "Z depth writes here what it saw, at the end of the render: which of two numbers near the "
-                 "smallest may depend on the order of samples"),
+    decl::scalar(
+        &StdElementParams::nearestDepth, "nearestDepth", 0, decl::any, "scene units",
+        "Z depth writes the smallest distance here at the end of the render; it depends on the order of "
+        "samples"),
     decl::scalar(&StdElementParams::farthestDepth, "farthestDepth", 0, decl::any, "scene units",
                  "likewise, the largest distance"),
     decl::scalar(&StdElementParams::highestSpeed, "highestSpeed", 0, decl::any, "scene units",
@@ -109,16 +110,18 @@ inline constexpr auto standard = decl::fields<StdElementParams>(
 inline constexpr decl::Shader orl_stdelem[] = {
     {"orl_StdRenderElements", miTYPE_COLOR, 7, false, true, decl::apply(miSHADER_TEXTURE),
      orl_stdelem_table::standard,
-     "One render element, for the list of orl_RenderElementHandler. Alpha, hair and fur: coverage as a grey. "
-     "Atmosphere: what the camera's volume shader adds to black. Background: the environment behind the first "
-     "surface. Blend: the sum of the chosen components. Diffuse holds the ambient light too. Lighting, "
-     "illuminance HDR: the light that arrives, direct and indirect; luminance HDR: its luminance, not tone-mapped. Matte: "
-     "white where material id, node id or instance match. Ink, paint: as the material gives them, not "
-     "tone-mapped. Shadow: share of the light that arrives, or the material's own shadow colour. Z depth: see "
-     "nearDepth. Velocity: motion during the shutter interval in camera space. Ids: a hue for each; nodes "
-     "without a node record have their instance's label for an id. Components are weighted by the opacity "
-     "unless the material has done so. Elements that show what a point is rather than what it adds are weighted by its "
-     "coverage. The others are tone-mapped like the picture."},
+     "One render element, for the list of orl_RenderElementHandler. Alpha, hair and fur: coverage as a grey; of "
+     "hair, where the first surface is hair. Atmosphere: what the camera's volume shader adds to black. "
+     "Background: the environment behind the first surface. Blend: the sum of the chosen components. Diffuse: "
+     "with the ambient light. Lighting, illuminance HDR: the light that arrives, direct and indirect. Luminance "
+     "HDR: its luminance. Matte: white where material id, node id or instance match. Ink, paint: as the material "
+     "gives them. Shadow: the share of light that arrives, or the material's own shadow colour. Z depth: see "
+     "nearDepth. Velocity: motion during the shutter interval, camera space. Ids: a hue for each; a node without "
+     "a record has its instance's label for an id. "
+     "Ambient, diffuse and self-illumination are weighted by the material's opacity, reflection and refraction "
+     "where it asks for that. Lighting, luminance, matte, shadow, velocity and ids, which do not add up to the "
+     "picture, are weighted by coverage. The active tone operator maps background, blend, diffuse, refraction, "
+     "lighting, reflection, self-illumination, specular and illuminance, and in the end atmosphere and blend."},
 };
 // clang-format on
 

@@ -210,7 +210,8 @@ struct LightAttenuationProbe {
     miScalar attenuation; /* the light's answer */
     miScalar nearStart, nearEnd, farStart, farEnd;
     const miVector* point; /* light space */
-    void* spare;
+    miScalar decayStart;   /* in place of the light's own, where the next field is set */
+    miInteger hasDecayStart;
 };
 
 /* What a light tells the illumination loop. */
@@ -368,6 +369,9 @@ void guard_nan(miState* state, miColor& color);
 /* Index of a named frame buffer for mi_fb_put, -1 when the camera has none of that name. For instance init.
  */
 int frame_buffer_index(miState* state, const char* name);
+
+/* Whether the rasterizer asks for the sample, which composes transparent surfaces by itself. */
+bool comes_from_rasterizer(const miState* state);
 
 /* Lets the ray pass the surface as if it were not there. */
 miBoolean pass_through(miColor* result, miState* state);

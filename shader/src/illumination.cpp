@@ -225,6 +225,12 @@ miColor transmission_filter(int mode, miScalar amount, const miColor& filter, co
             0};
 }
 
+miColor filter_of(const IllumRecord& record) {
+    return transmission_filter(filter_mode(record.values->transparencyType), record.opacityFactor,
+                               slot_value(record, slot_filter, white),
+                               slot_value(record, slot_diffuse, white));
+}
+
 miColor trace_transparency(miState* state) {
     // A compound material asks for this one's transparency and goes on by itself.
     if (find_record(state, keys::sub_material_report) != nullptr)
@@ -242,12 +248,6 @@ miColor trace_transparency(miState* state) {
 }
 
 namespace {
-
-miColor filter_of(const IllumRecord& record) {
-    return transmission_filter(filter_mode(record.values->transparencyType), record.opacityFactor,
-                               slot_value(record, slot_filter, white),
-                               slot_value(record, slot_diffuse, white));
-}
 
 void set_filters(IllumRecord* record, const miColor& color) {
     record->filter[0] = record->filter[1] = color;

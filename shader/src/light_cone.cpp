@@ -32,6 +32,7 @@ miScalar limited(miScalar value, miScalar lowest, miScalar highest) {
 constexpr miScalar narrowest = 1e-3f, widest = 179.999f; // degrees
 constexpr miScalar thinnest = 1e-6f, thickest = 1e18f;   // radius; its square is finite
 constexpr miScalar least_aspect = 1e-6f, most_aspect = 1e6f;
+constexpr miScalar widest_field = 1.5707962f; // half angle; single precision rounds a right angle up
 
 // A shape without an aspect is square.
 miScalar legal_aspect(miScalar aspect) {
@@ -40,6 +41,7 @@ miScalar legal_aspect(miScalar aspect) {
 
 LightConeShape* new_shape(const LightConeOperations& operations, miScalar hotspot, miScalar falloff,
                           miBoolean overshoot, miBoolean circular, miScalar aspect) {
+    // The allocation that may fail: a light without its shape is dark, and the picture goes on without it.
     void* const memory = mi_mem_int_test_allocate("light_cone", __LINE__, sizeof(LightConeShape));
     if (memory == nullptr)
         return nullptr;
@@ -134,13 +136,13 @@ miScalar projection_scale(const LightConeShape* cone) {
 }
 
 void spot_edges_x(const LightConeShape* cone, miVector* left, miVector* right) {
-    const miScalar extent = spot_extent(*cone).u;
+    const miScalar extent = cone->extent.u;
     *left = normalized({-extent, 0.0f, -1.0f});
     *right = normalized({extent, 0.0f, -1.0f});
 }
 
 void spot_edges_y(const LightConeShape* cone, miVector* bottom, miVector* top) {
-    const miScalar extent = spot_extent(*cone).v;
+    const miScalar extent = cone->extent.v;
     *bottom = normalized({0.0f, -extent, -1.0f});
     *top = normalized({0.0f, extent, -1.0f});
 }
@@ -162,6 +164,18 @@ constexpr miScalar half_degrees(miScalar angle) {
     return angle * 0.5f * (std::numbers::pi_v<miScalar> / 180.0f);
 }
 
+// What photons need: they are spread evenly over the solid angle.
+void measure(LightConeShape* cone) {
+    const miScalar half_width = 1.0f / cone->projectionScale;
+    cone->extent = cone->circular ? miVector2d{cone->tanHalfFalloff, cone->tanHalfFalloff}
+                                  : miVector2d{half_width, half_width / cone->aspect};
+    const auto [u, v] = cone->extent;
+    // From the sine, so that narrow cones keep their digits.
+    cone->depth = cone->sinHalfFalloff * cone->sinHalfFalloff / (1.0f + cone->cosLimit);
+    cone->sineHalfHeight = v / std::sqrt(1.0f + v * v);
+    cone->quarterSolidAngle = numeric::asin(u / std::sqrt(1.0f + u * u) * cone->sineHalfHeight);
+}
+
 LightConeShape* make_spot(miScalar hotspot, miScalar falloff, miBoolean overshoot, miBoolean circular,
                           miScalar aspect) {
     LightConeShape* const cone = new_shape(spot_operations, limited(hotspot, 0.0f, widest),
@@ -179,8 +193,10 @@ LightConeShape* make_spot(miScalar hotspot, miScalar falloff, miBoolean overshoo
     cone->smooth = cone->cosLimit != cone->cosHalfHotspot;
     cone->cosDifference = cone->cosHalfHotspot - cone->cosLimit;
     const miScalar k = cone->circular ? 1.0f : std::sqrt(cone->aspect);
-    cone->fieldAngle = 2.0f * numeric::atan(numeric::tan(std::max(half_falloff, half_hotspot)) * k);
+    const miScalar half_field = numeric::atan(numeric::tan(std::max(half_falloff, half_hotspot)) * k);
+    cone->fieldAngle = 2.0f * std::min(half_field, widest_field);
     cone->projectionScale = 1.0f / numeric::tan(cone->fieldAngle * 0.5f);
+    measure(cone);
     return cone;
 }
 
@@ -233,13 +249,6 @@ miScalar omni_projection_scale() {
 }
 
 } // namespace
-
-miVector2d spot_extent(const LightConeShape& cone) {
-    if (cone.circular)
-        return {cone.tanHalfFalloff, cone.tanHalfFalloff};
-    const miScalar half_width = 1.0f / cone.projectionScale;
-    return {half_width, half_width / cone.aspect};
-}
 
 const LightConeFactory light_cone_factory[light_cone_kinds] = {make_spot, make_beam};
 

@@ -119,8 +119,9 @@ miScalar average_light(miState* state) {
 } // namespace
 } // namespace orl
 
+using namespace orl;
+
 ORL_EXPORT void IllumAccumulate(miState* state, orl_LightFunction function, void* context) {
-    using namespace orl;
     if (!can_be_lit(state))
         return;
     const ScopedRecord shaping(state, keys::light_shaping, {0, 1.0f, 0, affects_all});
@@ -137,11 +138,10 @@ ORL_EXPORT void IllumAccumulate(miState* state, orl_LightFunction function, void
 }
 
 ORL_EXPORT void ComputeIlluminance(miState* state, orl_Illuminance* data) {
-    IllumAccumulate(state, orl::add_illuminance, data);
+    IllumAccumulate(state, add_illuminance, data);
 }
 
 ORL_EXPORT miScalar IllumShadow(miState* state) {
-    using namespace orl;
     constexpr miScalar unlit = 0.005f; // below, noise of the light would show as shadow
     if (!can_be_lit(state))
         return 1.0f;

@@ -22,9 +22,7 @@ miVector around_axis(miScalar radius, miScalar turn, miScalar z) {
 }
 
 miVector in_cone(const LightConeShape& cone, miScalar u, miScalar v) {
-    // 1 - cos of the half angle, from the sine, so that narrow cones keep their digits.
-    const miScalar depth = cone.sinHalfFalloff * cone.sinHalfFalloff / (1.0f + cone.cosLimit);
-    const miScalar down = u * depth;
+    const miScalar down = u * cone.depth;
     return around_axis(std::sqrt(down * (2.0f - down)), v, down - 1.0f);
 }
 
@@ -32,11 +30,9 @@ miVector in_cone(const LightConeShape& cone, miScalar u, miScalar v) {
 // off the share u of the solid angle, then v divides the arc within the rectangle by height. For a rectangle
 // whose middle is the axis the angles fold up to the half arc w and the sine of the direction in x.
 miVector in_pyramid(const LightConeShape& cone, miScalar u, miScalar v) {
-    const auto [half_width, half_height] = spot_extent(cone);
-    const miScalar sine_x = half_width / std::sqrt(1.0f + half_width * half_width);
-    const miScalar sine_y = half_height / std::sqrt(1.0f + half_height * half_height);
-    const miScalar w = numeric::asin(sine_x * sine_y) * (2.0f * u - 1.0f);
-    const miScalar sine = numeric::sin(w) / sine_y;
+    const auto [half_width, half_height] = cone.extent;
+    const miScalar w = cone.quarterSolidAngle * (2.0f * u - 1.0f);
+    const miScalar sine = numeric::sin(w) / cone.sineHalfHeight;
     const miScalar x =
         std::clamp(sine / std::sqrt(std::max(1.0f - sine * sine, 1e-12f)), -half_width, half_width);
     const miScalar squared = 1.0f + x * x; // distance of the arc's middle from the light
@@ -120,12 +116,11 @@ Emission emit_from_beam(const LightConeShape& cone, miScalar u, miScalar v) {
 
 miBoolean emit_photon(miColor* result, miState* state, const LightInstanceData& data, LightKind kind,
                       miTag projector) {
-    if (kind != LightKind::omni && data.cone == nullptr)
-        return miTRUE;
-    double uv[2], roulette;
+    double uv[2]{}, roulette = 0.0;
     mi_sample(uv, nullptr, state, 2, nullptr);
     const Emission emission =
         emission_of(data, kind, static_cast<miScalar>(uv[0]), static_cast<miScalar>(uv[1]));
+    aim(state, kind, emission);
     const miColor filter = projector_filter(state, data, kind, emission, projector);
     const miScalar mean = (filter.r + filter.g + filter.b) / 3.0f;
     mi_sample(&roulette, nullptr, state, 1, nullptr);
@@ -133,7 +128,6 @@ miBoolean emit_photon(miColor* result, miState* state, const LightInstanceData& 
     const miScalar survival = std::min(mean, 1.0f) * shape_share(data, kind, emission);
     if (!(roulette < static_cast<double>(survival)))
         return miTRUE;
-    aim(state, kind, emission);
     miColor energy{result->r * filter.r / mean, result->g * filter.g / mean, result->b * filter.b / mean,
                    result->a};
     state->ior = state->ior_in = 1.0f;

@@ -186,9 +186,13 @@ int frame_buffer_index(miState* state, const char* name) {
     return found ? static_cast<int>(index) : -1;
 }
 
-miBoolean pass_through(miColor* result, miState* state) {
+bool comes_from_rasterizer(const miState* state) {
     constexpr int rasterizer = 'r';
-    if (state->options->scanline == rasterizer && state->scanline) {
+    return state->options->scanline == rasterizer && state->scanline;
+}
+
+miBoolean pass_through(miColor* result, miState* state) {
+    if (comes_from_rasterizer(state)) {
         *result = transparent_black;
         return miTRUE;
     }

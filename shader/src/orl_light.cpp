@@ -16,9 +16,17 @@ namespace orl {
 
 // ---- mathematics
 
+namespace {
+
+// 0 to 100; what is not a number is 0.
+miScalar percent(miScalar value) {
+    return value > 0.0f ? std::min(value, 100.0f) : 0.0f;
+}
+
+} // namespace
+
 miScalar contrast_weight(miScalar contrast) {
-    const miScalar legal = contrast > 0.0f ? std::min(contrast, 100.0f) : 0.0f;
-    return 2.0f - 1.0f / (legal * 0.004901961f + 0.5f);
+    return 2.0f - 1.0f / (percent(contrast) * 0.004901961f + 0.5f);
 }
 
 miScalar shapeCosine(miScalar soften, miScalar cosine, miScalar contrastA, miScalar contrastB,
@@ -38,7 +46,9 @@ miColor blendShadow(const miColor& light, const miColor& filter, const miColor& 
     const miScalar mean = (s.r + s.g + s.b) / 3.0f;
     const auto blend = [&](miScalar lit, miScalar weight, miScalar shadow) {
         // Shadows of more than full density leave nothing of the light, those of negative density all of it.
-        const miScalar rest = mean > 1.0f ? 0.0f : mean < 0.0f ? 1.0f : 1.0f - weight;
+        if (mean > 1.0f)
+            return lightAffects ? lit * weight * shadow : weight * shadow;
+        const miScalar rest = mean < 0.0f ? 1.0f : 1.0f - weight;
         return lightAffects ? lit * (weight * shadow + rest) : rest * lit + weight * shadow;
     };
     return {blend(light.r, s.r, shadowColor.r), blend(light.g, s.g, shadowColor.g),
@@ -46,6 +56,13 @@ miColor blendShadow(const miColor& light, const miColor& filter, const miColor& 
 }
 
 namespace {
+
+// A colour that light is filtered by, whose alpha does not count.
+miColor checked(miState* state, miColor color) {
+    color.a = 1.0f;
+    guard_nan(state, color);
+    return color;
+}
 
 // A coordinate that is not a number is not within the picture either.
 bool within_unit(miScalar x) {
@@ -108,7 +125,7 @@ miColor look_up_projection(miState* state, miTag map, const miVector& point, con
         color = {};
     state->dir = dir;
     state->tex = tex;
-    return color;
+    return checked(state, color);
 }
 
 // ---- what lights tell materials
@@ -161,7 +178,7 @@ template <class Params> LightInstanceData* init_light(miState* state, const Para
     data->isBlack = init_color(state, params, energy, *data) && !is_black(energy);
     data->affectFlags = (eval(state, params->affectDiffuse) ? affect_diffuse : 0) |
                         (eval(state, params->affectSpecular) ? affect_specular : 0);
-    data->soften = eval(state, params->softenDiffuseEdge) * 0.01f;
+    data->soften = percent(eval(state, params->softenDiffuseEdge)) * 0.01f;
     data->contrastA = contrast_weight(eval(state, params->contrast));
     data->contrastB = 1.0f - data->contrastA;
     return data;
@@ -202,7 +219,7 @@ struct OmniRules {
     static constexpr ProbeDistance probe_distance = ProbeDistance::from_origin;
     // Deliberate: an omni light whose colour is black still counts as a light that reaches the point.
     static bool is_out(const LightInstanceData&) { return false; }
-    static miScalar cosine(const miVector&) { return 0.0f; }
+    static miScalar cosine(const miVector&, miScalar) { return 0.0f; }
     static miVector direction_to(const miVector& point) { return point; }
     static BeamShare share(const LightInstanceData&, const LitPoint&) { return {1.0f, miTRUE}; }
 };
@@ -220,7 +237,7 @@ struct ConeRules {
 struct SpotRules : ConeRules {
     static constexpr LightKind kind = LightKind::spot;
     static constexpr ProbeDistance probe_distance = ProbeDistance::from_origin;
-    static miScalar cosine(const miVector& point) { return -point.z / mi_vector_norm(&point); }
+    static miScalar cosine(const miVector& point, miScalar distance) { return -point.z / distance; }
     static miVector direction_to(const miVector& point) { return point; }
 };
 
@@ -228,7 +245,8 @@ struct BeamRules : ConeRules {
     static constexpr LightKind kind = LightKind::beam;
     // Deliberate: the volume light measures along the beam, surfaces from where the light stands.
     static constexpr ProbeDistance probe_distance = ProbeDistance::along_axis;
-    static miScalar cosine(const miVector&) { return 0.0f; }
+    static miScalar cosine(const miVector&, miScalar) { return 0.0f; }
+    // A beam comes from no point: all its rays go along the axis, however the light is stretched.
     static miVector direction_to(const miVector&) { return {0, 0, -1}; }
     static BeamShare share(const LightInstanceData& data, const LitPoint& point) {
         if (!data.cone->overshoot && point.at.z >= 0.0f) // behind the light
@@ -239,14 +257,8 @@ struct BeamRules : ConeRules {
 
 // ---- the way of a light ray
 
-template <class Params> AttenuationRange attenuation_range(miState* state, const Params* params) {
-    return {eval(state, params->useNearAtten),  eval(state, params->nearAttenStart),
-            eval(state, params->nearAttenEnd),  eval(state, params->useFarAtten),
-            eval(state, params->farAttenStart), eval(state, params->farAttenEnd)};
-}
-
 // The distances of a range that is off are not evaluated: shaders would run for nothing.
-template <class Params> miScalar range_attenuation(miState* state, const Params* params, miScalar distance) {
+template <class Params> AttenuationRange attenuation_range(miState* state, const Params* params) {
     AttenuationRange range{};
     range.useNear = eval(state, params->useNearAtten);
     if (range.useNear) {
@@ -258,20 +270,31 @@ template <class Params> miScalar range_attenuation(miState* state, const Params*
         range.farStart = eval(state, params->farAttenStart);
         range.farEnd = eval(state, params->farAttenEnd);
     }
-    return nearFarAttenuation(distance, range);
-}
-
-// With the distances that a volume light brings.
-template <class Params>
-miScalar range_attenuation(miState* state, const Params* params, miScalar distance,
-                           const LightAttenuationProbe& probe) {
-    return nearFarAttenuation(distance, {eval(state, params->useNearAtten), probe.nearStart, probe.nearEnd,
-                                         eval(state, params->useFarAtten), probe.farStart, probe.farEnd});
+    return range;
 }
 
 template <class Params> miScalar decay_attenuation(miState* state, const Params* params, miScalar distance) {
     const miInteger type = eval(state, params->decayType);
     return type == decay_none ? 1.0f : decay(distance, type, eval(state, params->decayStart));
+}
+
+template <class Params> miScalar own_attenuation(miState* state, const Params* params, miScalar distance) {
+    return nearFarAttenuation(distance, attenuation_range(state, params)) *
+           decay_attenuation(state, params, distance);
+}
+
+// By the distances that a volume light brings, of which the light answers the ranges' share.
+template <class Params>
+miScalar probed_attenuation(miState* state, const Params* params, miScalar distance,
+                            LightAttenuationProbe& probe) {
+    const LightAttenuationProbe asked = probe;
+    const AttenuationRange range{eval(state, params->useNearAtten), asked.nearStart, asked.nearEnd,
+                                 eval(state, params->useFarAtten),  asked.farStart,  asked.farEnd};
+    const miScalar share = probe.attenuation = nearFarAttenuation(distance, range);
+    const miScalar fade = asked.hasDecayStart
+                              ? decay(distance, eval(state, params->decayType), asked.decayStart)
+                              : decay_attenuation(state, params, distance);
+    return share * fade;
 }
 
 // The volume light, and whatever samples light where there is no surface.
@@ -291,7 +314,10 @@ template <class Params> bool is_excluded(miState* state, const Params* params) {
            excluded[node->node_id];
 }
 
-// The axes of the light's space have equal lengths, so that angles there are those of internal space.
+// The axes of the light's space have equal lengths, so that angles there are those of internal space. Asked
+// for each sample: the record belongs to the shader, and lights that share one have transforms of their own.
+// (The energy in the record is that of the light for which it was made; lights of different energy therefore
+// need shaders of their own, which the host gives them.)
 bool keeps_angles(miState* state) {
     constexpr miScalar tolerance = 1e-6f; // of squared lengths
     const miScalar* m = nullptr;
@@ -317,14 +343,11 @@ template <class Rules> miScalar incidence(miState* state, const miVector& point)
 
 // What a light ray carries from step to step.
 struct LightRay {
-    LitPoint point;
+    miVector at; // light space
     miScalar distance;
-    miScalar attenuation;
+    miScalar attenuation; // by ranges and decay
+    bool ambient;
 };
-
-template <class Rules> LitPoint lit_point(const miVector& at) {
-    return {at, Rules::cosine(at)};
-}
 
 // Start of a ray for a volume: there is no surface, and the colour is the asker's business.
 template <class Rules>
@@ -332,17 +355,14 @@ LightRay start_in_air(miColor* result, miState* state, const typename Rules::Par
                       LightAttenuationProbe* probe) {
     *result = {1, 1, 1, 0};
     LightRay ray{};
-    miVector at;
     if (probe != nullptr && probe->point != nullptr)
-        at = *probe->point;
+        ray.at = *probe->point;
     else
-        mi_point_to_light(state, &at, &state->point);
-    ray.point = lit_point<Rules>(at);
-    ray.distance = Rules::probe_distance == ProbeDistance::along_axis ? -at.z : mi_vector_norm(&at);
-    if (probe != nullptr)
-        probe->attenuation = ray.attenuation = range_attenuation(state, params, ray.distance, *probe);
-    else
-        ray.attenuation = range_attenuation(state, params, ray.distance);
+        mi_point_to_light(state, &ray.at, &state->point);
+    ray.distance = Rules::probe_distance == ProbeDistance::along_axis ? -ray.at.z : mi_vector_norm(&ray.at);
+    ray.attenuation = probe != nullptr ? probed_attenuation(state, params, ray.distance, *probe)
+                                       : own_attenuation(state, params, ray.distance);
+    ray.ambient = eval(state, params->ambientOnly);
     return ray;
 }
 
@@ -353,27 +373,25 @@ bool start_at_surface(miColor* result, miState* state, const typename Rules::Par
     if (is_excluded(state, params))
         return false;
     auto* const shaping = find_record(state, keys::light_shaping);
-    const bool ambient = eval(state, params->ambientOnly);
-    if (ambient)
+    ray.ambient = eval(state, params->ambientOnly);
+    if (ray.ambient)
         state->dot_nd = 1.0f;
     else if (shaping != nullptr && state->dot_nd < 0.0f)
         return false;
-    miVector at;
-    mi_point_to_light(state, &at, &state->point);
+    mi_point_to_light(state, &ray.at, &state->point);
     if (shaping != nullptr) {
-        const miScalar cosine = ambient ? 1.0f : incidence<Rules>(state, at);
+        const miScalar cosine = ray.ambient ? 1.0f : incidence<Rules>(state, ray.at);
         if (cosine < 0.0f)
             return false;
         shaping->shapedCosine =
             shapeCosine(data.soften, cosine, data.contrastA, data.contrastB, eval(state, params->contrast));
         shaping->valid = 1;
         shaping->affectFlags = data.affectFlags;
-        shaping->ambientOnly = ambient;
+        shaping->ambientOnly = ray.ambient;
     }
-    write_light_flags(state, ambient, data.affectFlags);
+    write_light_flags(state, ray.ambient, data.affectFlags);
     *result = {data.color.r, data.color.g, data.color.b, 0.0f};
-    ray.point = lit_point<Rules>(at);
-    ray.distance = mi_vector_norm(&at);
+    ray.distance = mi_vector_norm(&ray.at);
     return true;
 }
 
@@ -396,45 +414,47 @@ miColor shadow_color(miState* state, const typename Rules::Params* params, const
         if (at.inside)
             return look_up_projection(state, map, point.at, at);
     }
-    return eval(state, params->shadowColor);
+    return checked(state, eval(state, params->shadowColor));
 }
 
 template <class Rules>
 void cast_shadow(miColor* result, miState* state, const typename Rules::Params* params,
                  const LightInstanceData& data, const LitPoint& point) {
+    const miColor shadow = shadow_color<Rules>(state, params, data, point);
     miColor passed{1, 1, 1, 0};
     if (!mi_trace_shadow(&passed, state))
         passed = {0, 0, 0, 0};
     if (passed.r != 1.0f || passed.g != 1.0f || passed.b != 1.0f)
-        *result =
-            blendShadow(*result, passed, shadow_color<Rules>(state, params, data, point),
-                        eval(state, params->shadowDensity), eval(state, params->lightAffectsShadowColor));
-    if (eval(state, params->atmosphereShadowsOn))
-        result->a = eval(state, params->atmosphereOpacity) * eval(state, params->atmosphereColorAmount);
+        *result = blendShadow(*result, passed, shadow, eval(state, params->shadowDensity),
+                              eval(state, params->lightAffectsShadowColor));
 }
 
 // From the start on, rays for surfaces and for volumes go the same way.
 template <class Rules>
 miBoolean finish(miColor* result, miState* state, const typename Rules::Params* params,
-                 const LightInstanceData& data, LightRay& ray) {
-    ray.attenuation *= decay_attenuation(state, params, ray.distance);
+                 const LightInstanceData& data, const LightRay& ray) {
     if (ray.attenuation == 0.0f)
         return miFALSE;
-    const BeamShare beam = Rules::share(data, ray.point);
-    ray.attenuation *= beam.share;
-    if (ray.attenuation == 0.0f)
+    const LitPoint point{ray.at, Rules::cosine(ray.at, ray.distance)};
+    const BeamShare beam = Rules::share(data, point);
+    const miScalar attenuation = ray.attenuation * beam.share;
+    if (attenuation == 0.0f)
         return miFALSE;
     if (const miTag map = projector_of(state, params)) {
-        const ProjectorCoordinate at = projection(data, Rules::kind, ray.point.at, ray.point.cosine);
+        const ProjectorCoordinate at = projection(data, Rules::kind, point.at, point.cosine);
         if (at.inside)
-            filter(result, look_up_projection(state, map, ray.point.at, at));
+            filter(result, look_up_projection(state, map, point.at, at));
     }
-    if (ray.attenuation != 1.0f)
-        filter(result, {ray.attenuation, ray.attenuation, ray.attenuation, 1.0f});
+    if (attenuation != 1.0f)
+        filter(result, {attenuation, attenuation, attenuation, 1.0f});
     const bool shadows = eval(state, params->shadowOn);
-    if (shadows && beam.inShadowZone && !eval(state, params->ambientOnly))
-        cast_shadow<Rules>(result, state, params, data, ray.point);
-    if (!shadows || !eval(state, params->atmosphereShadowsOn))
+    const bool atmosphere = shadows && eval(state, params->atmosphereShadowsOn);
+    if (shadows && beam.inShadowZone && !ray.ambient) {
+        cast_shadow<Rules>(result, state, params, data, point);
+        if (atmosphere)
+            result->a = eval(state, params->atmosphereOpacity) * eval(state, params->atmosphereColorAmount);
+    }
+    if (!atmosphere)
         state->volume = miNULLTAG; // the ray passes no atmosphere
     return miTRUE;
 }
@@ -454,7 +474,7 @@ miBoolean shade_light_ray(miColor* result, miState* state, const typename Rules:
             return miFALSE;
         if (data.isBlack)
             return miTRUE;
-        ray.attenuation = range_attenuation(state, params, ray.distance);
+        ray.attenuation = own_attenuation(state, params, ray.distance);
     }
     return finish<Rules>(result, state, params, data, ray);
 }
@@ -477,6 +497,7 @@ miBoolean shade(miColor* result, miState* state, const typename Rules::Params* p
         // ignore.
         if (light_ray && !eval(state, params->atmosphereShadowsOn))
             return miFALSE;
+        *result = data->color;
         return sample_light_in_volume(state, *request, attenuation_range(state, params),
                                       eval(state, params->decayType), eval(state, params->decayStart),
                                       Rules::probe_distance);
@@ -579,7 +600,7 @@ ORL_EXPORT miBoolean orl_DefaultLight(miColor* result, miState* state, const Def
     if (auto* const shaping = find_record(state, keys::light_shaping))
         *shaping = {1, state->dot_nd, 0, data->affectFlags};
     write_light_flags(state, false, data->affectFlags);
-    *result = data->color;
+    *result = data->color; // with its alpha of 1, which says nothing here: there is no atmosphere on the way
     if (data->isBlack)
         return miFALSE;
     state->volume = miNULLTAG;

@@ -49,59 +49,6 @@ void gather(miState* state, const RenderElementState& elements, orl_PostIllumDat
     }
 }
 
-} // namespace
-} // namespace orl
-
-// ---- helpers for materials
-
-ORL_EXPORT miBoolean RenderElementsAreBeingUsed(miState* state) {
-    using namespace orl;
-    if (state == nullptr || find_record(state, keys::render_elements) == nullptr)
-        return miFALSE;
-    const miState* ray = state;
-    while (ray != nullptr && ray->type == miRAY_TRANSPARENT)
-        ray = ray->parent;
-    return ray == nullptr || ray->type == miRAY_EYE;
-}
-
-ORL_EXPORT void ClearInputs(orl_PostIllumData* data) {
-    data->inputs = {};
-}
-
-ORL_EXPORT void ClearOutputs(orl_PostIllumData* data) {
-    data->outputs = {};
-}
-
-ORL_EXPORT void InitializeRenderElementPostIllumData(miState*, orl_PostIllumData* data) {
-    static constexpr miInteger identity[orl_slot_count] = {0, 1, 2,  3,  4,  5,  6,  7,
-                                                           8, 9, 10, 11, 12, 13, 14, 15};
-    *data = {};
-    data->slots = identity;
-}
-
-ORL_EXPORT miBoolean orl_CallRenderElementShaders_PostIllum(miState* state, orl_PostIllumData* data) {
-    using namespace orl;
-    RenderElementState* const elements = state ? find_record(state, keys::render_elements) : nullptr;
-    if (elements == nullptr || elements->results->busy)
-        return miFALSE;
-    elements->results->busy = miTRUE;
-    elements->postIllumDone = miTRUE;
-    gather(state, *elements, data);
-    elements->results->busy = miFALSE;
-    return miTRUE;
-}
-
-ORL_EXPORT miColor* orl_GetRenderElementResults(miState* state, miInteger* count) {
-    using namespace orl;
-    const RenderElementState* const elements = state ? find_record(state, keys::render_elements) : nullptr;
-    if (count != nullptr)
-        *count = elements ? elements->list->count : 0;
-    return elements ? elements->results->color : nullptr;
-}
-
-namespace orl {
-namespace {
-
 // ---- the list of elements
 
 // Arrays of another length than the list of shaders read as null beyond their end.
@@ -280,9 +227,53 @@ bool elements_are_off(miState* state) {
 } // namespace
 } // namespace orl
 
-// ---- the lens
-
 using namespace orl;
+
+// ---- helpers for materials
+
+ORL_EXPORT miBoolean RenderElementsAreBeingUsed(miState* state) {
+    if (state == nullptr || find_record(state, keys::render_elements) == nullptr)
+        return miFALSE;
+    const miState* ray = state;
+    while (ray != nullptr && ray->type == miRAY_TRANSPARENT)
+        ray = ray->parent;
+    return ray == nullptr || ray->type == miRAY_EYE;
+}
+
+ORL_EXPORT void ClearInputs(orl_PostIllumData* data) {
+    data->inputs = {};
+}
+
+ORL_EXPORT void ClearOutputs(orl_PostIllumData* data) {
+    data->outputs = {};
+}
+
+ORL_EXPORT void InitializeRenderElementPostIllumData(miState*, orl_PostIllumData* data) {
+    static constexpr miInteger identity[orl_slot_count] = {0, 1, 2,  3,  4,  5,  6,  7,
+                                                           8, 9, 10, 11, 12, 13, 14, 15};
+    *data = {};
+    data->slots = identity;
+}
+
+ORL_EXPORT miBoolean orl_CallRenderElementShaders_PostIllum(miState* state, orl_PostIllumData* data) {
+    RenderElementState* const elements = state ? find_record(state, keys::render_elements) : nullptr;
+    if (elements == nullptr || elements->results->busy)
+        return miFALSE;
+    elements->results->busy = miTRUE;
+    elements->postIllumDone = miTRUE;
+    gather(state, *elements, data);
+    elements->results->busy = miFALSE;
+    return miTRUE;
+}
+
+ORL_EXPORT miColor* orl_GetRenderElementResults(miState* state, miInteger* count) {
+    const RenderElementState* const elements = state ? find_record(state, keys::render_elements) : nullptr;
+    if (count != nullptr)
+        *count = elements ? elements->list->count : 0;
+    return elements ? elements->results->color : nullptr;
+}
+
+// ---- the lens
 
 ORL_VERSION(orl_rendelem, orl_RenderElementHandler);
 

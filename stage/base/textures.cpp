@@ -23,3 +23,28 @@ BASE_EXPORT miBoolean base_checker(miColor* result, miState* state, base_checker
     *result = *mi_eval_color(std::fmod(cell, 2.0f) != 0.0f ? &params->odd : &params->even);
     return miTRUE;
 }
+
+// ---- base_letter: the letter F, upright in the unit square and once in every unit beyond, which tells how a
+// picture lies that a light projects. It is looked up where the caller puts the state's texture coordinate.
+
+struct base_letter_params {
+    miColor letter;
+    miColor ground;
+    miVector repeat; // letters for each unit of the texture coordinate
+};
+
+BASE_VERSION(base_letter, 1)
+
+BASE_EXPORT miBoolean base_letter(miColor* result, miState* state, base_letter_params* params) {
+    const miVector repeat = *mi_eval_vector(&params->repeat);
+    miScalar u = state->tex.x * repeat.x, v = state->tex.y * repeat.y;
+    u -= std::floor(u);
+    v -= std::floor(v);
+    const auto within = [&](miScalar left, miScalar right, miScalar bottom, miScalar top) {
+        return u >= left && u < right && v >= bottom && v < top;
+    };
+    const bool letter = within(0.26f, 0.42f, 0.14f, 0.86f) || within(0.26f, 0.78f, 0.71f, 0.86f) ||
+                        within(0.26f, 0.66f, 0.44f, 0.58f);
+    *result = *mi_eval_color(letter ? &params->letter : &params->ground);
+    return miTRUE;
+}

@@ -250,9 +250,11 @@ void declare(CLI::App& app, CommandLine& line) {
     app.add_option(
            "--region", line.region,
            "xl yl xh yh: pixels to render, inclusive, (0, 0) lower left; default: the camera's window")
-        ->expected(4);
+        ->expected(4)
+        ->allow_extra_args(false);
     app.add_option("--resolution", line.resolution, "width height in pixels; default: the camera's")
         ->expected(2)
+        ->allow_extra_args(false)
         ->check(CLI::Range(1, 65536));
     app.add_option("--samples", line.samples,
                    "samples for each pixel, a square number; default: the scene's, 1 when it says nothing")

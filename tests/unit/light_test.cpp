@@ -3,6 +3,7 @@
 #include "shader_fixture.h"
 
 #include <cstring>
+#include <functional>
 #include <utility>
 
 using namespace orl;
@@ -58,6 +59,8 @@ TEST(LightMathematics, CosinesShadowsAndTheCube) {
         expect_color(blendShadow(light, grey(filter), shadow, density, false), grey(plain, 0.3f));
         expect_color(blendShadow(light, grey(filter), shadow, density, true), grey(affected, 0.3f));
     }
+    const miColor bright = blendShadow(grey(infinite), grey(0.25f), grey(0.5f), 2, false); // 1.5 * 0.5
+    expect_color(bright, grey(0.75f));
     // point, (p / w + 1) / 2, (q / w + 1) / 2 of its face; the last two are on edges and go to +y and +z
     const float faces[][5] = {{4, 2, 1, 0.375f, 0.25f},  {-4, 2, 1, 0.625f, 0.25f}, {1, 4, 2, 0.375f, 0.25f},
                               {1, -4, 2, 0.375f, 0.75f}, {1, 2, 4, 0.625f, 0.25f},  {1, 2, -4, 0.375f, 0.25f},
@@ -74,13 +77,15 @@ class Lights : public ShaderTest {
 protected:
     scripted::ShaderInstance<DefaultLightParams> asking;
     scripted::State asker;
-    const miTag fog = renderer.add_color({0, 0, 0, 0});
+    const miTag fog = renderer.add_color({0, 0, 0, 0}), lamp = renderer.add_light({});
+    LightInstanceData record{};                        // of the last light
+    std::function<miBoolean(miColor*, miState*)> call; // it, as it is called in turn
 
-    Lights() { energy(grey(1)), place({0, 0, -5}); }
-    void energy(const miColor& color) { renderer.answer(miQ_LIGHT_ENERGY, color); }
+    Lights() { state->light_instance = lamp, energy(grey(1)), place({0, 0, -5}); }
+    void energy(const miColor& color) { renderer.answer(miQ_LIGHT_ENERGY, lamp, color); }
     void place(const miVector& point) {
         state.set_hit({0, 0, 0}, point, {0, 0, 1}).set_parent(asker, miRAY_LIGHT);
-        state->pri = this, state->dot_nd = 0.5f, state->volume = fog;
+        state->pri = this, state->dot_nd = 0.5f;
     }
     template <class Params, class Setup>
     miColor shade(const Kind<Params>& kind, Setup setup, const VolumeLightRequest* request = nullptr) {
@@ -92,6 +97,9 @@ protected:
             shader->hotspot = 60, shader->falloff = 90, shader->circular = miTRUE, shader->aspect = 1;
         setup(shader);
         shader.start();
+        state->volume = fog;
+        record = *static_cast<LightInstanceData*>(shader.user_pointer());
+        call = [&](miColor* color, miState* at) { return kind.call(color, at, &shader.params(), nullptr); };
         miColor color = grey(9, 9);
         return kind.call(&color, state, &shader.params(), request) ? color : dark;
     }
@@ -122,12 +130,19 @@ TEST_F(Lights, ColourShapeAndDistance) {
     EXPECT_NEAR(shade(spot, WITH()).r, 0.62559f, 1e-5f);
     place({0, 0, 5}); // behind
     expect_color(shade(beam, WITH()), dark);
+    expect_color(shade(beam, WITH(l->overshoot = miTRUE)), grey(1));
     place({0, 0, 0});
     expect_all(WITH(), dark);
     state->type = miRAY_EYE;
     expect_all(WITH(), grey(1, 1)); // no light ray: the colour as it is
 
     place({0, 0, -5});
+    stage::fail_allocations_after(0); // no shape, no light
+    for (const auto type : {miPHOTON_LIGHT, miRAY_LIGHT}) {
+        state->type = type;
+        expect_color(shade(spot, WITH()), dark);
+    }
+    stage::fail_allocations_after(-1);
     const std::vector<miBoolean> excluded{1, 0, 1, 0, 1}; // the list is the middle of it
     const auto exclude =
         WITH(auto& [i, n, list] = l->excludeList; l.set_array(i, n, list, excluded); ++i; n = 3);
@@ -162,18 +177,23 @@ TEST_F(Lights, TellMaterialsHowTheyAreToBeUsed) {
     expect(shade(omni, WITH(l->ambientOnly = miTRUE)), 1, {1, 0, 1, 3}, {1, 0, 9});
     EXPECT_EQ(std::exchange(state->dot_nd, 0.5f), 1.0f);
     // 0.25 * 1.5; 51 / 204 + 1/2
-    expect(shade(spot, WITH(l->softenDiffuseEdge = 100; l->affectDiffuse = 0)), 0.375f, {1, 0, 0, 2},
+    expect(shade(spot, WITH(l->softenDiffuseEdge = 150; l->affectDiffuse = 0)), 0.375f, {1, 0, 0, 2},
            {0, 1, 0});
-    expect(shade(beam, WITH(l->contrast = 51; l->affectSpecular = 0)), 0.75f, {1, 0, 0, 1}, {1, 0, 0});
-    expect(shade(standby, WITH()), 0.5f, {1, 0, 0, 3}, {1, 1, 0});
+    expect(shade(beam, WITH(l->softenDiffuseEdge = not_a_number; l->contrast = 51; l->affectSpecular = 0)),
+           0.75f, {1, 0, 0, 1}, {1, 0, 0});
+    const miColor alone = shade(standby, WITH());
+    expect(alone, 0.5f, {1, 0, 0, 3}, {1, 1, 0});
+    EXPECT_TRUE(alone.a == 1.0f && state->volume == miNULLTAG);
     state->dot_nd = -0.5f;
     expect_all(WITH(), dark);
     expect_color(shade(standby, WITH()), dark);
 
-    // A stretched light: (0, 3, -4) lies at (0, 3, -2), and the normal stays. 2 / sqrt(13) from a point.
+    // A stretched light: (0, 3, -4) lies at (0, 3, -2), and the normal stays. 2 / sqrt(13) from a point. Its
+    // transform differs next to nothing from one that keeps angles, and is told from that.
     const miMatrix half{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0.5f, 0, 0, 0, 0, 1};
+    const miMatrix nearly{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0.999f, 0, 0, 0, 0, 1};
     renderer.set_to_space(scripted::Space::light, half);
-    renderer.answer(miQ_INST_GLOBAL_TO_LOCAL, static_cast<const miScalar*>(half));
+    renderer.answer(miQ_INST_GLOBAL_TO_LOCAL, lamp, static_cast<const miScalar*>(nearly));
     place({0, 3, -4});
     expect(shade(omni, WITH()), 0.5547002f, {1, 0, 0, 3}, {1, 1, 0});
     expect(shade(beam, WITH()), 1, {1, 0, 0, 3}, {1, 1, 0});
@@ -181,25 +201,39 @@ TEST_F(Lights, TellMaterialsHowTheyAreToBeUsed) {
     expect_color(shade(omni, WITH()), dark);
     mi_shaderstate_set(state, keys::light_shaping.name, nullptr, 0, 2);
     state->dot_nd = -0.5f;
+    *flags.get() = {9, 9, 9};
     expect_color(shade(omni, WITH()), grey(1)); // nobody asks about surfaces
+    EXPECT_EQ(flags.get()->specular, 1.0f);
+    const ScopedRecord probe(state, keys::attenuation_probe, {});
+    expect_color(shade(omni, WITH(l->affectSpecular = 0)), grey(1)); // nor, for the air, about materials
+    EXPECT_EQ(flags.get()->specular, 1.0f);
 }
 
 TEST_F(Lights, ShadowsAndMaps) {
     miVector direction{}, coordinate{};
+    float red = 0.5f;
     miBoolean passes = miTRUE, works = miTRUE;
     const miTag map = renderer.add_shader([&](void* result, miState* s, void*) {
         direction = s->dir, coordinate = s->tex;
-        *static_cast<miColor*>(result) = {0.5f, 0.25f, 2, 0.1f};
+        *static_cast<miColor*>(result) = {red, 0.25f, 2, not_a_number}; // whose alpha does not count
         return works;
     });
     renderer.mi_trace_shadow = [&](miColor* light, miState*) {
         expect_color(std::exchange(*light, {0.5f, 1, 0, 0}), grey(1));
+        coordinate.z = 1; // marks that the look-up came first
         return passes;
     };
     const auto shadow = WITH(l->shadowOn = miTRUE; l->shadowColor = {0, 0.4f, 0.2f, 1}; l->shadowDensity = 1;
-                             l->atmosphereOpacity = 0.5f; l->atmosphereColorAmount = 0.4f);
-    expect_all(shadow, {0.5f, 1, 0.2f, 0});
-    EXPECT_EQ(std::exchange(state->volume, fog), miNULLTAG);
+                             l->atmosphereOpacity = 0.5f; l->atmosphereColorAmount = 0.4f;
+                             l->shadowMap = l->projectorMap = map); // which are not switched on
+    for (const bool shadows : {false, true}) {
+        const auto setup = WITH(shadow(l); l->shadowOn = shadows; l->atmosphereShadowsOn = !shadows);
+        expect_all(setup, shadows ? miColor{0.5f, 1, 0.2f, 0} : grey(1));
+        shade(omni, setup);
+        EXPECT_EQ(state->volume, miNULLTAG);
+        EXPECT_EQ(record.omni.needsPoint, shadows);
+    }
+    EXPECT_EQ(record.omni.operations, &omni_shape_operations);
     passes = miFALSE;
     expect_all(WITH(shadow(l); l->atmosphereShadowsOn = miTRUE), {0, 0.4f, 0.2f, 0.2f});
     EXPECT_EQ(state->volume, fog);
@@ -217,45 +251,101 @@ TEST_F(Lights, ShadowsAndMaps) {
         for (const miColor& color : {shade(kind, projected), shade(kind, mapped)})
             expect_color(color, {0.5f, 0.25f, 2, 0});
         EXPECT_LT(std::fabs(coordinate.x - u) + std::fabs(coordinate.y - v), 1e-6f);
-        EXPECT_TRUE(direction.y == 2.0f && state->tex.x == tex.x && state->dir.y == dir.y);
+        EXPECT_TRUE(direction.y == 2 && coordinate.z == 1 && state->tex.x == tex.x && state->dir.y == dir.y);
     };
     expect_at(omni, 0.375f, 0.25f);        // 1 / -4 and 2 / -4
     expect_at(spot, 0.625f, 0.75f);        // the same mirrored
     expect_at(beam, 0.505556f, 0.511111f); // 1 / 90 and 2 / 90
-    works = miFALSE;
+    red = not_a_number;
     expect_color(shade(omni, projected), grey(0));
+    expect_color(shade(omni, WITH(shadow(l); l->shadowColor.g = not_a_number)), grey(0));
+    EXPECT_EQ(errors().size(), 2u);
+    red = 0.5f, works = miFALSE;
+    expect_color(shade(omni, projected), grey(0));
+    EXPECT_TRUE(record.omni.needsPoint);
 }
 
-TEST_F(Lights, AnswerVolumesAndEmitPhotons) {
+TEST_F(Lights, KnowTheAir) {
     // far from 0 to 8: 5 leaves 2.25 * (3/8)^2 = 0.3164; 4, the way along the beam, leaves 1/2
     const auto far = WITH(l->multiplier = 0.5f; l->useFarAtten = miTRUE; l->farAttenEnd = 8);
     place({3, 0, -4});
     state->pri = nullptr;
-    for (const auto caller : {miSHADER_VOLUME, miSHADER_LIGHT, miSHADER_PHOTONVOL, miSHADER_MATERIAL}) {
-        asker.run(asking, caller);
-        const bool air = caller != miSHADER_MATERIAL;
-        expect_color(shade(omni, far), grey(air ? 0.31640625f : 0.158203125f));
-        expect_color(shade(beam, far), grey(air ? 0.5f : 0.158203125f));
-    }
+    for (const auto caller : {miSHADER_VOLUME, miSHADER_LIGHT, miSHADER_PHOTONVOL, miSHADER_MATERIAL})
+        for (void* const surface : {static_cast<void*>(nullptr), static_cast<void*>(this)}) {
+            asker.run(asking, caller), state->pri = surface;
+            const bool air = caller != miSHADER_MATERIAL && !surface;
+            expect_color(shade(omni, far), grey(air ? 0.31640625f : 0.158203125f));
+            expect_color(shade(beam, far), grey(air ? 0.5f : 0.158203125f));
+        }
     // A record brings its own point and ranges: 4 of 10, t = 0.6, 1.8 * 0.36; the decay is the light's own.
     const miVector point{3, 0, -4};
-    const ScopedRecord probe(state, keys::attenuation_probe, {0, 9, 0, 0, 0, 10, &point, nullptr});
+    const ScopedRecord probe(state, keys::attenuation_probe, {0, 9, 0, 0, 0, 10, &point, 9, 0});
     place({100, 0, 0});
     expect_color(shade(beam, WITH(far(l); l->decayType = 1; l->decayStart = 2)), grey(0.324f));
     EXPECT_NEAR(probe.get()->attenuation, 0.648f, 1e-6f);
+}
 
-    renderer.mi_sample_light = [](auto...) { return miFALSE; };
-    renderer.mi_photon_light = [](auto...) { return miTRUE; };
+TEST_F(Lights, AnswerVolumeLights) {
+    renderer.mi_sample_light = [&](miColor* color, miVector*, miScalar*, miState* at, miTag, miInteger* n) {
+        miState ray = *at;
+        ray.parent = at, ray.type = miRAY_LIGHT, ray.dist = 1;
+        return *n == 0 && ++*n && call(color, &ray);
+    };
+    renderer.mi_trace_shadow = [](auto...) { return miFALSE; };
+    // Factors 1/2 and 3/2: near 2 to 6, far 4 to 12, decay from 3 on. At 5 t = 3/4 and 7/8, decay 0.6:
+    // 0.84375 * 0.95703125 * 0.6; of the spot's cone 0.62559 (as above). At 4 along the beam 1/2 * 1 * 3/4.
+    const auto stretched =
+        WITH(l->useNearAtten = l->useFarAtten = miTRUE; l->nearAttenStart = l->nearAttenEnd = 4;
+             l->farAttenStart = l->farAttenEnd = 8; l->decayType = 1; l->decayStart = 2;
+             l->shadowColor = grey(0.4f, 1));
+    const miVector point{3, 0, -4};
     miColor answer{};
-    const VolumeLightRequest request{1, 1, 1, 1, &point, &answer, nullptr};
-    shade(omni, WITH(), &request); // not along light rays, unless the atmosphere throws shadows
-    shade(omni, WITH(l->atmosphereShadowsOn = miTRUE), &request);
-    for (const auto type : {miRAY_EYE, miPHOTON_LIGHT, miPHOTON_EMIT_CAUSTIC, miPHOTON_EMIT_GLOBILLUM}) {
-        state->type = type;
-        shade(spot, WITH(), type == miRAY_EYE ? &request : nullptr);
-    }
-    EXPECT_EQ(renderer.mi_sample_light.calls(), 2);
-    EXPECT_EQ(renderer.mi_photon_light.calls(), 3);
+    miScalar attenuation = 0;
+    const VolumeLightRequest request{lamp, 0.5f, 1.5f, 1, &point, &answer, &attenuation};
+    state->type = miRAY_EYE;
+    const auto expect = [&](const auto& kind, float color, float ranges) {
+        for (const float density : {0.0f, 1.0f, -1.0f}) { // no shadow, nothing else, taken from the light
+            const auto setup = WITH(stretched(l); l->shadowOn = density != 0; l->shadowDensity = density);
+            expect_color(shade(kind, setup, &request), grey(1, 1));
+            expect_color(answer, grey(density > 0 ? 0.4f : color + 0.4f * density));
+            EXPECT_NEAR(attenuation, ranges, 1e-6f);
+        }
+    };
+    expect(omni, 0.48449707f, 0.48449707f);
+    expect(spot, 0.30309737f, 0.48449707f);
+    expect(beam, 0.375f, 0.375f);
+    state->type = miRAY_LIGHT; // along light rays only if the atmosphere throws shadows
+    expect_color(shade(omni, stretched, &request), dark);
+    expect_color(shade(omni, WITH(stretched(l); l->atmosphereShadowsOn = miTRUE), &request), grey(1, 1));
+}
+
+// Numbers 1/4 and 0, and the picture { 1/2, 1/4, 2 } of mean 11/12, so 9 times 12/11 of it.
+TEST_F(Lights, EmitPhotons) {
+    const miMatrix to_light{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 7, 1};
+    renderer.set_to_space(scripted::Space::light, to_light);
+    renderer.mi_sample = [](double* sample, int*, miState*, miUshort dim, const miUint*) {
+        sample[0] = dim == 2 ? 0.25 : 0.9, sample[dim - 1] = dim == 2 ? 0 : 0.9;
+        return miTRUE;
+    };
+    const miTag map = renderer.add_shader([](void* result, miState* s, void*) {
+        EXPECT_EQ(s->org.z, -7.0f); // where the light stands
+        *static_cast<miColor*>(result) = {0.5f, 0.25f, 2, 1};
+        return miTRUE;
+    });
+    miColor energy{};
+    renderer.mi_photon_light = [&](miColor* e, miState*) { return energy = *e, miTRUE; };
+    const auto expect = [&](const auto& kind, const miVector& org, const miVector& dir) {
+        for (const auto type : {miPHOTON_LIGHT, miPHOTON_EMIT_CAUSTIC, miPHOTON_EMIT_GLOBILLUM}) {
+            state->type = type, state->org = {};
+            shade(kind, WITH(l->projectorOn = miTRUE; l->projectorMap = map));
+            expect_color(std::exchange(energy, {}), {4.909091f, 2.4545455f, 19.636364f, 9});
+            EXPECT_LT(std::fabs(state->org.x - org.x) + std::fabs(state->org.z - org.z), 1e-5f);
+            EXPECT_LT(std::fabs(state->dir.x - dir.x) + std::fabs(state->dir.z - dir.z), 1e-6f);
+        }
+    };
+    expect(omni, {0, 0, -7}, {0.8660254f, 0, 0.5f});         // z = 1 - 2 / 4
+    expect(spot, {0, 0, -7}, {0.37561278f, 0, -0.9267767f}); // z = (1 - cos 45) / 4 - 1
+    expect(beam, {45, 0, -7}, {0, 0, -1});                   // 90 sqrt(1/4)
 }
 
 } // namespace

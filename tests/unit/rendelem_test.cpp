@@ -1,74 +1,187 @@
-// Render elements from the handler lens to the frame buffers. A scripted eye ray stands for the materials.
+// The light loop, and render elements from the handler lens to the frame buffers. A scripted eye ray stands
+// for the materials.
 #include "orl_rendelem.h"
+#include "orl_stdelem.h"
 #include "shader_fixture.h"
 
 using namespace orl;
 
 ENTRY_POINT(orl_RenderElementHandler, miColor, RenderElementHandlerParams);
 INIT_AND_EXIT(orl_RenderElementHandler, RenderElementHandlerParams);
+extern "C" miBoolean orl_StdRenderElements(miColor*, miState*, const StdElementParams*,
+                                           orl_RenderElementCall*);
+extern "C" void orl_StdRenderElements_exit(miState*, StdElementParams*);
 
 namespace {
 
-struct Element {
-    miTag shader;
-    miBoolean without_shadows = 0, atmosphere = 0, fallback = 0, enabled = 1;
+// ---- the light loop
+
+struct NodeRecord {
+    orl_NodeData node;
+    miTag lights[4]; // elements of the node's
 };
+
+class LightLoop : public ShaderTest {
+protected:
+    std::optional<orl_LightShapingRecord> answer; // what light shaders write
+    float left_by_shadow = 1;
+
+    LightLoop() {
+        state->instance = add_instance_with(miNULLTAG);
+        renderer.mi_sample_light = [this](miColor* c, miVector* dir, miScalar* dot_nl, miState* at,
+                                          miTag light, miInteger* samples) {
+            const miBoolean lit = renderer.mi_sample_light.unscripted(c, dir, dot_nl, at, light, samples);
+            if (lit && answer)
+                *find_record(at, keys::light_shaping) = *answer;
+            const float left = at->options->shadow ? left_by_shadow : 1;
+            *c = {c->r * left, c->g * left, c->b * left, 1};
+            return lit;
+        };
+    }
+
+    std::vector<miTag> visited() {
+        std::vector<miTag> tags;
+        const auto visit = [](miState* at, miTag tag, orl_LightShapingRecord* record, void* list) {
+            auto& seen = *static_cast<std::vector<miTag>*>(list);
+            EXPECT_EQ(record, find_record(at, keys::light_shaping)); // where lights write
+            EXPECT_TRUE(record->valid == 0 && record->shapedCosine == 1 && record->affectFlags == 3);
+            EXPECT_EQ(record->ambientOnly, seen.empty() ? 0 : 1); // as the light before has left it
+            *record = {1, 0.5f, 1, 0};
+            seen.push_back(tag);
+        };
+        IllumAccumulate(state, visit, &tags);
+        return tags;
+    }
+};
+
+TEST_F(LightLoop, WalksTheLightsOfTheNode) {
+    const miTag a = renderer.add_light({}), b = renderer.add_light({}), c = renderer.add_light({});
+    const miTag group = renderer.add_group({b, miNULLTAG, c});
+    renderer.lights = {a, group};
+    const ScopedRecord outer(state, keys::light_shaping, {7, 7, 7, 7});
+    EXPECT_EQ(visited(), (std::vector{a, b, c})) << "without node record";
+    EXPECT_EQ(outer.get(), nullptr) << "the loop leaves no record, not even one from outside";
+    const std::tuple<bool, std::vector<miTag>, std::vector<miTag>> cases[] = {{false, {}, {}},
+                                                                              {false, {0, c, a}, {c, a}},
+                                                                              {false, {group, a}, {b, c, a}},
+                                                                              {true, {c}, {c, a, b, c}}};
+    for (const auto& [all, list, expected] : cases) {
+        NodeRecord record{};
+        record.node.all_lights = all;
+        record.node.lights.first = 2; // behind `elements` and `all_lights`
+        record.node.lights.count = static_cast<miInteger>(list.size());
+        std::copy(list.begin(), list.end(), record.lights);
+        set_node(record);
+        EXPECT_EQ(visited(), expected);
+    }
+    for (const miRay_type type : {miRAY_LIGHT, miRAY_SHADOW, miRAY_DISPLACE, miRAY_REFLECT}) {
+        state->type = type;
+        EXPECT_EQ(visited().size(), type == miRAY_REFLECT ? 4u : 0u) << type;
+    }
+    state->instance = miNULLTAG;
+    EXPECT_TRUE(visited().empty());
+}
+
+TEST_F(LightLoop, AddsUpIlluminanceAndTellsShadow) {
+    // Alone, with the cosine: (0.5 (1.5, 3, 6) + 0.25 (4.5, 0, 0)) / 3 = (0.625, 0.5, 1), the last one being
+    // behind. Shaped to 0.5: 0.5 (15, 12, 15) / 3. Unlit: an average of 0.7083 times 0.007 is below 0.005.
+    using Answer = std::optional<orl_LightShapingRecord>;
+    const std::tuple<Answer, int, int, int, float, float, miColor, float> cases[] = {
+        // clang-format off
+        {{}, 1, 0, 0, 1, 0.25f, {10.625f, 10.5f, 11, 1}, 1},
+        {{}, 1, 0, 1, 1, 0.25f, {10.15625f, 10.125f, 10.25f, 1}, 0.25f},
+        {{}, 1, 0, 's', 1, 2, {11.25f, 11, 12, 1}, 0.5f}, // brighter with shadows
+        {{}, 0, 1, 1, 1, -1, {10, 10, 10, 1}, 0},
+        {{}, 1, 0, 1, 0.007f, 0, {10, 10, 10, 1}, 1}, {{}, 1, 0, 1, 0.0072f, 0, {10, 10, 10, 1}, 0},
+        // highlights only, ambient only
+        {{{1, 0.5f, 0, 1}}, 1, 0, 0, 1, 1, {12.5f, 12, 12.5f, 1}, 1},
+        {{{1, 0.5f, 0, 2}}, 1, 1, 0, 1, 1, {10, 10, 10, 1}, 1},
+        {{{1, 0.5f, 1, 0}}, 0, 1, 0, 1, 1, {15, 14, 15, 1}, 1},
+        {{{1, 0.5f, 1, 3}}, 1, 0, 0, 1, 1, {10, 10, 10, 1}, 1}};
+    // clang-format on
+    for (const auto& [told, diffuse, ambient, shadow, c, left, expected, ratio] : cases) {
+        renderer.lights = {renderer.add_light({{{1.5f * c, 3 * c, 6 * c, 1}, {}, 0.5f},
+                                               {{4.5f * c, 0, 0, 1}, {}, 0.25f},
+                                               {{9 * c, 9 * c, 9 * c, 1}, {}, -1}})};
+        answer = told;
+        left_by_shadow = left;
+        state.options.shadow = shadow;
+        orl_Illuminance sum{{10, 10, 10, 0}, diffuse, ambient}; // expected is on top of 10
+        ComputeIlluminance(state, &sum);
+        EXPECT_EQ(sum.color, expected);
+        EXPECT_FLOAT_EQ(IllumShadow(state), ratio) << c;
+        EXPECT_TRUE(state->options == &state.options && state.options.shadow == shadow);
+    }
+}
+
+// ---- the handler
+
+// Parameters for each element; 0 behind the end of an array.
+struct Lists {
+    std::vector<miTag> shader;
+    std::vector<miBoolean> without_shadows{}, atmosphere{}, fallback{}, enabled{1, 1};
+};
+using Written = std::vector<std::pair<int, miColor>>;
 
 class RenderElements : public ShaderTest {
 protected:
-    using Surface = std::function<miBoolean(miState*)>;
-
-    LiveShader<RenderElementHandlerParams> lens{state, orl_RenderElementHandler_init,
-                                                orl_RenderElementHandler_exit};
-    miColor result{9, 9, 9, 9};
+    static constexpr miColor black{}, white{1, 1, 1, 1}, picture{0.125f, 0, 0, 1};
+    std::optional<LiveShader<RenderElementHandlerParams>> lens;
+    miColor result{};
 
     RenderElements() {
-        state.camera.framebuffers = renderer.add_framebuffers({{"beauty", miIMG_TYPE_RGBA_FP},
-                                                               {"fb_re#0", miIMG_TYPE_RGBA_FP},
-                                                               {"fb_re#1", miIMG_TYPE_RGBA_FP},
-                                                               {"fb_re#2", miIMG_TYPE_RGBA_FP},
-                                                               {"fb_re#3", miIMG_TYPE_RGBA_FP}});
+        const miImg_type type = miIMG_TYPE_RGBA_FP;
+        state.camera.framebuffers = renderer.add_framebuffers(
+            {{"fb_re#0", type}, {"fb_re#4", type}, {"fb_re#5", type}, {"fb_re#6", type}});
     }
 
-    void start(const std::vector<Element>& elements, bool beauty = true) {
-        const auto set = [&](auto& array, auto Element::*member) {
-            std::vector<std::remove_reference_t<decltype(array.elements[0])>> values;
-            for (const Element& element : elements)
-                values.push_back(element.*member);
-            lens.set_array(array.first, array.count, static_cast<decltype(values.data())>(array.elements),
-                           values);
+    void start(const Lists& lists, bool beauty = true) {
+        auto& one = lens.emplace(state, orl_RenderElementHandler_init, orl_RenderElementHandler_exit);
+        const auto set = [&](auto& array, const auto& values) {
+            one.set_array(array.first, array.count, &array.elements[0], values);
         };
-        set(lens->elementShaders, &Element::shader);
-        set(lens->elementEnabled, &Element::enabled);
-        set(lens->elementWithoutShadows, &Element::without_shadows);
-        set(lens->elementApplyAtmosphere, &Element::atmosphere);
-        set(lens->elementBeautyFallback, &Element::fallback);
-        lens->renderBeauty = beauty;
-        lens.start();
+        set(one->elementShaders, lists.shader);
+        set(one->elementEnabled, lists.enabled);
+        set(one->elementWithoutShadows, lists.without_shadows);
+        set(one->elementApplyAtmosphere, lists.atmosphere);
+        set(one->elementBeautyFallback, lists.fallback);
+        one->renderBeauty = beauty;
+        one.start();
     }
 
-    // An element that adds a colour at each point and leaves it so at the end.
-    miTag element(const miColor& color, bool replace = false, miBoolean answer = miTRUE) {
-        return renderer.add_shader([=](void* out, miState*, void* arg) {
+    enum Habit { adds, replaces, fails, tenfold };
+    miTag element(const miColor& color, Habit habit = adds) {
+        return renderer.add_shader([=](void* out, miState* at, void* arg) {
             const auto* call = static_cast<const orl_RenderElementCall*>(arg);
-            if (call->phase == orl_phase_final)
-                return miTRUE;
-            EXPECT_EQ(*static_cast<miColor*>(out), (miColor{0, 0, 0, 0}));
-            *static_cast<miColor*>(out) = color;
-            static_cast<orl_PostIllumData*>(call->data)->outputs.elementReplace = replace;
-            return answer;
+            auto& own = *static_cast<miColor*>(out);
+            EXPECT_FALSE(surface(at, black)) << "no element within another, none in the final phase";
+            if (call->phase == orl_phase_post_illumination) {
+                own = color;
+                static_cast<orl_PostIllumData*>(call->data)->outputs.elementReplace = habit == replaces;
+            } else if (habit == tenfold || habit == fails) {
+                const auto* data = static_cast<const orl_ElementFinal*>(call->data);
+                own = {data->color.r * 10, data->distance, 0, 0};
+            }
+            return habit != fails;
         });
     }
 
-    // Runs the lens; the eye ray meets what `surfaces` does.
-    miBoolean shade(Surface surfaces, const miColor& beauty = {0.5f, 0.5f, 0.5f, 1}) {
-        renderer.clear_logs();
-        renderer.mi_trace_eye = [=](miColor* color, miState* at, miVector*, miVector*) {
-            *color = beauty;
+    // Runs the lens and gives what it wrote; the eye ray meets what `surfaces` does.
+    Written shade(const std::function<miBoolean(miState*)>& surfaces, miBoolean answer = miTRUE) {
+        renderer.mi_trace_eye = [=](miColor* color, miState* at, miVector* org, miVector*) {
+            EXPECT_TRUE(*color == white && at->pri == nullptr && org->z == 5) << "each pass starts anew";
+            *color = picture, at->pri = at, at->org.z = 7; // 7: a lens further in
             return surfaces(at);
         };
-        state.run(lens, miSHADER_LENS);
-        return orl_RenderElementHandler(&result, state, &lens.params());
+        renderer.clear_logs();
+        result = white, state->pri = nullptr, state->org.z = 5;
+        EXPECT_EQ(orl_RenderElementHandler(&result, state.run(*lens, miSHADER_LENS), &lens->params()),
+                  answer);
+        EXPECT_EQ(state->options, &state.options);
+        Written all;
+        for (const auto& write : renderer.framebuffer_writes())
+            all.emplace_back(write.index, write.value);
+        return all;
     }
 
     static miBoolean surface(miState* at, const miColor& transparency) {
@@ -77,190 +190,175 @@ protected:
         data.outputs.transparency = transparency;
         return orl_CallRenderElementShaders_PostIllum(at, &data);
     }
-    static constexpr miColor opaque{0, 0, 0, 0};
-
-    std::vector<std::pair<int, miColor>> written() const {
-        std::vector<std::pair<int, miColor>> all;
-        for (const auto& write : renderer.framebuffer_writes())
-            all.emplace_back(write.index, write.value);
-        return all;
-    }
 };
 
-using Written = std::vector<std::pair<int, miColor>>;
-
-TEST_F(RenderElements, BuffersAreNumberedByThePlaceInTheWholeList) {
-    const miColor red{1, 0, 0, 1}, blue{0, 0, 1, 1};
-    start({{miNULLTAG}, {element(red)}, {element(red), 0, 0, 0, 0}, {element(blue)}, {element(red)}});
-    EXPECT_TRUE(shade([](miState* at) {
+TEST_F(RenderElements, GatherAlongTheEyeRayIntoTheirBuffers) {
+    state.camera.volume = renderer.add_shader(
+        [](void* color, miState*, void*) { return static_cast<miColor*>(color)->r += 0.25f, miTRUE; });
+    const miColor own{0.5f, 0.25f, 1, 0.5f}, shown{0.75f, 0.3125f, 2, 0.75f}, fog{0.25f, 0, 0, 0};
+    const miTag a = element(own);
+    const miTag b = element(own, replaces), c = element(own, tenfold), d = element(own, fails);
+    start({{a, 0, a, a, b, c, d}, {}, {0, 0, 0, 0, 0, 1, 1}, {0, 0, 0, 0, 0, 1}, {1, 1, 0, 1, 1, 1, 1}},
+          false);
+    const auto two_surfaces = [](miState* at) {
         miInteger count = 0;
-        EXPECT_NE(orl_GetRenderElementResults(at, &count), nullptr);
-        EXPECT_EQ(count, 3);
-        return surface(at, opaque);
-    }));
-    EXPECT_EQ(written(), (Written{{2, red}, {4, blue}})); // the camera has no fifth buffer
-    EXPECT_EQ(result, (miColor{0.5f, 0.5f, 0.5f, 1}));
+        return orl_GetRenderElementResults(at, &count) && count == 5 && surface(at, black) &&
+               surface(at, {0.5f, 0.25f, 1, 0});
+    };
+    // shown: (0.5, 0.25, 1) (0.5, 0.25, 1) + (0.5, 0.25, 1); (1 - 0.5) 0.5 + 0.5
+    EXPECT_EQ(shade(two_surfaces), (Written{{0, shown}, {1, own}, {2, {10, 5, 0, 0}}, {3, fog}}));
+    EXPECT_EQ(result, shown) << "in place of the beauty";
+    (*lens)->renderBeauty = miTRUE;
+    EXPECT_EQ(shade([](miState*) { return miFALSE; }, miFALSE),
+              (Written{{0, black}, {1, black}, {2, picture}, {3, fog}}));
+    EXPECT_EQ(result, picture);
     EXPECT_EQ(orl_GetRenderElementResults(state, nullptr), nullptr);
 }
 
-TEST_F(RenderElements, ShowThroughTransparentSurfaces) {
-    const miColor own{0.5f, 0.25f, 1, 0.5f};
-    start({{element(own)}, {element(own, true)}, {element(own, true, miFALSE)}});
-    shade([](miState* at) { return surface(at, opaque) && surface(at, {0.5f, 0.25f, 1, 0}); });
-    // (0.5, 0.25, 1) (0.5, 0.25, 1) + (0.5, 0.25, 1); (1 - 0.5) 0.5 + 0.5. One that replaces shows the last
-    // surface, one that fails only what shows through of nothing.
-    EXPECT_EQ(written(), (Written{{1, {0.75f, 0.3125f, 2, 0.75f}}, {2, own}, {3, {0, 0, 0, 0}}}));
-    shade([](miState*) { return miTRUE; });
-    EXPECT_EQ(written()[0].second, (miColor{0, 0, 0, 0})) << "each sample starts anew";
-}
-
-TEST_F(RenderElements, AreNotComputedWithinAnElement) {
-    const miTag nested = renderer.add_shader([](void* out, miState* at, void*) {
-        miColor* const colors = orl_GetRenderElementResults(at, nullptr);
-        if (colors != nullptr) { // not in the final phase
-            EXPECT_FALSE(surface(at, {0.5f, 0.5f, 0.5f, 0}));
-            EXPECT_EQ(colors[0], (miColor{1, 1, 1, 1}));
-            *static_cast<miColor*>(out) = {0.25f, 0, 0, 1};
-        }
-        return miTRUE;
-    });
-    start({{element({1, 1, 1, 1})}, {nested}});
-    EXPECT_TRUE(shade([](miState* at) {
-        EXPECT_TRUE(surface(at, opaque));
-        return surface(at, opaque); // no longer busy
-    }));
-    EXPECT_EQ(written(), (Written{{1, {1, 1, 1, 1}}, {2, {0.25f, 0, 0, 1}}}));
-    EXPECT_FALSE(surface(state, opaque)) << "without a handler";
-}
-
 TEST_F(RenderElements, EachKindGetsItsPass) {
-    const struct {
-        const char* what;
-        int shadow;
-        std::vector<miBoolean> without_shadows;
-        bool beauty;
-        std::string passes; // "shadow option/normal/unshadowed " of each ray
-    } cases[] = {{"both", 's', {0, 1}, false, "0/0/1 115/1/0 "},
-                 {"with shadows", 1, {0, 0}, true, "1/1/0 "},
-                 {"without, and the beauty", 1, {1, 1}, true, "0/0/1 1/1/0 "},
-                 {"only without", 1, {1}, false, "0/0/1 "},
-                 {"shadows off", 0, {0, 1}, true, "0/1/1 "}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.what);
-        LiveShader<RenderElementHandlerParams> one{state, orl_RenderElementHandler_init,
-                                                   orl_RenderElementHandler_exit};
-        std::vector<miTag> shaders;
-        for (std::size_t k = 0; k < row.without_shadows.size(); ++k)
-            shaders.push_back(element({1, 1, 1, 1}));
-        one.set_array(one->elementShaders.first, one->elementShaders.count,
-                      static_cast<miTag*>(one->elementShaders.elements), shaders);
-        one.set_array(one->elementEnabled.first, one->elementEnabled.count,
-                      static_cast<miBoolean*>(one->elementEnabled.elements),
-                      std::vector<miBoolean>(shaders.size(), 1));
-        one.set_array(one->elementWithoutShadows.first, one->elementWithoutShadows.count,
-                      static_cast<miBoolean*>(one->elementWithoutShadows.elements), row.without_shadows);
-        one->renderBeauty = row.beauty;
-        one.start();
-        state.options.shadow = row.shadow;
+    // Of each ray: shadow option, normal/unshadowed, which elements have a colour then.
+    const std::tuple<int, int, std::vector<miBoolean>, bool, std::string> cases[] = {
+        // clang-format off
+        {'s', 0, {0, 1}, false, "0 0/1 01 115 1/0 11 "}, {1, 1, {0, 0}, true, "1 1/0 11 "},
+        {1, 0, {1, 1}, true, "0 0/1 11 1 1/0 11 "}, {1, 0, {1}, false, "0 0/1 1 "},
+        {0, 0, {0, 1}, true, "0 1/1 11 "}, {1, 2, {0, 1}, true, "off "},
+        {1, 3, {0}, true, "off "}, {1, 0, {}, true, "off "}};
+    // clang-format on
+    for (const auto& [shadow, final_gather, without_shadows, beauty, expected] : cases) {
+        const std::vector<miTag> elements(without_shadows.size(), element(white));
+        start({elements, without_shadows}, beauty);
+        state.options.shadow = shadow;
+        renderer.answer(miQ_FINALGATHER_STATE, final_gather);
         std::string passes;
-        int hit = 0, rays = 0;
-        renderer.mi_trace_eye = [&](miColor* color, miState* at, miVector* org, miVector* dir) {
-            const auto* elements = find_record(at, keys::render_elements);
-            passes += std::to_string(at->options->shadow) + "/" + std::to_string(elements->runNormalPass) +
-                      "/" + std::to_string(elements->runUnshadowedPass) + " ";
-            EXPECT_EQ(*color, (miColor{9, 9, 9, 9}));
-            EXPECT_EQ(at->pri, nullptr);
-            EXPECT_EQ(org->z + dir->z, 4);
-            surface(at, opaque);
-            for (std::size_t k = 0; k < shaders.size(); ++k)
-                EXPECT_EQ(orl_GetRenderElementResults(at, nullptr)[k].r,
-                          (row.without_shadows[k] ? elements->runUnshadowedPass : elements->runNormalPass) ||
-                              rays > 0);
-            ++rays;
-            *color = {1, 1, 1, 1};
-            at->pri = &hit;
-            at->org.z = 7; // a lens behind this one
-            return miTRUE;
-        };
-        result = {9, 9, 9, 9};
-        state->pri = nullptr;
-        state->org = {0, 0, 5};
-        EXPECT_TRUE(orl_RenderElementHandler(&result, state.run(one, miSHADER_LENS), &one.params()));
-        EXPECT_EQ(passes, row.passes);
-        EXPECT_EQ(state->options, &state.options);
-        state->org = {0, 0, 5};
-    }
-}
-
-TEST_F(RenderElements, FinalPhaseAtmosphereAndFallback) {
-    // Adds what it is given to a constant, so that the order shows.
-    const miTag last = renderer.add_shader([](void* out, miState* at, void* arg) {
-        const auto* call = static_cast<const orl_RenderElementCall*>(arg);
-        if (call->phase != orl_phase_final)
-            return miFALSE;
-        const auto* final = static_cast<const orl_ElementFinal*>(call->data);
-        EXPECT_EQ(find_record(at, keys::render_elements), nullptr);
-        *static_cast<miColor*>(out) = {final->color.r * 10, final->distance, 0, 0};
-        return miTRUE;
-    });
-    state.camera.volume = renderer.add_shader([](void* color, miState*, void*) {
-        static_cast<miColor*>(color)->r += 0.25f;
-        return miTRUE;
-    });
-    const miTag fails = renderer.add_shader([](void* out, miState*, void*) {
-        *static_cast<miColor*>(out) = {5, 5, 5, 5};
-        return miFALSE;
-    });
-    start({{element({0.5f, 0, 0, 0})}, {last, 0, 1, 1}, {last}, {fails, 0, 1, 1}}, false);
-    const miColor beauty{0.125f, 0, 0, 1}, first{0.5f, 0, 0, 0};
-    EXPECT_FALSE(shade([](miState* at) { return surface(at, opaque) && false; }, beauty));
-    EXPECT_EQ(result, first);
-    EXPECT_EQ(written(),
-              (Written{{1, first}, {2, {2.5f, 5, 0, 0}}, {3, {0, 5, 0, 0}}, {4, {0.25f, 0, 0, 0}}}));
-    // Nothing feeds the elements: those that fall back get the lens' result, which is element 0's black.
-    shade([](miState*) { return miTRUE; }, beauty);
-    EXPECT_EQ(written()[1].second, (miColor{0, 0, 0, 0}));
-    lens->renderBeauty = miTRUE;
-    shade([](miState*) { return miTRUE; }, beauty);
-    EXPECT_EQ(written(), (Written{{1, {0, 0, 0, 0}}, {2, beauty}, {3, {0, 5, 0, 0}}, {4, beauty}}));
-}
-
-TEST_F(RenderElements, AreOffForThePrecomputationOfFinalGathering) {
-    start({{element({1, 1, 1, 1})}});
-    const struct {
-        int query;
-        bool on;
-    } cases[] = {{0, true}, {1, true}, {2, false}, {3, false}};
-    for (const auto& [query, on] : cases) {
-        renderer.answer(miQ_FINALGATHER_STATE, query);
-        EXPECT_TRUE(shade([on = on](miState* at) {
-            EXPECT_EQ(RenderElementsAreBeingUsed(at), on);
-            return miTRUE;
-        }));
-        EXPECT_EQ(written().size(), on ? 1u : 0u) << query;
+        shade([&](miState* at) {
+            const auto* record = find_record(at, keys::render_elements);
+            if (record == nullptr)
+                return passes += "off ", miTRUE;
+            passes += std::to_string(at->options->shadow) + " " + std::to_string(record->runNormalPass) +
+                      "/" + std::to_string(record->runUnshadowedPass) + " ";
+            surface(at, black);
+            for (std::size_t k = 0; k < elements.size(); ++k)
+                passes += record->results->color[k] == white ? "1" : "0";
+            return passes += " ", miTRUE;
+        });
+        EXPECT_EQ(passes, expected);
     }
 }
 
 TEST_F(RenderElements, AreFedAlongTransparentEyeRays) {
-    const struct {
-        std::vector<miRay_type> path; // from the point towards the eye
-        bool fed;
-    } cases[] = {{{miRAY_EYE}, true},
-                 {{miRAY_TRANSPARENT, miRAY_TRANSPARENT, miRAY_EYE}, true},
-                 {{miRAY_TRANSPARENT}, true},
-                 {{miRAY_REFLECT, miRAY_EYE}, false},
-                 {{miRAY_TRANSPARENT, miRAY_REFRACT, miRAY_EYE}, false},
-                 {{miRAY_SHADOW}, false}};
+    // Ray types from the point towards the eye: 0 eye, 1 transparent, 2 reflected, 3 refracted.
+    const std::pair<const char*, miBoolean> cases[] = {{"0", 1}, {"110", 1}, {"1", 1}, {"20", 0}, {"130", 0}};
     for (const auto& [path, fed] : cases) {
-        scripted::State chain[3];
-        for (std::size_t k = 0; k < path.size(); ++k) {
-            chain[k]->type = path[k];
-            chain[k]->parent = k + 1 < path.size() ? &chain[k + 1].state : nullptr;
+        miState chain[4]{};
+        for (std::size_t k = 0; path[k]; ++k) {
+            chain[k].type = static_cast<miRay_type>(path[k] - '0');
+            chain[k].parent = path[k + 1] ? &chain[k + 1] : nullptr;
         }
-        EXPECT_FALSE(RenderElementsAreBeingUsed(chain[0])) << "without a handler";
+        EXPECT_FALSE(RenderElementsAreBeingUsed(chain)) << "without a handler";
         const ScopedRecord record(state, keys::render_elements, {});
-        EXPECT_EQ(RenderElementsAreBeingUsed(chain[0]), fed) << path.size() << " from " << path[0];
+        EXPECT_EQ(RenderElementsAreBeingUsed(chain), fed) << path;
     }
+}
+
+// ---- the standard elements
+
+class StdElements : public ShaderTest {
+protected:
+    scripted::ShaderInstance<StdElementParams> element;
+    orl_PostIllumData data;
+    miColor result{};
+    static void twice(miColor* c, miState*, void*) { *c = {c->r * 2, c->g * 2, c->b * 2, c->a}; }
+    const ScopedRecord<ToneOpHook> tone{state, keys::tone_operator, {1, twice, nullptr, nullptr}};
+
+    StdElements() {
+        InitializeRenderElementPostIllumData(state, &data);
+        state.run(element, miSHADER_DEFAULT);
+    }
+
+    miColor run(miInteger type, miInteger phase, void* argument) {
+        orl_RenderElementCall call{phase, argument};
+        element->type = type;
+        EXPECT_TRUE(orl_StdRenderElements(&result, state, &element.params(), &call));
+        return result;
+    }
+    miColor at_point(miInteger type) { return run(type, orl_phase_post_illumination, &data); }
+    miColor finish(miInteger type, miColor gathered, float distance = 0) {
+        orl_ElementFinal final{gathered, distance, 0};
+        return run(type, orl_phase_final, &final);
+    }
+};
+
+TEST_F(StdElements, OfASurface) {
+    orl_NodeData node{};
+    node.node_id = 0x8000; // hue 0, saturation 1 - 128/255
+    node.all_lights = miTRUE;
+    set_node(node);
+    renderer.lights = {renderer.add_light({{{0.5f, 0.25f, 0, 1}, {}, 0.5f}})};
+    renderer.mi_compute_irradiance = [](miColor* c, miState*) {
+        return *c = {0.25f, 0.125f, 0.5f, 1}, miTRUE;
+    };
+    renderer.mi_luminance = [](miState*, miColor* c) { return c->r + 10 * c->g + 100 * c->b; };
+    scripted::State eye;
+    eye->dir = {0, 1, 0};
+    eye.camera.environment = renderer.add_shader([](void* color, miState* at, void*) {
+        return *static_cast<miColor*>(color) = {at->dir.x, at->dir.y, at->dir.z, 1}, miTRUE;
+    });
+    state.set_parent(eye, miRAY_TRANSPARENT);
+    state->motion = {3, 0, -4};
+    data.inputs = {0.5f, 1, 1, orl_weight_refraction, miFALSE};
+    data.outputs = {{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 1},          {2, 2, 2, 1},
+                    {3, 2, 1, 1}, {6, 5, 4, 1}, {0.5f, 0.5f, 0.5f, 0}, miFALSE};
+    data.reflection = {8, 0, 0, 1};
+    data.refraction = {0, 16, 0, 1};
+    data.materialId = 1; // hue 128/255: three sixths, and 3/255 of the next
+    element->matteMaterial = element->matteMaterialId = 1;
+    element->diffuse = element->specular = element->reflection = element->refraction = miTRUE;
+    // The surface covers half. Tone-mapped are 2 to 6, 8, 11, 13 and 16. Blend: g = 0.5 1 + 0.5 16; lighting:
+    // (0.5, 0.25, 0.5) 0.5; material: 0.5 (0, 1 - 3/255, 1); object: 0.5 (1, 128/255, 128/255); luminance:
+    // (0.5 + 2.5 + 50) 0.5.
+    // clang-format off
+    const miColor expected[] = {
+        {0, 0, 0, 0.5f}, {}, {0, 2, 0, 1}, {16, 17, 2, 0.5f}, {1, 1, 0, 0.5f}, {0, 16, 0, 0.5f},
+        {0.5f, 0.25f, 0.5f, 0.5f}, {0.5f, 0.5f, 0.5f, 0.5f}, {16, 0, 0, 0.5f}, {3, 2, 1, 0.5f}, {6, 5, 4, 0.5f},
+        {2, 2, 2, 0.5f}, {0.5f, 0.5f, 0.5f, 0.5f}, {0, 0, 2, 0.5f}, {}, {}, {0.5f, 0.25f, 0.5f, 0.5f},
+        {1.5f, 0, -2, 0.5f}, {0, 0.49411765f, 0.5f, 0.5f}, {0.5f, 0.25098039f, 0.25098039f, 0.5f},
+        {26.5f, 26.5f, 26.5f, 0.5f}};
+    // clang-format on
+    const char traits[] = "..rcccc.ccccccrrc...c"; // r: replaces; c: made of components
+    for (miInteger type = 0; type < element_type_count; ++type) {
+        data.kind = data.outputs.elementReplace = 0;
+        const miColor color = at_point(type), &row = expected[type];
+        const float error = std::max({color.r - row.r, row.r - color.r, color.g - row.g, row.g - color.g,
+                                      color.b - row.b, row.b - color.b});
+        EXPECT_TRUE(error < 1e-6f && color.a == row.a) << type << ": " << testing::PrintToString(color);
+        EXPECT_EQ(data.outputs.elementReplace, traits[type] == 'r') << type;
+        data.kind = 1;
+        EXPECT_EQ(at_point(type), traits[type] == 'c' ? miColor{} : color) << type;
+    }
+    EXPECT_EQ(state->dir.z, -1); // put back by the background
+    at_point(element_velocity);
+    orl_StdRenderElements_exit(state, &element.params());
+    EXPECT_EQ(element->highestSpeed, 5); // of (3, 0, -4)
+}
+
+TEST_F(StdElements, FinalPhase) {
+    const miColor gathered{0.25f, 0.5f, 0.75f, 0.375f};
+    EXPECT_EQ(finish(element_atmosphere, gathered), (miColor{0.5f, 1, 1.5f, 0.75f}));
+    EXPECT_EQ(finish(element_atmosphere, {0, 0, 0, 0.625f}).a, 1);
+    EXPECT_EQ(finish(element_blend, gathered), (miColor{0.5f, 1, 1.5f, 0.375f}));
+    EXPECT_EQ(finish(element_specular, gathered), (miColor{0.25f, 0.5f, 0.75f, 0.5f}));
+    EXPECT_EQ(finish(element_alpha, {0, 0, 0, 0.5f}), (miColor{0.5f, 0.5f, 0.5f, 0.5f}));
+    EXPECT_EQ(finish(element_diffuse, gathered), gathered);
+    EXPECT_EQ(finish(element_type_count, {}), gathered) << "no such type writes";
+    EXPECT_EQ(finish(element_z_depth, gathered), gathered) << "the ray hit nothing";
+    element->nearDepth = 10, element->farDepth = 30;
+    const std::pair<float, float> depths[] = {{5, 1},  {20, 0.5f}, {25, 0.25f}, {7, 1},
+                                              {31, 0}, {10, 1},    {30, 0}};
+    for (const auto& [distance, grey] : depths)
+        EXPECT_EQ(finish(element_z_depth, {}, distance), (miColor{grey, grey, grey, 0}));
+    orl_StdRenderElements_exit(state, &element.params());
+    EXPECT_EQ(element->nearestDepth, 7) << "5 was a new largest";
+    EXPECT_EQ(element->farthestDepth, 31);
 }
 
 } // namespace

@@ -68,6 +68,13 @@ int main(int argc, char** argv) {
     command->add_option("--bend", bend);
     command->add_option("--height", height);
     command->add_option("--rows", rows, "Steps of the bend")->check(CLI::Range(1, 10000));
+    std::vector<double> profile;
+    command = shape(app, "lathe", "A surface of revolution", [&] { mesh = lathe(profile, columns); });
+    command->add_option("--profile", profile, "Radius and height by turns, from below")
+        ->required()
+        ->type_size(2) // pairs
+        ->expected(2, 1000);
+    command->add_option("--columns", columns)->check(CLI::Range(3, 10000));
     CLI11_PARSE(app, argc, argv);
 
     if (options.name.empty())

@@ -104,4 +104,8 @@ Mesh waves(std::uint32_t size);
 // y = -front, the bend with its radius ends in a wall of `height` at y = back.
 Mesh sweep(double width, double front, double back, double radius, double height, std::uint32_t bend_steps);
 
+// A surface of revolution about the z axis: `profile` holds radius and height by turns, from below. Two
+// points give a lamp shade; more are joined smoothly, a vase.
+Mesh lathe(const std::vector<double>& profile, std::uint32_t columns);
+
 } // namespace meshgen

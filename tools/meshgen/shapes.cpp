@@ -93,4 +93,20 @@ Mesh sweep(double width, double front, double back, double radius, double height
     });
 }
 
+Mesh lathe(const std::vector<double>& profile, std::uint32_t columns) {
+    const std::size_t last = profile.size() / 2 - 1;
+    return net(columns, static_cast<std::uint32_t>(last), [&](double u, double v) {
+        const auto i = static_cast<std::size_t>(std::lround(v * static_cast<double>(last)));
+        // The slope between the neighbours.
+        const std::size_t below = i == 0 ? 0 : i - 1, above = std::min(i + 1, last);
+        const double widening = profile[2 * above] - profile[2 * below];
+        const double rise = profile[2 * above + 1] - profile[2 * below + 1];
+        const double around = 2 * pi * u, radius = profile[2 * i];
+        const double c = exact(std::cos(around)), s = u == 1 ? 0 : exact(std::sin(around));
+        return Vertex{{radius * c, radius * s, profile[2 * i + 1]},
+                      normalized({rise * c, rise * s, -widening}),
+                      {u, v, 0}};
+    });
+}
+
 } // namespace meshgen

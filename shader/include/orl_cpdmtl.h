@@ -1,0 +1,63 @@
+/* The compound materials: the blend material's parameters and its mixing curve. */
+#pragma once
+
+#include "declaration.h"
+
+namespace orl {
+
+/* What a mixing value comes to: the first material alone, the second alone, or both by `weight`, the share of
+   the second. */
+struct BlendChoice {
+    enum { first, second, both } which;
+    miScalar weight;
+};
+
+/* Values up to 0.0001 and from 0.9999 on leave one material alone. */
+BlendChoice choose_blend(miScalar mix);
+
+/* The same after the mixing curve: one material alone below `lower` and from `upper` on, smooth between. */
+BlendChoice choose_blend_by_curve(miScalar mix, miScalar lower, miScalar upper);
+
+struct BlendMaterialParams {
+    miScalar mixAmount;
+    miScalar lower;
+    miScalar upper;
+    miBoolean useCurve;
+    miInteger field_4;
+    miTag material1;
+    miTag material2;
+    miTag mask;
+    miBoolean material1On;
+    miBoolean material2On;
+    miBoolean maskOn;
+    miInteger mtlId;
+};
+
+namespace blend_material_table {
+
+using P = BlendMaterialParams;
+
+inline constexpr auto fields = decl::fields<P>(
+    decl::scalar(&P::mixAmount, "mixAmount", 0, decl::unit_interval, "",
+                 "share of material2 while no mask is active"),
+    decl::scalar(&P::lower, "lower", 0.3, decl::unit_interval, "", "lower end of the mixing curve"),
+    decl::scalar(&P::upper, "upper", 0.7, decl::unit_interval, "", "upper end of the mixing curve"),
+    decl::boolean(&P::useCurve, "useCurve", false, "reshape the mask between lower and upper"),
+    decl::integer(&P::field_4, "field_4", 0, decl::any, "the host's own"),
+    decl::element(&P::material1, miTYPE_MATERIAL, "material1", "first material"),
+    decl::element(&P::material2, miTYPE_MATERIAL, "material2", "second material"),
+    decl::element(&P::mask, miTYPE_SHADER, "mask", "map whose intensity is the share of material2"),
+    decl::boolean(&P::material1On, "material1On", true, "material1 counts; otherwise it is transparent"),
+    decl::boolean(&P::material2On, "material2On", true, "material2 counts"),
+    decl::boolean(&P::maskOn, "maskOn", true, "the mask counts"),
+    decl::integer(&P::mtlId, "mtlId", 0, decl::any, "written to fb_mtl_id; 0 for none"));
+
+} // namespace blend_material_table
+
+inline constexpr decl::Shader orl_cpdmtl[] = {
+    {"orl_BlendMaterial", miTYPE_COLOR, 1, true, true,
+     decl::apply(miSHADER_MATERIAL, miSHADER_SHADOW, miSHADER_PHOTON), blend_material_table::fields,
+     "Mixes two materials by an amount or a mask."},
+};
+
+} // namespace orl
