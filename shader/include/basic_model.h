@@ -28,16 +28,28 @@ template <class P> constexpr auto ambient(miColor P::*member) {
 template <class P> constexpr auto diffuse(miColor P::*member) {
     return decl::color(member, "diffuse", {0.588f, 0.588f, 0.588f, 1}, "colour in direct light");
 }
-template <class P> constexpr auto specular(miColor P::*member) {
-    return decl::color(member, "specular", {0.9f, 0.9f, 0.9f, 1},
+template <class P> constexpr auto specular(miColor P::*member, const char* name = "specular") {
+    return decl::color(member, name, {0.9f, 0.9f, 0.9f, 1},
                        "colour of highlights and, but for metals, of reflections");
 }
-template <class P> constexpr auto specular_level(miScalar P::*member) {
-    return decl::scalar(member, "specularLevel", 0, {0, 9.99}, "", "strength of the highlight; 0 for none");
+template <class P> constexpr auto specular_level(miScalar P::*member, const char* name = "specularLevel") {
+    return decl::scalar(member, name, 0, {0, 9.99}, "", "strength of the highlight; 0 for none");
 }
-template <class P> constexpr auto glossiness(miScalar P::*member) {
-    return decl::scalar(member, "glossiness", 0.1, decl::unit_interval, "",
+template <class P> constexpr auto glossiness(miScalar P::*member, const char* name = "glossiness") {
+    return decl::scalar(member, name, 0.1, decl::unit_interval, "",
                         "size of the highlight, 1 for the smallest");
+}
+template <class P> constexpr auto filter(miColor P::*member) {
+    return decl::color(member, "filter", {1, 1, 1, 1},
+                       "colour of what shines through, in place of the material's");
+}
+template <class P> constexpr auto anisotropy(miScalar P::*member, const char* name = "anisotropy") {
+    return decl::scalar(member, name, 0.5, decl::unit_interval, "",
+                        "0 for round highlights; 1 for the narrowest across the grooves");
+}
+template <class P> constexpr auto orientation(miScalar P::*member, const char* name = "orientation") {
+    return decl::scalar(member, name, 0, {-999.99, 999.99}, "100 degrees",
+                        "direction of the grooves, from that of the first texture coordinate");
 }
 template <class P> constexpr auto self_illum_color(miColor P::*member) {
     return decl::color(member, "selfIllumColor", {0, 0, 0, 1},

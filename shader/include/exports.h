@@ -13,11 +13,17 @@
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
+#include "shd_aniso.h"
 #include "shd_blinn2.h"
 #include "shd_cnstant2.h"
+#include "shd_lightmeter.h"
 #include "shd_metal2.h"
+#include "shd_mlayer.h"
 #include "shd_onb.h"
 #include "shd_phong2.h"
+#include "shd_strauss.h"
+#include "shd_trnslcnt.h"
+#include "shd_ward.h"
 #include "utilshaders.h"
 
 #include <span>
@@ -40,11 +46,17 @@ inline constexpr Unit units[] = {
     {"orl_stdelem", orl_stdelem},
     {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto},
+    {"shd_aniso", shd_aniso},
     {"shd_blinn2", shd_blinn2},
     {"shd_cnstant2", shd_cnstant2},
+    {"shd_lightmeter", shd_lightmeter},
     {"shd_metal2", shd_metal2},
+    {"shd_mlayer", shd_mlayer},
     {"shd_onb", shd_onb},
     {"shd_phong2", shd_phong2},
+    {"shd_strauss", shd_strauss},
+    {"shd_trnslcnt", shd_trnslcnt},
+    {"shd_ward", shd_ward},
     {"utilshaders", utilshaders},
 };
 // clang-format on

@@ -251,8 +251,12 @@ void tint_by_specular(miState* state, const IllumRecord* record, miColor* color)
 void tint_by_diffuse(miState* state, const IllumRecord* record, miColor* color);
 void reflect_channel(miState* state, IllumRecord* record);
 void transmit_light(miState* state, IllumRecord* record);
+void leave_alone(miState* state, IllumRecord* record); /* of models that reflect or transmit by themselves */
 void combine_simple(IllumRecord* record);
 void combine_conserving(IllumRecord* record);
+
+/* What transmit_light does for a model of these features, for models that transmit by themselves. */
+void transmit_with(unsigned features, miState* state, IllumRecord* record);
 
 /* Traces what lies behind a transparent surface, under the records that environments and compound materials
    read; black, alpha included, where nothing is traced. */

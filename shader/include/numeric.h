@@ -38,6 +38,10 @@ inline float log10_estimate(float x) {
 }
 inline constexpr float log10_estimate_error = 4e-6f;
 
+inline float exp(float exponent) {
+    return std::exp(exponent);
+}
+
 inline double exp(double exponent) {
     return std::exp(exponent);
 }

@@ -60,4 +60,14 @@ private:
     miScalar c1_, a_, twice_; /* by the roughness alone */
 };
 
+/* Diffuse light of a rough surface of that colour. The colour belongs to the term, which takes its square as
+   well, so it is not multiplied in again after the loop; the light level is gathered apart. */
+struct RoughDiffuse {
+    OrenNayar rough;
+    miColor color;
+    miScalar level;
+
+    void add_to(LightSums& sums, const LightSample& sample) const;
+};
+
 } // namespace orl

@@ -277,11 +277,17 @@ void transmit_straight(miState* state, IllumRecord* record) {
 } // namespace
 
 void transmit_light(miState* state, IllumRecord* record) {
-    if ((record->mapFlags & map_refraction) != 0 && (record->features & feature_refraction) != 0) {
+    transmit_with(record->features, state, record);
+}
+
+void leave_alone(miState*, IllumRecord*) {}
+
+void transmit_with(unsigned features, miState* state, IllumRecord* record) {
+    if ((record->mapFlags & map_refraction) != 0 && (features & feature_refraction) != 0) {
         transmit_refraction(record);
         return;
     }
-    if ((record->features & feature_traced_transparency) == 0)
+    if ((features & feature_traced_transparency) == 0)
         return;
     if ((record->mapFlags & map_transparent) != 0) {
         transmit_straight(state, record);

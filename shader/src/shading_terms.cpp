@@ -121,4 +121,12 @@ miScalar OrenNayar::Share::grey() const {
     return std::max(once + twice, 0.0f);
 }
 
+void RoughDiffuse::add_to(LightSums& sums, const LightSample& sample) const {
+    const OrenNayar::Share share = rough.share(sample);
+    miColor reflected = share.of(color);
+    multiply(reflected, sample.color);
+    add(sums.diffuse, reflected, level * sample.diffuse);
+    sums.diffuseLevel += share.grey() * sample.diffuse * average(sample.color);
+}
+
 } // namespace orl

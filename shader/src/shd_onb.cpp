@@ -27,26 +27,15 @@ enum Channel {
 
 struct OrenNayarBlinn {
     miVector normal, view;
-    OrenNayar rough;
-    miColor color;
-    miScalar diffuse_level, level;
+    RoughDiffuse rough; // roughness 0 is Blinn's diffuse light
+    miScalar level;
     Lobe lobe;
 
     void operator()(const LightSample& sample, LightSums& sums) const {
         if (sample.affectsDiffuse)
-            add_diffuse(sample, sums);
+            rough.add_to(sums, sample);
         if (sample.affectsSpecular && level > 0.0f)
             add(sums.specular, sample.color, level * blinn_highlight(sample, normal, view, lobe));
-    }
-
-    // The colour belongs to the term, which takes its square as well, so it is not multiplied in again after
-    // the loop. Roughness 0 is Blinn's diffuse light.
-    void add_diffuse(const LightSample& sample, LightSums& sums) const {
-        const OrenNayar::Share share = rough.share(sample);
-        miColor reflected = share.of(color);
-        multiply(reflected, sample.color);
-        add(sums.diffuse, reflected, diffuse_level * sample.diffuse);
-        sums.diffuseLevel += share.grey() * sample.diffuse * average(sample.color);
     }
 };
 
@@ -54,9 +43,8 @@ void shade(miState* state, IllumRecord* record, const void*) {
     const miColor* const channel = record->channel;
     const OrenNayarBlinn model{record->normal,
                                record->view,
-                               OrenNayar(channel[roughness].r, record->normal, record->view),
-                               channel[diffuse],
-                               channel[diffuse_level].r,
+                               {OrenNayar(channel[roughness].r, record->normal, record->view),
+                                channel[diffuse], channel[diffuse_level].r},
                                channel[specular_level].r,
                                {4.0 * glossy_exponent(channel[glossiness].r), record->soften}};
     gather_light(state, record, model);

@@ -14,23 +14,33 @@
     MODEL(shd_phong2, orl_base_PhongIllumination, BasicModelParams)                                          \
     MODEL(shd_cnstant2, orl_base_ConstantIllumination, BasicModelParams)                                     \
     MODEL(shd_metal2, orl_base_MetalIllumination, BasicModelParams)                                          \
-    MODEL(shd_onb, orl_base_OrenNayarBlinnIllumination, OrenNayarBlinnParams)
+    MODEL(shd_onb, orl_base_OrenNayarBlinnIllumination, OrenNayarBlinnParams)                                \
+    MODEL(shd_aniso, orl_base_AnisotropicIllumination, AnisotropicParams)                                    \
+    MODEL(shd_mlayer, orl_base_MultiLayerIllumination, MultiLayerParams)                                     \
+    MODEL(shd_ward, orl_base_WardIllumination, WardParams)                                                   \
+    MODEL(shd_strauss, orl_base_StraussIllumination, StraussParams)                                          \
+    MODEL(shd_trnslcnt, orl_base_TranslucentIllumination, TranslucentParams)
 
 struct Model {
     const char* unit;
     const orl::decl::Shader* shader;
     miBoolean (*call)(miColor*, miState*, const void*, orl::IllumRecord*);
+    void (*exit)(miState*, const void*);
 };
 inline void PrintTo(const Model& model, std::ostream* out) {
     *out << model.shader->name;
 }
 
 #define DECLARE_MODEL(unit, name, Params)                                                                    \
-    extern "C" miBoolean name(miColor*, miState*, const orl::Params*, orl::IllumRecord*);
+    extern "C" miBoolean name(miColor*, miState*, const orl::Params*, orl::IllumRecord*);                    \
+    extern "C" void name##_exit(miState*, const orl::Params*);
 #define MODEL_ENTRY(unit, name, Params)                                                                      \
     {#unit, &orl::unit[0],                                                                                   \
      [](miColor* result, miState* state, const void* params, orl::IllumRecord* record) {                     \
          return name(result, state, static_cast<const orl::Params*>(params), record);                        \
+     },                                                                                                      \
+     [](miState* state, const void* params) {                                                                \
+         name##_exit(state, static_cast<const orl::Params*>(params));                                        \
      }},
 ALL_MODELS(DECLARE_MODEL)
 inline constexpr Model models[] = {ALL_MODELS(MODEL_ENTRY)};
@@ -63,6 +73,7 @@ protected:
     orl::IllumRecord record{};
     Model model = models[0];
     std::vector<Lamp> lamps;
+    std::function<void(orl::IllumRecord&)> maps; // what the material enters before shading
     scripted::ShaderInstance<Block> instance;
 
     ModelTest() {
@@ -79,6 +90,14 @@ protected:
             *dot_nl = mi_vector_dot(&s->normal, dir);
             return miTRUE;
         };
+    }
+
+    ~ModelTest() override { exit(); }
+    void exit() {
+        state.run(instance);
+        model.exit(state, &instance.params());
+        EXPECT_EQ(instance.user_pointer(), nullptr);
+        EXPECT_EQ(renderer.resources().live_blocks, blocks_);
     }
 
     // A model by its name in the middle of the shader's, with its default parameters.
@@ -120,7 +139,10 @@ protected:
         record.normal = state->normal, record.view = state->dir;
         record.opacity = record.opacityFactor = 1;
         record.channelCount = orl::preset_channel_count;
+        record.material = this;
         record.continuation = [](miColor* result, miState* s, orl::IllumRecord* r, const void* params) {
+            if (const auto& enter = static_cast<ModelTest*>(r->material)->maps)
+                enter(*r);
             r->shade(s, r, params);
             *result = r->result;
             return miTRUE;
@@ -137,4 +159,7 @@ protected:
         return {sine * std::cos(phi * degree), sine * std::sin(phi * degree), std::cos(theta * degree)};
     }
     void look_from(float theta, float phi = 0) { state.set_hit(from(theta, phi), {0, 0, 0}, {0, 0, 1}); }
+
+private:
+    const long long blocks_ = renderer.resources().live_blocks;
 };

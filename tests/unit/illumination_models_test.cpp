@@ -1,8 +1,11 @@
 // The contract that every illumination model keeps, and what is each model's own.
+#include "anisotropic.h"
 #include "illumination_fixture.h"
 #include "shading_terms.h"
 
+#include <barrier>
 #include <random>
+#include <thread>
 #include <tuple>
 
 using namespace orl;
@@ -94,12 +97,16 @@ class Models : public ModelTest {};
 
 TEST_F(Models, AreWhatMaterialsExpect) {
     enum { faceted = 1, conserving = 2, tints_by_diffuse = 4 };
-    const std::tuple<const char*, int, unsigned, int> table[] = {
-        {"Blinn", 8, 32641022, 0},
-        {"Phong", 8, 32641022, 0},
-        {"Constant", 8, 32641022, faceted},
-        {"Metal", 8, 32641022, tints_by_diffuse},
-        {"OrenNayarBlinn", 10, 31604734, conserving}};
+    const std::tuple<const char*, int, unsigned, int> table[] = {{"Blinn", 8, 32641022, 0},
+                                                                 {"Phong", 8, 32641022, 0},
+                                                                 {"Constant", 8, 32641022, faceted},
+                                                                 {"Metal", 8, 32641022, tints_by_diffuse},
+                                                                 {"OrenNayarBlinn", 10, 31604734, conserving},
+                                                                 {"Anisotropic", 11, 31641598, conserving},
+                                                                 {"MultiLayer", 17, 31653886, conserving},
+                                                                 {"Ward", 9, 31460302, 0},
+                                                                 {"Strauss", 5, 10491008, 0},
+                                                                 {"Translucent", 10, 6567422, conserving}};
     for (const auto& [name, channels, features, manners] : table) {
         use(name), shade({});
         EXPECT_TRUE(record.channelCount == channels && record.features == features) << name;
@@ -124,7 +131,8 @@ TEST_F(Models, HighlightsFillTheHemisphereAsTheirIntegralsSay) {
             {grey(static_cast<float>(solid_angle(k))), {from(static_cast<float>(theta(k) * 180 / pi))}});
     const auto expect = [&](const char* name, double glossiness, double reflectance, double integral) {
         use(name), set("glossiness", static_cast<float>(glossiness)), set("specular", 1);
-        set("specularLevel", 1), set("soften", 0), set("diffuse", static_cast<float>(reflectance));
+        set("specularLevel", 1), set("soften", 0), set("anisotropy", 0),
+            set("diffuse", static_cast<float>(reflectance));
         EXPECT_NEAR(shade(sky).specular.g / static_cast<float>(integral), 1, 1e-3f) << name << glossiness;
     };
     for (const double g : {0.0, 0.25, 0.5, 0.75, 1.0}) {
@@ -136,6 +144,23 @@ TEST_F(Models, HighlightsFillTheHemisphereAsTheirIntegralsSay) {
         expect("Constant", g, 0.5, 2 * pi / (lobe + 1));
         expect("Blinn", g, 0.5, blinn);
         expect("OrenNayarBlinn", g, 0.5, blinn);
+        expect("Translucent", g, 0.5, blinn);
+        // Ward and Strauss by their half angle and angle of incidence
+        double brushed = 0, strauss = 0;
+        const double width = 0.485 * (1 - std::max(g, 1e-4)) + 0.015, gloss = g * g * g;
+        for (int k = 0; k < rings; ++k) {
+            const double c = std::cos(theta(k)), s = std::sin(theta(k) / 2) / width;
+            const double lit = 2.6525824 * std::exp(-2 * s * s / (std::cos(theta(k) / 2) + 1));
+            brushed += lit / 2 * std::min(3.0, 1 / std::sqrt(c)) * solid_angle(k);
+            const double t = theta(k) * 2 / pi, fresnel = (std::pow(t - 1.12, -2) - 0.7971939) * 0.014567226;
+            const double soft = c < 0.15 ? c * (2 - c / 0.15) * c / 0.15 : c;
+            const double height = 1.3 * std::pow(soft, g < 1 ? 3 / (1 - g) : 600);
+            const double edge = fresnel * (1e4 - std::pow(t - 1.01, -2)) * 1e-4;
+            strauss += std::min(1.0, gloss + (gloss + 0.1) * edge) * height * solid_angle(k);
+        }
+        expect("Anisotropic", g, 0.5, brushed);
+        if (g > 0) // dull ones have no highlight
+            expect("Strauss", g, 0.5, strauss);
     }
     // Metal: G = min(1, 2 cos t), D of the half angle p with 1 - 1/cos^2 = -tan^2, N.V = 1.
     for (const double g : {0.1, 0.3, 0.5, 0.7, 0.9})
@@ -203,6 +228,204 @@ TEST_F(Models, RoughSurfaces) {
     set("diffuseLevel", 2), shade(two);
     EXPECT_FLOAT_EQ(record.diffuse.g, smooth[1].diffuse.g * 2);
     EXPECT_EQ(record.diffuseLightLevel, smooth[1].diffuseLightLevel);
+}
+
+// Values of these three tests computed in python from the models' formulas, in double precision.
+TEST_F(Models, BrushedHighlights) {
+    const struct {
+        const char* name;
+        float glossiness[2], anisotropy, orientation, light[2], viewer[2], height;
+    } table[] = {{"Anisotropic", {0.5f, 0}, 0.8f, 0, {40, 0}, {20, 180}, 0.9885663f},
+                 {"Anisotropic", {0.5f, 0}, 0.8f, 0, {40, 90}, {20, 270}, 0.0008345446f},
+                 {"Anisotropic", {0.5f, 0}, 0.8f, 0.9f, {40, 0}, {20, 180}, 0.0008345446f}, // 90 degrees
+                 {"Anisotropic", {0.5f, 0}, 0.8f, 0.45f, {40, 45}, {20, 270}, 0.006329861f},
+                 {"Anisotropic", {0, 0}, 0, 0, {89.9f, 10}, {60, 190}, 3.0349936f}, // the gain is at its end
+                 {"Anisotropic", {1, 0}, 0.5f, 0, {31, 0}, {30, 180}, 1.097359f},
+                 {"Ward", {0.2f, 0.9f}, 0, 0, {40, 0}, {20, 180}, 1.9863347f},
+                 {"Ward", {0.2f, 0.9f}, 0, 0, {40, 90}, {20, 270}, 0.0012785966f},
+                 {"Ward", {0.2f, 0.9f}, 0, 0, {88, 0}, {80, 180}, 0.5390282f},
+                 {"Ward", {0.5f, 0.5f}, 0, 0, {60, 30}, {50, 200}, 1.6613424f}};
+    for (const auto& row : table) {
+        use(row.name), set("specularLevel", 2), set("specular", 1), set("diffuse", 1);
+        set("anisotropy", row.anisotropy), set("orientation", row.orientation);
+        set("glossiness", row.glossiness[0]), set("glossinessU", row.glossiness[0]);
+        set("glossinessV", row.glossiness[1]), set("diffuseLevel", 2);
+        look_from(row.viewer[0], row.viewer[1]);
+        const miVector dir = from(row.light[0], row.light[1]);
+        shade({{grey(1), {dir}}});
+        EXPECT_NEAR(record.specular.g / (2 * row.height), 1, 1e-4f) << row.name << row.height;
+        const bool ward = row.name[0] == 'W';
+        EXPECT_FLOAT_EQ(record.diffuse.g, dir.z * 2 * (ward ? 0.31830987f : 1));
+    }
+}
+
+TEST_F(Models, MultiLayerIsTwoBrushedHighlightsOnARoughSurface) {
+    look_from(20, 200);
+    const std::vector<Lamp> two{
+        {{1, 2, 3, 0}, {from(20, 30)}}, {{2, 1, 0, 0}, {from(70)}}, {grey(2), {from(0)}, {{1, 1, 1, 3}}}};
+    miColor sum{};
+    for (const float glossiness : {0.3f, 0.6f}) { // levels 0.6 and 1.8
+        use("Anisotropic"), set("specular", glossiness), set("specularLevel", glossiness * glossiness * 5);
+        set("glossiness", glossiness), set("anisotropy", glossiness), set("orientation", glossiness);
+        add(sum, shade(two).specular);
+    }
+    use("OrenNayarBlinn"), set("roughness", 0.4f), set("diffuseLevel", 3), shade(two);
+    const miColor diffuse = record.diffuse, ambient = record.ambient;
+    const float level = record.diffuseLightLevel;
+    use("MultiLayer"), set("roughness", 0.4f), set("diffuseLevel", 3);
+    for (const auto& [layer, value] : {std::pair{std::string("1"), 0.3f}, {"2", 0.6f}}) {
+        set("specular" + layer, value), set("specularLevel" + layer, value * value * 5);
+        set("glossiness" + layer, value), set("anisotropy" + layer, value);
+        set("orientation" + layer, value);
+    }
+    shade(two);
+    expect_near(record.specular, sum);
+    expect_near(record.diffuse, diffuse);
+    expect_near(record.ambient, ambient);
+    EXPECT_FLOAT_EQ(record.diffuseLightLevel, level);
+    for (const auto& [level_1, tint] : {std::pair{0.45f, 0.54f}, {1.8f, 0.45f}, {0, 0.6f}}) { // to 1.8
+        miColor reflection = grey(1);
+        set("specularLevel1", level_1), shade({});
+        record.tintReflection(state, &record, &reflection);
+        expect_near(reflection, grey(tint));
+    }
+    set("specularLevel*", 0), shade({});
+    miColor reflection = grey(1);
+    record.tintReflection(state, &record, &reflection);
+    expect_near(reflection, grey(0.45f));
+}
+
+TEST_F(Models, GroovesFollowTheTexture) {
+    using Corners = scripted::Triangle::Corners;
+    const Corners across{{{0, 0, 0}, {0, 1, 0}, {-1, 0, 0}}}; // u grows along -x
+    renderer.triangle.points = Corners{{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}};
+    const auto along = [&](const miVector& normal) {
+        context::ChannelCache cache{};
+        const TangentFrame frame = tangent_frame(state, normal, cache);
+        miVector across_it;
+        mi_vector_prod(&across_it, &normal, &frame.along);
+        EXPECT_NEAR(mi_vector_dist(&across_it, &frame.across), 0, 1e-6f);
+        EXPECT_NEAR(mi_vector_dot(&frame.along, &frame.along), 1, 1e-6f);
+        return frame.along;
+    };
+    const auto expect = [&](const miVector& normal, const miVector& dir) {
+        const miVector found = along(normal);
+        EXPECT_NEAR(mi_vector_dist(&found, &dir), 0, 1e-6f) << found.x << ' ' << found.y << ' ' << found.z;
+    };
+    state.bump_x = {{0.6f, 0.8f, 1}};
+    expect({0, 0, 1}, {0.6f, 0.8f, 0}); // into the plane
+    state.bump_x.clear(), state.use_textures();
+    expect({0, 0.6f, 0.8f}, {-1, 0, 0}); // none: round the z axis
+    expect({0, 0, 1}, {1, 0, 0});
+    renderer.triangle.textures = {across}, renderer.texture_spaces = 1;
+    expect({0, 0, 1}, {0, -1, 0});
+}
+
+TEST_F(Models, WardKeepsWhatItFoundOnce) {
+    use("Ward");
+    shade({});
+    EXPECT_TRUE(channel_of(record, slot_bump) == 9 && channel_of(record, slot_reflection) == 10);
+    EXPECT_TRUE(channel_of(record, slot_refraction) == 11 && channel_of(record, slot_glossiness) == 5);
+    exit();
+    const auto blocks = renderer.resources().live_blocks;
+    std::barrier all_at_once(8); // each thread has a record ready when the first one enters its own
+    renderer.mi_mem_int_allocate = [&](const char* file, int line, unsigned size) {
+        all_at_once.arrive_and_wait();
+        return renderer.mi_mem_int_allocate.unscripted(file, line, size);
+    };
+    std::vector<std::thread> threads;
+    for (int k = 0; k < 8; ++k)
+        threads.emplace_back([this, k] {
+            scripted::State own;
+            own->thread = static_cast<short>(k), own->instance = state->instance;
+            IllumRecord mine = record;
+            miColor result{};
+            own.run(instance, miSHADER_TEXTURE);
+            for (int i = 0; i < 2; ++i)
+                EXPECT_TRUE(model.call(&result, own, &instance.params(), &mine));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(renderer.resources().live_blocks, blocks + 1);
+}
+
+TEST_F(Models, Strauss) {
+    const struct {
+        float glossiness, metalness, opacity;
+        unsigned flags;
+        float light, viewer;
+        miColor color, diffuse, specular;
+    } table[] = {{0.5f, 0, 1, 0, 30, 30, grey(1), {0.69282f, 0.34641f, 0.173205f, 0}, grey(0.165988f)},
+                 {0.5f,
+                  1,
+                  1,
+                  0,
+                  30,
+                  50,
+                  grey(1),
+                  {0.303109f, 0.151554f, 0.075777f, 0},
+                  {0.0917f, 0.046532f, 0.023947f, 0}},
+                 {0.8f,
+                  0.5f,
+                  0.5f,
+                  0,
+                  60,
+                  60,
+                  {2, 1, 0, 0},
+                  {0.17856f, 0.04464f, 0, 0},
+                  {0.517074f, 0.258537f, 0.033884f, 0}},
+                 {0.8f,
+                  0.5f,
+                  1,
+                  map_reflection_present,
+                  60,
+                  60,
+                  {2, 1, 0, 0},
+                  {0.23424f, 0.05856f, 0, 0},
+                  {1.023103f, 0.511551f, 0.067044f, 0}},
+                 {1, 1, 1, 0, 40, 40.5f, grey(1), grey(0), {1.021669f, 0.523736f, 0.274769f, 0}},
+                 {0.4f, 0, 1, 0, 85, 80, grey(1), {0.069725f, 0.034862f, 0.017431f, 0}, grey(0.066744f)},
+                 {0, 1, 1, 0, 30, 30, grey(1), {0.69282f, 0.34641f, 0.173205f, 0}, grey(0)}};
+    const orl::decl::Field* const color = model.shader->fields.begin();
+    for (const auto& row : table) {
+        use("Strauss"), set("glossiness", row.glossiness), set("metalness", row.metalness);
+        for (int i = 0; i < 3; ++i)
+            put(*color, i, 0.8f / static_cast<float>(1 << i));
+        maps = [&](IllumRecord& r) { r.channel[3].r = row.opacity, r.mapFlags = row.flags; };
+        look_from(row.viewer, 180);
+        shade({{row.color, {from(row.light)}}});
+        expect_near(record.diffuse, row.diffuse, 2e-5f);
+        expect_near(record.specular, row.specular, 2e-5f);
+        const float level = (row.diffuse.r / 0.8f + row.diffuse.g / 0.4f + row.diffuse.b / 0.2f) / 3;
+        EXPECT_NEAR(record.diffuseLightLevel, level, 1e-4f);
+    }
+    // Opacity 0.4, of which falloff leaves 0.3; half of a reflection map, seen at 60 degrees.
+    look_from(60, 180), set("glossiness", 0.5f), set("metalness", 0.5f);
+    renderer.trace_color = grey(1), values.transparencyType = 2;
+    maps = [](IllumRecord& r) {
+        r.channel[3].r = 0.4f, r.opacity = 0.3f, r.channel[6] = grey(1), r.reflectionAmount = 0.5f;
+        r.mapFlags = map_reflection | map_transparent;
+    };
+    shade({{grey(1), {from(0)}, {{1, 1, 1, 3}}}});
+    expect_near(record.reflection, {0.154557f, 0.122458f, 0.106409f, 0});
+    expect_near(record.filter[1], grey(0.595f)); // 0.7 * 0.85
+    expect_near(record.ambient, {0.15f, 0.075f, 0.0375f, 0});
+    expect_near(record.result, {1.117057f, 1.028708f, 0.984534f, 0}); // 0.75 ambient + reflection + 0.85
+}
+
+TEST_F(Models, TranslucentSheets) {
+    use("Translucent"), set("translucent", 0.5f), set("translucentLevel", 2), set("specularLevel", 1);
+    shade({{{1, 2, 3, 0}, {from(120)}}, {grey(1), {from(60)}}, {grey(5), {from(180)}, {{0, 1, 0, 2}}}});
+    expect_near(record.extraDiffuse, {0.5f, 1, 1.5f, 0}); // of the first: 0.5 * 2 * cos 60
+    EXPECT_EQ(state->normal.z, 1);
+    EXPECT_EQ(record.opacityFactor, 1);
+    renderer.trace_color = {1, 2, 3, 0.5f};
+    maps = [](IllumRecord& r) { r.opacity = 0.25f, r.mapFlags = map_transparent | map_refraction; };
+    values.transparencyType = 2;
+    shade({});
+    EXPECT_EQ(record.opacityFactor, 0.25f);
+    expect_near(record.result, {1, 2, 3, 0});
+    expect_near(record.filter[0], grey(0.375f));
 }
 
 } // namespace

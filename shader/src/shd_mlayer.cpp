@@ -1,0 +1,148 @@
+/*
+ * The multi-layer illumination model: two brushed highlights over the diffuse light of a rough surface. It
+ * relies on the material that calls it with an illumination record, on shading_terms.h and anisotropic.h for
+ * the terms and on illumination.h for all that models share.
+ */
+#include "shd_mlayer.h"
+#include "anisotropic.h"
+#include "orlshaderapi.h"
+#include "shading_terms.h"
+
+#include <algorithm>
+
+namespace orl {
+
+namespace {
+
+// A layer has its colour first, then the others in this order.
+enum LayerChannel { color, level, glossiness, anisotropy, orientation, layer_channels };
+
+enum Channel {
+    ambient,
+    diffuse,
+    diffuse_level,
+    roughness,
+    layer_1,
+    layer_2 = layer_1 + layer_channels,
+    self_illumination = layer_2 + layer_channels,
+    opacity,
+    filter,
+    own_channels
+};
+
+struct Layer {
+    miColor color;
+    BrushedLayer brushed;
+
+    Layer(const IllumRecord& record, const TangentFrame& frame, int first)
+        : color(record.channel[first]),
+          brushed(record, frame, record.channel[first + level].r, record.channel + first + glossiness) {}
+
+    void add_to(LightSums& sums, const LightSample& sample) const {
+        miColor light = sample.color;
+        multiply(light, color);
+        add(sums.specular, light, brushed.highlight(sample));
+    }
+};
+
+struct MultiLayer {
+    RoughDiffuse rough;
+    Layer first, second;
+
+    void operator()(const LightSample& sample, LightSums& sums) const {
+        if (sample.affectsDiffuse)
+            rough.add_to(sums, sample);
+        if (!sample.affectsSpecular)
+            return;
+        first.add_to(sums, sample);
+        second.add_to(sums, sample);
+    }
+};
+
+void shade(miState* state, IllumRecord* record, const void*) {
+    const miColor* const channel = record->channel;
+    context::ChannelCache cache{};
+    const TangentFrame frame = tangent_frame(state, record->normal, cache);
+    const MultiLayer model{{OrenNayar(channel[roughness].r, record->normal, record->view), channel[diffuse],
+                            channel[diffuse_level].r},
+                           Layer(*record, frame, layer_1),
+                           Layer(*record, frame, layer_2)};
+    gather_light(state, record, model);
+    add_self_illumination(record);
+    // The specular sum holds the colours of both layers, which no slot has.
+    multiply(record->ambient, channel[ambient]);
+    finish(state, record);
+}
+
+// Reflections have the colour of the highlights: the mean of both layers' colours by their levels, and the
+// plain mean where there are no highlights.
+void tint(miState*, const IllumRecord* record, miColor* reflection) {
+    const miColor *const first = record->channel + layer_1, *const second = record->channel + layer_2;
+    const miScalar level_1 = std::max(first[level].r, 0.0f), level_2 = std::max(second[level].r, 0.0f);
+    const miScalar sum = level_1 + level_2;
+    const miScalar share = sum > 0.0f ? level_2 / sum : 0.5f;
+    miColor mean{};
+    add(mean, first[color], 1.0f - share);
+    add(mean, second[color], share);
+    multiply(*reflection, mean);
+}
+
+constexpr IllumModel model{
+    .features = 0x1E2FFFE,
+    .channelCount = own_channels,
+    .channelKinds =
+        channel_kinds(channel_color, channel_color, channel_scalar, channel_scalar, //
+                      channel_color, channel_scalar, channel_scalar, channel_scalar, channel_scalar,
+                      channel_color, channel_scalar, channel_scalar, channel_scalar, channel_scalar,
+                      channel_color, channel_scalar, channel_color),
+    .slotMap = slot_map(0, 1, 4, 6, 5, 14, 15, 16),
+    .faceted = false,
+    .shade = shade,
+    .tintReflection = tint,
+    .combine = combine_conserving,
+    .transmit = transmit_light,
+    .reflect = reflect_channel,
+};
+
+void set_layer(miState* state, miColor* channel, const miColor& specular, const miScalar& specular_level,
+               const miScalar& gloss, const miScalar& grooves, const miScalar& groove_orientation) {
+    channel[color] = color_channel(state, specular);
+    channel[level] = scalar_channel(state, specular_level, 0, highest_specular_level);
+    channel[glossiness] = scalar_channel(state, gloss, 0, 1);
+    channel[anisotropy] = scalar_channel(state, grooves, 0, 1);
+    channel[orientation] = orientation_channel(state, groove_orientation);
+}
+
+void set_channels(miState* state, const MultiLayerParams* params, IllumRecord* record) {
+    miColor* const channel = record->channel;
+    channel[ambient] = color_channel(state, params->ambient);
+    channel[diffuse] = color_channel(state, params->diffuse);
+    channel[diffuse_level] = scalar_channel(state, params->diffuseLevel, 0, highest_diffuse_level);
+    channel[roughness] = scalar_channel(state, params->roughness, 0, 1);
+    set_layer(state, channel + layer_1, params->specular1, params->specularLevel1, params->glossiness1,
+              params->anisotropy1, params->orientation1);
+    set_layer(state, channel + layer_2, params->specular2, params->specularLevel2, params->glossiness2,
+              params->anisotropy2, params->orientation2);
+    channel[self_illumination] =
+        self_illumination_channel(state, record, params->selfIllumColor, params->selfIllumAmount);
+    channel[opacity] = opaque_channel;
+    channel[filter] = clear_filter_channel;
+}
+
+} // namespace
+
+ORL_VERSION(shd_mlayer, orl_base_MultiLayerIllumination);
+
+ORL_EXPORT miBoolean orl_base_MultiLayerIllumination(miColor* result, miState* state,
+                                                     const MultiLayerParams* params, IllumRecord* record) {
+    if (record == nullptr)
+        return miFALSE;
+    set_channels(state, params, record);
+    return continue_with(model, 0, result, state, record, params);
+}
+
+ORL_EXPORT void orl_base_MultiLayerIllumination_exit(miState* state, const MultiLayerParams* params) {
+    exit_model(state, params, "shd_mlayer");
+}
+
+} // namespace orl

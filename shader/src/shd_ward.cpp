@@ -1,0 +1,132 @@
+/*
+ * The Ward illumination model: a plain diffuse surface with anisotropic highlights, as reflectances (Gregory
+ * Ward, "Measuring and Modeling Anisotropic Reflection", 1992). It relies on the material that calls it with
+ * an illumination record, on anisotropic.h for the highlight and on illumination.h for all that models share.
+ */
+#include "shd_ward.h"
+#include "anisotropic.h"
+#include "orlshaderapi.h"
+
+#include <atomic>
+
+namespace orl {
+
+namespace {
+
+// Bump, reflection, refraction and displacement follow from 9 on: the count is the material's.
+enum Channel {
+    ambient,
+    diffuse,
+    specular,
+    diffuse_level,
+    specular_level,
+    glossiness_u,
+    glossiness_v,
+    opacity,
+    filter
+};
+static_assert(filter + 1 == preset_channel_count);
+
+// ---- instance record
+
+// Where the first call of an instance found its grooves. Nothing changes it from then on, so threads share
+// it.
+struct WardInstance {
+    context::ChannelCache grooves;
+    miInteger reserved[4];
+};
+static_assert(sizeof(WardInstance) == 32);
+
+// The first thread to enter its record wins; without a slot there is nothing to keep.
+context::ChannelCache known_grooves(miState* state) {
+    void** const slot = instance_slot(state);
+    if (slot == nullptr)
+        return {};
+    const std::atomic_ref<void*> shared(*slot);
+    void* known = shared.load(std::memory_order_acquire);
+    if (known == nullptr) {
+        void* const memory = mi_mem_int_allocate("shd_ward", __LINE__, sizeof(WardInstance));
+        auto* const made = new (memory) WardInstance{};
+        find_groove_space(state, made->grooves);
+        if (shared.compare_exchange_strong(known, made, std::memory_order_acq_rel, std::memory_order_acquire))
+            known = made;
+        else
+            mi_mem_int_release("shd_ward", __LINE__, memory);
+    }
+    return static_cast<const WardInstance*>(known)->grooves;
+}
+
+// ---- shading
+
+struct Ward {
+    miScalar diffuse_level, level;
+    AnisotropicLobe lobe;
+
+    void operator()(const LightSample& sample, LightSums& sums) const {
+        if (sample.affectsDiffuse)
+            add(sums.diffuse, sample.color, sample.diffuse * 0.31830987f * diffuse_level);
+        if (sample.affectsSpecular && level > 0.0f)
+            add(sums.specular, sample.color, level * sample.diffuse * lobe.height(sample));
+    }
+};
+
+// The argument is what the entry point found out about the grooves: while shading, the running shader may be
+// the material, and its instance record another.
+void shade(miState* state, IllumRecord* record, const void* known) {
+    const miColor* const channel = record->channel;
+    context::ChannelCache grooves = *static_cast<const context::ChannelCache*>(known);
+    const Ward model{channel[diffuse_level].r, channel[specular_level].r,
+                     AnisotropicLobe(*record, tangent_frame(state, record->normal, grooves),
+                                     highlight_width(channel[glossiness_u].r),
+                                     highlight_width(channel[glossiness_v].r), 6.0f)};
+    gather_light(state, record, model);
+    multiply_by_channels(record);
+    finish(state, record);
+}
+
+constexpr IllumModel model{
+    .features = 0x1E00BCE,
+    .channelCount = 0,
+    .channelKinds = channel_kinds(channel_color, channel_color, channel_color, channel_scalar, channel_scalar,
+                                  channel_scalar, channel_scalar, channel_scalar, channel_color, channel_none,
+                                  channel_own_16, channel_own_32, channel_own_128 | channel_none),
+    .slotMap = slot_map(0, 1, 2, 5, 4, -1, 7, 8, -1, 10, 11),
+    .faceted = false,
+    .shade = shade,
+    .tintReflection = tint_by_specular,
+    .combine = combine_simple,
+    .transmit = transmit_light,
+    .reflect = reflect_channel,
+};
+
+void set_channels(miState* state, const WardParams* params, IllumRecord* record) {
+    miColor* const channel = record->channel;
+    channel[ambient] = color_channel(state, params->ambient);
+    channel[diffuse] = color_channel(state, params->diffuse);
+    channel[specular] = color_channel(state, params->specular);
+    channel[diffuse_level] = scalar_channel(state, params->diffuseLevel, 0, 2);
+    channel[specular_level] = scalar_channel(state, params->specularLevel, 0, 4);
+    channel[glossiness_u] = scalar_channel(state, params->glossinessU, 0.0001f, 1);
+    channel[glossiness_v] = scalar_channel(state, params->glossinessV, 0.0001f, 1);
+    channel[opacity] = opaque_channel;
+    channel[filter] = clear_filter_channel;
+}
+
+} // namespace
+
+ORL_VERSION(shd_ward, orl_base_WardIllumination);
+
+ORL_EXPORT miBoolean orl_base_WardIllumination(miColor* result, miState* state, const WardParams* params,
+                                               IllumRecord* record) {
+    if (record == nullptr)
+        return miFALSE;
+    set_channels(state, params, record);
+    const context::ChannelCache grooves = known_grooves(state);
+    return continue_with(model, 0, result, state, record, &grooves);
+}
+
+ORL_EXPORT void orl_base_WardIllumination_exit(miState* state, const WardParams* params) {
+    exit_model(state, params, "shd_ward");
+}
+
+} // namespace orl
