@@ -204,29 +204,25 @@ TEST_F(RenderElements, GatherAlongTheEyeRayIntoTheirBuffers) {
     const miColor own{0.5f, 0.25f, 1, 0.5f}, shown{0.75f, 0.3125f, 2, 0.75f}, fog{0.25f, 0, 0, 0};
     const miTag a = element(own);
     const miTag b = element(own, replaces), c = element(own, tenfold), d = element(own, fails);
-    start({{c, 0, a, a, b, c, a, a, a, a, d},
-           {},
-           {0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1},
-           {0, 0, 0, 0, 0, 1},
-           {1, 1, 0, 1, 1, 1, 0, 0, 0, 0, 1}},
-          false);
+    const std::vector<miBoolean> fogged{0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, on{1, 1, 0, 1, 1, 1, 1, 1, 1, 1, 1};
+    start({{c, 0, a, a, b, c, 0, 0, 0, 0, d}, {}, fogged, {0, 0, 0, 0, 0, 1}, on}, false);
     const auto two_surfaces = [](miState* at) {
         miInteger count = 0;
         return orl_GetRenderElementResults(at, &count) && count == 5 && surface(at, black) &&
                surface(at, {0.5f, 0.25f, 1, 0});
     };
     // shown: (0.5, 0.25, 1) (0.5, 0.25, 1) + (0.5, 0.25, 1); (1 - 0.5) 0.5 + 0.5
-    EXPECT_EQ(shade(two_surfaces), (Written{{0, {7.5f, 5, 0, 0}}, {1, own}, {2, {10, 5, 0, 0}}, {3, fog}}));
+    Written all{{0, {7.5f, 5, 0, 0}}, {1, own}, {2, {10, 5, 0, 0}}, {3, fog}};
+    EXPECT_EQ(shade(two_surfaces), all);
     EXPECT_EQ(result, shown) << "in place of the beauty, before its final phase";
     const auto record_lost = [](miState* at) {
         return mi_shaderstate_set(at, "ORREINT", nullptr, 0, miSS_LIFETIME_RECT), miFALSE;
     };
     for (const miBoolean beauty : {miFALSE, miTRUE}) {
         (*lens)->renderBeauty = beauty;
-        const miColor lens_result = beauty ? picture : black;
-        EXPECT_EQ(shade(record_lost, miFALSE),
-                  (Written{{0, {0, 5, 0, 0}}, {1, black}, {2, lens_result}, {3, fog}}));
-        EXPECT_EQ(result, lens_result);
+        all = {{0, {0, 5, 0, 0}}, {1, black}, {2, beauty ? picture : black}, {3, fog}};
+        EXPECT_EQ(shade(record_lost, miFALSE), all);
+        EXPECT_EQ(result, all[2].second);
     }
     EXPECT_EQ(orl_GetRenderElementResults(state, nullptr), nullptr);
 }
@@ -314,9 +310,7 @@ TEST_F(StdElements, OfASurface) {
     node.all_lights = miTRUE;
     set_node(node);
     renderer.lights = {renderer.add_light({{{0.5f, 0.25f, 0, 1}, {}, 0.5f}})};
-    renderer.mi_compute_irradiance = [](miColor* c, miState*) {
-        return *c = {0.25f, 0.125f, 0.5f, 1}, miTRUE;
-    };
+    renderer.mi_compute_irradiance = [](miColor* c, miState*) { return *c = {0.25f, 0, 0.5f, 1}, miTRUE; };
     renderer.mi_luminance = [](miState*, miColor* c) { return c->r + 10 * c->g + 100 * c->b; };
     scripted::State eye;
     eye->dir = {0, 1, 0};
@@ -335,13 +329,13 @@ TEST_F(StdElements, OfASurface) {
     element->matteMaterial = element->matteMaterialId = 1;
     element->diffuse = element->specular = element->reflection = element->refraction = miTRUE;
     // The surface covers half. Tone-mapped are 2 to 6, 8, 11, 13 and 16. Blend: g = 0.5 1 + 0.5 16; lighting:
-    // 0.5 (0.5, 0.25, 0) + (0.25, 0.125, 0.5); luminance: 0.25 + 10 0.125; material: g = 1 - 189/255; object:
+    // 0.5 (0.5, 0.25, 0) + (0.25, 0, 0.5); luminance: 0.25 + 10 0.125; material: g = 1 - 189/255; object:
     // 372/255 = 1 + 117/255, so (1 - 127/255 117/255, 1, 1 - 127/255).
     // clang-format off
     const miColor expected[] = {
         {0, 0, 0, 0.5f}, {}, {0, 2, 0, 1}, {16, 17, 2, 0.5f}, {1, 1, 0, 0.5f}, {0, 16, 0, 0.5f},
-        {1, 0.5f, 1, 0.5f}, {1, 1, 1, 0.5f}, {16, 0, 0, 0.5f}, {3, 2, 1, 0.5f}, {6, 5, 4, 0.5f},
-        {2, 2, 2, 0.5f}, {1, 1, 1, 0.5f}, {0, 0, 2, 0.5f}, {}, {}, {1, 0.5f, 1, 0.5f}, {3, 0, -4, 0.5f},
+        {1, 0.25f, 1, 0.5f}, {1, 1, 1, 0.5f}, {16, 0, 0, 0.5f}, {3, 2, 1, 0.5f}, {6, 5, 4, 0.5f},
+        {2, 2, 2, 0.5f}, {1, 1, 1, 0.5f}, {0, 0, 2, 0.5f}, {}, {}, {1, 0.25f, 1, 0.5f}, {3, 0, -4, 0.5f},
         {0, 0.25882353f, 1, 0.5f}, {0.77148789f, 1, 0.50196078f, 0.5f}, {1.5f, 1.5f, 1.5f, 0.5f}};
     // clang-format on
     const char traits[] = "..rcccc.ccccccrrc...c"; // r: replaces; c: made of components
@@ -356,7 +350,7 @@ TEST_F(StdElements, OfASurface) {
         EXPECT_EQ(at_point(type), traits[type] == 'c' ? miColor{} : color) << type;
     }
     EXPECT_EQ(state->dir.z, -1); // put back by the background
-    at_point(element_velocity);
+    element->type = element_velocity;
     orl_StdRenderElements_exit(state, &element.params());
     EXPECT_EQ(element->highestSpeed, 5); // of (3, 0, -4)
 }
@@ -368,9 +362,7 @@ TEST_F(StdElements, OtherSources) {
     instance.item = renderer.add_copy(miSCENE_OBJECT, hair);
     instance.label = 0xFF00; // white
     state->instance = renderer.add_instance(instance);
-    renderer.mi_trace_environment = [](miColor* c, miState*, miVector* dir) {
-        return *c = {1, -dir->z, 3, 1}, miTRUE;
-    };
+    renderer.mi_trace_environment = [](auto* c, auto, auto* d) { return *c = {1, -d->z, 3, 1}, miTRUE; };
     data.inputs = {0.5f, 1, 1, orl_weight_reflection, miTRUE};
     data.shadow = {0.5f, 0.25f, 0.125f, 0};
     data.reflection = data.refraction = {8, 0, 0, 1};
@@ -381,12 +373,12 @@ TEST_F(StdElements, OtherSources) {
     EXPECT_EQ(at_point(element_hair_and_fur), (miColor{0, 0, 0, 1}));
     EXPECT_EQ(at_point(element_object_id), (miColor{1, 1, 1, 1})) << "the label";
     element->matteMaterial = element->matteMaterialId = element->matteObject = 1;
+    auto& list = element->matteInstances;
+    element.set_array(list.first, list.count, &list.elements[0], {miNULLTAG, state->instance});
     std::string mattes; // bits: object matches, instance matches, inverted
     for (int bits = 0; bits < 8; ++bits) {
         element->matteObjectId = bits & 1 ? 0xFF00 : 1;
-        auto& list = element->matteInstances;
-        const std::vector<miTag> tags{miNULLTAG, bits & 2 ? state->instance : instance.item};
-        element.set_array(list.first, list.count, &list.elements[0], tags);
+        list.count = bits & 2;
         element->matteInverted = bits >> 2;
         mattes += at_point(element_matte).g == 1 ? '1' : '0';
     }
@@ -405,9 +397,8 @@ TEST_F(StdElements, FinalPhase) {
     EXPECT_EQ(finish(element_z_depth, gathered), gathered) << "the ray hit nothing";
     element->nearDepth = 10, element->farDepth = 30;
     state->thread = 1; // before 0, in turns
-    const std::pair<float, float> depths[] = {{5, 1},  {20, 0.5f}, {25, 0.25f}, {7, 1},
-                                              {31, 0}, {10, 1},    {30, 0}};
-    for (const auto& [distance, grey] : depths) {
+    for (const auto& [distance, grey] :
+         {std::pair{5.0f, 1.0f}, {20, 0.5f}, {25, 0.25f}, {7, 1}, {10, 1}, {31, 0}, {30, 0}}) {
         state->thread = !state->thread;
         EXPECT_EQ(finish(element_z_depth, {}, distance), (miColor{grey, grey, grey, 0}));
     }
@@ -420,6 +411,7 @@ TEST_F(StdElements, FinalPhase) {
     EXPECT_EQ(range(), std::pair(9.0f, 9.0f));
     state->pri = state;
     EXPECT_EQ(finish(element_z_depth, gathered).g, 1) << "a hit at the eye";
+    EXPECT_EQ(range(), std::pair(0.0f, 0.0f));
     tone.get()->processBackground = 0;
     EXPECT_EQ(finish(element_atmosphere, gathered), gathered);
     EXPECT_EQ(finish(element_blend, gathered), gathered);
