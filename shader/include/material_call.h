@@ -103,6 +103,8 @@ bool is_on_wire(miState* state, const StandardMaterialParams* params);
 /* The map of a channel, null when it is off; how much it counts. */
 miTag active_map(const MaterialCall& call, int channel);
 miScalar map_amount(const MaterialCall& call, int channel);
+/* The same from 0 to 1, for what a refracted ray takes off the opacity, which cannot become negative. */
+miScalar refraction_amount(const MaterialCall& call, int channel);
 
 /* Opacity and, for models that ask for it, filter colour as the parameters give them. */
 void set_own_channels(miState* state, IllumRecord* record);

@@ -42,6 +42,10 @@ miScalar map_amount(const MaterialCall& call, int channel) {
     return channel >= 0 && channel < call.amount.size() ? call.amount[channel] : 1.0f;
 }
 
+miScalar refraction_amount(const MaterialCall& call, int channel) {
+    return limit(map_amount(call, channel), 0, 1);
+}
+
 void set_own_channels(miState* state, IllumRecord* record) {
     const StandardMaterialParams* const params = call_of(*record).params;
     if (const int opacity = channel_of(*record, slot_opacity); opacity >= 0)
@@ -137,9 +141,11 @@ bool set_opacity(miState* state, IllumRecord* record, const orl_NodeData* node) 
     miScalar opacity = channel < 0 ? eval(state, params->opacity) : record->channel[channel].r;
     if (node != nullptr)
         opacity *= node->visibility;
-    opacity = limit(opacity, 0, 1);
     const miScalar falloff = eval(state, params->falloffAmount);
+    // Deliberate: only 1 itself is opaque. What a map drives beyond covers as much as 1, yet counts as
+    // transparent, so that a ray is traced behind it.
     const bool opaque = opacity == 1.0f && falloff == 0.0f;
+    opacity = limit(opacity, 0, 1);
     if (!opaque) {
         record->mapFlags |= map_transparent;
         if (falloff != 0.0f)

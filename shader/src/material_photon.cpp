@@ -37,6 +37,17 @@ miColor mirrored(miState* state, const IllumRecord* record, miTag reflection) {
     return {std::min(sum.r, 1.0f), std::min(sum.g, 1.0f), std::min(sum.b, 1.0f), 0};
 }
 
+// No surface sends on more than it gets: shares that come to more than 1 all shrink by the same factor.
+void share_out(PhotonWays& ways) {
+    miColor* const shares[] = {&ways.reflect_diffuse, &ways.reflect_specular, &ways.refract, &ways.straight};
+    miColor sum = black;
+    for (const miColor* share : shares)
+        add(sum, *share);
+    const miScalar whole = std::max({1.0f, sum.r, sum.g, sum.b});
+    for (miColor* share : shares)
+        *share = scaled(*share, 1.0f / whole);
+}
+
 PhotonWays ways_of(miState* state, IllumRecord* record) {
     const MaterialCall& call = call_of(*record);
     const int refraction_channel = channel_of(*record, slot_refraction);
@@ -44,8 +55,8 @@ PhotonWays ways_of(miState* state, IllumRecord* record) {
     ways.reflection = active_map(call, channel_of(*record, slot_reflection));
     ways.refraction = active_map(call, refraction_channel);
     if (ways.refraction != miNULLTAG)
-        record->refractionAmount = map_amount(call, refraction_channel);
-    record->opacityFactor = limit(record->opacity * (1.0f - record->refractionAmount), 0, 1);
+        record->refractionAmount = refraction_amount(call, refraction_channel);
+    record->opacityFactor = record->opacity * (1.0f - record->refractionAmount);
     ways.reflect_diffuse = scaled(slot_value(*record, slot_diffuse, black), record->opacityFactor);
     ways.reflect_specular = mirrored(state, record, ways.reflection);
     const miColor through = filter_of(*record);
@@ -53,6 +64,7 @@ PhotonWays ways_of(miState* state, IllumRecord* record) {
         ways.refract = through;
     else if ((record->mapFlags & map_transparent) != 0)
         ways.straight = through;
+    share_out(ways);
     return ways;
 }
 

@@ -7,6 +7,8 @@ namespace orl {
 
 namespace {
 
+constexpr miColor black{0, 0, 0, 0};
+
 // Values of miOptions::shadow.
 constexpr int shadows_simple = 1, shadows_sorted = 'l', shadows_in_segments = 's';
 
@@ -51,24 +53,29 @@ bool is_probed(const miState* state, ShadowDistanceProbe* probe) {
     return true;
 }
 
-// Colour by which the light is multiplied; false when the surface is opaque.
-bool filter_light(miState* state, IllumRecord* record, const orl_NodeData* node, miColor& filter) {
+// Colour by which the light is multiplied, black where the surface is opaque.
+miColor light_filter(miState* state, IllumRecord* record, const orl_NodeData* node) {
     set_normal(state, record);
+    state->dot_nd = -std::fabs(state->dot_nd); // of a flat normal, too, as seen from the point
     set_own_channels(state, record);
     map_channel(state, record, channel_of(*record, slot_opacity));
     if (!set_opacity(state, record, node))
-        return false;
+        return black;
     record->opacityFactor = record->opacity;
     const int mode = filter_mode(record->values->transparencyType);
     if (mode == 2)
         map_channel(state, record, channel_of(*record, slot_filter));
     else if (mode == 0)
         map_channel(state, record, channel_of(*record, slot_diffuse));
-    filter = filter_of(*record);
-    return true;
+    return filter_of(*record);
 }
 
 miBoolean pass_light(miColor* light, const miColor& filter) {
+    // Infinite light is blocked like any other: it cannot be multiplied by 0.
+    if (filter.r == 0.0f && filter.g == 0.0f && filter.b == 0.0f) {
+        *light = black;
+        return miFALSE;
+    }
     multiply(*light, filter);
     light->a = 0.0f;
     return light->r != 0.0f || light->g != 0.0f || light->b != 0.0f;
@@ -83,6 +90,7 @@ miBoolean shade_shadow(miColor* result, miState* state, IllumRecord* record, con
         return miTRUE;
     const int mode = state->options->shadow;
     if (mode == shadows_in_segments) {
+        const KeepsHit hit(state);
         if (!mi_trace_shadow_seg(result, state))
             return miFALSE;
     } else if (mode != shadows_simple && mode != shadows_sorted) {
@@ -95,9 +103,7 @@ miBoolean shade_shadow(miColor* result, miState* state, IllumRecord* record, con
     const orl_NodeData* const node = GetNodeData(state->instance);
     if (!IsInstanceShadowMakerForLight(state, node))
         return miTRUE;
-    miColor filter{0, 0, 0, 0};
-    filter_light(state, record, node, filter);
-    return pass_light(result, filter);
+    return pass_light(result, light_filter(state, record, node));
 }
 
 } // namespace orl

@@ -22,7 +22,7 @@ BlendChoice choose_blend_by_curve(miScalar mix, miScalar lower, miScalar upper) 
     if (mix >= upper)
         return {BlendChoice::second, 1};
     const miScalar s = (mix - lower) / (upper - lower);
-    return choose_blend((3.0f - 2.0f * s) * s * s);
+    return choose_blend((3.0f - 2.0f * s) * (s * s));
 }
 
 namespace {

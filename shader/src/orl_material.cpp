@@ -61,7 +61,7 @@ void map_refraction_ray(miState* state, IllumRecord* record) {
     miColor color;
     if (call_ray_map(&color, state, map, refracted_dir(state), miRAY_REFRACT))
         record->channel[channel] = color;
-    record->refractionAmount = map_amount(call, channel);
+    record->refractionAmount = refraction_amount(call, channel);
 }
 
 // The ambient light term is the indirect light that the renderer finds at the point: gathered, from photons,
@@ -70,6 +70,7 @@ void map_refraction_ray(miState* state, IllumRecord* record) {
 void add_ambient_light(miState* state, IllumRecord* record) {
     const miColor& color = slot_value(*record, slot_ambient, white);
     miColor light = black;
+    const KeepsHit hit(state);
     if ((color.r != 0.0f || color.g != 0.0f || color.b != 0.0f) && mi_compute_irradiance(&light, state))
         add(record->ambient, light);
 }
@@ -172,7 +173,14 @@ bool is_hidden_back(miState* state, const StandardMaterialParams* params, const 
            !(scene != nullptr && scene->force_two_sided) && !eval(state, params->twoSided);
 }
 
-// There is no surface here. Deliberate: the compound material that asks for a report goes on by itself.
+// Shadow rays find out by themselves, as seen from the point that the light is to reach.
+bool is_skipped(miState* state, const StandardMaterialParams* params, const orl_SceneData* scene) {
+    return state->type != miRAY_SHADOW && (is_hidden_back(state, params, scene) ||
+                                           (eval(state, params->wire) && !is_on_wire(state, params)));
+}
+
+// There is no surface here. Deliberate: the compound material that asks for a report goes on by itself, and a
+// photon, which cannot be traced on as a ray, passes as through glass.
 miBoolean skip_surface(miColor* result, miState* state) {
     if (find_record(state, keys::sub_material_report) != nullptr) {
         *result = transparent_black;
@@ -255,12 +263,17 @@ ORL_EXPORT miBoolean orl_StandardMaterial(miColor* result, miState* state,
     auto* const instance = instance_data<StandardMaterialInstance>(state);
     if (instance == nullptr)
         return miFALSE;
-    if (state->type != miRAY_SHADOW && (is_hidden_back(state, params, instance->scene) ||
-                                        (eval(state, params->wire) && !is_on_wire(state, params))))
-        return skip_surface(result, state);
-    auto* const thread = thread_data<StandardMaterialThread>(state);
-    const ScopedVisit visit(state, thread ? &thread->visit : nullptr);
-    return visit.is_recursive ? miFALSE : run_model(result, state, params, instance, thread);
+    {
+        // Parameters may be connected to shaders that lead back here, so that the visit comes before them.
+        auto* const thread = thread_data<StandardMaterialThread>(state);
+        const ScopedVisit visit(state, thread ? &thread->visit : nullptr);
+        if (visit.is_recursive)
+            return miFALSE;
+        if (!is_skipped(state, params, instance->scene))
+            return run_model(result, state, params, instance, thread);
+    }
+    // The ray goes on from this hit, where the same material may follow: the visit is over.
+    return skip_surface(result, state);
 }
 
 } // namespace orl
