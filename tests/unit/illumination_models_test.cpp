@@ -76,6 +76,13 @@ TEST_P(Contract, LightAndHighlights) {
             set("soften", 0.8f);
             EXPECT_TRUE(average(plain) < 1e-10f || average(shade({bent}).specular) != average(plain));
         }
+        const IllumRecord all = shade({bent});
+        for (const int flags : {0, 1, 2}) {
+            bent.told->affectFlags = flags, shade({bent});
+            EXPECT_EQ(record.diffuse, flags == 1 ? all.diffuse : miColor{});
+            EXPECT_EQ(record.specular, flags == 2 ? all.specular : miColor{});
+        }
+        bent.told->affectFlags = 3;
         if (set("specularLevel*", 0)) {
             EXPECT_EQ(average(shade({bent}).specular), 0);
         }
@@ -88,6 +95,19 @@ TEST_P(Contract, LightAndHighlights) {
     EXPECT_LT(average(shade({{grey(1), {from(30, 70)}}}).specular), there * 0.01f);
 }
 
+TEST_P(Contract, OnlyMaterialsCallModels) {
+    IllumRecord without_values{}, without_continuation{};
+    without_values.continuation = [](miColor*, miState*, IllumRecord*, const void*) { return miTRUE; };
+    without_continuation.values = &values;
+    state.run(instance, miSHADER_TEXTURE);
+    for (IllumRecord* const lacking :
+         {static_cast<IllumRecord*>(nullptr), &without_values, &without_continuation}) {
+        miColor result{};
+        EXPECT_FALSE(model.call(&result, state, &instance.params(), lacking));
+    }
+    EXPECT_EQ(errors().size(), 1); // once for the instance
+}
+
 INSTANTIATE_TEST_SUITE_P(Models, Contract, testing::ValuesIn(models),
                          [](const auto& at) { return std::string(at.param.unit); });
 
@@ -96,26 +116,49 @@ INSTANTIATE_TEST_SUITE_P(Models, Contract, testing::ValuesIn(models),
 class Models : public ModelTest {};
 
 TEST_F(Models, AreWhatMaterialsExpect) {
-    enum { faceted = 1, conserving = 2, tints_by_diffuse = 4 };
-    const std::tuple<const char*, int, unsigned, int> table[] = {{"Blinn", 8, 32641022, 0},
-                                                                 {"Phong", 8, 32641022, 0},
-                                                                 {"Constant", 8, 32641022, faceted},
-                                                                 {"Metal", 8, 32641022, tints_by_diffuse},
-                                                                 {"OrenNayarBlinn", 10, 31604734, conserving},
-                                                                 {"Anisotropic", 11, 31641598, conserving},
-                                                                 {"MultiLayer", 17, 31653886, conserving},
-                                                                 {"Ward", 9, 31460302, 0},
-                                                                 {"Strauss", 5, 10491008, 0},
-                                                                 {"Translucent", 10, 6567422, conserving}};
-    for (const auto& [name, channels, features, manners] : table) {
-        use(name), shade({});
-        EXPECT_TRUE(record.channelCount == channels && record.features == features) << name;
+    enum { faceted = 1, conserving = 2, tints_by_diffuse = 4, softens = 8 };
+    // Channels as colours and scalars, those behind them that are none or codes of 16, 32 and 128; channels
+    // of slots 0 to 7 as digits in base 17; sum of the channels' red for parameters beyond every upper bound.
+    const struct {
+        const char *name, *kinds, *slots;
+        unsigned features;
+        int manners;
+        float sum;
+    } table[] = {{"Blinn", "cccsscsc", "01243567", 32641022, softens, 16.99f},
+                 {"Phong", "cccsscsc", "01243567", 32641022, softens, 16.99f},
+                 {"Constant", "cccsscsc", "01243567", 32641022, softens + faceted, 16.99f},
+                 {"Metal", "cccsscsc-abd", "01243567", 32641022, softens + tints_by_diffuse, 16.99f},
+                 {"OrenNayarBlinn", "cccsscscss", "01234567", 31604734, softens + conserving, 21.99f},
+                 {"Anisotropic", "cccssssscsc", "0125489a", 31641598, conserving, 577.54f},
+                 {"MultiLayer", "ccsscsssscsssscsc", "01465efg", 31653886, conserving, 1147.08f},
+                 {"Ward", "cccsssssc-abd", "01254-78", 31460302, 0, 13},
+                 {"Strauss", "csssc", "-0-1--34", 10491008, 0, 5},
+                 {"Translucent", "cccsscsccs", "01234567", 6567422, conserving, 21.99f}};
+    for (const auto& row : table) {
+        const std::string kinds(row.kinds), codes = "cs-abd", digits = "0123456789abcdefg";
+        use(row.name), set("*", 1e9f);
+        maps = [](IllumRecord& r) { r.shade = [](miState*, IllumRecord*, const void*) {}; };
+        shade({});
+        EXPECT_EQ(record.features, row.features) << row.name;
+        EXPECT_EQ(record.channelCount, std::min(kinds.find('-'), kinds.size())) << row.name;
         EXPECT_EQ(record.faceted + conserving * (record.combine == combine_conserving) +
-                      tints_by_diffuse * (record.tintReflection == tint_by_diffuse),
-                  manners)
-            << name;
-        for (int k = channels; k < channel_count; ++k)
-            EXPECT_NE(record.channelKind[k] & channels_not_evaluated, 0) << name << k;
+                      tints_by_diffuse * (record.tintReflection == tint_by_diffuse) +
+                      softens * (record.soften == 1),
+                  row.manners)
+            << row.name;
+        for (std::size_t k = 0; k < channel_count; ++k) {
+            constexpr int code[] = {2, 4, 1, 16, 32, 128};
+            EXPECT_EQ(record.channelKind[k], k < kinds.size() ? code[codes.find(kinds[k])] : 1)
+                << row.name << k;
+        }
+        for (int slot = 0; slot < 8; ++slot)
+            EXPECT_EQ(channel_of(record, static_cast<MapSlot>(slot)),
+                      static_cast<int>(digits.find(row.slots[slot])))
+                << row.name << slot;
+        float sum = 0;
+        for (int k = 0; k < record.channelCount; ++k)
+            sum += record.channel[k].r;
+        EXPECT_NEAR(sum, row.sum, 0.01f) << row.name;
     }
 }
 
@@ -163,20 +206,47 @@ TEST_F(Models, HighlightsFillTheHemisphereAsTheirIntegralsSay) {
             expect("Strauss", g, 0.5, strauss);
     }
     // Metal: G = min(1, 2 cos t), D of the half angle p with 1 - 1/cos^2 = -tan^2, N.V = 1.
-    for (const double g : {0.1, 0.3, 0.5, 0.7, 0.9})
-        for (const double a : {0.0, 0.2, 0.8}) {
-            const double m = 1 / ((1 - g) * (1 - g)), n2 = 4 * a / (1 - a);
-            double sum = 0;
-            for (int k = 0; k < rings; ++k) {
-                const double u = std::cos(theta(k) / 2), tan = std::tan(theta(k) / 2);
-                const double near = (1 - u) * (1 - u), far = (1 + u) * (1 + u);
-                const double f = ((n2 + near) / (n2 + far) + (n2 * u * u + near) / (n2 * u * u + far)) / 2;
-                const double t = (f - a) / (1 - a),
-                             d = m * std::exp(-m * tan * tan) / (2 * pi * u * u * u * u);
-                sum += d * std::min(1.0, 2 * std::cos(theta(k))) / 1.05 * (a + t - a * t) * solid_angle(k);
-            }
-            expect("Metal", g, a, sum);
+    for (const auto& [g, a] : {std::pair{0.1, 0.0}, {0.5, 0.2}, {0.9, 0.8}}) {
+        const double m = 1 / ((1 - g) * (1 - g)), n2 = 4 * a / (1 - a);
+        double sum = 0;
+        for (int k = 0; k < rings; ++k) {
+            const double u = std::cos(theta(k) / 2), tan = std::tan(theta(k) / 2);
+            const double near = (1 - u) * (1 - u), far = (1 + u) * (1 + u);
+            const double f = ((n2 + near) / (n2 + far) + (n2 * u * u + near) / (n2 * u * u + far)) / 2;
+            const double t = (f - a) / (1 - a), d = m * std::exp(-m * tan * tan) / (2 * pi * u * u * u * u);
+            sum += d * std::min(1.0, 2 * std::cos(theta(k))) / 1.05 * (a + t - a * t) * solid_angle(k);
         }
+        expect("Metal", g, a, sum);
+    }
+}
+
+TEST_F(Models, MetalAtAnyAngle) { // computed in python from the model's formulas, in double precision
+    const struct {
+        float glossiness, level;
+        miColor diffuse;
+        float light[2], viewer[2], soften, shaped;
+        miColor specular;
+    } table[] = {
+        {0.3f, 2, {0.8f, 0.4f, 0.2f, 1}, {50, 20}, {40, 200}, 0, 1, {0.6394825f, 0.6538762f, 0.5119977f, 0}},
+        {0.5f,
+         1,
+         {0.8f, 0.4f, 0.2f, 1},
+         {70, 10},
+         {60, 170},
+         0.4f,
+         0.3f,
+         {0.4781693f, 0.535419f, 0.4874387f, 0}},
+        {0.5f, 2, {1, 1, 1, 1}, {20, 0}, {50, 180}, 0, 1, {1.584204f, 3.168408f, 4.752612f, 0}},
+        {0.2f, 1, {1, 0.95f, 0.9f, 1}, {80, 30}, {85, 200}, 0, 1, {1.754669f, 3.151755f, 4.191258f, 0}},
+        {0, 3, {0.1f, 0.2f, 0.3f, 1}, {75, 90}, {60, 200}, 0, 1, {0.07170989f, 0.2394811f, 0.5033137f, 0}},
+        {0.7f, 1, {0.1f, 0.2f, 0.3f, 1}, {88, 30}, {85, 215}, 0, 1, {0.0602524f, 0.1243594f, 0.1923211f, 0}}};
+    for (const auto& row : table) {
+        use("Metal"), set("glossiness", row.glossiness), set("specularLevel", row.level);
+        set("diffuse", row.diffuse), set("specular", 1), set("soften", row.soften);
+        look_from(row.viewer[0], row.viewer[1]);
+        shade({{{1, 2, 3, 0}, {from(row.light[0], row.light[1])}, {{1, row.shaped, 0, 3}}}});
+        expect_near(record.specular, row.specular, 2e-4f);
+    }
 }
 
 TEST_F(Models, MetalTakesItsHighlightFromTheDiffuseLight) {
@@ -215,8 +285,10 @@ TEST_F(Models, RoughSurfaces) {
             EXPECT_NEAR(share.of(grey(0.1f)).r, std::max(0.0f, 0.1f * once + 0.01f * twice), 1e-4f);
             EXPECT_LE(share.of(grey(9)).g, 1);
         }
-    // Smooth ones are Blinn's in all, the diffuse light level and self-illumination included.
-    const std::vector<Lamp> two{{{1, 2, 3, 0}, {from(20, 30)}}, {{2, 1, 0, 0}, {from(70)}}};
+    // Smooth ones are Blinn's in all, self-illumination included, which leaves the gathered light level
+    // alone.
+    const std::vector<Lamp> two{{{1, 2, 3, 0}, {from(20, 30)}},
+                                {{2, 1, 0, 0}, {from(70)}, {{1, 0.6f, 0, 3}}}};
     IllumRecord smooth[2];
     for (const int k : {0, 1}) {
         use(k ? "OrenNayarBlinn" : "Blinn"), set("roughness", 0), set("diffuse", 0.4f);
@@ -224,7 +296,7 @@ TEST_F(Models, RoughSurfaces) {
         smooth[k] = shade(two);
     }
     expect_near(smooth[1].result, smooth[0].result);
-    EXPECT_NEAR(smooth[1].diffuseLightLevel, smooth[0].diffuseLightLevel, 1e-5f);
+    EXPECT_NEAR(smooth[1].diffuseLightLevel * 0.7f, smooth[0].diffuseLightLevel, 1e-5f);
     set("diffuseLevel", 2), shade(two);
     EXPECT_FLOAT_EQ(record.diffuse.g, smooth[1].diffuse.g * 2);
     EXPECT_EQ(record.diffuseLightLevel, smooth[1].diffuseLightLevel);
