@@ -17,7 +17,6 @@ protected:
 TEST_F(Illumination, Channels) {
     const SlotMap own = slot_map(-1, 24, 3, -1, -1, -1, -1, -1, 5, -1);
     const std::tuple<const miInteger*, miInteger, std::vector<int>> table[] = {
-        {record.slotMap, 8, {0, 1, 2, 4, 3, 5, 6, 7, 8, 9, 10, 11, -1, -1, -1, -1, -1}},
         {record.slotMap, 22, {0, 1, 2, 4, 3, 5, 6, 7, 22, 23, -1, -1}},
         {own.data(), 9, {-1, -1, 3, -1, -1, -1, -1, -1, 5, 10, 11, 12}}};
     for (const auto& [map, count, channels] : table)
