@@ -59,8 +59,9 @@ struct StdElementParams {
 /* Share of the picture that the surface covers: 1 where nothing shows through. */
 miScalar coverage(const miColor& transparency);
 
-/* Colour that tells an id from its neighbours: the low byte chooses the hue, by its bits in reverse order so
-   that ids in sequence lie far apart on the colour circle; the next byte takes saturation away. Alpha 0. */
+/* Colour that tells an id from its neighbours: the low byte chooses the hue, in steps of 159/256 so that ids
+   in sequence lie more than a third of the colour circle apart; the next byte takes saturation away, higher
+   ones count for nothing. Alpha 0. */
 miColor identity_color(miInteger id);
 
 /* Grey of a distance: 1 up to `nearest`, falling evenly to 0 at `farthest` and beyond. */
@@ -114,13 +115,12 @@ inline constexpr decl::Shader orl_stdelem[] = {
      "hair, where the first surface is hair. Atmosphere: what the camera's volume shader adds to black. "
      "Background: the environment behind the first surface. Blend: the sum of the chosen components. Diffuse: "
      "with the ambient light. Lighting, illuminance HDR: the light that arrives, direct and indirect. Luminance "
-     "HDR: its luminance. Matte: white where material id, node id or instance match. Ink, paint: as the material "
+     "HDR: luminance of the direct light. Matte: white where material id, node id or instance match. Ink, paint: as the material "
      "gives them. Shadow: the share of light that arrives, or the material's own shadow colour. Z depth: see "
      "nearDepth. Velocity: motion during the shutter interval, camera space. Ids: a hue for each; a node without "
      "a record has its instance's label for an id. "
      "Ambient, diffuse and self-illumination are weighted by the material's opacity, reflection and refraction "
-     "where it asks for that. Lighting, luminance, matte, shadow, velocity and ids, which do not add up to the "
-     "picture, are weighted by coverage. The active tone operator maps background, blend, diffuse, refraction, "
+     "where it asks for that. What lies behind a surface is added through its transparency. The active tone operator maps background, blend, diffuse, refraction, "
      "lighting, reflection, self-illumination, specular and illuminance, and in the end atmosphere and blend."},
 };
 // clang-format on

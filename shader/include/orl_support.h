@@ -67,9 +67,11 @@ inline constexpr auto fields = decl::fields<orl_NodeData>(
     decl::boolean(&orl_NodeData::shadows_from_all_lights, "shadows_from_all_lights", true,
                   "the node casts shadows for every light; shadow_lights is ignored"),
     decl::array(&orl_NodeData::lights, miTYPE_LIGHT, "lights",
-                "lights, or groups of lights, that light the node"),
-    decl::boolean(&orl_NodeData::all_lights, "all_lights", true,
-                  "all lights of the scene light the node as well"));
+                "lights, or groups of lights, that light the node; they do so alone with all_lights off"),
+    decl::boolean(
+        &orl_NodeData::all_lights, "all_lights", true,
+        "all lights of the scene light the node as well as those of `lights`; a light in both counts "
+        "twice. Off: `lights` alone"));
 
 } // namespace node_data_table
 

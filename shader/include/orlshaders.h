@@ -79,7 +79,7 @@ typedef struct orl_NodeData {
     orl_TagArray shadow_lights;        /* lights, or groups of lights, for which the node casts shadows */
     miBoolean shadows_from_all_lights; /* the list is ignored */
     orl_TagArray lights;               /* lights, or groups of lights, that light the node */
-    miBoolean all_lights;              /* all lights of the scene as well */
+    miBoolean all_lights;              /* those of the scene as well; off: the list alone */
 } orl_NodeData;
 
 /* Object record, version 5, user data of an object. Fields that only the host reads are named by their place,
@@ -239,12 +239,13 @@ ORLSHADERS_API miBoolean ApplyInverseToneOperator(miState* state, miColor* color
 
 /*
  * Calls the function for every light of the node: those of its list and, when it asks for them, all lights of
- * the scene; without a node record all lights of the scene. Groups stand for their members. Nothing for light
- * and shadow rays, for displacement, and without an instance.
+ * the scene; without a node record all lights of the scene. A light of both counts twice: switch all_lights
+ * off to light by the list alone. Groups stand for their members. Nothing for light and shadow rays, for
+ * displacement, without an instance, and for a null function.
  */
 ORLSHADERS_API void IllumAccumulate(miState* state, orl_LightFunction function, void* context);
 
-/* Adds up the light that arrives at the point. */
+/* Adds up the light that arrives at the point, without indirect light. Nothing for null data. */
 ORLSHADERS_API void ComputeIlluminance(miState* state, orl_Illuminance* data);
 
 /* How much of the light reaches the point: 1 unshadowed, 0 in full shadow. */
@@ -253,13 +254,13 @@ ORLSHADERS_API miScalar IllumShadow(miState* state);
 /* 1 when what is shaded here feeds render elements: along an eye ray, also through transparent surfaces. */
 ORLSHADERS_API miBoolean RenderElementsAreBeingUsed(miState* state);
 
-/* Sets all of the record to nothing, with the identity as slot table. */
+/* Sets all of the record to nothing, with the identity as slot table. These three leave null data alone. */
 ORLSHADERS_API void InitializeRenderElementPostIllumData(miState* state, orl_PostIllumData* data);
 ORLSHADERS_API void ClearInputs(orl_PostIllumData* data);
 ORLSHADERS_API void ClearOutputs(orl_PostIllumData* data);
 
 /* Hands the components of a shading point to the element shaders; once for each point. 0 when an element is
-   being computed already. */
+   being computed already, and for null data. */
 ORLSHADERS_API miBoolean orl_CallRenderElementShaders_PostIllum(miState* state, orl_PostIllumData* data);
 
 /* This thread's colours of the active elements; null without elements. `count` may be null. */

@@ -21,8 +21,8 @@ struct LightVisitor {
     orl_LightFunction function;
     void* context;
 
-    // Deliberate: `ambientOnly` stays as the light before has left it, since every light that writes the
-    // record writes it too, and others take part in the loop of the lights that do.
+    // Deliberate: `ambientOnly` is not reset, so that a light that does not write the record is taken as the
+    // one before it: lights of other libraries join those that they stand behind in the list.
     void visit_light(miTag light) const {
         record->valid = 0;
         record->shapedCosine = 1.0f;
@@ -101,8 +101,10 @@ miScalar average_light(miState* state) {
 using namespace orl;
 
 ORL_EXPORT void IllumAccumulate(miState* state, orl_LightFunction function, void* context) {
-    if (!can_be_lit(state))
+    if (function == nullptr || !can_be_lit(state))
         return;
+    // The functions are given the record itself, so its place is theirs for the whole loop: lights write to
+    // it, and none sets the key anew.
     const ScopedRecord shaping(state, keys::light_shaping, {0, 1.0f, 0, affects_all});
     LightShapingRecord* const record = shaping.get();
     if (record == nullptr)
@@ -112,12 +114,15 @@ ORL_EXPORT void IllumAccumulate(miState* state, orl_LightFunction function, void
     if (node != nullptr)
         for (const miTag light : elements(node, &orl_NodeData::lights))
             visitor.visit(light);
+    // In addition to the list: a light that is in both counts twice. To be lit by the list alone, a node has
+    // all_lights off.
     if (node == nullptr || node->all_lights)
         visitor.visit_all_of_scene();
 }
 
 ORL_EXPORT void ComputeIlluminance(miState* state, orl_Illuminance* data) {
-    IllumAccumulate(state, add_illuminance, data);
+    if (data != nullptr)
+        IllumAccumulate(state, add_illuminance, data);
 }
 
 ORL_EXPORT miScalar IllumShadow(miState* state) {

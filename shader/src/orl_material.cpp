@@ -92,12 +92,12 @@ void report_transparency(miState* state, const miColor& transparency, miScalar a
     }
 }
 
-// By which what lies behind shows through; light that is added passes whole.
+// By which what lies behind shows through; light that is added passes whole. Every model traces what lies behind
+// a transparent surface, those without the feature bit by themselves.
 miColor element_transparency(const IllumRecord& record) {
     const bool refracts =
         (record.mapFlags & map_refraction) != 0 && (record.features & feature_refraction) != 0;
-    const bool traces = !refracts && (record.mapFlags & map_transparent) != 0 &&
-                        (record.features & feature_traced_transparency) != 0;
+    const bool traces = !refracts && (record.mapFlags & map_transparent) != 0;
     return traces && filter_mode(record.values->transparencyType) == 1 ? white : record.filter[1];
 }
 

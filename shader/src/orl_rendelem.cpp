@@ -123,7 +123,8 @@ void make_list(miState* state, const RenderElementHandlerParams* params) {
     const miInteger count = elements.active_count();
     if (count > 0)
         allocate_arrays(*list, count);
-    for (miInteger k = 0; list->count < count; ++k)
+    // Connected parameters may answer differently this time, so both ends are looked at.
+    for (miInteger k = 0; k < elements.shader.size() && list->count < count; ++k)
         if (elements.is_active(k))
             add_element(state, *list, elements, k);
     list->needs_normal_pass |= eval(state, params->renderBeauty) ? miTRUE : miFALSE;
@@ -143,26 +144,25 @@ RenderElementResults* fresh_results(miState* state, miInteger count) {
 }
 
 /* Traces the eye ray once or, where shadows are on, for each kind of element that there is. Lenses further in
-   may bend the ray, so each pass starts it anew. True when every ray succeeded. */
+   may bend the ray, so each pass starts it anew; shaders that set the key or take it away may move the
+   record, so each pass looks for it. True when every ray succeeded. */
 class EyePasses {
 public:
-    EyePasses(miColor* result, miState* state, RenderElementState* elements)
-        : result_(result), state_(state), elements_(elements), before_(*result), org_(state->org),
-          dir_(state->dir) {}
+    EyePasses(miColor* result, miState* state, const RenderElementList& list)
+        : result_(result), state_(state), list_(list), before_(*result), org_(state->org), dir_(state->dir) {}
 
     bool run() {
-        const RenderElementList& list = *elements_->list;
         if (!state_->options->shadow)
             return trace(miTRUE, miTRUE);
         bool done = true;
-        if (list.needs_unshadowed_pass) {
+        if (list_.needs_unshadowed_pass) {
             ScopedOptions options(state_);
             options->shadow = 0;
             done = trace(miFALSE, miTRUE);
         }
-        if (!list.needs_normal_pass)
+        if (!list_.needs_normal_pass)
             return done;
-        if (list.needs_unshadowed_pass) {
+        if (list_.needs_unshadowed_pass) {
             state_->pri = nullptr;
             *result_ = before_;
         }
@@ -171,15 +171,17 @@ public:
 
 private:
     bool trace(miBoolean normal, miBoolean unshadowed) {
-        elements_->runNormalPass = normal;
-        elements_->runUnshadowedPass = unshadowed;
+        if (RenderElementState* const elements = find_record(state_, keys::render_elements)) {
+            elements->runNormalPass = normal;
+            elements->runUnshadowedPass = unshadowed;
+        }
         miVector org = org_, dir = dir_;
         return mi_trace_eye(result_, state_, &org, &dir);
     }
 
     miColor* result_;
     miState* state_;
-    RenderElementState* elements_;
+    const RenderElementList& list_;
     miColor before_;
     miVector org_, dir_;
 };
@@ -187,8 +189,11 @@ private:
 // Last word of an element on its colour; one whose shader fails leaves it as it is.
 miColor finish(miState* state, const RenderElementList& list, miInteger k, miColor gathered) {
     const miTag volume = state->camera->volume;
-    if (list.apply_atmosphere[k] && volume != miNULLTAG)
+    if (list.apply_atmosphere[k] && volume != miNULLTAG) {
+        void* const hit = state->pri; // volume shaders may trace, elements ask what the eye ray hit
         mi_call_shader(&gathered, miSHADER_VOLUME, state, volume);
+        state->pri = hit;
+    }
     orl_ElementFinal final{gathered, static_cast<miScalar>(state->dist), 0};
     orl_RenderElementCall call{orl_phase_final, &final};
     miColor color = gathered;
@@ -200,11 +205,11 @@ miBoolean trace_with_elements(miColor* result, miState* state, const RenderEleme
     bool done = false, fed = false;
     {
         const ScopedRecord record(state, keys::render_elements, {&list, &results, miTRUE, miTRUE, miFALSE});
-        RenderElementState* const elements = record.get();
-        if (elements == nullptr)
+        if (record.get() == nullptr)
             return mi_trace_eye(result, state, &state->org, &state->dir);
-        done = EyePasses(result, state, elements).run();
-        fed = elements->postIllumDone;
+        done = EyePasses(result, state, list).run();
+        const RenderElementState* const elements = record.get();
+        fed = elements != nullptr && elements->postIllumDone;
     }
     // Deliberate: the first element stands in for the beauty picture before its final phase.
     if (!eval(state, params->renderBeauty))
@@ -241,28 +246,33 @@ ORL_EXPORT miBoolean RenderElementsAreBeingUsed(miState* state) {
 }
 
 ORL_EXPORT void ClearInputs(orl_PostIllumData* data) {
-    data->inputs = {};
+    if (data != nullptr)
+        data->inputs = {};
 }
 
 ORL_EXPORT void ClearOutputs(orl_PostIllumData* data) {
-    data->outputs = {};
+    if (data != nullptr)
+        data->outputs = {};
 }
 
 ORL_EXPORT void InitializeRenderElementPostIllumData(miState*, orl_PostIllumData* data) {
     static constexpr miInteger identity[orl_slot_count] = {0, 1, 2,  3,  4,  5,  6,  7,
                                                            8, 9, 10, 11, 12, 13, 14, 15};
+    if (data == nullptr)
+        return;
     *data = {};
     data->slots = identity;
 }
 
 ORL_EXPORT miBoolean orl_CallRenderElementShaders_PostIllum(miState* state, orl_PostIllumData* data) {
-    RenderElementState* const elements = state ? find_record(state, keys::render_elements) : nullptr;
-    if (elements == nullptr || elements->results->busy)
+    RenderElementState* const record = state ? find_record(state, keys::render_elements) : nullptr;
+    if (record == nullptr || data == nullptr || record->results->busy)
         return miFALSE;
-    elements->results->busy = miTRUE;
-    elements->postIllumDone = miTRUE;
-    gather(state, *elements, data);
-    elements->results->busy = miFALSE;
+    record->postIllumDone = miTRUE;
+    const RenderElementState elements = *record; // which an element shader could move
+    elements.results->busy = miTRUE;
+    gather(state, elements, data);
+    elements.results->busy = miFALSE;
     return miTRUE;
 }
 

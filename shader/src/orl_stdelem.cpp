@@ -2,9 +2,8 @@
  * The standard render elements. A material hands its components over at each point of the eye ray, and the
  * element makes its share of the picture of them; after the trace it has a last word on what it gathered.
  *
- * Colours of surfaces carry the surface's coverage as alpha. Diffuse, specular, self-illumination, reflection
- * and refraction add up to the picture; lighting, shadow, matte, velocity and the ids say what a point is, so
- * that they count by its coverage, or transparent surfaces would add up to more than one point.
+ * Colours of surfaces carry the surface's coverage as alpha, and are the surface's own: the handler adds what
+ * lies behind through the surface's transparency.
  */
 #include "orl_stdelem.h"
 #include "hsv.h"
@@ -23,13 +22,12 @@ miScalar coverage(const miColor& transparency) {
 
 namespace {
 
-// Hue of each low byte of an id.
+// Hue of each low byte of an id. The step is odd, so that each hue is there once, and near the golden section
+// of the circle, so that ids in sequence differ most.
 constexpr auto identity_hues = [] {
     std::array<unsigned char, 256> hues{};
     for (unsigned id = 0; id < 256; ++id)
-        for (unsigned bit = 0; bit < 8; ++bit)
-            if (id >> bit & 1u)
-                hues[id] = static_cast<unsigned char>(hues[id] | 0x80u >> bit);
+        hues[id] = static_cast<unsigned char>(id * 159u & 255u);
     return hues;
 }();
 
@@ -61,9 +59,6 @@ constexpr unsigned shaded =
 constexpr unsigned tone_mapped =
     types(element_blend, element_diffuse, element_refraction, element_lighting, element_reflection,
           element_self_illumination, element_specular, element_illuminance_hdr);
-constexpr unsigned weighted_by_coverage =
-    types(element_lighting, element_matte, element_illuminance_hdr, element_velocity, element_material_id,
-          element_object_id, element_luminance_hdr);
 
 /* What a thread has seen, for the result parameters. */
 struct ElementRange {
@@ -75,7 +70,7 @@ struct ElementRange {
 } // namespace
 
 miColor identity_color(miInteger id) {
-    const auto bits = static_cast<miUint>(id);
+    const auto bits = static_cast<miUint>(id); // those above the second byte are left out
     const miScalar hue = static_cast<miScalar>(identity_hues[bits & 255u]) / 255.0f;
     const miScalar saturation = 1.0f - static_cast<miScalar>(bits >> 8 & 255u) / 255.0f;
     miColor color = color_of_hsv(hue, saturation, 1.0f);
@@ -124,25 +119,26 @@ miColor blend_of(miState* state, const StdElementParams* params, const orl_PostI
     return color;
 }
 
-// All light that arrives at the point.
-miColor lighting(miState* state) {
+miColor direct_light(miState* state) {
     orl_Illuminance light{{}, miTRUE, miTRUE};
     ComputeIlluminance(state, &light);
+    return light.color;
+}
+
+// All light that arrives at the point.
+miColor lighting(miState* state) {
+    const miColor direct = direct_light(state);
     miColor indirect{};
-    return mi_compute_irradiance(&indirect, state) ? sum(light.color, indirect) : light.color;
+    return mi_compute_irradiance(&indirect, state) ? sum(direct, indirect) : direct;
 }
 
 miScalar luminance(miState* state, miColor color) {
     return mi_luminance(state, &color);
 }
 
-// A material that catches shadows knows their colour, and is transparent where there is none.
+// A material that catches shadows knows their colour.
 miColor shadow_of(miState* state, const orl_PostIllumData& data) {
-    if (data.inputs.shadowIsSet)
-        return data.shadow;
-    const miScalar ratio = IllumShadow(state);
-    const miColor& behind = data.outputs.transparency;
-    return {ratio * (1.0f - behind.r), ratio * (1.0f - behind.g), ratio * (1.0f - behind.b), 0};
+    return data.inputs.shadowIsSet ? data.shadow : grey(IllumShadow(state));
 }
 
 // Number of the node, or the label of an instance that the host knows nothing of.
@@ -225,7 +221,7 @@ miColor surface_color(miState* state, const StdElementParams* params, miInteger 
     case element_illuminance_hdr:
         return lighting(state);
     case element_luminance_hdr:
-        return grey(luminance(state, lighting(state)));
+        return grey(luminance(state, direct_light(state)));
     case element_matte:
         return matte(state, params, data);
     case element_reflection:
@@ -258,10 +254,7 @@ miColor surface_element(miState* state, const StdElementParams* params, miIntege
     miColor color = surface_color(state, params, type, data);
     if (contains(tone_mapped, type))
         ToneOpScaledToRGB(state, &color, miFALSE);
-    const miColor& behind = data.outputs.transparency;
-    if (contains(weighted_by_coverage, type))
-        color = {color.r * (1.0f - behind.r), color.g * (1.0f - behind.g), color.b * (1.0f - behind.b), 0};
-    color.a = coverage(behind);
+    color.a = coverage(data.outputs.transparency);
     return color;
 }
 
@@ -312,7 +305,9 @@ miColor final_atmosphere(miState* state, miColor color) {
     return color;
 }
 
-// Deliberate: a tone operator that processes backgrounds maps the blend here a second time.
+// Deliberate: an operator that processes backgrounds maps the whole of what the eye ray brings home, also the
+// blend, whose parts have been mapped at their points. Pictures have been balanced with it on; hosts that
+// want the blend mapped once leave it off.
 miColor final_blend(miState* state, miColor color) {
     const miScalar alpha = color.a;
     ToneOpScaledToRGB(state, &color, miTRUE);
@@ -383,8 +378,9 @@ ORL_EXPORT void orl_StdRenderElements_exit(miState* state, StdElementParams* par
     if (params == nullptr)
         return;
     const ElementRange range = range_of_all_threads(state);
-    const miInteger type = eval(state, params->type);
+    const miInteger type = params->type; // no shader runs here, so it is not evaluated
     if (type == element_z_depth) {
+        // Where all distances were new largest ones there is no smallest, and the range is one distance.
         params->nearestDepth = std::min(range.smallest, range.largest);
         params->farthestDepth = range.largest;
     } else if (type == element_velocity) {

@@ -87,15 +87,4 @@ TEST_F(Blend, SplitsTheStateAndFiltersLight) {
     EXPECT_EQ(renderer.framebuffer_writes().size(), 1u);
 }
 
-TEST_F(Blend, OfItselfIsTransparent) {
-    miMaterial sub{};
-    sub.shader = renderer.add_shader(
-        [&](void* to, miState* s, void*) {
-            return orl_BlendMaterial(static_cast<miColor*>(to), s, &blend.params());
-        },
-        "itself", &blend.function());
-    blend->material1 = blend->material2 = renderer.add_material(sub), blend->mixAmount = 0.5f;
-    EXPECT_TRUE(run() && result == miColor{});
-}
-
 } // namespace

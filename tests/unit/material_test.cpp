@@ -1,58 +1,115 @@
-// The standard material's wire frame, channels, opacity and results.
-#include "material_fixture.h"
+// The standard material under a scripted illumination model, which shows what it was given.
+#include "material_call.h"
+#include "orl_rendelem.h"
+#include "shader_fixture.h"
+
+#include <array>
+#include <tuple>
+
+using namespace orl;
+
+ENTRY_POINT(orl_StandardMaterial, miColor, StandardMaterialParams);
+INIT_AND_EXIT(orl_StandardMaterial, StandardMaterialParams);
 
 namespace {
 
-using Material = MaterialTest;
+constexpr miColor grey(float c, float a = 0) {
+    return {c, c, c, a};
+}
+miColor color_of(const miVector& v) {
+    return {v.x, v.y, v.z, 0};
+}
+void expect_near(const miColor& x, const miColor& y) {
+    for (const auto& [a, b] : {std::pair{x.r, y.r}, {x.g, y.g}, {x.b, y.b}, {x.a, y.a}})
+        EXPECT_NEAR(a, b, 1e-5f) << testing::PrintToString(x) << ' ' << testing::PrintToString(y);
+}
+
+// Channels of the model: Blinn's. Bump, reflection and refraction lie at 8 to 10.
+class Material : public ShaderTest {
+protected:
+    LiveShader<StandardMaterialParams> material{state, orl_StandardMaterial_init, orl_StandardMaterial_exit};
+    ChannelKinds kinds = channel_kinds(2, 2, 2, 4, 4, 2, 4, 2);
+    SlotMap slots = slot_map(0, 1, 2, 4, 3, 5, 6, 7);
+    unsigned features = 0x1F20FFE;
+    std::array<miColor, channel_count> channels{};
+    std::vector<miBoolean> enabled = std::vector<miBoolean>(24);
+    std::vector<miTag> maps = std::vector<miTag>(24);
+    std::vector<miScalar> amounts = std::vector<miScalar>(24, 1.0f);
+    miColor result{};
+    IllumRecord seen{};   // as the model's shade callback finds it
+    miScalar ior[2] = {}; // in, out, of the model's call
+    int shaded = 0;
+    bool started = false;
+    std::function<void(miState*, IllumRecord&)> shade = [](miState*, IllumRecord&) {};
+    static inline Material* test;
+
+    Material() {
+        test = this;
+        material->opacity = 1, material->filterColor = grey(1, 1), material->indexOfRefraction = 1.5f;
+        material->illumination = renderer.add_shader([this](void* out, miState* s, void* arg) {
+            auto* const record = static_cast<IllumRecord*>(arg);
+            record->features = features, record->channelKind = kinds.data(), record->channelCount = 8;
+            record->slotMap = slots.data(), ior[0] = s->ior_in, ior[1] = s->ior;
+            std::copy(channels.begin(), channels.end(), record->channel);
+            record->tintReflection = [](miState*, const IllumRecord*, miColor* c) { c->g *= 0.5f; };
+            record->shade = [](miState* in, IllumRecord* r, const void*) {
+                ++test->shaded, test->seen = *r, test->shade(in, *r);
+            };
+            return record->continuation(static_cast<miColor*>(out), s, record, nullptr);
+        });
+    }
+    void map(std::size_t channel, miTag shader, miScalar amount = 1) {
+        enabled[channel] = miTRUE, maps[channel] = shader, amounts[channel] = amount;
+    }
+    miBoolean run(miColor incoming = {}) {
+        auto& p = material.params();
+        if (!std::exchange(started, true)) {
+            material.set_array(p.mapEnabled.first, p.mapEnabled.count, p.mapEnabled.elements, enabled);
+            material.set_array(p.maps.first, p.maps.count, p.maps.elements, maps);
+            material.set_array(p.mapAmounts.first, p.mapAmounts.count, p.mapAmounts.elements, amounts);
+            material.start();
+        }
+        result = incoming, shaded = 0;
+        const miBoolean answer = orl_StandardMaterial(&result, state.run(material), &p);
+        EXPECT_TRUE(state->shader == &material.function() && state->ior == 1 && state->ior_in == 1);
+        return answer;
+    }
+};
 
 // A triangle with legs of 2 from (-1, -1), the hit at (-0.5, -0.5): 0.5 from edges 0 and 2, sqrt(0.5) from 1.
 TEST_F(Material, Wire) {
     renderer.mi_point_to_raster = [](miState*, miVector* r, miVector* v) { *r = {v->x * 10, v->y * 10, 0}; };
-    miUint word = 0;
-    renderer.mi_vquery = [&](miQ_type code, miState* s, miTag tag, void* to, va_list arguments) {
-        if (code != miQ_PRI_DATA)
-            return renderer.mi_vquery.unscripted(code, s, tag, to, arguments);
-        static const int slot = 0, count = 1;
-        std::memcpy(to, &count, sizeof count);
-        *va_arg(arguments, const int**) = &slot, *va_arg(arguments, const miUint**) = &word;
-        return miTRUE;
-    };
     state.set_hit({-0.5f, -0.5f, 5}, {-0.5f, -0.5f, 0}, {0, 0, 1});
     const std::optional<scripted::Triangle::Corners> legs{{{{-1, -1, 0}, {1, -1, 0}, {-1, 1, 0}}}},
         point{scripted::Triangle::Corners{}}, none;
-    // units, size, visible edges, kept; a triangle without area is all wire, geometry without any is whole
-    const std::tuple<const decltype(none)*, miInteger, float, miUint, bool> table[] = {
-        {&legs, 0, 11, 7, true},    {&legs, 0, 9, 7, false},    {&legs, 1, 1.1f, 7, true},
-        {&legs, 1, 0.9f, 7, false}, {&legs, 1, 1.1f, 2, false}, {&legs, 1, 1.42f, 2, true},
-        {&legs, 0, 14.2f, 2, true}, {&legs, 1, 9, 0, false},    {&point, 0, 1, 7, true},
-        {&point, 1, 1, 7, true},    {&none, 1, 0, 7, true}};
-    for (const auto& [corners, units, size, edges, kept] : table) {
-        renderer.triangle.points = *corners, word = edges << 16;
+    // units, size, kept; a triangle without area is all wire, geometry without any is whole
+    const std::tuple<const decltype(none)*, miInteger, float, bool> table[] = {
+        {&legs, 0, 11, true}, {&legs, 0, 9, false}, {&legs, 1, 1.1f, true}, {&legs, 1, 0.9f, false},
+        {&point, 0, 1, true}, {&point, 1, 1, true}, {&none, 1, 0, true}};
+    for (const auto& [corners, units, size, kept] : table) {
+        renderer.triangle.points = *corners;
         material->wire = miTRUE, material->wireUnits = units, material->wireSize = size;
-        EXPECT_TRUE(run() == kept && shaded == kept) << units << ' ' << size << ' ' << edges;
+        EXPECT_TRUE(run() == kept && shaded == kept) << units << ' ' << size;
     }
+    EXPECT_NEAR(raster_line_distance({0, 5, 9}, {0, 0, 0}, {3, 4, 0}), 3, 1e-6f);   // |0 * 4 - 5 * 3| / 5
+    EXPECT_NEAR(squared_line_distance({1, 2, 9}, {0, 0, 0}, {4, 0, 0}), 85, 1e-4f); // 2^2 + 9^2
 }
 
 TEST_F(Material, BackFaces) {
     renderer.trace_color = grey(0.5f);
     state->inv_normal = miTRUE;
-    // type, two-sided, under a compound material, rasterizer: shaded, result when not
-    const std::tuple<miRay_type, bool, bool, bool, int, float> table[] = {
-        {miRAY_EYE, false, false, false, 0, 0.5f}, {miRAY_EYE, false, true, false, 0, 0},
-        {miRAY_EYE, false, false, true, 0, 0},     {miRAY_REFLECT, false, false, false, 0, 0.5f},
-        {miRAY_EYE, true, false, false, 1, 0},     {miRAY_REFRACT, false, false, false, 1, 0}};
-    for (const auto& [type, both, compound, rasterizer, shades, left] : table) {
-        std::optional<ScopedRecord<SubMaterialReport>> report;
-        if (compound)
-            report.emplace(state, keys::sub_material_report, SubMaterialReport{});
-        state->type = type, material->twoSided = both, state->scanline = rasterizer,
-        state.options.scanline = 'r';
-        EXPECT_TRUE(run() && shaded == shades && result.r == left) << type << both << compound << rasterizer;
-    }
+    EXPECT_TRUE(run() && shaded == 0 && result == grey(0.5f));
+    state->scanline = 1, state.options.scanline = 'r';
+    EXPECT_TRUE(run() && shaded == 0 && result == grey(0));
+    state->scanline = 0, state->type = miRAY_REFRACT;
+    EXPECT_TRUE(run() && shaded == 1);
     EXPECT_TRUE(ior[0] == 1.5f && ior[1] == 1);
     state->type = miPHOTON_REFLECT_DIFFUSE, run();
     state->type = miPHOTON_TRANSMIT_DIFFUSE, run(); // absorbed
     EXPECT_EQ(renderer.photons().size(), 1u);
+    const ScopedRecord report(state, keys::sub_material_report, {});
+    state->type = miRAY_REFLECT, run();
+    EXPECT_TRUE(result == grey(0) && renderer.traces().size() == 1);
 }
 
 TEST_F(Material, OpacityAndFalloff) {
@@ -85,8 +142,7 @@ TEST_F(Material, ChannelsTakeTheirMaps) {
         map(6, mono, 0.5f);
     map(18, mono, 2), map(19, mono, -2), map(20, plain), map(21, plain, 3), map(22, plain, 2);
     maps.resize(23), amounts.resize(22), run();
-    // over: max(0, 1 - |0.5 a|) 0.8 + a c; mix: 0.4 a or -0.6 a, + max(0, 1 - |a|) 0.8; the last amount is
-    // missing
+    // max(0, 1 - |0.5 a|) 0.8 + a c, or 0.4 a (-0.6 a) + max(0, 1 - |a|) 0.8; the last amount is missing
     const std::pair<int, miColor> table[] = {
         {0, {0.6f, 0.8f, 1, 1}},        {1, {0.6f, 0.8f, 1, 1}},     {2, grey(0.8f, 1)},
         {3, {0.7f, 0.8f, 0.8f, 1}},     {5, grey(0.8f, 1)},          {6, {0.7f, 0.8f, 0.8f, 1}},
@@ -96,13 +152,6 @@ TEST_F(Material, ChannelsTakeTheirMaps) {
         expect_near(seen.channel[channel], value);
     material->lockAmbient = 0, run();
     expect_near(seen.channel[0], grey(0.8f, 1));
-}
-
-TEST_F(Material, SceneTurnsMapsOffAndBacksOn) {
-    orl_SceneData scene{};
-    scene.material_switch_16 = scene.force_two_sided = state->inv_normal = miTRUE;
-    set_scene(scene), map(0, renderer.add_color(grey(1)));
-    EXPECT_TRUE(run() && shaded == 1 && seen.channel[0].r == 0);
 }
 
 TEST_F(Material, Normals) {
@@ -170,12 +219,83 @@ TEST_F(Material, WhatIsMissingOrRecursiveFails) {
     EXPECT_FALSE(run() || run());
     EXPECT_EQ(errors(), std::vector<std::string>{"\"shader\" requires illumination shader"});
     material->illumination = model, channels[0] = grey(1);
-    miBoolean inner = miTRUE;
     renderer.mi_compute_irradiance = [&](miColor* c, miState* s) {
-        s->shader = &material.function();
-        return inner = orl_StandardMaterial(c, s, &material.params());
+        return orl_StandardMaterial(c, s, &material.params());
     };
-    EXPECT_TRUE(run() && !inner && shaded == 1);
+    EXPECT_TRUE(run() && shaded == 1);
+}
+
+TEST_F(Material, RayMaps) {
+    std::vector<miVector> asked;
+    const miTag tracer = renderer.add_shader([&](void* color, miState* s, void*) {
+        const IncomingRay* const ray = find_record(s, keys::incoming_ray);
+        asked.insert(asked.end(), {s->dir, ray->dir, {static_cast<float>(ray->type), 0, 0}});
+        s->point = {7, 7, 7}, s->normal = {1, 0, 0};
+        return *static_cast<miColor*>(color) = {0.5f, 0.25f, 1, 0}, miTRUE;
+    });
+    map(9, tracer, 0.8f), map(10, tracer, 0.3f);
+    state.set_hit({-3, 0, 4}, {0, 0, 0}, {0, 0, 1}), run();
+    // Mirrored, and by Snell's law: sine 0.6 / 1.5 = 0.4, cosine sqrt(0.84).
+    const miVector table[] = {{0.6f, 0, 0.8f},        state->dir, {miRAY_REFLECT, 0, 0},
+                              {0.4f, 0, -0.9165151f}, state->dir, {miRAY_REFRACT, 0, 0}};
+    for (std::size_t k = 0; k < 6; ++k)
+        expect_near(color_of(asked.at(k)), color_of(table[k]));
+    EXPECT_TRUE(ior[0] == 1 && ior[1] == 1.5f && state->normal.z == 1 && state->point.x == 0);
+    expect_near({seen.reflectionAmount, seen.refractionAmount, 0, 0}, {0.4f, 0.3f, 0, 0}); // 0.8 * 0.5
+    EXPECT_TRUE(seen.mapFlags == 0x36 && seen.channel[9].b == 1 && !find_record(state, keys::incoming_ray));
+}
+
+TEST_F(Material, ShadowModesAndMaps) {
+    map(6, renderer.add_color(grey(0.5f)), 0.5f), map(7, renderer.add_color({0, 0.5f, 0, 1}));
+    map(1, renderer.add_shader([&](void*, miState* s, void*) { // which only type 1 asks for
+        EXPECT_TRUE(s->dot_nd == -0.8f && (s->inv_normal != 0) == (s->options->shadow == 's'));
+        return miFALSE;
+    }));
+    state.set_hit({3, 0, 4}, {0, 0, 0}, {0, 0, 1}), state->dir = {0.6f, 0, 0.8f};
+    int segments = 0;
+    material->opacity = 0.5f;
+    renderer.mi_trace_shadow_seg = [&](miColor*, miState*) -> miBoolean { return ++segments == 1; };
+    // mode, casts shadows, transparency type: answer, light
+    const std::tuple<int, bool, int, bool, miColor> table[] = {
+        {1, true, 0, true, {0, 1, 0, 0}}, {'l', true, 1, true, grey(1)}, {'l', false, 0, true, grey(2, 1)},
+        {0, true, 0, true, grey(2, 1)},   {'s', true, 1, true, grey(1)}, {'s', true, 0, false, grey(2, 1)}};
+    for (const auto& [mode, casts, type, answer, passed] : table) {
+        set_node(orl_NodeData{0, 0, 0, 1, 0, 0, {}, casts, {}, 0});
+        state->type = miRAY_SHADOW, state.options.shadow = mode, material->transparencyType = type;
+        EXPECT_TRUE(run(grey(2, 1)) == answer && state->normal.z == 1 && !state->inv_normal) << mode;
+        expect_near(result, passed);
+    }
+    state.options.shadow = 1, material->opacity = 3; // 1.75 under the map, so opaque
+    EXPECT_FALSE(run(grey(2, 1)) || result.r != 0);
+}
+
+// Diffuse 0.5, specular level 0.2, reflection 0.4 (tinted to 0.2 in green), refraction 0.5; so the opacity is
+// 0.6 (1 - 0.5) = 0.3: diffuse 0.15, mirror 0.2 + 0.4, through 0.7. The maps halve the energy of 2.
+TEST_F(Material, PhotonChoices) {
+    std::pair<miInteger, float> asked;
+    const miTag bender = renderer.add_shader([&](void* color, miState* s, void*) {
+        asked = {find_record(s, keys::incoming_ray)->type, s->dir.z};
+        return *static_cast<miColor*>(color) = grey(0.5f), miTRUE;
+    });
+    map(9, bender, 0.4f), map(10, bender, 0.5f);
+    channels[1] = grey(0.5f), channels[2] = grey(1), channels[3].r = 0.2f;
+    material->opacity = 0.6f, material->transparencyType = 2, state->type = miPHOTON_LIGHT;
+    const std::tuple<miRay_type, const char*, int, float, miColor> table[] = {
+        {miPHOTON_REFLECT_DIFFUSE, "mi_photon_reflection_diffuse", 0, 0, grey(0.3f)},
+        {miPHOTON_REFLECT_SPECULAR, "mi_photon_reflection_specular", 10, 1, {0.6f, 0.4f, 0.6f, 0}},
+        {miPHOTON_TRANSMIT_DIFFUSE, "mi_photon_transmission_diffuse", 15, -1, grey(0.7f)},
+        {miPHOTON_TRANSMIT_SPECULAR, "mi_photon_transparent", 0, 0, grey(0)},
+        {miPHOTON_ABSORB, "mi_store_photon", 0, 0, grey(2)}};
+    for (const auto& [type, function, told, z, energy] : table) {
+        renderer.mi_choose_simple_scatter_type = [t = type](auto...) { return t; };
+        renderer.clear_logs(), asked = {};
+        EXPECT_TRUE(run(grey(2)) && asked == std::pair(told, z));
+        EXPECT_STREQ(renderer.photons().front().function, "mi_store_photon");
+        EXPECT_STREQ(renderer.photons().back().function, function);
+        expect_near(renderer.photons().back().energy, energy);
+    }
+    channels[1] = grey(1e-7f), renderer.clear_logs(), run(grey(2));
+    EXPECT_TRUE(renderer.photons().empty() && shaded == 0 && state->dir.z == -1);
 }
 
 } // namespace

@@ -25,11 +25,13 @@ class LightLoop : public ShaderTest {
 protected:
     std::optional<orl_LightShapingRecord> answer; // what light shaders write
     float left_by_shadow = 1;
+    miInteger shadow = 0; // option
 
     LightLoop() {
         state->instance = add_instance_with(miNULLTAG);
         renderer.mi_sample_light = [this](miColor* c, miVector* dir, miScalar* dot_nl, miState* at,
                                           miTag light, miInteger* samples) {
+            EXPECT_EQ(state.options.shadow, shadow) << "the renderer's own";
             const miBoolean lit = renderer.mi_sample_light.unscripted(c, dir, dot_nl, at, light, samples);
             if (lit && answer)
                 *find_record(at, keys::light_shaping) = *answer;
@@ -99,19 +101,20 @@ TEST_F(LightLoop, AddsUpIlluminanceAndTellsShadow) {
         {{{1, 0.5f, 1, 0}}, 0, 1, 0, 1, 1, {15, 14, 15, 1}, 1},
         {{{1, 0.5f, 1, 3}}, 1, 0, 0, 1, 1, {10, 10, 10, 1}, 1}};
     // clang-format on
-    for (const auto& [told, diffuse, ambient, shadow, c, left, expected, ratio] : cases) {
+    for (const auto& [told, diffuse, ambient, option, c, left, expected, ratio] : cases) {
         renderer.lights = {renderer.add_light({{{1.5f * c, 3 * c, 6 * c, 1}, {}, 0.5f},
                                                {{4.5f * c, 0, 0, 1}, {}, 0.25f},
                                                {{9 * c, 9 * c, 9 * c, 1}, {}, -1}})};
         answer = told;
         left_by_shadow = left;
-        state.options.shadow = shadow;
+        state.options.shadow = shadow = option;
         orl_Illuminance sum{{10, 10, 10, 0}, diffuse, ambient}; // expected is on top of 10
         ComputeIlluminance(state, &sum);
         EXPECT_EQ(sum.color, expected);
         EXPECT_FLOAT_EQ(IllumShadow(state), ratio) << c;
-        EXPECT_TRUE(state->options == &state.options && state.options.shadow == shadow);
+        EXPECT_EQ(state->options, &state.options);
     }
+    ComputeIlluminance(state, nullptr), IllumAccumulate(state, nullptr, nullptr);
 }
 
 // ---- the handler
@@ -132,7 +135,7 @@ protected:
     RenderElements() {
         const miImg_type type = miIMG_TYPE_RGBA_FP;
         state.camera.framebuffers = renderer.add_framebuffers(
-            {{"fb_re#0", type}, {"fb_re#4", type}, {"fb_re#5", type}, {"fb_re#6", type}});
+            {{"fb_re#0", type}, {"fb_re#4", type}, {"fb_re#5", type}, {"fb_re#10", type}});
     }
 
     void start(const Lists& lists, bool beauty = true) {
@@ -157,7 +160,8 @@ protected:
             EXPECT_FALSE(surface(at, black)) << "no element within another, none in the final phase";
             if (call->phase == orl_phase_post_illumination) {
                 own = color;
-                static_cast<orl_PostIllumData*>(call->data)->outputs.elementReplace = habit == replaces;
+                if (habit == replaces)
+                    static_cast<orl_PostIllumData*>(call->data)->outputs.elementReplace = miTRUE;
             } else if (habit == tenfold || habit == fails) {
                 const auto* data = static_cast<const orl_ElementFinal*>(call->data);
                 own = {data->color.r * 10, data->distance, 0, 0};
@@ -177,7 +181,7 @@ protected:
         result = white, state->pri = nullptr, state->org.z = 5;
         EXPECT_EQ(orl_RenderElementHandler(&result, state.run(*lens, miSHADER_LENS), &lens->params()),
                   answer);
-        EXPECT_EQ(state->options, &state.options);
+        EXPECT_TRUE(state->options == &state.options && state->pri == state);
         Written all;
         for (const auto& write : renderer.framebuffer_writes())
             all.emplace_back(write.index, write.value);
@@ -193,25 +197,33 @@ protected:
 };
 
 TEST_F(RenderElements, GatherAlongTheEyeRayIntoTheirBuffers) {
-    state.camera.volume = renderer.add_shader(
-        [](void* color, miState*, void*) { return static_cast<miColor*>(color)->r += 0.25f, miTRUE; });
+    state.camera.volume = renderer.add_shader([](void* color, miState* at, void*) {
+        at->pri = nullptr;
+        return static_cast<miColor*>(color)->r += 0.25f, miTRUE;
+    });
     const miColor own{0.5f, 0.25f, 1, 0.5f}, shown{0.75f, 0.3125f, 2, 0.75f}, fog{0.25f, 0, 0, 0};
     const miTag a = element(own);
     const miTag b = element(own, replaces), c = element(own, tenfold), d = element(own, fails);
-    start({{a, 0, a, a, b, c, d}, {}, {0, 0, 0, 0, 0, 1, 1}, {0, 0, 0, 0, 0, 1}, {1, 1, 0, 1, 1, 1, 1}},
-          false);
+    const std::vector<miBoolean> fogged{0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, on{1, 1, 0, 1, 1, 1, 1, 1, 1, 1, 1};
+    start({{c, 0, a, a, b, c, 0, 0, 0, 0, d}, {}, fogged, {0, 0, 0, 0, 0, 1}, on}, false);
     const auto two_surfaces = [](miState* at) {
         miInteger count = 0;
         return orl_GetRenderElementResults(at, &count) && count == 5 && surface(at, black) &&
                surface(at, {0.5f, 0.25f, 1, 0});
     };
     // shown: (0.5, 0.25, 1) (0.5, 0.25, 1) + (0.5, 0.25, 1); (1 - 0.5) 0.5 + 0.5
-    EXPECT_EQ(shade(two_surfaces), (Written{{0, shown}, {1, own}, {2, {10, 5, 0, 0}}, {3, fog}}));
-    EXPECT_EQ(result, shown) << "in place of the beauty";
-    (*lens)->renderBeauty = miTRUE;
-    EXPECT_EQ(shade([](miState*) { return miFALSE; }, miFALSE),
-              (Written{{0, black}, {1, black}, {2, picture}, {3, fog}}));
-    EXPECT_EQ(result, picture);
+    Written all{{0, {7.5f, 5, 0, 0}}, {1, own}, {2, {10, 5, 0, 0}}, {3, fog}};
+    EXPECT_EQ(shade(two_surfaces), all);
+    EXPECT_EQ(result, shown) << "in place of the beauty, before its final phase";
+    const auto record_lost = [](miState* at) {
+        return mi_shaderstate_set(at, "ORREINT", nullptr, 0, miSS_LIFETIME_RECT), miFALSE;
+    };
+    for (const miBoolean beauty : {miFALSE, miTRUE}) {
+        (*lens)->renderBeauty = beauty;
+        all = {{0, {0, 5, 0, 0}}, {1, black}, {2, beauty ? picture : black}, {3, fog}};
+        EXPECT_EQ(shade(record_lost, miFALSE), all);
+        EXPECT_EQ(result, all[2].second);
+    }
     EXPECT_EQ(orl_GetRenderElementResults(state, nullptr), nullptr);
 }
 
@@ -230,17 +242,19 @@ TEST_F(RenderElements, EachKindGetsItsPass) {
         state.options.shadow = shadow;
         renderer.answer(miQ_FINALGATHER_STATE, final_gather);
         std::string passes;
-        shade([&](miState* at) {
+        const auto surfaces = [&](miState* at) -> miBoolean { // unshadowed passes fail
             const auto* record = find_record(at, keys::render_elements);
             if (record == nullptr)
                 return passes += "off ", miTRUE;
             passes += std::to_string(at->options->shadow) + " " + std::to_string(record->runNormalPass) +
                       "/" + std::to_string(record->runUnshadowedPass) + " ";
+            EXPECT_EQ(state.options.shadow, shadow) << "the renderer's own";
             surface(at, black);
             for (std::size_t k = 0; k < elements.size(); ++k)
                 passes += record->results->color[k] == white ? "1" : "0";
-            return passes += " ", miTRUE;
-        });
+            return passes += " ", !record->runUnshadowedPass;
+        };
+        shade(surfaces, expected.find("/1") == std::string::npos);
         EXPECT_EQ(passes, expected);
     }
 }
@@ -257,7 +271,9 @@ TEST_F(RenderElements, AreFedAlongTransparentEyeRays) {
         EXPECT_FALSE(RenderElementsAreBeingUsed(chain)) << "without a handler";
         const ScopedRecord record(state, keys::render_elements, {});
         EXPECT_EQ(RenderElementsAreBeingUsed(chain), fed) << path;
+        EXPECT_FALSE(orl_CallRenderElementShaders_PostIllum(state, nullptr));
     }
+    InitializeRenderElementPostIllumData(state, nullptr), ClearInputs(nullptr), ClearOutputs(nullptr);
 }
 
 // ---- the standard elements
@@ -290,13 +306,11 @@ protected:
 
 TEST_F(StdElements, OfASurface) {
     orl_NodeData node{};
-    node.node_id = 0x8000; // hue 0, saturation 1 - 128/255
+    node.node_id = 0x18002; // hue (2 159 - 256)/255 = 62/255, saturation 1 - 128/255
     node.all_lights = miTRUE;
     set_node(node);
     renderer.lights = {renderer.add_light({{{0.5f, 0.25f, 0, 1}, {}, 0.5f}})};
-    renderer.mi_compute_irradiance = [](miColor* c, miState*) {
-        return *c = {0.25f, 0.125f, 0.5f, 1}, miTRUE;
-    };
+    renderer.mi_compute_irradiance = [](miColor* c, miState*) { return *c = {0.25f, 0, 0.5f, 1}, miTRUE; };
     renderer.mi_luminance = [](miState*, miColor* c) { return c->r + 10 * c->g + 100 * c->b; };
     scripted::State eye;
     eye->dir = {0, 1, 0};
@@ -310,19 +324,19 @@ TEST_F(StdElements, OfASurface) {
                     {3, 2, 1, 1}, {6, 5, 4, 1}, {0.5f, 0.5f, 0.5f, 0}, miFALSE};
     data.reflection = {8, 0, 0, 1};
     data.refraction = {0, 16, 0, 1};
-    data.materialId = 1; // hue 128/255: three sixths, and 3/255 of the next
+    data.materialId = 1;               // hue 159/255: three sixths, and 189/255 of the next
+    tone.get()->processBackground = 0; // which is for the final phase
     element->matteMaterial = element->matteMaterialId = 1;
     element->diffuse = element->specular = element->reflection = element->refraction = miTRUE;
     // The surface covers half. Tone-mapped are 2 to 6, 8, 11, 13 and 16. Blend: g = 0.5 1 + 0.5 16; lighting:
-    // (0.5, 0.25, 0.5) 0.5; material: 0.5 (0, 1 - 3/255, 1); object: 0.5 (1, 128/255, 128/255); luminance:
-    // (0.5 + 2.5 + 50) 0.5.
+    // 0.5 (0.5, 0.25, 0) + (0.25, 0, 0.5); luminance: 0.25 + 10 0.125; material: g = 1 - 189/255; object:
+    // 372/255 = 1 + 117/255, so (1 - 127/255 117/255, 1, 1 - 127/255).
     // clang-format off
     const miColor expected[] = {
         {0, 0, 0, 0.5f}, {}, {0, 2, 0, 1}, {16, 17, 2, 0.5f}, {1, 1, 0, 0.5f}, {0, 16, 0, 0.5f},
-        {0.5f, 0.25f, 0.5f, 0.5f}, {0.5f, 0.5f, 0.5f, 0.5f}, {16, 0, 0, 0.5f}, {3, 2, 1, 0.5f}, {6, 5, 4, 0.5f},
-        {2, 2, 2, 0.5f}, {0.5f, 0.5f, 0.5f, 0.5f}, {0, 0, 2, 0.5f}, {}, {}, {0.5f, 0.25f, 0.5f, 0.5f},
-        {1.5f, 0, -2, 0.5f}, {0, 0.49411765f, 0.5f, 0.5f}, {0.5f, 0.25098039f, 0.25098039f, 0.5f},
-        {26.5f, 26.5f, 26.5f, 0.5f}};
+        {1, 0.25f, 1, 0.5f}, {1, 1, 1, 0.5f}, {16, 0, 0, 0.5f}, {3, 2, 1, 0.5f}, {6, 5, 4, 0.5f},
+        {2, 2, 2, 0.5f}, {1, 1, 1, 0.5f}, {0, 0, 2, 0.5f}, {}, {}, {1, 0.25f, 1, 0.5f}, {3, 0, -4, 0.5f},
+        {0, 0.25882353f, 1, 0.5f}, {0.77148789f, 1, 0.50196078f, 0.5f}, {1.5f, 1.5f, 1.5f, 0.5f}};
     // clang-format on
     const char traits[] = "..rcccc.ccccccrrc...c"; // r: replaces; c: made of components
     for (miInteger type = 0; type < element_type_count; ++type) {
@@ -336,9 +350,39 @@ TEST_F(StdElements, OfASurface) {
         EXPECT_EQ(at_point(type), traits[type] == 'c' ? miColor{} : color) << type;
     }
     EXPECT_EQ(state->dir.z, -1); // put back by the background
-    at_point(element_velocity);
+    element->type = element_velocity;
     orl_StdRenderElements_exit(state, &element.params());
     EXPECT_EQ(element->highestSpeed, 5); // of (3, 0, -4)
+}
+
+TEST_F(StdElements, OtherSources) {
+    miObject hair{};
+    hair.type = miOBJECT_HAIR;
+    miInstance instance{};
+    instance.item = renderer.add_copy(miSCENE_OBJECT, hair);
+    instance.label = 0xFF00; // white
+    state->instance = renderer.add_instance(instance);
+    renderer.mi_trace_environment = [](auto* c, auto, auto* d) { return *c = {1, -d->z, 3, 1}, miTRUE; };
+    data.inputs = {0.5f, 1, 1, orl_weight_reflection, miTRUE};
+    data.shadow = {0.5f, 0.25f, 0.125f, 0};
+    data.reflection = data.refraction = {8, 0, 0, 1};
+    EXPECT_EQ(at_point(element_background), (miColor{2, 2, 6, 1}));
+    EXPECT_EQ(at_point(element_refraction), (miColor{16, 0, 0, 1}));
+    EXPECT_EQ(at_point(element_reflection), (miColor{8, 0, 0, 1}));
+    EXPECT_EQ(at_point(element_shadow), (miColor{0.5f, 0.25f, 0.125f, 1}));
+    EXPECT_EQ(at_point(element_hair_and_fur), (miColor{0, 0, 0, 1}));
+    EXPECT_EQ(at_point(element_object_id), (miColor{1, 1, 1, 1})) << "the label";
+    element->matteMaterial = element->matteMaterialId = element->matteObject = 1;
+    auto& list = element->matteInstances;
+    element.set_array(list.first, list.count, &list.elements[0], {miNULLTAG, state->instance});
+    std::string mattes; // bits: object matches, instance matches, inverted
+    for (int bits = 0; bits < 8; ++bits) {
+        element->matteObjectId = bits & 1 ? 0xFF00 : 1;
+        list.count = bits & 2;
+        element->matteInverted = bits >> 2;
+        mattes += at_point(element_matte).g == 1 ? '1' : '0';
+    }
+    EXPECT_EQ(mattes, "01111000");
 }
 
 TEST_F(StdElements, FinalPhase) {
@@ -352,13 +396,25 @@ TEST_F(StdElements, FinalPhase) {
     EXPECT_EQ(finish(element_type_count, {}), gathered) << "no such type writes";
     EXPECT_EQ(finish(element_z_depth, gathered), gathered) << "the ray hit nothing";
     element->nearDepth = 10, element->farDepth = 30;
-    const std::pair<float, float> depths[] = {{5, 1},  {20, 0.5f}, {25, 0.25f}, {7, 1},
-                                              {31, 0}, {10, 1},    {30, 0}};
-    for (const auto& [distance, grey] : depths)
+    state->thread = 1; // before 0, in turns
+    for (const auto& [distance, grey] :
+         {std::pair{5.0f, 1.0f}, {20, 0.5f}, {25, 0.25f}, {7, 1}, {10, 1}, {31, 0}, {30, 0}}) {
+        state->thread = !state->thread;
         EXPECT_EQ(finish(element_z_depth, {}, distance), (miColor{grey, grey, grey, 0}));
-    orl_StdRenderElements_exit(state, &element.params());
-    EXPECT_EQ(element->nearestDepth, 7) << "5 was a new largest";
-    EXPECT_EQ(element->farthestDepth, 31);
+    }
+    const auto range = [&] {
+        orl_StdRenderElements_exit(state, &element.params());
+        return std::pair(element->nearestDepth, element->farthestDepth);
+    };
+    EXPECT_EQ(range(), std::pair(7.0f, 31.0f)) << "5 was a new largest";
+    finish(element_z_depth, {}, 9);
+    EXPECT_EQ(range(), std::pair(9.0f, 9.0f));
+    state->pri = state;
+    EXPECT_EQ(finish(element_z_depth, gathered).g, 1) << "a hit at the eye";
+    EXPECT_EQ(range(), std::pair(0.0f, 0.0f));
+    tone.get()->processBackground = 0;
+    EXPECT_EQ(finish(element_atmosphere, gathered), gathered);
+    EXPECT_EQ(finish(element_blend, gathered), gathered);
 }
 
 } // namespace
