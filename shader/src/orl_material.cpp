@@ -92,8 +92,8 @@ void report_transparency(miState* state, const miColor& transparency, miScalar a
     }
 }
 
-// By which what lies behind shows through; light that is added passes whole. Every model traces what lies behind
-// a transparent surface, those without the feature bit by themselves.
+// By which what lies behind shows through; light that is added passes whole. Every model traces what lies
+// behind a transparent surface, those without the feature bit by themselves.
 miColor element_transparency(const IllumRecord& record) {
     const bool refracts =
         (record.mapFlags & map_refraction) != 0 && (record.features & feature_refraction) != 0;
