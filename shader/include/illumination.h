@@ -95,6 +95,7 @@ struct IllumRecord {
     miScalar opacityFactor; /* by which the combine multiplies all that is not a highlight or a ray */
     miColor result;
     miColor filter[2]; /* transmitted through the surface: less what the traced ray covers; all of it */
+    miColor elementTransparency; /* by which the result holds what lies behind; white where that is added */
     miVector normal;
     miVector view;                  /* direction of the incoming ray, towards the surface */
     miColor channel[channel_count]; /* scalars in the first component */

@@ -199,7 +199,7 @@ miColor trace_transparency(miState* state) {
 namespace {
 
 void set_filters(IllumRecord* record, const miColor& color) {
-    record->filter[0] = record->filter[1] = color;
+    record->filter[0] = record->filter[1] = record->elementTransparency = color;
 }
 
 void transmit_refraction(IllumRecord* record) {
@@ -215,6 +215,7 @@ void transmit_straight(miState* state, IllumRecord* record) {
     const miColor traced = trace_transparency(state);
     if (filter_mode(record->values->transparencyType) == 1) {
         record->additiveTransmission = traced;
+        record->elementTransparency = white;
     } else {
         record->transmission = record->filter[0];
         multiply(record->transmission, traced);

@@ -93,15 +93,6 @@ void report_transparency(miState* state, const miColor& transparency, miScalar a
     }
 }
 
-// By which what lies behind shows through; light that is added passes whole. Every model traces what lies
-// behind a transparent surface, those without the feature bit by themselves.
-miColor element_transparency(const IllumRecord& record) {
-    const bool refracts =
-        (record.mapFlags & map_refraction) != 0 && (record.features & feature_refraction) != 0;
-    const bool traces = !refracts && (record.mapFlags & map_transparent) != 0;
-    return traces && filter_mode(record.values->transparencyType) == 1 ? white : record.filter[1];
-}
-
 void call_elements(miState* state, const IllumRecord& record, miInteger material_id) {
     miInteger slots[slot_count];
     for (int slot = 0; slot < slot_count; ++slot)
@@ -116,7 +107,7 @@ void call_elements(miState* state, const IllumRecord& record, miInteger material
     add(data.outputs.diffuse, record.extraDiffuse);
     data.outputs.specular = record.specular;
     data.outputs.selfIllumination = record.selfIllumination;
-    data.outputs.transparency = element_transparency(record);
+    data.outputs.transparency = record.elementTransparency;
     data.reflection = record.reflection;
     data.refraction = record.refraction;
     std::copy(std::begin(record.channel), std::end(record.channel), data.channel);

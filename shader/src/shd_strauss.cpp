@@ -125,7 +125,7 @@ void reflect(IllumRecord* record, const Strauss& model) {
     add(record->reflection, record->channel[channel], record->reflectionAmount);
     const miScalar rest = 1.0f - reflection_from_transmission * limit(record->reflectionAmount, 0, 1);
     for (miColor* const through : {&record->transmission, &record->additiveTransmission, &record->refraction,
-                                   &record->filter[0], &record->filter[1]})
+                                   &record->filter[0], &record->filter[1], &record->elementTransparency})
         multiply(*through, {rest, rest, rest, 1});
 }
 

@@ -95,6 +95,30 @@ TEST_P(Contract, LightAndHighlights) {
     EXPECT_LT(average(shade({{grey(1), {from(30, 70)}}}).specular), there * 0.01f);
 }
 
+// What render elements are told adds up to the picture, as the element of what lies behind sees it.
+TEST_P(Contract, ElementsAddUp) {
+    const miColor behind{0.5f, 1, 2, 0.25f};
+    renderer.mi_trace_transparent = [&](miColor* c, miState*) { return *c = behind, miTRUE; };
+    for (int k = 0; k < 12; ++k) { // types of transparency, without and with maps of the rays
+        randomise(false), values.transparencyType = k % 3;
+        maps = [k](IllumRecord& r) {
+            r.opacity = 0.25f, r.reflectionAmount = r.refractionAmount = 0.5f;
+            r.mapFlags = map_transparent | (k / 3 % 2 ? map_refraction : 0u) | (k / 6 ? map_reflection : 0u);
+            for (const MapSlot slot : {slot_reflection, slot_refraction})
+                r.channel[channel_of(r, slot)] = {0.2f, 0.4f, 0.6f, 0};
+        };
+        shade({lamp(0, 90)});
+        miColor sum = behind;
+        multiply(sum, record.elementTransparency);
+        for (const miColor& c :
+             {record.ambient, record.diffuse, record.extraDiffuse, record.selfIllumination})
+            add(sum, c, record.opacityFactor);
+        for (const miColor& c : {record.specular, record.reflection, record.refraction})
+            add(sum, c);
+        expect_near(sum, record.result);
+    }
+}
+
 TEST_P(Contract, OnlyMaterialsCallModels) {
     IllumRecord incomplete[2]{}, *const none = nullptr;
     incomplete[0].continuation = [](miColor*, miState*, IllumRecord*, const void*) { return miTRUE; };
