@@ -6,8 +6,8 @@
  *
  *   material -> model: mi_call_shader_x(miSHADER_TEXTURE, record)   parameters into channels, callbacks
  *   model -> material: record->continuation(...)                    maps into channels, opacity, map rays
- *   material -> model: record->shade(...)                           light loop, transmission, reflection,
- * combine
+ *   material -> model: record->shade(...)                           light loop, transmission,
+ *                                                                   reflection, combine
  */
 #pragma once
 

@@ -22,7 +22,8 @@ struct StandardMaterialInstance {
 };
 
 /* Measures how deep a shadow ray runs through an object: while `instance` is set, shadow rays pass its
-   surfaces and raise `largest` to their distance from `origin`. Models that need the depth arm it. */
+   surfaces and raise `largest` to their distance from `origin`. The models here do not need the depth; one
+   that does arms it through the call that its record points to, for the time in which it casts its rays. */
 struct ShadowDistanceProbe {
     miTag instance;
     miVector origin;

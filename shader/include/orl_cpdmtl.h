@@ -1,4 +1,9 @@
-/* The compound materials: the blend material's parameters and its mixing curve. */
+/*
+ * The compound materials: the blend material's parameters and its mixing curve.
+ *
+ * Both materials of a blend hand their components to the render elements, unweighted, so that the elements
+ * show the second alone where both run.
+ */
 #pragma once
 
 #include "declaration.h"
@@ -12,7 +17,7 @@ struct BlendChoice {
     miScalar weight;
 };
 
-/* Values up to 0.0001 and from 0.9999 on leave one material alone. */
+/* Values below 0.0001 and above 0.9999 leave one material alone; the two themselves blend. */
 BlendChoice choose_blend(miScalar mix);
 
 /* The same after the mixing curve: one material alone below `lower` and from `upper` on, smooth between. */

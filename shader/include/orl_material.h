@@ -66,8 +66,10 @@ using P = StandardMaterialParams;
 inline constexpr auto fields = decl::fields<P>(
     decl::boolean(&P::wire, "wire", false, "draw only the edges of the polygons"),
     decl::boolean(&P::twoSided, "twoSided", false, "shade back faces, too; otherwise rays pass them"),
-    decl::integer(&P::energyConservation, "energyConservation", 0, {0, 1},
-                  "1: highlights and reflections take light from the rest, in models that support it"),
+    decl::integer(
+        &P::energyConservation, "energyConservation", 0, {0, 1},
+        "1: highlights and reflections take light from the rest, in models that support it; render elements "
+        "show the components as they were before"),
     decl::boolean(&P::faceted, "faceted", false, "shade every triangle flat"),
     decl::integer(&P::transparencyType, "transparencyType", 0, {0, 2},
                   "what comes through: 0 is filtered, 1 has the diffuse colour taken off, 2 is added"),

@@ -120,7 +120,7 @@ inline constexpr decl::Shader orl_stdelem[] = {
      "nearDepth. Velocity: motion during the shutter interval, camera space. Ids: a hue for each; a node without "
      "a record has its instance's label for an id. "
      "Ambient, diffuse and self-illumination are weighted by the material's opacity, reflection and refraction "
-     "where it asks for that. What lies behind a surface is added through its transparency. The active tone operator maps background, blend, diffuse, refraction, "
+     "where it asks for that. What lies behind a surface is added through its transparency; a surface that adds it whole covers nothing and has alpha 0. Under a material's energyConservation the components are those before highlights and reflections take their light, so that they add up to more than the picture. The active tone operator maps background, blend, diffuse, refraction, "
      "lighting, reflection, self-illumination, specular and illuminance, and in the end atmosphere and blend."},
 };
 // clang-format on

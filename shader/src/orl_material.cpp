@@ -99,6 +99,9 @@ void call_elements(miState* state, const IllumRecord& record, miInteger material
         slots[slot] = channel_of(record, static_cast<MapSlot>(slot));
     orl_PostIllumData data;
     InitializeRenderElementPostIllumData(state, &data);
+    // Deliberate: the factor of the sum, less than the opacity by what refraction takes, and slots as
+    // channels, defaults resolved. With them the components add up to the picture, and elements need not know
+    // models.
     data.inputs.opacity = record.opacityFactor;
     data.inputs.reflectionAmount = record.reflectionAmount;
     data.inputs.refractionAmount = record.refractionAmount;
@@ -252,7 +255,7 @@ ORL_EXPORT void orl_StandardMaterial_exit(miState* state, const StandardMaterial
 ORL_EXPORT miBoolean orl_StandardMaterial(miColor* result, miState* state,
                                           const StandardMaterialParams* params) {
     auto* const instance = instance_data<StandardMaterialInstance>(state);
-    if (instance == nullptr)
+    if (instance == nullptr) // its init found no memory
         return miFALSE;
     {
         // Parameters may be connected to shaders that lead back here, so that the visit comes before them.
