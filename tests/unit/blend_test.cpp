@@ -51,6 +51,13 @@ protected:
 };
 
 TEST_F(Blend, Mixes) {
+    for (const auto& [amount, which] : {std::pair{0.00009f, BlendChoice::first},
+                                        {0.0001f, BlendChoice::both},
+                                        {0.9999f, BlendChoice::both},
+                                        {0.99991f, BlendChoice::second}})
+        EXPECT_EQ(choose_blend(amount).which, which) << amount;
+    EXPECT_EQ(choose_blend_by_curve(0.5f, 0.5f, 0.5f).which, BlendChoice::second);
+    blend->useCurve = miTRUE, blend->lower = 0.3f, blend->upper = 0.7f; // which only masks take
     // amount, first on, second on: value
     const std::tuple<float, bool, bool, float> amounts[] = {
         {0.00005f, true, true, 1}, {0.99995f, true, true, 10}, {0.25f, true, true, 3.25f},

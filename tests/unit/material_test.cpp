@@ -36,6 +36,11 @@ protected:
     std::vector<miTag> maps = std::vector<miTag>(24);
     std::vector<miScalar> amounts = std::vector<miScalar>(24, 1.0f);
     miColor result{};
+    IllumRecord given{}; // as the model finds it
+    MaterialValues values{};
+    miShader_type called_as{};
+    miInteger faceted = 0; // what the model says
+    std::function<void(const MaterialCall&)> begin = [](const MaterialCall&) {};
     IllumRecord seen{};   // as the model's shade callback finds it
     miScalar ior[2] = {}; // in, out, of the model's call
     int shaded = 0;
@@ -48,7 +53,9 @@ protected:
         material->opacity = 1, material->filterColor = grey(1, 1), material->indexOfRefraction = 1.5f;
         material->illumination = renderer.add_shader([this](void* out, miState* s, void* arg) {
             auto* const record = static_cast<IllumRecord*>(arg);
-            record->features = features, record->channelKind = kinds.data(), record->channelCount = 8;
+            given = *record, values = *record->values, called_as = s->call_type, begin(call_of(*record));
+            record->faceted = faceted, record->features = features, record->channelKind = kinds.data(),
+            record->channelCount = 8;
             record->slotMap = slots.data(), ior[0] = s->ior_in, ior[1] = s->ior;
             std::copy(channels.begin(), channels.end(), record->channel);
             record->tintReflection = [](miState*, const IllumRecord*, miColor* c) { c->g *= 0.5f; };
@@ -161,12 +168,37 @@ TEST_F(Material, ChannelsTakeTheirMaps) {
     expect_near(seen.channel[0], grey(0.8f, 1));
 }
 
+TEST_F(Material, WhatModelsAreGiven) {
+    material->energyConservation = 1, material->transparencyType = 2, material->filterColor = grey(0.5f);
+    material->selfIlluminationColorOn = material->dimReflections = miTRUE, material->materialId = 7;
+    material->dimLevel = 0.25f, material->reflectionLevel = 2, run();
+    EXPECT_TRUE(given.channelCount == 9 && called_as == miSHADER_TEXTURE && given.energyConservation == 1);
+    EXPECT_TRUE(values.transparencyType == 2 && values.selfIlluminationColorOn && values.dimReflections);
+    EXPECT_TRUE(values.dimLevel == 0.25f && values.reflectionLevel == 2 && seen.channel[7].g == 0.5f);
+    features = 0xA01480, run(); // its filter colour is its own
+    EXPECT_TRUE(seen.channel[7].g == 0 && renderer.framebuffer_writes().empty());
+}
+
+TEST_F(Material, ScenesSwitchMaps) {
+    map(1, renderer.add_color(grey(1, 1)));
+    for (const auto& [off, back] : {std::pair{false, false}, {true, false}, {true, true}}) {
+        orl_SceneData scene{};
+        scene.material_switch_16 = off, scene.material_switch_22 = back, set_scene(scene);
+        if (started)
+            orl_StandardMaterial_exit(state.run(material), &material.params()), material.start();
+        run();
+        EXPECT_EQ(seen.channel[1].r, off && !back ? 0 : 1);
+    }
+}
+
 TEST_F(Material, Normals) {
     state->normal = {0.6f, 0, 0.8f};
     map(8, renderer.add_color({0, 1.5f, 0, 0}), 0.5f), run();
     expect_near(color_of(seen.normal), {0.48f, 0.6f, 0.64f, 0}); // (0.6, 0.75, 0.8) / 1.25
     EXPECT_NEAR(state->dot_nd, -0.64f, 1e-6f);
     material->faceted = material->twoSided = state->inv_normal = miTRUE, run();
+    expect_near(color_of(state->normal), {0, -0.6f, 0.8f, 0});
+    material->faceted = miFALSE, faceted = 1, state->normal = {0.6f, 0, 0.8f}, run();
     expect_near(color_of(state->normal), {0, -0.6f, 0.8f, 0});
 }
 
@@ -189,6 +221,8 @@ TEST_F(Material, ResultsAreReported) {
     expect_near({t[0], t[1], t[2], report.get()->weight}, {0.3f, 0.6f, 0, 0});
     state->type = miRAY_REFLECT, state->scanline = 0, run();
     EXPECT_TRUE(renderer.framebuffer_writes().size() == 1 && renderer.opacities().size() == 1);
+    shade = [](miState*, IllumRecord& record) { record.filter[0] = grey(1); };
+    EXPECT_TRUE(run() && result.a == 0); // three thirds
 }
 
 // What elements are given adds up to the picture, as combined by the models' own functions.
@@ -269,7 +303,8 @@ TEST_F(Material, ShadowModesAndMaps) {
     }));
     state.set_hit({3, 0, 4}, {0, 0, 0}, {0, 0, 1}), state->dir = {0.6f, 0, 0.8f};
     int segments = 0;
-    material->opacity = 0.5f;
+    float opacity = 0.5f;
+    material.connect(material->opacity, [&](miState*) { return opacity; });
     renderer.mi_trace_shadow_seg = [&](miColor*, miState* s) -> miBoolean {
         return s->normal = {1, 0, 0}, ++segments == 1;
     };
@@ -284,7 +319,19 @@ TEST_F(Material, ShadowModesAndMaps) {
         EXPECT_TRUE(run(grey(2, 1)) == answer && state->normal.z == 1 && !state->inv_normal) << mode;
         expect_near(result, passed);
     }
-    state.options.shadow = 1, material->opacity = 3; // 1.75 under the map, so opaque
+    // Half of it visible: 2 (1 - 0.25). A probe passes its own instance. The hit is off the wires.
+    set_node(orl_NodeData{0, 0, 0, 0.5f, 0, 0, {}, 1, {}, 0});
+    state.options.shadow = 1, material->transparencyType = 2;
+    for (const miTag other : {1u, 0u}) {
+        begin = [&](const MaterialCall& call) { *call.probe = {state->instance + other, {0, 3, 4}, 2}; };
+        run(grey(2, 1)), expect_near(result, other ? grey(1.5f) : grey(2, 1));
+    }
+    begin = [&](const MaterialCall& call) { EXPECT_EQ(std::exchange(*call.probe, {}).largest, 5); };
+    renderer.triangle.points = {{{{-3, -3, 0}, {3, -3, 0}, {-3, 4, 0}}}};
+    material->wireUnits = 1, material->wireSize = 0.1f, material->wire = miTRUE;
+    EXPECT_TRUE(run(grey(2, 1)) && result == grey(2, 1));
+    begin = [](const MaterialCall&) {}, material->wire = miFALSE;
+    opacity = 3, set_node(orl_NodeData{0, 0, 0, 1, 0, 0, {}, 1, {}, 0}); // 1.75 under the map, so opaque
     EXPECT_FALSE(run(grey(INFINITY, 1)) || !(result == grey(0)));
 }
 
@@ -297,9 +344,13 @@ TEST_F(Material, PhotonChoices) {
         asked = {find_record(s, keys::incoming_ray)->type, s->dir.z};
         return *static_cast<miColor*>(color) = grey(0.5f), miTRUE;
     });
+    miColor bump{};
+    map(8, renderer.add_shader(
+               [&](void* c, miState*, void*) { return *static_cast<miColor*>(c) = bump, miTRUE; }));
     map(9, bender, 0.4f), map(10, bender, 0.5f);
     channels[1] = grey(0.5f), channels[2] = grey(1), channels[3].r = 0.2f;
-    material->opacity = 0.6f, material->transparencyType = 2, state->type = miPHOTON_LIGHT;
+    material.connect(material->opacity, [](miState*) { return 0.6f; });
+    material->transparencyType = 2, state->type = miPHOTON_LIGHT;
     const std::tuple<miRay_type, const char*, int, float, miColor> table[] = {
         {miPHOTON_REFLECT_DIFFUSE, "mi_photon_reflection_diffuse", 0, 0, grey(0.3f)},
         {miPHOTON_REFLECT_SPECULAR, "mi_photon_reflection_specular", 10, 1, {0.6f, 0.4f, 0.6f, 0}},
@@ -316,7 +367,11 @@ TEST_F(Material, PhotonChoices) {
         add(left, energy, type == miPHOTON_ABSORB ? 1 : 1 / 1.45f);
         expect_near(renderer.photons().back().energy, left);
     }
-    channels[1] = grey(1e-7f), renderer.clear_logs(), run(grey(2));
+    renderer.mi_choose_simple_scatter_type = [](auto...) { return miPHOTON_REFLECT_SPECULAR; };
+    bump.r = 1, run(), bump.r = 0, state->normal = state->normal_geom;
+    EXPECT_NEAR(asked.second, 0, 1e-6f); // mirrored at 45 degrees
+    channels[1] = grey(1e-7f), renderer.clear_logs();
+    renderer.mi_choose_simple_scatter_type = [](auto...) { return miPHOTON_ABSORB; }, run(grey(2));
     EXPECT_TRUE(renderer.photons().empty() && shaded == 0 && state->dir.z == -1);
 }
 
