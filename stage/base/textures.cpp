@@ -24,6 +24,19 @@ BASE_EXPORT miBoolean base_checker(miColor* result, miState* state, base_checker
     return miTRUE;
 }
 
+// ---- base_image: an image where the caller puts the state's texture coordinate, once in every unit: what a
+// light projects.
+
+struct base_image_params {
+    miTag texture;
+};
+
+BASE_VERSION(base_image, 1)
+
+BASE_EXPORT miBoolean base_image(miColor* result, miState* state, base_image_params* params) {
+    return mi_lookup_color_texture(result, state, *mi_eval_tag(&params->texture), &state->tex);
+}
+
 // ---- base_letter: the letter F, upright in the unit square and once in every unit beyond, which tells how a
 // picture lies that a light projects. It is looked up where the caller puts the state's texture coordinate.
 

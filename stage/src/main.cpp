@@ -200,7 +200,8 @@ int Session::run() {
     if (line_.statistics)
         std::printf("%-16s %15.3f s\n", "time to read", since(start) - rendering_);
     if (frames_ == 0)
-        std::fprintf(stderr, "%s has no render statement: nothing to do\n", line_.scene.c_str());
+        std::fprintf(stderr, "%s has no render statement: nothing to do (scenes may include it)\n",
+                     line_.scene.c_str());
     stage::set_current_scene(nullptr);
     return stopped_ ? 130 : frames_ > 0 ? 0 : 1;
 }

@@ -9,6 +9,7 @@
 #include "api/api.h"
 #include "api/spaces.h"
 #include "image/texture.h"
+#include "kit/message.h"
 #include "render/shading.h"
 
 namespace stage {
@@ -100,6 +101,19 @@ template <auto member> miBoolean light(Query& query) {
         item.tag = instance->item;
     const auto* record = item.record<miLight>(miSCENE_LIGHT);
     return record ? query.give(record->*member) : miFALSE;
+}
+
+// Told once for each light: most shaders multiply by it.
+miBoolean light_energy(Query& query) {
+    Query item = {query.state, query.tag, nullptr, {}};
+    if (const auto* instance = query.record<miInstance>(miSCENE_INSTANCE))
+        item.tag = instance->item;
+    Element* const element = item.element(miSCENE_LIGHT);
+    if (element != nullptr && element->lacks_energy.exchange(false))
+        send_message(MessageLevel::warning,
+                     "%s: light \"%s\" states no energy, which its shader asks for: black",
+                     element->place.text().c_str(), element->name.c_str());
+    return light<&miLight::energy>(query);
 }
 
 // ---- shader instances ----
@@ -420,7 +434,7 @@ constexpr Row rows[] = {
     {miQ_LIGHT_ORIGIN, light<&miLight::origin>},
     {miQ_LIGHT_DIRECTION, light<&miLight::direction>},
     {miQ_LIGHT_SPREAD, light<&miLight::spread>},
-    {miQ_LIGHT_ENERGY, light<&miLight::energy>},
+    {miQ_LIGHT_ENERGY, light_energy},
     {miQ_LIGHT_SHADER, light<&miLight::shader>},
     {miQ_MTL_OPAQUE, field<miSCENE_MATERIAL, &miMaterial::opaque>},
     {miQ_MTL_SHADER, field<miSCENE_MATERIAL, &miMaterial::shader>},

@@ -226,22 +226,7 @@ void Parser::declaration_options(Declaration& declaration) {
 
 void Parser::apply_kinds(Declaration& declaration) {
     do {
-        const int kind = choice({{"lens", miSHADER_LENS},
-                                 {"material", miSHADER_MATERIAL},
-                                 {"light", miSHADER_LIGHT},
-                                 {"shadow", miSHADER_SHADOW},
-                                 {"environment", miSHADER_ENVIRONMENT},
-                                 {"volume", miSHADER_VOLUME},
-                                 {"texture", miSHADER_TEXTURE},
-                                 {"photonvol", miSHADER_PHOTONVOL},
-                                 {"photon", miSHADER_PHOTON},
-                                 {"geometry", miSHADER_GEOMETRY},
-                                 {"displace", miSHADER_DISPLACE},
-                                 {"emitter", miSHADER_PHOTONEMIT},
-                                 {"output", miSHADER_OUTPUT},
-                                 {"lightmap", miSHADER_LIGHTMAP},
-                                 {"state", miSHADER_STATE},
-                                 {"contour", miSHADER_CONTOUR}});
+        const int kind = choice(apply_words);
         declaration.apply |= 1u << static_cast<unsigned>(kind);
     } while (accept(','));
 }

@@ -493,6 +493,7 @@ void Parser::light() {
         l.exponent = 1.0f;
         l.samples_u = l.samples_v = l.low_samples_u = l.low_samples_v = 1;
         l.shadowmap_samples = 1;
+        element.lacks_energy = true;
     }
     bool origin = incremental_ && (l.type != miLIGHT_DIRECTION || l.dirlight_has_org);
     bool direction = incremental_ && l.type != miLIGHT_ORIGIN;
@@ -527,6 +528,7 @@ void Parser::light() {
             attach_data(data, l.userdata);
         } else if (accept("energy")) {
             l.energy = color(1.0f);
+            element.lacks_energy = false;
         } else if (accept("exponent")) {
             l.exponent = scalar();
         } else if (lexer_.peek().is("caustic") || lexer_.peek().is("globillum")) {

@@ -151,7 +151,7 @@ void Parser::matrix(miScalar* values) {
     std::generate_n(values, 16, [this] { return scalar(); });
 }
 
-int Parser::choice(std::initializer_list<std::pair<std::string_view, int>> words) {
+int Parser::choice(std::span<const std::pair<std::string_view, int>> words) {
     std::string known;
     for (const auto& [word, code] : words) {
         if (accept(word))

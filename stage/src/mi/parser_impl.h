@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -23,6 +24,16 @@ struct PhenomenonBody {
 };
 
 namespace mi {
+
+// What a declaration says that a shader may be applied as.
+inline constexpr std::pair<std::string_view, int> apply_words[] = {
+    {"lens", miSHADER_LENS},         {"material", miSHADER_MATERIAL},       {"light", miSHADER_LIGHT},
+    {"shadow", miSHADER_SHADOW},     {"environment", miSHADER_ENVIRONMENT}, {"volume", miSHADER_VOLUME},
+    {"texture", miSHADER_TEXTURE},   {"photonvol", miSHADER_PHOTONVOL},     {"photon", miSHADER_PHOTON},
+    {"geometry", miSHADER_GEOMETRY}, {"displace", miSHADER_DISPLACE},       {"emitter", miSHADER_PHOTONEMIT},
+    {"output", miSHADER_OUTPUT},     {"lightmap", miSHADER_LIGHTMAP},       {"state", miSHADER_STATE},
+    {"contour", miSHADER_CONTOUR},
+};
 
 class Parser {
 public:
@@ -63,7 +74,10 @@ private:
     miColor color(float default_alpha);
     miVector vector();
     void matrix(miScalar* values);
-    int choice(std::initializer_list<std::pair<std::string_view, int>> words);
+    int choice(std::span<const std::pair<std::string_view, int>> words);
+    int choice(std::initializer_list<std::pair<std::string_view, int>> words) {
+        return choice(std::span(words.begin(), words.size()));
+    }
     void end_of(std::string_view entity); // the word behind `end`
 
     // ---- commands (parser.cpp)

@@ -155,11 +155,24 @@ Element& Parser::shader(miShader_type kind) {
     return *element;
 }
 
+namespace {
+
+std::string kinds(unsigned apply) {
+    std::string list;
+    for (const auto& [word, kind] : apply_words)
+        if (apply >> static_cast<unsigned>(kind) & 1u)
+            list += (list.empty() ? "" : ", ") + std::string(word);
+    return list;
+}
+
+} // namespace
+
 void Parser::check_apply(const Element& function, miShader_type kind, const Token& at) {
     const Declaration& declared = *function.shader->declaration;
     if (kind < miNSHADERTYPES && declared.apply != 0 &&
         (declared.apply >> static_cast<unsigned>(kind) & 1u) == 0)
-        warn(place_of(at), "the shader \"" + declared.name + "\" is not declared to be applied here");
+        warn(place_of(at), "the shader \"" + declared.name + "\" is applied as " + kinds(1u << kind) +
+                               ", but declared for " + kinds(declared.apply));
 }
 
 std::vector<std::pair<Token, miTag>> Parser::shader_items(miShader_type kind) {
