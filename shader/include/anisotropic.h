@@ -40,27 +40,23 @@ public:
                     miScalar width_across, miScalar highest_gain);
 
     /* Not negative; 2.6525824 is 1 / (4 pi) for a product of the widths of 0.03. The actual widths are not in
-       it, so glossy highlights are narrow rather than high. */
-    miScalar height(const LightSample& sample) const;
+       it, so glossy highlights are narrow rather than high. `share` multiplies it. */
+    miScalar height(const LightSample& sample, miScalar share) const;
 
 private:
     miVector normal_, view_;
-    miVector x_, y_; /* of the frame, over the widths */
-    miScalar n_v_, highest_gain_;
+    TangentFrame frame_;
+    miScalar width_along_, width_across_, n_v_, highest_gain_;
 };
 
 /* Highlight of a brushed layer. `settings` are its channels of glossiness, anisotropy and orientation. */
-class BrushedLayer {
+class BrushedLobe {
 public:
-    BrushedLayer(const IllumRecord& record, const TangentFrame& frame, miScalar level,
-                 const miColor* settings);
-
-    /* Times the specular level. */
-    miScalar highlight(const LightSample& sample) const;
+    BrushedLobe(const IllumRecord& record, const TangentFrame& frame, const miColor* settings);
+    miScalar reflected(const LightSample& sample, miScalar level) const;
 
 private:
     AnisotropicLobe lobe_;
-    miScalar level_;
 };
 
 /* The parameter counts hundreds of degrees, the channel half turns. */

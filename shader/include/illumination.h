@@ -12,9 +12,11 @@
 #pragma once
 
 #include "declaration.h"
+#include "light_samples.h"
 #include "orlshaders.h"
 
 #include <array>
+#include <atomic>
 
 namespace orl {
 
@@ -37,7 +39,7 @@ enum MapSlot {
 
 inline constexpr int channel_count = 24;
 
-/* How a channel of a model is mapped. Other codes keep the material from evaluating the channel's map. */
+/* How a channel of a model is mapped. */
 enum ChannelKind : miInteger {
     channel_none = 0x01, /* behind the model's own channels */
     channel_color = 0x02,
@@ -45,7 +47,7 @@ enum ChannelKind : miInteger {
     channel_own_8 = 0x08, /* the model's own business, as are the next two */
     channel_own_16 = 0x10,
     channel_own_32 = 0x20,
-    channel_own_128 = 0x80, /* evaluated all the same, unless another bit forbids it */
+    channel_displacement = 0x80, /* evaluated where the renderer displaces, not where it shades */
 };
 inline constexpr miInteger channels_not_evaluated =
     channel_none | channel_own_8 | channel_own_16 | channel_own_32;
@@ -150,6 +152,7 @@ template <class... Channels> constexpr SlotMap slot_map(Channels... channels) {
 
 /* What all instances of a model have in common. */
 struct IllumModel {
+    const char* unit; /* in whose accounts the instances' memory is */
     unsigned features;
     miInteger channelCount; /* 0: what the material preset */
     ChannelKinds channelKinds;
@@ -162,6 +165,30 @@ struct IllumModel {
     void (*reflect)(miState* state, IllumRecord* record);
 };
 
+/* Whether a model was called by a material, with all that it needs. The first other call of an instance is
+   reported; its data, which then exists, starts with the warned flag. */
+bool is_callable(miState* state, const IllumModel& model, const IllumRecord* record);
+
+/* Data of the running instance, made and prepared by the first call, whichever thread's that is; null when
+   the instance has no slot. */
+template <class Data, class Prepare>
+Data* instance_data_once(miState* state, const char* unit, const Prepare& prepare) {
+    static_assert(std::is_trivially_destructible_v<Data>);
+    void** const slot = instance_slot(state);
+    if (slot == nullptr)
+        return nullptr;
+    const std::atomic_ref<void*> shared(*slot);
+    void* known = shared.load(std::memory_order_acquire);
+    if (known != nullptr)
+        return static_cast<Data*>(known);
+    auto* const made = new (mi_mem_int_allocate(unit, __LINE__, sizeof(Data))) Data{};
+    prepare(*made);
+    if (shared.compare_exchange_strong(known, made, std::memory_order_acq_rel, std::memory_order_acquire))
+        return made;
+    mi_mem_int_release(unit, __LINE__, made);
+    return static_cast<Data*>(known);
+}
+
 /* Last act of a model: enters what it is into the record and goes on with the material. */
 miBoolean continue_with(const IllumModel& model, miScalar soften, miColor* result, miState* state,
                         IllumRecord* record, const void* model_params);
@@ -170,7 +197,8 @@ miBoolean continue_with(const IllumModel& model, miScalar soften, miColor* resul
 miScalar limit(miScalar value, miScalar lowest, miScalar highest);
 miColor color_channel(miState* state, const miColor& parameter); /* components 0 to 1 */
 miColor scalar_channel(miState* state, const miScalar& parameter, miScalar lowest, miScalar highest);
-/* The colour or the grey amount, as the material chooses. */
+/* The colour or the grey amount, as the material chooses; the other is not evaluated, as nobody would see
+   what its shader computes. */
 miColor self_illumination_channel(miState* state, const IllumRecord* record, const miColor& color,
                                   const miScalar& amount);
 
@@ -182,30 +210,22 @@ inline constexpr miScalar highest_diffuse_level = 4.0f;
 inline constexpr miColor opaque_channel{1, 0, 0, 0};
 inline constexpr miColor clear_filter_channel{1, 1, 1, 1};
 
-/* Exit of a model: frees what the instance holds, in the accounts of the model's unit. */
-void exit_model(miState* state, const void* params, const char* unit);
+/* Exit of a model: frees what the instance holds. */
+void exit_model(miState* state, const void* params, MemoryPlace place);
 
 // ---- what models share while shading
 
-/* One sample of a light as the light loop gives it to a model. */
-struct LightSample {
-    miColor color;
-    miVector dir;     /* from the surface to the light, unit length */
-    miScalar dot_nl;  /* cosine of the angle of incidence, above 0 */
-    miScalar diffuse; /* diffuse factor: dot_nl, or what the light bent it to; not negative */
-    bool affectsDiffuse, affectsSpecular;
-};
-
-/* Sums over samples, or over lights. */
+/* Sums over the samples of a light. */
 struct LightSums {
     miColor ambient, diffuse, specular;
     miScalar diffuseLevel; /* models that gather the diffuse light level by themselves */
 };
 
-inline void add(miColor& sum, const miColor& color, miScalar factor = 1.0f) {
-    sum.r += color.r * factor;
-    sum.g += color.g * factor;
-    sum.b += color.b * factor;
+inline void divide(LightSums& sums, miScalar by) {
+    divide(sums.ambient, by);
+    divide(sums.diffuse, by);
+    divide(sums.specular, by);
+    sums.diffuseLevel /= by;
 }
 
 inline void multiply(miColor& color, const miColor& by) {
@@ -218,21 +238,50 @@ inline miScalar average(const miColor& c) {
     return (c.r + c.g + c.b) * 0.33333334f;
 }
 
-/* Adds one sample to the diffuse and specular sums of its light. `model` is what the model has computed for
-   the point. */
-using ShadeSample = void (*)(const LightSample& sample, LightSums& sums, const void* model);
+/* One sample, with what the light has just told about it in its record. Where it told no cosine, the record
+   holds the plain one, for whoever looks there next. A light that bends its cosine below 0 gives none. */
+template <class Model>
+void add_sample(const Model& model, LightSample& sample, LightShapingRecord& told, LightSums& sums) {
+    if (told.ambientOnly) {
+        add(sums.ambient, sample.color);
+        return;
+    }
+    if (!(sample.dot_nl > 0.0f))
+        return;
+    if (!told.valid)
+        told.shapedCosine = sample.dot_nl;
+    sample.diffuse = told.shapedCosine > 0.0f ? told.shapedCosine : 0.0f;
+    if ((told.affectFlags & affects_diffuse) != 0)
+        model.diffuse(sample, sums);
+    if ((told.affectFlags & affects_specular) != 0)
+        model.highlight(sample, sums);
+}
 
-/* Walks the lights of the node and adds up the means of each light's samples. Ambient-only lights and samples
-   from behind are dealt with here. */
-LightSums sum_lights(miState* state, ShadeSample shade_sample, const void* model);
-
-/* The same, added to the record, for a model that is called with each sample: model(sample, sums). */
-void add_to_record(IllumRecord* record, const LightSums& sums);
-template <class Model> void gather_light(miState* state, IllumRecord* record, const Model& model) {
-    const ShadeSample shade_sample = [](const LightSample& sample, LightSums& sums, const void* called) {
-        (*static_cast<const Model*>(called))(sample, sums);
+/* Walks the lights of the node and gives the mean of each light's samples to take(sums). A model says what it
+   has computed for the point, and adds a sample by model.diffuse(sample, sums), model.highlight(sample,
+   sums). Affect flags, ambient-only lights and samples from behind are dealt with here. */
+template <class Model, class Take> void for_each_light(miState* state, const Model& model, const Take& take) {
+    struct Walk {
+        const Model& model;
+        const Take& take;
+    } walk{model, take};
+    const orl_LightFunction visit = [](miState* at, miTag light, LightShapingRecord* told, void* context) {
+        const Walk& its = *static_cast<const Walk*>(context);
+        its.take(mean_of_samples<LightSums>(at, light, [&](LightSample& sample, LightSums& sums) {
+            add_sample(its.model, sample, *told, sums);
+        }));
     };
-    add_to_record(record, sum_lights(state, shade_sample, &model));
+    IllumAccumulate(state, visit, &walk);
+}
+
+/* The same, added to the record. */
+template <class Model> void gather_light(miState* state, IllumRecord* record, const Model& model) {
+    for_each_light(state, model, [record](const LightSums& sums) {
+        add(record->ambient, sums.ambient);
+        add(record->diffuse, sums.diffuse);
+        add(record->specular, sums.specular);
+        record->diffuseLightLevel += sums.diffuseLevel;
+    });
 }
 
 /* Adds the self-illumination: its colour, or its share of the diffuse colour, which then takes light away. */

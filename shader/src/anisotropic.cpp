@@ -93,30 +93,27 @@ miScalar highlight_width(miScalar glossiness, miScalar anisotropy) {
 
 AnisotropicLobe::AnisotropicLobe(const IllumRecord& record, const TangentFrame& frame, miScalar width_along,
                                  miScalar width_across, miScalar highest_gain)
-    : normal_(record.normal), view_(record.view), x_(frame.along), y_(frame.across),
-      n_v_(std::max(-mi_vector_dot(&record.normal, &record.view), 0.001f)), highest_gain_(highest_gain) {
-    mi_vector_mul(&x_, 1.0f / width_along);
-    mi_vector_mul(&y_, 1.0f / width_across);
-}
+    : normal_(record.normal), view_(record.view), frame_(frame), width_along_(width_along),
+      width_across_(width_across), n_v_(std::max(-mi_vector_dot(&record.normal, &record.view), 0.001f)),
+      highest_gain_(highest_gain) {}
 
-miScalar AnisotropicLobe::height(const LightSample& sample) const {
+miScalar AnisotropicLobe::height(const LightSample& sample, miScalar share) const {
     const miVector half = half_vector(sample.dir, view_);
     const miScalar n_h = mi_vector_dot(&normal_, &half);
     if (!(n_h > 0.0f))
         return 0.0f;
-    const miScalar x = mi_vector_dot(&half, &x_), y = mi_vector_dot(&half, &y_);
+    const miScalar x = mi_vector_dot(&half, &frame_.along) / width_along_;
+    const miScalar y = mi_vector_dot(&half, &frame_.across) / width_across_;
     const miScalar gain = std::min(1.0f / std::sqrt(sample.dot_nl * n_v_), highest_gain_);
-    return 2.6525824f * gain * numeric::exp(-2.0f * (x * x + y * y) / (n_h + 1.0f));
+    return share * 2.6525824f * gain * numeric::exp(-2.0f * (x * x + y * y) / (n_h + 1.0f));
 }
 
-BrushedLayer::BrushedLayer(const IllumRecord& record, const TangentFrame& frame, miScalar level,
-                           const miColor* settings)
+BrushedLobe::BrushedLobe(const IllumRecord& record, const TangentFrame& frame, const miColor* settings)
     : lobe_(record, turned(frame, settings[2].r), highlight_width(settings[0].r),
-            highlight_width(settings[0].r, settings[1].r), 3.0f),
-      level_(level) {}
+            highlight_width(settings[0].r, settings[1].r), 3.0f) {}
 
-miScalar BrushedLayer::highlight(const LightSample& sample) const {
-    return level_ > 0.0f ? level_ * 0.5f * lobe_.height(sample) : 0.0f;
+miScalar BrushedLobe::reflected(const LightSample& sample, miScalar level) const {
+    return lobe_.height(sample, 0.5f) * level;
 }
 
 } // namespace orl

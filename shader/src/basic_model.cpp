@@ -8,7 +8,7 @@ namespace orl {
 
 miBoolean run_basic_model(const IllumModel& model, miColor* result, miState* state,
                           const BasicModelParams* params, IllumRecord* record) {
-    if (record == nullptr)
+    if (!is_callable(state, model, record))
         return miFALSE;
     miColor* const channel = record->channel;
     channel[basic_channel::ambient] = color_channel(state, params->ambient);
@@ -24,28 +24,10 @@ miBoolean run_basic_model(const IllumModel& model, miColor* result, miState* sta
     return continue_with(model, eval(state, params->soften), result, state, record, params);
 }
 
-namespace {
-
-struct Phong {
-    miVector mirrored_view;
-    miScalar level;
-    Lobe lobe;
-
-    void operator()(const LightSample& sample, LightSums& sums) const {
-        if (sample.affectsDiffuse)
-            add(sums.diffuse, sample.color, sample.diffuse);
-        if (sample.affectsSpecular && level > 0.0f)
-            add(sums.specular, sample.color, level * phong_highlight(sample, mirrored_view, lobe));
-    }
-};
-
-} // namespace
-
 void shade_phong(miState* state, IllumRecord* record, const void*) {
     const miColor* const channel = record->channel;
-    const Phong phong{mirrored(record->view, record->normal),
-                      channel[basic_channel::specular_level].r,
-                      {glossy_exponent(channel[basic_channel::glossiness].r), record->soften}};
+    const Terms<PlainDiffuse, PhongLobe> phong{
+        {}, {channel[basic_channel::specular_level].r, *record, channel[basic_channel::glossiness].r}};
     gather_light(state, record, phong);
     add_self_illumination(record);
     multiply_by_channels(record);

@@ -75,69 +75,18 @@ miBoolean continue_with(const IllumModel& model, miScalar soften, miColor* resul
     return record->continuation(result, state, record, model_params);
 }
 
-void exit_model(miState* state, const void* params, const char* unit) {
+bool is_callable(miState* state, const IllumModel& model, const IllumRecord* record) {
+    if (record != nullptr && record->values != nullptr && record->continuation != nullptr)
+        return true;
+    auto* const warned = instance_data_once<miBoolean>(state, model.unit, [](miBoolean&) {});
+    if (warned != nullptr && !test_and_set(*warned))
+        mi_error("\"%s\" is an illumination model: only materials can call it", shader_name(state));
+    return false;
+}
+
+void exit_model(miState* state, const void* params, MemoryPlace place) {
     if (params != nullptr)
-        delete_instance_data(state, {unit, __LINE__});
-}
-
-// ---- light loop
-
-namespace {
-
-struct LightWalk {
-    ShadeSample shade_sample;
-    const void* model;
-    LightSums sums;
-};
-
-void add_scaled(LightSums& to, const LightSums& sums, miScalar factor) {
-    add(to.ambient, sums.ambient, factor);
-    add(to.diffuse, sums.diffuse, factor);
-    add(to.specular, sums.specular, factor);
-    to.diffuseLevel += sums.diffuseLevel * factor;
-}
-
-// One sample, with what the light has just told about it in its record. Where it told no cosine, the record
-// holds the plain one, for whoever looks there next. A light that bends its cosine below 0 gives none.
-void add_sample(const LightWalk& walk, LightSample& sample, LightShapingRecord& told, LightSums& sums) {
-    if (told.ambientOnly) {
-        add(sums.ambient, sample.color);
-        return;
-    }
-    if (!(sample.dot_nl > 0.0f))
-        return;
-    if (!told.valid)
-        told.shapedCosine = sample.dot_nl;
-    sample.diffuse = told.shapedCosine > 0.0f ? told.shapedCosine : 0.0f;
-    sample.affectsDiffuse = (told.affectFlags & 1) != 0;
-    sample.affectsSpecular = (told.affectFlags & 2) != 0;
-    walk.shade_sample(sample, sums, walk.model);
-}
-
-void visit_light(miState* state, miTag light, LightShapingRecord* told, void* context) {
-    LightWalk& walk = *static_cast<LightWalk*>(context);
-    LightSums sums{};
-    LightSample sample{};
-    miInteger count = 0;
-    while (mi_sample_light(&sample.color, &sample.dir, &sample.dot_nl, state, light, &count))
-        add_sample(walk, sample, *told, sums);
-    if (count > 0)
-        add_scaled(walk.sums, sums, 1.0f / static_cast<miScalar>(count));
-}
-
-} // namespace
-
-LightSums sum_lights(miState* state, ShadeSample shade_sample, const void* model) {
-    LightWalk walk{shade_sample, model, {}};
-    IllumAccumulate(state, visit_light, &walk);
-    return walk.sums;
-}
-
-void add_to_record(IllumRecord* record, const LightSums& sums) {
-    add(record->ambient, sums.ambient);
-    add(record->diffuse, sums.diffuse);
-    add(record->specular, sums.specular);
-    record->diffuseLightLevel += sums.diffuseLevel;
+        delete_instance_data(state, place);
 }
 
 // ---- after the lights
@@ -153,11 +102,9 @@ void add_self_illumination(IllumRecord* record) {
     const miScalar amount = std::min(average(channel), 1.0f);
     const miColor& diffuse = slot_value(*record, slot_diffuse, white);
     record->selfIllumination = {diffuse.r * amount, diffuse.g * amount, diffuse.b * amount, 0};
-    // What glows is lit the less, and so it dims its reflections, however the model measures the light.
     const miColor rest{1.0f - amount, 1.0f - amount, 1.0f - amount, 0};
     multiply(record->ambient, rest);
     multiply(record->diffuse, rest);
-    record->diffuseLightLevel *= 1.0f - amount;
 }
 
 void multiply_ambient_and_specular(IllumRecord* record) {
@@ -235,11 +182,13 @@ miColor trace_transparency(miState* state) {
     // A compound material asks for this one's transparency and goes on by itself.
     if (find_record(state, keys::sub_material_report) != nullptr)
         return black;
-    // Behind a mirror or a lens the environment is the traced ray's own.
+    // Behind a mirror or a lens the environment is the traced ray's own. All other rays go straight, those
+    // numbered below these two, eye rays among them, as well as those above.
     const bool straight = state->type != miRAY_REFLECT && state->type != miRAY_REFRACT;
     const ScopedRecord switches(state, keys::environment_switches, {1, straight ? 1 : 0});
     miColor color = black;
-    // Going straight on is no reflection: it must not use up the depth of those behind the surface.
+    // Deliberate: one reflection less while the ray is traced, whichever counter the renderer raises for it.
+    // Hosts expect a stack of transparent sheets to leave the depth of the reflections behind it alone.
     --state->reflection_level;
     if (!mi_trace_transparent(&color, state))
         color = black;
@@ -301,19 +250,21 @@ void transmit_with(unsigned features, miState* state, IllumRecord* record) {
 
 namespace {
 
+// What opacity and refraction leave of the surface's own light.
 miColor surface(const IllumRecord& record) {
     miColor sum = record.ambient;
     add(sum, record.diffuse);
     add(sum, record.selfIllumination);
     add(sum, record.extraDiffuse);
-    return sum;
+    const miScalar f = record.opacityFactor;
+    return {sum.r * f, sum.g * f, sum.b * f, 0};
 }
 
 } // namespace
 
 void combine_simple(IllumRecord* record) {
-    miColor sum = record->specular;
-    add(sum, surface(*record), record->opacityFactor);
+    miColor sum = surface(*record);
+    add(sum, record->specular);
     add(sum, record->reflection);
     add(sum, record->refraction);
     add(sum, record->transmission);
@@ -328,12 +279,13 @@ void combine_conserving(IllumRecord* record) {
     }
     miColor mirrored = record->specular;
     add(mirrored, record->reflection);
-    miColor sum = record->refraction;
+    miColor sum = surface(*record);
+    add(sum, record->refraction);
     add(sum, record->transmission);
-    add(sum, surface(*record), record->opacityFactor);
     multiply(sum, {limit(1.0f - mirrored.r, 0, 1), limit(1.0f - mirrored.g, 0, 1),
                    limit(1.0f - mirrored.b, 0, 1), 0});
-    add(sum, mirrored);
+    add(sum, record->specular);
+    add(sum, record->reflection);
     add(sum, record->additiveTransmission);
     record->result = sum;
 }

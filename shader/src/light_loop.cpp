@@ -2,13 +2,10 @@
  * The light loop: walks the lights of a node, and adds up what they bring to the point at hand. Illumination
  * models, light meters and render elements stand on it.
  */
-#include "orlshaderapi.h"
+#include "light_samples.h"
 
 namespace orl {
 namespace {
-
-constexpr miInteger affects_diffuse = 1;
-constexpr miInteger affects_all = 3;
 
 // ---- walking the lights
 
@@ -67,35 +64,17 @@ miScalar diffuse_factor(const LightShapingRecord& record, miScalar dot_nl) {
 
 /* Mean of a light's samples, each times weight(cosine of incidence). A weight that is not positive leaves the
    sample out of the sum, not out of the number. */
-template <class Weight> miColor mean_of_samples(miState* state, miTag light, Weight weight) {
-    miColor sum{}, color{};
-    miVector dir{};
-    miScalar dot_nl = 0.0f;
-    miInteger samples = 0;
-    while (mi_sample_light(&color, &dir, &dot_nl, state, light, &samples)) {
-        const miScalar factor = weight(dot_nl);
-        if (!(factor > 0.0f))
-            continue;
-        sum.r += factor * color.r;
-        sum.g += factor * color.g;
-        sum.b += factor * color.b;
-    }
-    if (samples > 1) {
-        const auto count = static_cast<miScalar>(samples);
-        sum = {sum.r / count, sum.g / count, sum.b / count, 0.0f};
-    }
-    return sum;
-}
-
-void add(miColor& sum, const miColor& color) {
-    sum.r += color.r;
-    sum.g += color.g;
-    sum.b += color.b;
+template <class Weight> miColor weighted_mean(miState* state, miTag light, Weight weight) {
+    return mean_of_samples<miColor>(state, light, [&weight](const LightSample& sample, miColor& sum) {
+        const miScalar factor = weight(sample.dot_nl);
+        if (factor > 0.0f)
+            add(sum, sample.color, factor);
+    });
 }
 
 void add_illuminance(miState* state, miTag light, LightShapingRecord* record, void* context) {
     auto& total = *static_cast<orl_Illuminance*>(context);
-    add(total.color, mean_of_samples(state, light, [&](miScalar dot_nl) {
+    add(total.color, weighted_mean(state, light, [&](miScalar dot_nl) {
             if (record->ambientOnly)
                 return total.ambient ? 1.0f : 0.0f;
             const bool counts = total.diffuse && (record->affectFlags & affects_diffuse) != 0;
@@ -106,7 +85,7 @@ void add_illuminance(miState* state, miTag light, LightShapingRecord* record, vo
 
 void add_shaped_light(miState* state, miTag light, LightShapingRecord* record, void* context) {
     add(*static_cast<miColor*>(context),
-        mean_of_samples(state, light, [record](miScalar dot_nl) { return diffuse_factor(*record, dot_nl); }));
+        weighted_mean(state, light, [record](miScalar dot_nl) { return diffuse_factor(*record, dot_nl); }));
 }
 
 miScalar average_light(miState* state) {

@@ -91,8 +91,11 @@ void map_channel(miState* state, IllumRecord* record, int channel) {
 }
 
 void map_all_channels(miState* state, IllumRecord* record) {
+    const int displacement =
+        channel_of(*record, slot_displacement); // shapes surfaces, it does not shade them
     for (int channel = 0; channel < channel_count; ++channel)
-        map_channel(state, record, channel);
+        if (channel != displacement)
+            map_channel(state, record, channel);
 }
 
 // ---- normal

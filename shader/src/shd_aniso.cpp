@@ -6,6 +6,7 @@
 #include "shd_aniso.h"
 #include "anisotropic.h"
 #include "orlshaderapi.h"
+#include "shading_terms.h"
 
 namespace orl {
 
@@ -26,31 +27,20 @@ enum Channel {
     own_channels
 };
 
-struct Anisotropic {
-    miScalar diffuse_level;
-    BrushedLayer layer;
-
-    void operator()(const LightSample& sample, LightSums& sums) const {
-        if (sample.affectsDiffuse)
-            add(sums.diffuse, sample.color, diffuse_level * sample.diffuse);
-        if (sample.affectsSpecular)
-            add(sums.specular, sample.color, layer.highlight(sample));
-    }
-};
-
 void shade(miState* state, IllumRecord* record, const void*) {
     const miColor* const channel = record->channel;
     context::ChannelCache cache{};
     const TangentFrame frame = tangent_frame(state, record->normal, cache);
-    const Anisotropic model{channel[diffuse_level].r,
-                            BrushedLayer(*record, frame, channel[specular_level].r, channel + glossiness)};
-    gather_light(state, record, model);
+    const Terms<PlainDiffuse, BrushedLobe> terms{
+        {channel[diffuse_level].r}, {channel[specular_level].r, *record, frame, channel + glossiness}};
+    gather_light(state, record, terms);
     add_self_illumination(record);
     multiply_by_channels(record);
     finish(state, record);
 }
 
 constexpr IllumModel model{
+    .unit = "shd_aniso",
     .features = 0x1E2CFFE,
     .channelCount = own_channels,
     .channelKinds = channel_kinds(channel_color, channel_color, channel_color, channel_scalar, channel_scalar,
@@ -87,14 +77,14 @@ ORL_VERSION(shd_aniso, orl_base_AnisotropicIllumination);
 
 ORL_EXPORT miBoolean orl_base_AnisotropicIllumination(miColor* result, miState* state,
                                                       const AnisotropicParams* params, IllumRecord* record) {
-    if (record == nullptr)
+    if (!is_callable(state, model, record))
         return miFALSE;
     set_channels(state, params, record);
     return continue_with(model, 0, result, state, record, params);
 }
 
 ORL_EXPORT void orl_base_AnisotropicIllumination_exit(miState* state, const AnisotropicParams* params) {
-    exit_model(state, params, "shd_aniso");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

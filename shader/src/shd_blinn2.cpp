@@ -10,27 +10,10 @@ namespace orl {
 
 namespace {
 
-// Light of one sample. The specular level counts once, here; after the loop the colour alone is multiplied
-// in.
-struct Blinn {
-    miVector normal, view;
-    miScalar level;
-    Lobe lobe;
-
-    void operator()(const LightSample& sample, LightSums& sums) const {
-        if (sample.affectsDiffuse)
-            add(sums.diffuse, sample.color, sample.diffuse);
-        if (sample.affectsSpecular && level > 0.0f)
-            add(sums.specular, sample.color, level * blinn_highlight(sample, normal, view, lobe));
-    }
-};
-
 void shade(miState* state, IllumRecord* record, const void*) {
     const miColor* const channel = record->channel;
-    const Blinn blinn{record->normal,
-                      record->view,
-                      channel[basic_channel::specular_level].r,
-                      {4.0 * glossy_exponent(channel[basic_channel::glossiness].r), record->soften}};
+    const Terms<PlainDiffuse, BlinnLobe> blinn{
+        {}, {channel[basic_channel::specular_level].r, *record, channel[basic_channel::glossiness].r}};
     gather_light(state, record, blinn);
     add_self_illumination(record);
     multiply_by_channels(record);
@@ -38,6 +21,7 @@ void shade(miState* state, IllumRecord* record, const void*) {
 }
 
 constexpr IllumModel model{
+    .unit = "shd_blinn2",
     .features = basic_features,
     .channelCount = basic_channel::count,
     .channelKinds = basic_channel_kinds,
@@ -60,7 +44,7 @@ ORL_EXPORT miBoolean orl_base_BlinnIllumination(miColor* result, miState* state,
 }
 
 ORL_EXPORT void orl_base_BlinnIllumination_exit(miState* state, const BasicModelParams* params) {
-    exit_model(state, params, "shd_blinn2");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

@@ -10,6 +10,7 @@ namespace orl {
 namespace {
 
 constexpr IllumModel model{
+    .unit = "shd_cnstant2",
     .features = basic_features,
     .channelCount = basic_channel::count,
     .channelKinds = basic_channel_kinds,
@@ -32,7 +33,7 @@ ORL_EXPORT miBoolean orl_base_ConstantIllumination(miColor* result, miState* sta
 }
 
 ORL_EXPORT void orl_base_ConstantIllumination_exit(miState* state, const BasicModelParams* params) {
-    exit_model(state, params, "shd_cnstant2");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

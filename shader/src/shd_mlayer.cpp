@@ -30,32 +30,26 @@ enum Channel {
     own_channels
 };
 
-struct Layer {
-    miColor color;
-    BrushedLayer brushed;
-
-    Layer(const IllumRecord& record, const TangentFrame& frame, int first)
-        : color(record.channel[first]),
-          brushed(record, frame, record.channel[first + level].r, record.channel + first + glossiness) {}
-
-    void add_to(LightSums& sums, const LightSample& sample) const {
-        miColor light = sample.color;
-        multiply(light, color);
-        add(sums.specular, light, brushed.highlight(sample));
+class LayerLobe {
+public:
+    LayerLobe(const IllumRecord& record, const TangentFrame& frame, const miColor* settings)
+        : color_(settings[color]), brushed_(record, frame, settings + glossiness) {}
+    miColor reflected(const LightSample& sample, miScalar its_level) const {
+        const miScalar height = brushed_.reflected(sample, its_level);
+        return {height * color_.r, height * color_.g, height * color_.b, 0};
     }
+
+private:
+    miColor color_;
+    BrushedLobe brushed_;
 };
 
-struct MultiLayer {
-    RoughDiffuse rough;
-    Layer first, second;
+struct MultiLayer : RoughDiffuse {
+    Highlight<LayerLobe> first, second;
 
-    void operator()(const LightSample& sample, LightSums& sums) const {
-        if (sample.affectsDiffuse)
-            rough.add_to(sums, sample);
-        if (!sample.affectsSpecular)
-            return;
-        first.add_to(sums, sample);
-        second.add_to(sums, sample);
+    void highlight(const LightSample& sample, LightSums& sums) const {
+        first.highlight(sample, sums);
+        second.highlight(sample, sums);
     }
 };
 
@@ -63,11 +57,12 @@ void shade(miState* state, IllumRecord* record, const void*) {
     const miColor* const channel = record->channel;
     context::ChannelCache cache{};
     const TangentFrame frame = tangent_frame(state, record->normal, cache);
-    const MultiLayer model{{OrenNayar(channel[roughness].r, record->normal, record->view), channel[diffuse],
-                            channel[diffuse_level].r},
-                           Layer(*record, frame, layer_1),
-                           Layer(*record, frame, layer_2)};
-    gather_light(state, record, model);
+    const miColor *const first = channel + layer_1, *const second = channel + layer_2;
+    const MultiLayer layers{{OrenNayar(channel[roughness].r, record->normal, record->view), channel[diffuse],
+                             channel[diffuse_level].r},
+                            {first[level].r, *record, frame, first},
+                            {second[level].r, *record, frame, second}};
+    gather_light(state, record, layers);
     add_self_illumination(record);
     // The specular sum holds the colours of both layers, which no slot has.
     multiply(record->ambient, channel[ambient]);
@@ -88,6 +83,7 @@ void tint(miState*, const IllumRecord* record, miColor* reflection) {
 }
 
 constexpr IllumModel model{
+    .unit = "shd_mlayer",
     .features = 0x1E2FFFE,
     .channelCount = own_channels,
     .channelKinds =
@@ -135,14 +131,14 @@ ORL_VERSION(shd_mlayer, orl_base_MultiLayerIllumination);
 
 ORL_EXPORT miBoolean orl_base_MultiLayerIllumination(miColor* result, miState* state,
                                                      const MultiLayerParams* params, IllumRecord* record) {
-    if (record == nullptr)
+    if (!is_callable(state, model, record))
         return miFALSE;
     set_channels(state, params, record);
     return continue_with(model, 0, result, state, record, params);
 }
 
 ORL_EXPORT void orl_base_MultiLayerIllumination_exit(miState* state, const MultiLayerParams* params) {
-    exit_model(state, params, "shd_mlayer");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

@@ -25,35 +25,19 @@ enum Channel {
     own_channels
 };
 
-struct OrenNayarBlinn {
-    miVector normal, view;
-    RoughDiffuse rough; // roughness 0 is Blinn's diffuse light
-    miScalar level;
-    Lobe lobe;
-
-    void operator()(const LightSample& sample, LightSums& sums) const {
-        if (sample.affectsDiffuse)
-            rough.add_to(sums, sample);
-        if (sample.affectsSpecular && level > 0.0f)
-            add(sums.specular, sample.color, level * blinn_highlight(sample, normal, view, lobe));
-    }
-};
-
 void shade(miState* state, IllumRecord* record, const void*) {
     const miColor* const channel = record->channel;
-    const OrenNayarBlinn model{record->normal,
-                               record->view,
-                               {OrenNayar(channel[roughness].r, record->normal, record->view),
-                                channel[diffuse], channel[diffuse_level].r},
-                               channel[specular_level].r,
-                               {4.0 * glossy_exponent(channel[glossiness].r), record->soften}};
-    gather_light(state, record, model);
+    const Terms<RoughDiffuse, BlinnLobe> terms{{OrenNayar(channel[roughness].r, record->normal, record->view),
+                                                channel[diffuse], channel[diffuse_level].r},
+                                               {channel[specular_level].r, *record, channel[glossiness].r}};
+    gather_light(state, record, terms);
     add_self_illumination(record);
     multiply_ambient_and_specular(record);
     finish(state, record);
 }
 
 constexpr IllumModel model{
+    .unit = "shd_onb",
     .features = 0x1E23FFE,
     .channelCount = own_channels,
     .channelKinds =
@@ -90,14 +74,14 @@ ORL_VERSION(shd_onb, orl_base_OrenNayarBlinnIllumination);
 ORL_EXPORT miBoolean orl_base_OrenNayarBlinnIllumination(miColor* result, miState* state,
                                                          const OrenNayarBlinnParams* params,
                                                          IllumRecord* record) {
-    if (record == nullptr)
+    if (!is_callable(state, model, record))
         return miFALSE;
     set_channels(state, params, record);
     return continue_with(model, eval(state, params->soften), result, state, record, params);
 }
 
 ORL_EXPORT void orl_base_OrenNayarBlinnIllumination_exit(miState* state, const OrenNayarBlinnParams* params) {
-    exit_model(state, params, "shd_onb");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

@@ -10,6 +10,7 @@ namespace orl {
 namespace {
 
 constexpr IllumModel model{
+    .unit = "shd_phong2",
     .features = basic_features,
     .channelCount = basic_channel::count,
     .channelKinds = basic_channel_kinds,
@@ -32,7 +33,7 @@ ORL_EXPORT miBoolean orl_base_PhongIllumination(miColor* result, miState* state,
 }
 
 ORL_EXPORT void orl_base_PhongIllumination_exit(miState* state, const BasicModelParams* params) {
-    exit_model(state, params, "shd_phong2");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

@@ -43,7 +43,10 @@ miScalar unshadowed(miScalar angle) {
 class Strauss {
 public:
     explicit Strauss(const IllumRecord& record);
-    void operator()(const LightSample& sample, LightSums& sums) const;
+    void diffuse(const LightSample& sample, LightSums& sums) const {
+        add(sums.diffuse, sample.color, dimming_ * diffuse_share_ * sample.diffuse);
+    }
+    void highlight(const LightSample& sample, LightSums& sums) const;
 
     /* Share of the diffuse light; ambient light meets half of it. */
     miScalar diffuse_share() const { return diffuse_share_; }
@@ -86,15 +89,13 @@ miScalar Strauss::reflected(miScalar angle) const {
 
 // The highlight stands where a mirror would show the light. Its colour goes from the light's to the surface's
 // of the same intensity, so that it stays in proportion to the light.
-void Strauss::operator()(const LightSample& sample, LightSums& sums) const {
-    if (sample.affectsDiffuse)
-        add(sums.diffuse, sample.color, dimming_ * diffuse_share_ * sample.diffuse);
+void Strauss::highlight(const LightSample& sample, LightSums& sums) const {
     const miScalar cosine = mi_vector_dot(&mirrored_view_, &sample.dir);
-    if (!sample.affectsSpecular || !(cosine > 0.0f))
+    if (!(cosine > 0.0f))
         return;
     const miScalar base = std::min(soften_highlight(cosine, sample.dot_nl, 0.15f), 1.0f);
     const miScalar theta = angle(sample.dot_nl);
-    const miScalar height = reflected(theta) * numeric::pow(base, exponent_) * 1.3f;
+    const miScalar height = reflected(theta) * (numeric::pow(base, exponent_) * 1.3f);
     const miScalar own = own_color(theta);
     add(sums.specular, sample.color, height * (1.0f - own));
     add(sums.specular, color_, height * own * average(sample.color));
@@ -150,6 +151,7 @@ void combine(IllumRecord* record) {
 }
 
 constexpr IllumModel model{
+    .unit = "shd_strauss",
     .features = 0xA01480,
     .channelCount = own_channels,
     .channelKinds =
@@ -169,7 +171,7 @@ ORL_VERSION(shd_strauss, orl_base_StraussIllumination);
 
 ORL_EXPORT miBoolean orl_base_StraussIllumination(miColor* result, miState* state,
                                                   const StraussParams* params, IllumRecord* record) {
-    if (record == nullptr)
+    if (!is_callable(state, model, record))
         return miFALSE;
     miColor* const channel = record->channel;
     channel[color] = color_channel(state, params->color);
@@ -181,7 +183,7 @@ ORL_EXPORT miBoolean orl_base_StraussIllumination(miColor* result, miState* stat
 }
 
 ORL_EXPORT void orl_base_StraussIllumination_exit(miState* state, const StraussParams* params) {
-    exit_model(state, params, "shd_strauss");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

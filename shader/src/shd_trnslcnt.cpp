@@ -30,19 +30,6 @@ enum Channel {
     own_channels
 };
 
-struct Translucent {
-    miVector normal, view;
-    miScalar level;
-    Lobe lobe;
-
-    void operator()(const LightSample& sample, LightSums& sums) const {
-        if (sample.affectsDiffuse)
-            add(sums.diffuse, sample.color, sample.diffuse);
-        if (sample.affectsSpecular && level > 0.0f)
-            add(sums.specular, sample.color, level * blinn_highlight(sample, normal, view, lobe));
-    }
-};
-
 // Shows the lights the other side of the surface while it lives.
 class OtherSide {
 public:
@@ -70,29 +57,30 @@ private:
     miCBoolean inv_normal_;
 };
 
+struct BackLight : PlainDiffuse {
+    void highlight(const LightSample&, LightSums&) const {}
+};
+
 // A second walk over the lights, as renderers pass over those behind the surface in the first. Ambient light
 // has no direction and counts in front.
 void add_back_light(miState* state, IllumRecord* record) {
-    miColor color = record->channel[translucent];
+    const miColor& color = record->channel[translucent];
     const miScalar level = record->channel[translucent_level].r;
     if (!(average(color) > 0.0f && level > 0.0f))
         return;
     const OtherSide other_side(state);
-    const auto add_sample = [](const LightSample& sample, LightSums& sums, const void*) {
-        if (sample.affectsDiffuse)
-            add(sums.diffuse, sample.color, sample.diffuse);
-    };
-    multiply(color, sum_lights(state, add_sample, nullptr).diffuse);
-    add(record->extraDiffuse, color, level);
+    for_each_light(state, BackLight{}, [&](const LightSums& sums) {
+        miColor through = sums.diffuse;
+        multiply(through, color);
+        add(record->extraDiffuse, through, level);
+    });
 }
 
 void shade(miState* state, IllumRecord* record, const void*) {
     const miColor* const channel = record->channel;
-    const Translucent model{record->normal,
-                            record->view,
-                            channel[specular_level].r,
-                            {4.0 * glossy_exponent(channel[glossiness].r), record->soften}};
-    gather_light(state, record, model);
+    const Terms<PlainDiffuse, BlinnLobe> blinn{{},
+                                               {channel[specular_level].r, *record, channel[glossiness].r}};
+    gather_light(state, record, blinn);
     add_back_light(state, record);
     add_self_illumination(record);
     multiply_by_channels(record);
@@ -102,6 +90,7 @@ void shade(miState* state, IllumRecord* record, const void*) {
 
 // The shared callback does nothing under these features: no refraction, and transparency is the model's own.
 constexpr IllumModel model{
+    .unit = "shd_trnslcnt",
     .features = 0x6435FE,
     .channelCount = own_channels,
     .channelKinds =
@@ -142,14 +131,14 @@ ORL_EXPORT void orl_base_TranslucentIllumination_init(miState*, const Translucen
 
 ORL_EXPORT miBoolean orl_base_TranslucentIllumination(miColor* result, miState* state,
                                                       const TranslucentParams* params, IllumRecord* record) {
-    if (record == nullptr)
+    if (!is_callable(state, model, record))
         return miFALSE;
     set_channels(state, params, record);
     return continue_with(model, 0, result, state, record, params);
 }
 
 ORL_EXPORT void orl_base_TranslucentIllumination_exit(miState* state, const TranslucentParams* params) {
-    exit_model(state, params, "shd_trnslcnt");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

@@ -6,8 +6,7 @@
 #include "shd_ward.h"
 #include "anisotropic.h"
 #include "orlshaderapi.h"
-
-#include <atomic>
+#include "shading_terms.h"
 
 namespace orl {
 
@@ -29,45 +28,43 @@ static_assert(filter + 1 == preset_channel_count);
 
 // ---- instance record
 
-// Where the first call of an instance found its grooves. Nothing changes it from then on, so threads share
-// it.
+// Where the first call of an instance found its grooves. Nothing changes them from then on, so threads share
+// them.
 struct WardInstance {
+    miBoolean warned;
     context::ChannelCache grooves;
-    miInteger reserved[4];
+    miInteger reserved[3];
 };
 static_assert(sizeof(WardInstance) == 32);
 
-// The first thread to enter its record wins; without a slot there is nothing to keep.
-context::ChannelCache known_grooves(miState* state) {
-    void** const slot = instance_slot(state);
-    if (slot == nullptr)
-        return {};
-    const std::atomic_ref<void*> shared(*slot);
-    void* known = shared.load(std::memory_order_acquire);
-    if (known == nullptr) {
-        void* const memory = mi_mem_int_allocate("shd_ward", __LINE__, sizeof(WardInstance));
-        auto* const made = new (memory) WardInstance{};
-        find_groove_space(state, made->grooves);
-        if (shared.compare_exchange_strong(known, made, std::memory_order_acq_rel, std::memory_order_acquire))
-            known = made;
-        else
-            mi_mem_int_release("shd_ward", __LINE__, memory);
-    }
-    return static_cast<const WardInstance*>(known)->grooves;
+// Without a slot there is nothing to keep.
+context::ChannelCache known_grooves(miState* state, const char* unit) {
+    const auto* const instance = instance_data_once<WardInstance>(
+        state, unit, [state](WardInstance& made) { find_groove_space(state, made.grooves); });
+    return instance ? instance->grooves : context::ChannelCache{};
 }
 
 // ---- shading
 
-struct Ward {
-    miScalar diffuse_level, level;
-    AnisotropicLobe lobe;
+struct WardDiffuse {
+    miScalar level;
 
-    void operator()(const LightSample& sample, LightSums& sums) const {
-        if (sample.affectsDiffuse)
-            add(sums.diffuse, sample.color, sample.diffuse * 0.31830987f * diffuse_level);
-        if (sample.affectsSpecular && level > 0.0f)
-            add(sums.specular, sample.color, level * sample.diffuse * lobe.height(sample));
+    void diffuse(const LightSample& sample, LightSums& sums) const {
+        add(sums.diffuse, sample.color, sample.diffuse * 0.31830987f * level);
     }
+};
+
+class WardLobe {
+public:
+    WardLobe(const IllumRecord& record, const TangentFrame& frame)
+        : lobe_(record, frame, highlight_width(record.channel[glossiness_u].r),
+                highlight_width(record.channel[glossiness_v].r), 6.0f) {}
+    miScalar reflected(const LightSample& sample, miScalar level) const {
+        return lobe_.height(sample, sample.diffuse) * level;
+    }
+
+private:
+    AnisotropicLobe lobe_;
 };
 
 // The argument is what the entry point found out about the grooves: while shading, the running shader may be
@@ -75,21 +72,21 @@ struct Ward {
 void shade(miState* state, IllumRecord* record, const void* known) {
     const miColor* const channel = record->channel;
     context::ChannelCache grooves = *static_cast<const context::ChannelCache*>(known);
-    const Ward model{channel[diffuse_level].r, channel[specular_level].r,
-                     AnisotropicLobe(*record, tangent_frame(state, record->normal, grooves),
-                                     highlight_width(channel[glossiness_u].r),
-                                     highlight_width(channel[glossiness_v].r), 6.0f)};
-    gather_light(state, record, model);
+    const TangentFrame frame = tangent_frame(state, record->normal, grooves);
+    const Terms<WardDiffuse, WardLobe> terms{{channel[diffuse_level].r},
+                                             {channel[specular_level].r, *record, frame}};
+    gather_light(state, record, terms);
     multiply_by_channels(record);
     finish(state, record);
 }
 
 constexpr IllumModel model{
+    .unit = "shd_ward",
     .features = 0x1E00BCE,
     .channelCount = 0,
     .channelKinds = channel_kinds(channel_color, channel_color, channel_color, channel_scalar, channel_scalar,
                                   channel_scalar, channel_scalar, channel_scalar, channel_color, channel_none,
-                                  channel_own_16, channel_own_32, channel_own_128 | channel_none),
+                                  channel_own_16, channel_own_32, channel_displacement),
     .slotMap = slot_map(0, 1, 2, 5, 4, -1, 7, 8, -1, 10, 11),
     .faceted = false,
     .shade = shade,
@@ -118,15 +115,16 @@ ORL_VERSION(shd_ward, orl_base_WardIllumination);
 
 ORL_EXPORT miBoolean orl_base_WardIllumination(miColor* result, miState* state, const WardParams* params,
                                                IllumRecord* record) {
-    if (record == nullptr)
+    // The instance's data comes first: it holds the warned flag.
+    const context::ChannelCache grooves = known_grooves(state, model.unit);
+    if (!is_callable(state, model, record))
         return miFALSE;
     set_channels(state, params, record);
-    const context::ChannelCache grooves = known_grooves(state);
     return continue_with(model, 0, result, state, record, &grooves);
 }
 
 ORL_EXPORT void orl_base_WardIllumination_exit(miState* state, const WardParams* params) {
-    exit_model(state, params, "shd_ward");
+    exit_model(state, params, {model.unit, __LINE__});
 }
 
 } // namespace orl

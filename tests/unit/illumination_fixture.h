@@ -73,6 +73,7 @@ protected:
     orl::IllumRecord record{};
     Model model = models[0];
     std::vector<Lamp> lamps;
+    orl::LightShapingRecord left{};              // what the last sample has left in the record
     std::function<void(orl::IllumRecord&)> maps; // what the material enters before shading
     scripted::ShaderInstance<Block> instance;
 
@@ -82,8 +83,10 @@ protected:
                                           miTag light, miInteger* count) {
             const Lamp& lamp = lamps[light - 1000];
             const auto k = static_cast<std::size_t>(*count);
-            if (k >= lamp.dirs.size())
+            if (k >= lamp.dirs.size()) {
+                left = *find_record(s, orl::keys::light_shaping);
                 return miFALSE;
+            }
             if (lamp.told)
                 *find_record(s, orl::keys::light_shaping) = *lamp.told;
             *count += 1, *color = lamp.color, *dir = lamp.dirs[k];
@@ -115,15 +118,16 @@ protected:
         std::memcpy(instance->bytes + field.offset + 4 * i, real ? static_cast<const void*>(&value) : &whole,
                     4);
     }
-    // All components of the parameters of that name, with "*" of all that begin so. Returns how many.
-    int set(std::string_view name, float value) {
+    // The parameters of that name, with "*" all that begin so. Returns how many.
+    int set(std::string_view name, float value) { return set(name, {value, value, value, value}); }
+    int set(std::string_view name, const miColor& value) {
         int found = 0;
         for (const orl::decl::Field& field : model.shader->fields) {
             const bool named = name.back() == '*'
                                    ? std::string_view(field.name).starts_with(name.substr(0, name.size() - 1))
                                    : name == field.name;
             for (int i = 0; named && i < field.value.count; ++i)
-                put(field, i, value);
+                put(field, i, (&value.r)[i]);
             found += named;
         }
         return found;

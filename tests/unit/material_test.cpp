@@ -136,18 +136,25 @@ TEST_F(Material, ChannelsTakeTheirMaps) {
     const miTag mono = renderer.add_shader([](void* c, miState*, void* request) {
         return *static_cast<miColor*>(c) = grey(0.4f), *static_cast<miInteger*>(request) == 1;
     });
-    kinds[20] = 0x12, kinds[21] = kinds[22] = 0x82, kinds[19] = kinds[18] = channel_scalar;
+    kinds[11] = 0x80, kinds[20] = 0x12, kinds[21] = kinds[22] = 0x82, kinds[19] = kinds[18] = channel_scalar;
     material->lockAmbient = 1, enabled[5] = miFALSE, enabled.push_back(miTRUE);
     map(0, failing), map(1, plain), map(2, failing), map(3, mono, -0.5f), map(4, miNULLTAG),
-        map(6, mono, 0.5f);
+        map(6, mono, 0.5f), map(11, plain);
     map(18, mono, 2), map(19, mono, -2), map(20, plain), map(21, plain, 3), map(22, plain, 2);
     maps.resize(23), amounts.resize(22), run();
     // max(0, 1 - |0.5 a|) 0.8 + a c, or 0.4 a (-0.6 a) + max(0, 1 - |a|) 0.8; the last amount is missing
-    const std::pair<int, miColor> table[] = {
-        {0, {0.6f, 0.8f, 1, 1}},        {1, {0.6f, 0.8f, 1, 1}},     {2, grey(0.8f, 1)},
-        {3, {0.7f, 0.8f, 0.8f, 1}},     {5, grey(0.8f, 1)},          {6, {0.7f, 0.8f, 0.8f, 1}},
-        {18, {0.8f, 0.8f, 0.8f, 1}},    {19, {1.2f, 0.8f, 0.8f, 1}}, {20, grey(0.8f, 1)},
-        {21, {0.6f, 1.2f, 1.8f, 1.5f}}, {22, {0.6f, 0.8f, 1, 1}}};
+    const std::pair<int, miColor> table[] = {{0, {0.6f, 0.8f, 1, 1}},
+                                             {1, {0.6f, 0.8f, 1, 1}},
+                                             {2, grey(0.8f, 1)},
+                                             {3, {0.7f, 0.8f, 0.8f, 1}},
+                                             {5, grey(0.8f, 1)},
+                                             {6, {0.7f, 0.8f, 0.8f, 1}},
+                                             {11, grey(0.8f, 1)},
+                                             {18, {0.8f, 0.8f, 0.8f, 1}},
+                                             {19, {1.2f, 0.8f, 0.8f, 1}},
+                                             {20, grey(0.8f, 1)},
+                                             {21, {0.6f, 1.2f, 1.8f, 1.5f}},
+                                             {22, {0.6f, 0.8f, 1, 1}}};
     for (const auto& [channel, value] : table)
         expect_near(seen.channel[channel], value);
     material->lockAmbient = 0, run();
