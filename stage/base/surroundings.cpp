@@ -1,4 +1,4 @@
-// What surrounds the objects: a sky with a ground below, and fog.
+// What surrounds the objects: a sky with a ground below, fog, and what a ray sees of it.
 #include "base.h"
 
 using namespace base;
@@ -52,4 +52,20 @@ BASE_EXPORT miBoolean base_fog(miColor* result, miState* state, base_fog_params*
     else
         *result = mix(*mi_eval_color(&params->color), *result, clear);
     return miTRUE;
+}
+
+// ---- base_raytrace: what the state's ray sees from the surface, as a map of reflection or refraction. The
+// caller has turned the ray already.
+
+struct base_raytrace_params {
+    miBoolean refraction; // the ray goes through the surface; otherwise it is mirrored
+};
+
+BASE_VERSION(base_raytrace, 1)
+
+BASE_EXPORT miBoolean base_raytrace(miColor* result, miState* state, base_raytrace_params* params) {
+    const auto trace = *mi_eval_boolean(&params->refraction) ? mi_trace_refraction : mi_trace_reflection;
+    miVector dir = state->dir;
+    // Beyond the trace depth there is the environment alone.
+    return trace(result, state, &dir) || mi_trace_environment(result, state, &dir);
 }
