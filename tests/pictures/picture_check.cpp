@@ -1,7 +1,9 @@
 // Judges a rendered picture: against values worked out by hand, and against a reference picture.
 //
 //   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--output FOLDER] [--save FILE.exr]
+//       [--sum LAYER...]
 //
+// --sum demands that the layers' colours add up to the picture's.
 // --save stores the picture as a reference, in half floats: only after looking at it.
 // When it does not agree with the reference, picture, reference and enlarged difference are left in FOLDER.
 #include <cmath>
@@ -143,14 +145,39 @@ bool as_expected(const ImageBuf& picture, const std::string& path) {
     return good;
 }
 
+// Colours of the layers against those of the picture itself; a NaN is a difference.
+bool adds_up(const ImageBuf& picture, const std::vector<std::string>& layers) {
+    constexpr float tolerance = 1e-4f; // some roundings of values below 10
+    for (const char* color : {"R", "G", "B"}) {
+        std::vector<int> parts;
+        for (const std::string& layer : layers)
+            if (parts.emplace_back(picture.spec().channelindex(layer + "." + color)) < 0)
+                throw std::runtime_error("the picture has no layer " + layer);
+        const int whole = picture.spec().channelindex(color);
+        for (ImageBuf::ConstIterator<float> pixel(picture); !pixel.done(); ++pixel) {
+            float sum = 0;
+            for (const int part : parts)
+                sum += pixel[part];
+            if (std::abs(sum - pixel[whole]) <= tolerance)
+                continue;
+            std::cerr << color << " at column " << pixel.x() << ", row " << pixel.y()
+                      << " from the top: " << pixel[whole] << ", but the layers add up to " << sum << '\n';
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{"Judges a rendered picture."};
     std::string picture_path, reference_path, expect_path, save_path, output = ".";
+    std::vector<std::string> layers;
     app.add_option("picture", picture_path)->required();
     app.add_option("--expect", expect_path, "File of values worked out by hand");
     app.add_option("--reference", reference_path, "Picture to agree with");
+    app.add_option("--sum", layers, "Layers that add up to the picture");
     app.add_option("--output", output, "Folder for the evidence of a failure");
     app.add_option("--save", save_path, "Store the picture as a reference");
     CLI11_PARSE(app, argc, argv);
@@ -159,6 +186,8 @@ int main(int argc, char** argv) {
         bool good = true;
         if (!expect_path.empty())
             good = as_expected(picture, expect_path) && good;
+        if (!layers.empty())
+            good = adds_up(picture, layers) && good;
         if (!reference_path.empty()) {
             const ImageBuf reference = load(reference_path);
             if (!agrees(picture, reference)) {
