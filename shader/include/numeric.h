@@ -8,6 +8,13 @@
 #include <cmath>
 #include <cstdint>
 
+namespace orl {
+
+/* Luminance of a surface that scatters all light evenly, for an illuminance of 1. */
+inline constexpr float inverse_pi = 0.31830987f;
+
+} // namespace orl
+
 namespace orl::numeric {
 
 inline float pow(float base, float exponent) {

@@ -13,9 +13,6 @@ namespace orl {
 
 // ---- what all operators share
 
-/* Luminance of a surface that scatters all light evenly, for an illuminance of 1. */
-inline constexpr miScalar inverse_pi = 0.31830987f;
-
 /* Luminance of a colour, whatever the signs of its components. */
 miScalar exposure_luminance(const miColor& color);
 

@@ -3,6 +3,7 @@
  * loaded by name; where it is missing, colours pass as they are.
  */
 #include "orl_toneopphoto.h"
+#include "numeric.h"
 #include "orl_toneop.h"
 #include "system.h"
 

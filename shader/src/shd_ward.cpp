@@ -5,6 +5,7 @@
  */
 #include "shd_ward.h"
 #include "anisotropic.h"
+#include "numeric.h"
 #include "orlshaderapi.h"
 #include "shading_terms.h"
 
@@ -50,7 +51,7 @@ struct WardDiffuse {
     miScalar level;
 
     void diffuse(const LightSample& sample, LightSums& sums) const {
-        add(sums.diffuse, sample.color, sample.diffuse * 0.31830987f * level);
+        add(sums.diffuse, sample.color, sample.diffuse * inverse_pi * level);
     }
 };
 
