@@ -48,6 +48,19 @@ inline constexpr Range any{};
 inline constexpr Range unit_interval{0, 1};
 inline constexpr Range not_negative{0, std::numeric_limits<double>::infinity()};
 
+struct Field;
+
+/* A table of fields, as others refer to it. */
+struct FieldList {
+    const Field* first = nullptr;
+    std::size_t count = 0;
+
+    constexpr FieldList() = default;
+    template <std::size_t n> constexpr FieldList(const std::array<Field, n>& table);
+    constexpr const Field* begin() const;
+    constexpr const Field* end() const;
+};
+
 struct Field {
     const char* name;
     miParam_type type;
@@ -58,8 +71,20 @@ struct Field {
     const char* help;
     std::size_t size;
     std::size_t alignment;
-    std::size_t offset; // in the block, filled in by `fields`
+    std::size_t offset;     // in the block, filled in by `fields`
+    FieldList members = {}; // of a structure
 };
+
+template <std::size_t n>
+constexpr FieldList::FieldList(const std::array<Field, n>& table) : first(table.data()), count(n) {}
+
+constexpr const Field* FieldList::begin() const {
+    return first;
+}
+
+constexpr const Field* FieldList::end() const {
+    return first + count;
+}
 
 template <class Block, class Member> struct Entry {
     Member Block::*member;
@@ -122,6 +147,14 @@ constexpr auto array(ArrayRecord Block::*member, miParam_type type, const char* 
     return made;
 }
 
+/* An array of structures, whose own table tells the members. */
+template <class Block, class ArrayRecord>
+constexpr auto array(ArrayRecord Block::*member, FieldList members, const char* name, const char* help) {
+    Entry<Block, ArrayRecord> made = array(member, miTYPE_STRUCT, name, help);
+    made.field.members = members;
+    return made;
+}
+
 template <class Member> using Bytes = std::array<unsigned char, sizeof(Member)>;
 
 /* A value that tells the entries of a table apart. */
@@ -167,17 +200,6 @@ template <class... Kinds> constexpr unsigned apply(Kinds... kinds) {
     return (0u | ... | (1u << static_cast<unsigned>(kinds)));
 }
 
-struct FieldList {
-    const Field* first = nullptr;
-    std::size_t count = 0;
-
-    constexpr FieldList() = default;
-    template <std::size_t n>
-    constexpr FieldList(const std::array<Field, n>& table) : first(table.data()), count(n) {}
-    constexpr const Field* begin() const { return first; }
-    constexpr const Field* end() const { return first + count; }
-};
-
 struct Shader {
     const char* name;
     miParam_type result;
@@ -187,6 +209,7 @@ struct Shader {
     unsigned apply;
     FieldList fields;
     const char* help;
+    FieldList result_members = {}; // of a result that is a structure
 };
 
 struct Data {

@@ -95,12 +95,22 @@ std::string apply_text(unsigned apply) {
 
 // ---- scene declarations
 
+// A type and what bears it, as in `vector "point"`. Members stand in braces behind the word struct.
+std::string typed(miParam_type type, const FieldList& members, const char* name) {
+    if (type != miTYPE_STRUCT)
+        return std::string(type_name(type)) + " \"" + name + '"';
+    std::string text;
+    for (const Field& member : members)
+        text += (text.empty() ? "" : ", ") + typed(member.type, member.members, member.name);
+    return std::string("struct { ") + text + " } \"" + name + '"';
+}
+
 std::string parameters(const FieldList& fields) {
     std::string text;
     for (const Field& field : fields) {
         text += text.empty() ? "" : ",";
-        text += std::string("\n    ") + (field.array ? "array " : "") + type_name(field.type) + " \"" +
-                field.name + '"';
+        text += std::string("\n    ") + (field.array ? "array " : "") +
+                typed(field.type, field.members, field.name);
         const std::string value = default_text(field);
         if (!value.empty())
             text.append(" ").append(value);
@@ -114,7 +124,7 @@ std::string scene_declarations() {
     for (const orl::Unit& unit : orl::units) {
         mi << "\n# ---- " << unit.name << "\n";
         for (const Shader& shader : unit.shaders) {
-            mi << "\ndeclare shader " << type_name(shader.result) << " \"" << shader.name << "\" "
+            mi << "\ndeclare shader " << typed(shader.result, shader.result_members, shader.name) << ' '
                << parameters(shader.fields) << "\n    version " << shader.version << '\n';
             if (const std::string apply = apply_text(shader.apply); !apply.empty())
                 mi << "    apply " << apply << '\n';
@@ -139,14 +149,24 @@ std::string range_text(const Range& range) {
     return high ? "at most " + number(range.highest) : "";
 }
 
+std::string page_type(miParam_type type, const FieldList& members) {
+    if (type != miTYPE_STRUCT)
+        return type_name(type);
+    std::string text;
+    for (const Field& member : members)
+        text +=
+            (text.empty() ? "" : ", ") + page_type(member.type, member.members) + " `" + member.name + '`';
+    return "(" + text + ")";
+}
+
 std::string field_table(const FieldList& fields) {
     if (fields.count == 0)
         return "No parameters.\n";
     std::string text = "| parameter | type | default | range | unit | |\n|---|---|---|---|---|---|\n";
     for (const Field& field : fields)
         text += std::string("| `") + field.name + "` | " + (field.array ? "array of " : "") +
-                type_name(field.type) + " | " + default_text(field) + " | " + range_text(field.range) +
-                " | " + field.unit + " | " + field.help + " |\n";
+                page_type(field.type, field.members) + " | " + default_text(field) + " | " +
+                range_text(field.range) + " | " + field.unit + " | " + field.help + " |\n";
     return text;
 }
 
@@ -155,8 +175,8 @@ std::string unit_page(const orl::Unit& unit) {
     page << "# " << unit.name << "\n";
     for (const Shader& shader : unit.shaders) {
         page << "\n## " << shader.name << "\n\n"
-             << shader.help << "\n\nResult: " << type_name(shader.result) << ". Version " << shader.version
-             << ".";
+             << shader.help << "\n\nResult: " << page_type(shader.result, shader.result_members)
+             << ". Version " << shader.version << ".";
         if (const std::string apply = apply_text(shader.apply); !apply.empty())
             page << " Used as: " << apply << '.';
         page << "\n\n" << field_table(shader.fields);
