@@ -35,7 +35,8 @@ miScalar highlight_width(miScalar glossiness, miScalar anisotropy = 0);
 /* A highlight for one point and viewer. */
 class AnisotropicLobe {
 public:
-    /* `highest_gain` bounds the gain of grazing light and viewers, which has no end by itself. */
+    /* `highest_gain` bounds the gain of grazing light and viewers, which has no end by itself. Viewers below
+       the surface, which bent normals make, count as grazing. */
     AnisotropicLobe(const IllumRecord& record, const TangentFrame& frame, miScalar width_along,
                     miScalar width_across, miScalar highest_gain);
 

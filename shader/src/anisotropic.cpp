@@ -112,6 +112,8 @@ BrushedLobe::BrushedLobe(const IllumRecord& record, const TangentFrame& frame, c
     : lobe_(record, turned(frame, settings[2].r), highlight_width(settings[0].r),
             highlight_width(settings[0].r, settings[1].r), 3.0f) {}
 
+// Deliberate: half of the height and no cosine of the light, so that brushed highlights stay bright towards
+// grazing light. The host's scenes set their levels by that.
 miScalar BrushedLobe::reflected(const LightSample& sample, miScalar level) const {
     return lobe_.height(sample, 0.5f) * level;
 }

@@ -95,9 +95,11 @@ void map_channel(miState* state, IllumRecord* record, int channel) {
 }
 
 void map_all_channels(miState* state, IllumRecord* record) {
+    const MaterialCall& call = call_of(*record);
+    const int mapped = std::min({channel_count, call.enabled.size(), call.map.size()});
     const int displacement =
         channel_of(*record, slot_displacement); // shapes surfaces, it does not shade them
-    for (int channel = 0; channel < channel_count; ++channel)
+    for (int channel = 0; channel < mapped; ++channel)
         if (channel != displacement)
             map_channel(state, record, channel);
 }

@@ -77,6 +77,8 @@ Strauss::Strauss(const IllumRecord& record)
     diffuse_share_ = (1.0f - cube * (reflects ? 1.0f : metalness_)) * surface;
     reflected_above_ = surface - (1.0f - cube) * surface;
     dimming_ = 1.0f - metalness_ * s;
+    // Deliberate: a perfect mirror has the highlight of glossiness 0.995, wider than those just below it, so
+    // that lamps, which have no size, still show in it.
     exponent_ = s < 1.0f ? 3.0f / (1.0f - s) : 600.0f;
 }
 
@@ -88,7 +90,8 @@ miScalar Strauss::reflected(miScalar angle) const {
 }
 
 // The highlight stands where a mirror would show the light. Its colour goes from the light's to the surface's
-// of the same intensity, so that it stays in proportion to the light.
+// of the same intensity, so that it stays in proportion to the light; in the paper it starts from white.
+// Deliberate: it is 1.3 times as high as what is reflected, to stand out as in the host's other models.
 void Strauss::highlight(const LightSample& sample, LightSums& sums) const {
     const miScalar cosine = mi_vector_dot(&mirrored_view_, &sample.dir);
     if (!(cosine > 0.0f))

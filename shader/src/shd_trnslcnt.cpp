@@ -16,6 +16,7 @@ namespace orl {
 
 namespace {
 
+// What shines through comes last; no slot leads to its colour, and the last one to its level.
 enum Channel {
     ambient,
     diffuse,

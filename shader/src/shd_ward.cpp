@@ -55,6 +55,8 @@ struct WardDiffuse {
     }
 };
 
+// A reflectance, so the cosine of the light belongs to it. That dims grazing light again, and the gain may go
+// higher than for the host's brushed highlights.
 class WardLobe {
 public:
     WardLobe(const IllumRecord& record, const TangentFrame& frame)

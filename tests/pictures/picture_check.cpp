@@ -1,8 +1,10 @@
 // Judges a rendered picture: against values worked out by hand, and against a reference picture.
 //
-//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--output FOLDER] [--save FILE.exr]
-//       [--sum LAYER...]
+//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--mirrored] [--within LIMIT]
+//       [--output FOLDER] [--save FILE.exr] [--sum LAYER...]
 //
+// --mirrored demands that the picture is its own mirror image, left and right.
+// --within demands that no pixel is off the reference or mirror image by more.
 // --sum demands that the layers' colours add up to the picture's.
 // --save stores the picture as a reference, in half floats: only after looking at it.
 // When it does not agree with the reference, picture, reference and enlarged difference are left in FOLDER.
@@ -23,10 +25,12 @@ using namespace OIIO;
 namespace fs = std::filesystem;
 
 // The four-number rule.
-constexpr float pixel_absolute = 0.004f; // a pixel fails above this
-constexpr float pixel_relative = 0.001f; // and this
-constexpr double share_of_pixels = 0.0002;
-constexpr float largest = 0.01f; // no pixel may be off by more (and by more than the relative limit)
+struct Rule {
+    float pixel_absolute = 0.004f; // a pixel fails above this
+    float pixel_relative = 0.001f; // and this
+    double share_of_pixels = 0.0002;
+    float largest = 0.01f; // no pixel may be off by more (and by more than the relative limit)
+};
 
 // All channels as floats. Integers are read as parts of the largest one; they get their values back.
 ImageBuf load(const std::string& path) {
@@ -80,7 +84,7 @@ void write_evidence(const fs::path& folder, const ImageBuf& picture, const Image
     sheet.write((folder / "picture_reference_difference.png").string(), TypeUInt8);
 }
 
-bool agrees(const ImageBuf& picture, const ImageBuf& reference) {
+bool agrees(const ImageBuf& picture, const ImageBuf& reference, const Rule& rule) {
     if (picture.spec().width != reference.spec().width || picture.spec().height != reference.spec().height ||
         picture.spec().channelnames != reference.spec().channelnames) {
         std::cerr << "size or channels differ from the reference's\n";
@@ -94,7 +98,8 @@ bool agrees(const ImageBuf& picture, const ImageBuf& reference) {
         bool fails = false;
         for (std::size_t i = pixel; i < pixel + n; ++i) {
             const float off = std::abs(a[i] - b[i]);
-            if (off <= pixel_absolute || off <= pixel_relative * std::max(std::abs(a[i]), std::abs(b[i])))
+            if (off <= rule.pixel_absolute ||
+                off <= rule.pixel_relative * std::max(std::abs(a[i]), std::abs(b[i])))
                 continue;
             fails = true;
             if (!(off <= worst)) // also takes a NaN for the worst
@@ -110,7 +115,8 @@ bool agrees(const ImageBuf& picture, const ImageBuf& reference) {
     std::cerr << failing << " of " << count << " pixels differ; the most by " << worst << " in "
               << picture.spec().channelnames[worst_at % n] << " at column " << x << ", row " << y
               << " from the top\n";
-    return static_cast<double>(failing) <= share_of_pixels * static_cast<double>(count) && worst <= largest;
+    return static_cast<double>(failing) <= rule.share_of_pixels * static_cast<double>(count) &&
+           worst <= rule.largest;
 }
 
 // Lines of "x y channel value tolerance", with raster positions from the lower left; # starts a comment.
@@ -174,9 +180,13 @@ int main(int argc, char** argv) {
     CLI::App app{"Judges a rendered picture."};
     std::string picture_path, reference_path, expect_path, save_path, output = ".";
     std::vector<std::string> layers;
+    bool mirrored = false;
+    float within = 0;
     app.add_option("picture", picture_path)->required();
     app.add_option("--expect", expect_path, "File of values worked out by hand");
     app.add_option("--reference", reference_path, "Picture to agree with");
+    app.add_flag("--mirrored", mirrored, "The picture is its own mirror image");
+    CLI::Option* limit = app.add_option("--within", within, "No pixel may be off by more");
     app.add_option("--sum", layers, "Layers that add up to the picture");
     app.add_option("--output", output, "Folder for the evidence of a failure");
     app.add_option("--save", save_path, "Store the picture as a reference");
@@ -188,15 +198,17 @@ int main(int argc, char** argv) {
             good = as_expected(picture, expect_path) && good;
         if (!layers.empty())
             good = adds_up(picture, layers) && good;
-        if (!reference_path.empty()) {
-            const ImageBuf reference = load(reference_path);
-            if (!agrees(picture, reference)) {
-                good = false;
-                write_evidence(output, picture, reference);
-                std::cerr << "see " << (fs::path(output) / "picture_reference_difference.png").string()
-                          << '\n';
-            }
-        }
+        const auto compare = [&](const ImageBuf& reference) {
+            if (agrees(picture, reference, limit->empty() ? Rule{} : Rule{within, 0, 0, 0}))
+                return;
+            good = false;
+            write_evidence(output, picture, reference);
+            std::cerr << "see " << (fs::path(output) / "picture_reference_difference.png").string() << '\n';
+        };
+        if (!reference_path.empty())
+            compare(load(reference_path));
+        if (mirrored)
+            compare(ImageBufAlgo::flop(picture));
         if (!save_path.empty())
             save_reference(picture, save_path);
         return good ? EXIT_SUCCESS : EXIT_FAILURE;

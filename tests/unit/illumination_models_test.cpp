@@ -76,7 +76,16 @@ TEST_P(Contract, LightAndHighlights) {
             set("soften", 0.8f);
             EXPECT_TRUE(average(plain) < 1e-10f || average(shade({bent}).specular) != average(plain));
         }
+        // The highlight stands by the light's own angle; only Ward's is a reflectance, times the cosine.
+        set("soften", 0);
         const IllumRecord all = shade({bent});
+        Lamp flat = bent;
+        flat.told->shapedCosine = 0.05f;
+        shade({flat});
+        const float part = model.unit == std::string_view("shd_ward") ? 8 : 1;
+        multiply(record.diffuse, grey(8)), multiply(record.specular, grey(part));
+        expect_near(record.diffuse, all.diffuse);
+        expect_near(record.specular, all.specular);
         for (const int flags : {0, 1, 2}) {
             bent.told->affectFlags = flags, shade({bent});
             EXPECT_EQ(record.diffuse, flags == 1 ? all.diffuse : miColor{});
@@ -95,6 +104,28 @@ TEST_P(Contract, LightAndHighlights) {
     EXPECT_LT(average(shade({{grey(1), {from(30, 70)}}}).specular), there * 0.01f);
 }
 
+// Half of the diffuse colour's 0.5 shines by itself and takes that half of the light away, or a colour comes
+// on top; where the rough surface gathers the light level, it stays.
+TEST_P(Contract, SelfIllumination) {
+    use("");
+    set("diffuse", 0.5f), set("selfIllumColor", {1, 0.5f, 0.25f, 0});
+    const std::vector<Lamp> two{lamp(0, 60), {grey(1), {from(0)}, {{1, 1, 1, 3}}}};
+    const IllumRecord dark = shade(two);
+    const float share = set("selfIllumAmount", 0.5f) ? 0.5f : 0;
+    const auto rest = [&](const miColor& c) {
+        return miColor{c.r - c.r * share, c.g - c.g * share, c.b - c.b * share, 0};
+    };
+    shade(two);
+    expect_near(record.selfIllumination, grey(0.5f * share));
+    expect_near(record.diffuse, rest(dark.diffuse));
+    expect_near(record.ambient, rest(dark.ambient));
+    EXPECT_NEAR(record.diffuseLightLevel, dark.diffuseLightLevel * (set("roughness", 0) ? 1 : 1 - share),
+                1e-5f);
+    values.selfIlluminationColorOn = miTRUE, shade(two);
+    expect_near(record.selfIllumination, share > 0 ? miColor{1, 0.5f, 0.25f, 0} : grey(0));
+    EXPECT_EQ(shade(two).ambient, dark.ambient);
+}
+
 // What render elements are told adds up to the picture, as the element of what lies behind sees it.
 TEST_P(Contract, ElementsAddUp) {
     const miColor behind{0.5f, 1, 2, 0.25f};
@@ -108,6 +139,8 @@ TEST_P(Contract, ElementsAddUp) {
                 r.channel[channel_of(r, slot)] = {0.2f, 0.4f, 0.6f, 0};
         };
         shade({lamp(0, 90)});
+        EXPECT_EQ(average(record.reflection) > 0, k / 6 != 0);
+        EXPECT_EQ(average(record.refraction) > 0, k / 3 % 2 && record.features & feature_refraction) << k;
         miColor sum = behind;
         multiply(sum, record.elementTransparency);
         for (const miColor& c :
@@ -140,23 +173,24 @@ class Models : public ModelTest {};
 TEST_F(Models, AreWhatMaterialsExpect) {
     enum { faceted = 1, conserving = 2, tints_by_diffuse = 4, softens = 8 };
     // Channels as colours and scalars, those behind them that are none or codes of 16, 32 and 128; channels
-    // of slots 0 to 11 as digits in base 21; sum of the channels' red for parameters beyond every upper
-    // bound.
+    // of slots 0 to 15 as digits in base 21; sums of the channels' red for parameters beyond every upper and
+    // every lower bound (1 of opacity, 1 of a filter colour that is the material's, -555.55 of orientations).
     const struct {
         const char *name, *kinds, *slots;
         unsigned features;
         int manners;
-        float sum;
-    } table[] = {{"Blinn", "cccsscsc", "0124356789ab", 32641022, softens, 16.99f},
-                 {"Phong", "cccsscsc", "0124356789ab", 32641022, softens, 16.99f},
-                 {"Constant", "cccsscsc", "0124356789ab", 32641022, softens + faceted, 16.99f},
-                 {"Metal", "cccsscsc-abd", "0124356789ab", 32641022, softens + tints_by_diffuse, 16.99f},
-                 {"OrenNayarBlinn", "cccsscscss", "01234567abcd", 31604734, softens + conserving, 21.99f},
-                 {"Anisotropic", "cccssssscsc", "0125489abcde", 31641598, conserving, 577.54f},
-                 {"MultiLayer", "ccsscsssscsssscsc", "01465efghijk", 31653886, conserving, 1147.08f},
-                 {"Ward", "cccsssssc-abd", "01254-789abc", 31460302, 0, 13},
-                 {"Strauss", "csssc", "-0-1--345678", 10491008, 0, 5},
-                 {"Translucent", "cccsscsccs", "01234567abcd", 6567422, conserving, 21.99f}};
+        float most, least;
+    } table[] = {
+        {"Blinn", "cccsscsc", "0124356789ab", 32641022, softens, 16.99f, 2},
+        {"Phong", "cccsscsc", "0124356789ab", 32641022, softens, 16.99f, 2},
+        {"Constant", "cccsscsc", "0124356789ab", 32641022, softens + faceted, 16.99f, 2},
+        {"Metal", "cccsscsc-abd", "0124356789ab", 32641022, softens + tints_by_diffuse, 16.99f, 2},
+        {"OrenNayarBlinn", "cccsscscss", "01234567abcd", 31604734, softens + conserving, 21.99f, 2},
+        {"Anisotropic", "cccssssscsc", "0125489abcde", 31641598, conserving, 577.54f, -553.54994f},
+        {"MultiLayer", "ccsscsssscsssscsc", "01465efghijk", 31653886, conserving, 1147.08f, -1109.10009f},
+        {"Ward", "cccsssssc-abd", "01254-789abc", 31460302, 0, 13, 2.0002f},
+        {"Strauss", "csssc", "-0-1--345678", 10491008, 0, 5, 1},
+        {"Translucent", "cccsscsccs", "01234567abcd---9", 6567422, conserving, 21.99f, 1}};
     for (const auto& row : table) {
         const std::string kinds(row.kinds), codes = "cs-abd", digits = "0123456789abcdefghijk";
         use(row.name), set("*", 1e9f);
@@ -166,20 +200,24 @@ TEST_F(Models, AreWhatMaterialsExpect) {
         EXPECT_EQ(record.channelCount, std::min(kinds.find('-'), kinds.size())) << row.name;
         const int look = record.faceted + conserving * (record.combine == combine_conserving);
         const int tint = tints_by_diffuse * (record.tintReflection == tint_by_diffuse);
-        EXPECT_EQ(look + tint + softens * (record.soften == 1), row.manners) << row.name;
+        EXPECT_EQ(look + tint + static_cast<int>(8 * record.soften), row.manners) << row.name;
         for (std::size_t k = 0; k < channel_count; ++k) {
             constexpr int code[] = {2, 4, 1, 16, 32, 128};
             EXPECT_EQ(record.channelKind[k], k < kinds.size() ? code[codes.find(kinds[k])] : 1)
                 << row.name << k;
         }
-        for (int slot = 0; slot < 12; ++slot)
+        const std::string slots = row.slots + std::string("----");
+        for (std::size_t slot = 0; slot < slot_count; ++slot)
             EXPECT_EQ(channel_of(record, static_cast<MapSlot>(slot)),
-                      static_cast<int>(digits.find(row.slots[slot])))
+                      static_cast<int>(digits.find(slots[slot])))
                 << row.name << slot;
-        float sum = 0;
-        for (int k = 0; k < record.channelCount; ++k)
-            sum += record.channel[k].r;
-        EXPECT_NEAR(sum, row.sum, 0.01f) << row.name;
+        for (const float bound : {row.most, row.least}) {
+            float sum = 0;
+            for (int k = 0; k < record.channelCount; ++k)
+                sum += record.channel[k].r;
+            EXPECT_NEAR(sum, bound, 1e-5f + 1e-6f * std::fabs(bound)) << row.name;
+            set("*", -1e9f), shade({});
+        }
     }
 }
 
@@ -343,6 +381,18 @@ TEST_F(Models, BrushedHighlights) {
         const bool ward = row.name[0] == 'W';
         EXPECT_FLOAT_EQ(record.diffuse.g, dir.z * 2 * (ward ? 0.31830987f : 1));
     }
+    use("Anisotropic"), set("specularLevel", 1), set("specular", 1);
+    const std::vector<Lamp> side{{grey(1), {from(60, 10)}}};
+    for (const auto& [mapped, bound] :
+         {std::pair{1.5f, 1.0f}, {-1, 0}}) { // maps go no further than parameters
+        const auto all = [](float x) { return [x](IllumRecord& r) { r.channel[5].r = r.channel[6].r = x; }; };
+        maps = all(bound);
+        const miColor expected = shade(side).specular;
+        maps = all(mapped);
+        EXPECT_EQ(shade(side).specular, expected);
+    }
+    maps = [](IllumRecord& r) { r.view = from(60, 190); }; // a viewer behind the bent surface
+    EXPECT_EQ(shade(side).specular, miColor{});
 }
 
 TEST_F(Models, MultiLayerIsTwoBrushedHighlightsOnARoughSurface) {
@@ -402,6 +452,21 @@ TEST_F(Models, GroovesFollowTheTexture) {
     expect({0, 0, 1}, {1, 0, 0});
     renderer.triangle.textures = {across}, renderer.texture_spaces = 1;
     expect({0, 0, 1}, {0, -1, 0});
+    // The host's first channel in the second space: the bump basis is of the first.
+    struct {
+        orl_ObjectData object{};
+        miInteger second = 1;
+    } spaces;
+    spaces.object.uv_channels = {0, 2, {0}};
+    miObject shape{};
+    shape.userdata = add_record(spaces);
+    state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &shape));
+    renderer.triangle.textures = {*renderer.triangle.points, across}, renderer.texture_spaces = 2;
+    state.bump_x = state.bump_y = {{0.6f, 0.8f, 1}}, state.use_textures();
+    expect({0, 0, 1}, {0, -1, 0});
+    constexpr miMatrix y_up{1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1}; // its z axis is internal y
+    renderer.set_to_space(scripted::Space::object, y_up);
+    expect({1, 0, 0}, {0, 0, 1});
 }
 
 TEST_F(Models, WardKeepsWhatItFoundOnce) {
@@ -476,8 +541,16 @@ TEST_F(Models, TranslucentSheets) {
     use("Translucent"), set("translucent", 0.5f), set("translucentLevel", 2), set("specularLevel", 1);
     shade({{{1, 2, 3, 0}, {from(120)}}, {grey(1), {from(60)}}, {grey(5), {from(180)}, {{0, 1, 0, 2}}}});
     expect_near(record.extraDiffuse, {0.5f, 1, 1.5f, 0}); // of the first: 0.5 * 2 * cos 60
-    EXPECT_EQ(state->normal.z, 1);
     EXPECT_EQ(record.opacityFactor, 1);
+    std::vector<std::array<float, 4>> sides; // from the front, from the back, and as it was afterwards
+    const auto side = [&] {
+        sides.push_back({state->normal.z, state->normal_geom.z, state->dot_nd, state->inv_normal ? 1.0f : 0});
+    };
+    renderer.mi_sample_light = [&](miColor*, miVector*, miScalar*, miState*, miTag, miInteger*) {
+        return side(), miFALSE;
+    };
+    set("translucent", {0, 0, 1, 0}), shade({{}}), side();
+    EXPECT_EQ(sides, (decltype(sides){{1, 1, -1, 0}, {-1, -1, 1, 1}, {1, 1, -1, 0}}));
     renderer.trace_color = {1, 2, 3, 0.5f};
     maps = [](IllumRecord& r) { r.opacity = 0.25f, r.mapFlags = map_transparent | map_refraction; };
     values.transparencyType = 2;

@@ -30,6 +30,10 @@ TEST(ShaderState, CopiesUnderKeysKeepTheirAddress) {
     EXPECT_EQ(records.text_of("a"), "first"); // a copy, not the setter's memory
     EXPECT_EQ(records.text_of("b"), "second");
     EXPECT_EQ(records.text_of("ab"), "none");
+    for (const char* key : {"axb", "ayb", ""}) // two of one length with the same ends
+        records.put(key, key + std::string("'s"));
+    for (const char* key : {"axb", "ayb", ""})
+        EXPECT_EQ(records.text_of(key), key + std::string("'s"));
     void* address = records.get("a", nullptr);
     std::memcpy(address, "1234", 4);
     for (int i = 0; i < 100; ++i) // other records come

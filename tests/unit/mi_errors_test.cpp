@@ -25,6 +25,7 @@ const Mistake mistakes[] = {
     {R"(data "d" 3 'ff')", "1:10: 3 bytes are announced, but 1 are given"},
     {R"(data "d" 99999999999 'ff')", "1:10: the integer is outside the range 0 to 2147483647"},
     {R"($include "none.mi")", R"(1:11: cannot find the file "none.mi"; looked in .)"},
+    {"\n  $include <x>", "2:3: a command with $ starts in the first column of its line"},
     {"incremental render", "1:13: expected an entity after 'incremental', found 'render'"},
     {R"(namespace "a")", R"(1:14: expected "end namespace" for the namespace "a")"},
     {R"(delete "x")", R"(1:8: there is no element "x")"},

@@ -96,8 +96,8 @@ TEST_F(MiShader, ConnectionsOfEveryKind) {
         R"(shader "b" "bundle" ( "i" 5 ) shader "n" "number" () shader "c.d" "tint" ()
 shader "t" "tint" ( "in" = "b.c", "k" = "b.s" )
 shader "m" "many" ( "a" [ 1, = "n", 3 ], "pair" { = "c.d", 0 0 0 }, "s" [ { 1, = "b.s" } ] )
-shader "u" "tint" ( "in" = "tint" ( "k" 9 ) ))");
-    const Element &t = element("t"), &m = element("m");
+shader "u" "tint" ( "in" = "tint" ( "k" 9 ), "next" = "n" ))");
+    const Element &t = element("t"), &m = element("m"), &u = element("u");
     const std::size_t a = offsetof(Many, a) + item<float>(m, offsetof(Many, i_a), 0);
     const std::size_t s = offsetof(Many, s) + item<Many::Item>(m, offsetof(Many, i_s), 0);
     const struct {
@@ -124,7 +124,10 @@ shader "u" "tint" ( "in" = "tint" ( "k" 9 ) ))");
             EXPECT_EQ(found->size, test.size);
         }
     }
-    EXPECT_EQ(parameter<float>(element(connection(element("u"), 0)->shader), offsetof(Tint, k)), 9.0f);
+    EXPECT_EQ(parameter<float>(element(connection(u, 0)->shader), offsetof(Tint, k)), 9.0f);
+    // Where a shader is the value, = gives the shader itself.
+    EXPECT_EQ(connection(u, offsetof(Tint, next)), nullptr);
+    EXPECT_EQ(parameter<miTag>(u, offsetof(Tint, next)), element("n").tag);
 }
 
 constexpr const char* phenomenon =

@@ -1,6 +1,7 @@
 // Conversions between spaces, and the current triangle.
 #include <cstring>
 
+#include "kit/message.h"
 #include "stage_api_scene.h"
 
 namespace {
@@ -85,6 +86,24 @@ TEST_P(Spaces, ObjectSpaceMovesWithTheShutter) {
     ASSERT_TRUE(mi_query(miQ_TRANS_OBJECT_TO_INTERNAL, &stage.state, miNULLTAG, &matrix));
     EXPECT_THAT(std::vector<double>(matrix, matrix + 16),
                 testing::Pointwise(testing::DoubleNear(1e-5), to_internal));
+}
+
+// A light that measures points in its own space does not see its origin (7, 8, 9) there, and is told so with
+// its place, once. A light that takes directions alone has seen it: its rays start there.
+TEST(LightSpace, TellsOnceOfAnOriginThatIsNotSeen) {
+    Stage stage;
+    std::string told;
+    stage::set_message_sink([&](stage::MessageLevel, std::string_view text) { told.append(text) += '\n'; });
+    miVector v = {1, 2, 3};
+    mi_vector_to_light(&stage.state, &v, &v);
+    EXPECT_EQ(told, "");
+    mi_point_to_light(&stage.state, &v, &v);
+    mi_point_from_light(&stage.state, &v, &v);
+    stage["lamp"].as<miLight>()->origin = {0, 0, 0};
+    stage["lamp"].origin_missed = false;
+    mi_point_to_light(&stage.state, &v, &v);
+    stage::set_message_sink(nullptr);
+    EXPECT_THAT(told, testing::MatchesRegex("scene.mi:6:7: light \"lamp\": [^\n]*origin[^\n]*\n"));
 }
 
 INSTANTIATE_TEST_SUITE_P(InternalSpace, Spaces, testing::Bool());

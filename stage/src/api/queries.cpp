@@ -4,6 +4,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <type_traits>
 #include <unordered_set>
 
 #include "api/api.h"
@@ -21,7 +22,7 @@ struct Query {
     miState* state;
     miTag tag;
     void* result;
-    std::va_list arguments;
+    std::decay_t<std::va_list> arguments; // the caller's own: copies would show in the times of samples
 
     template <class Value> miBoolean give(Value value) {
         if constexpr (std::is_enum_v<Value>)
@@ -510,11 +511,8 @@ STAGE_API miBoolean mi_vquery(const miQ_type code, miState* state, const miTag t
     const auto number = static_cast<std::size_t>(code);
     if (number >= stage::code_count || !stage::answers[number])
         return miFALSE;
-    stage::Query query = {state, tag, result, {}};
-    va_copy(query.arguments, args);
-    const miBoolean known = stage::answers[number](query);
-    va_end(query.arguments);
-    return known;
+    stage::Query query = {state, tag, result, args};
+    return stage::answers[number](query);
 }
 
 STAGE_API miBoolean mi_query(const miQ_type code, miState* state, const miTag tag, void* result, ...) {

@@ -8,6 +8,7 @@
 
 #include "api/api.h"
 #include "kit/matrix.h"
+#include "kit/message.h"
 #include "render/camera.h"
 #include "render/shading.h"
 
@@ -17,6 +18,15 @@ namespace {
 
 constexpr Matrix unit = {{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}};
 constexpr Space internal_space = {unit.m, unit.m};
+
+const WorldLight* current_light(const miState* state) {
+    const World* world = world_of(state);
+    return world ? world->find_light(state->light_instance) : nullptr;
+}
+
+Space space_of(const WorldLight* light) {
+    return light ? Space{light->from_internal.m, light->to_internal.m} : internal_space;
+}
 
 } // namespace
 
@@ -31,9 +41,7 @@ Space camera_space(const miState* state) {
 }
 
 Space light_space(const miState* state) {
-    const World* world = world_of(state);
-    const WorldLight* light = world ? world->find_light(state->light_instance) : nullptr;
-    return light ? Space{light->from_internal.m, light->to_internal.m} : internal_space;
+    return space_of(current_light(state));
 }
 
 Space object_space(const miState* state, MovingSpace& storage) {
@@ -53,6 +61,23 @@ Space object_space(const miState* state, MovingSpace& storage) {
 }
 
 namespace {
+
+// The instance alone places a light's space. A shader that measures points in it misses an `origin`, though
+// the rays start there: told once for each light.
+Space light_space_of_points(const miState* state) {
+    const WorldLight* light = current_light(state);
+    const miVector origin = light ? light->light->origin : miVector{};
+    if (origin.x != 0.0f || origin.y != 0.0f || origin.z != 0.0f) {
+        Element& element = *world_of(state)->scene.database.find(light->light_tag);
+        if (!element.origin_missed.load(std::memory_order_relaxed) && !element.origin_missed.exchange(true))
+            send_message(
+                MessageLevel::warning,
+                "%s: light \"%s\": its shader measures from where the instance stands and does not see "
+                "the origin, which is not 0: place the instance there instead",
+                element.place.text().c_str(), element.name.c_str());
+    }
+    return space_of(light);
+}
 
 miVector normal_to(const miVector& v, const Space& space) {
     return transform_vector_transposed(v, space.from);
@@ -82,7 +107,7 @@ STAGE_API void mi_point_to_object(miState* state, miVector* r, miVector* v) {
 }
 
 STAGE_API void mi_point_to_light(miState* state, miVector* r, miVector* v) {
-    *r = transform_point(*v, light_space(state).to);
+    *r = transform_point(*v, light_space_of_points(state).to);
 }
 
 // Pixels from the lower left corner, z 0. A point in the eye's own plane has no picture and gives 0.
@@ -106,7 +131,7 @@ STAGE_API void mi_point_from_object(miState* state, miVector* r, miVector* v) {
 }
 
 STAGE_API void mi_point_from_light(miState* state, miVector* r, miVector* v) {
-    *r = transform_point(*v, light_space(state).from);
+    *r = transform_point(*v, light_space_of_points(state).from);
 }
 
 STAGE_API void mi_vector_to_world(miState* state, miVector* r, miVector* v) {

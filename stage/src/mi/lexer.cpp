@@ -199,6 +199,8 @@ void Lexer::scan() {
         }
         if (signs.find(*begin) != std::string_view::npos)
             return finish(Token::Kind::sign, begin, begin + 1);
+        if (*begin == '$')
+            fail_at(source(), begin, "a command with $ starts in the first column of its line");
         char hex[8];
         std::snprintf(hex, sizeof hex, "0x%02x", static_cast<unsigned char>(*begin));
         fail_at(source(), begin, std::string("a byte that no word starts with (") + hex + ")");

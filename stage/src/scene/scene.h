@@ -181,10 +181,11 @@ struct Element {
     std::mutex image_guard;                    // held while it is filled
     std::atomic<Image*> loaded_image{nullptr}; // the same, once it can be used without the guard
     std::vector<std::pair<std::string, std::string>> string_options; // miSCENE_OPTIONS
-    std::vector<miTag> state_shaders;      // miSCENE_OPTIONS: in the order of their calls
-    std::atomic<bool> lacks_energy{false}; // miSCENE_LIGHT: states none, and no shader has asked for it yet
-    float texture_filter = 1.0f;           // miSCENE_IMAGE: scale of the filter, when the image asks for one
-    std::string texture_file_type;         // miSCENE_IMAGE, writable: file format, "" by the file's name
+    std::vector<miTag> state_shaders;       // miSCENE_OPTIONS: in the order of their calls
+    std::atomic<bool> lacks_energy{false};  // miSCENE_LIGHT: states none, and no shader has asked for it yet
+    std::atomic<bool> origin_missed{false}; // miSCENE_LIGHT: told that its shader does not see the origin
+    float texture_filter = 1.0f;            // miSCENE_IMAGE: scale of the filter, when the image asks for one
+    std::string texture_file_type;          // miSCENE_IMAGE, writable: file format, "" by the file's name
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
