@@ -24,6 +24,11 @@
 #include "shd_strauss.h"
 #include "shd_trnslcnt.h"
 #include "shd_ward.h"
+#include "tex_checker.h"
+#include "tex_falloff.h"
+#include "tex_mask.h"
+#include "tex_mix.h"
+#include "tex_tint.h"
 #include "utilshaders.h"
 
 #include <span>
@@ -57,6 +62,11 @@ inline constexpr Unit units[] = {
     {"shd_strauss", shd_strauss},
     {"shd_trnslcnt", shd_trnslcnt},
     {"shd_ward", shd_ward},
+    {"tex_checker", tex_checker},
+    {"tex_falloff", tex_falloff},
+    {"tex_mask", tex_mask},
+    {"tex_mix", tex_mix},
+    {"tex_tint", tex_tint},
     {"utilshaders", utilshaders},
 };
 // clang-format on

@@ -1,5 +1,5 @@
 /*
- * The compound materials: the blend material's parameters and its mixing curve.
+ * The compound materials: the blend material's parameters.
  *
  * Both materials of a blend hand their components to the render elements, unweighted, so that the elements
  * show the second alone where both run.
@@ -9,19 +9,6 @@
 #include "declaration.h"
 
 namespace orl {
-
-/* What a mixing value comes to: the first material alone, the second alone, or both by `weight`, the share of
-   the second. */
-struct BlendChoice {
-    enum { first, second, both } which;
-    miScalar weight;
-};
-
-/* Values below 0.0001 and above 0.9999 leave one material alone; the two themselves blend. */
-BlendChoice choose_blend(miScalar mix);
-
-/* The same after the mixing curve: one material alone below `lower` and from `upper` on, smooth between. */
-BlendChoice choose_blend_by_curve(miScalar mix, miScalar lower, miScalar upper);
 
 struct BlendMaterialParams {
     miScalar mixAmount;

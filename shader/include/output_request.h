@@ -13,13 +13,26 @@ enum class OutputRequest : miInteger {
     vector, /* bump: the change of the normal, in the first three components */
 };
 
-/* Runs a map; transparent black, and false, for the null tag and when it fails. */
-inline bool call_map(miColor* result, miState* state, miTag map, OutputRequest request) {
+/* Runs a map; transparent black, and false, for the null tag and when it fails. The map may change the
+   request: some leave another than they were given. */
+inline bool call_map(miColor* result, miState* state, miTag map, OutputRequest* request) {
     *result = {0, 0, 0, 0};
-    if (map != miNULLTAG && mi_call_shader_x(result, miSHADER_TEXTURE, state, map, &request))
+    if (map != miNULLTAG && mi_call_shader_x(result, miSHADER_TEXTURE, state, map, request))
         return true;
     *result = {0, 0, 0, 0};
     return false;
+}
+
+inline bool call_map(miColor* result, miState* state, miTag map, OutputRequest request) {
+    return call_map(result, state, map, &request);
+}
+
+/* Passes a value through an output stage in place, by the request that the value answers. Without a stage,
+   and where it fails, the value stays as it is. */
+inline void run_output(miColor* value, miState* state, miTag output, OutputRequest* request) {
+    const miColor unchanged = *value;
+    if (output != miNULLTAG && !mi_call_shader_x(value, miSHADER_TEXTURE, state, output, request))
+        *value = unchanged;
 }
 
 } // namespace orl

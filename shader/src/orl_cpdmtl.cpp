@@ -4,26 +4,11 @@
  */
 #include "orl_cpdmtl.h"
 #include "hit_visit.h"
+#include "mixing.h"
 #include "orlshaderapi.h"
 #include "output_request.h"
 
 namespace orl {
-
-// ---- mathematics
-
-BlendChoice choose_blend(miScalar mix) {
-    constexpr miScalar least = 0.0001f, most = 0.9999f;
-    return {!(mix >= least) ? BlendChoice::first : mix > most ? BlendChoice::second : BlendChoice::both, mix};
-}
-
-BlendChoice choose_blend_by_curve(miScalar mix, miScalar lower, miScalar upper) {
-    if (mix < lower)
-        return {BlendChoice::first, 0};
-    if (mix >= upper)
-        return {BlendChoice::second, 1};
-    const miScalar s = (mix - lower) / (upper - lower);
-    return choose_blend((3.0f - 2.0f * s) * (s * s));
-}
 
 namespace {
 
@@ -49,17 +34,13 @@ BlendChoice choose(miState* state, const BlendMaterialParams* params) {
     const miScalar mix = (color.r + color.g + color.b) * 0.33333f;
     if (!eval(state, params->useCurve))
         return choose_blend(mix);
-    return choose_blend_by_curve(mix, eval(state, params->lower), eval(state, params->upper));
+    return choose_blend(mixing_curve(mix, eval(state, params->lower), eval(state, params->upper)));
 }
 
 // Runs a material on the result as it came in; the null tag stands for one that is off.
 void run(miColor* result, miState* state, miTag material) {
     if (material == miNULLTAG || !CallMaterial(result, state, material, nullptr))
         *result = transparent_black;
-}
-
-miScalar mix(miScalar first, miScalar second, miScalar weight) {
-    return weight * second + (1.0f - weight) * first;
 }
 
 // Deliberate: without a second material the first one's colour is not scaled.
@@ -73,8 +54,7 @@ void blend(miColor* result, miState* state, miTag first, miTag second, miScalar 
     if (second != miNULLTAG) {
         miColor other = incoming;
         run(&other, &copy, second);
-        *result = {mix(result->r, other.r, weight), mix(result->g, other.g, weight),
-                   mix(result->b, other.b, weight), mix(result->a, other.a, weight)};
+        *result = mixed(*result, other, weight);
     }
     state->importance = importance;
 }

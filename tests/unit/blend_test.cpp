@@ -1,4 +1,5 @@
 // The blend material.
+#include "mixing.h"
 #include "orl_cpdmtl.h"
 #include "shader_fixture.h"
 
@@ -56,7 +57,7 @@ TEST_F(Blend, Mixes) {
                                         {0.9999f, BlendChoice::both},
                                         {0.99991f, BlendChoice::second}})
         EXPECT_EQ(choose_blend(amount).which, which) << amount;
-    EXPECT_EQ(choose_blend_by_curve(0.5f, 0.5f, 0.5f).which, BlendChoice::second);
+    EXPECT_EQ(mixing_curve(0.5f, 0.5f, 0.5f), 1);
     blend->useCurve = miTRUE, blend->lower = 0.3f, blend->upper = 0.7f; // which only masks take
     // amount, first on, second on: value
     const std::tuple<float, bool, bool, float> amounts[] = {
