@@ -18,8 +18,8 @@ using Pair = __m256;
 inline Pair pair(__m128 lower, __m128 upper) {
     return _mm256_insertf128_ps(_mm256_castps128_ps256(lower), upper, 1);
 }
-inline Pair load_pair(const miScalar* gradient) {
-    return _mm256_loadu_ps(gradient);
+inline Pair load_pair(const miScalar* gradients) {
+    return _mm256_loadu_ps(gradients);
 }
 inline __m128 lower(Pair pair) {
     return _mm256_castps256_ps128(pair);
@@ -46,8 +46,8 @@ struct Pair {
 inline Pair pair(__m128 lower, __m128 upper) {
     return {lower, upper};
 }
-inline Pair load_pair(const miScalar* gradient) {
-    return {_mm_load_ps(gradient), _mm_load_ps(gradient + 4)};
+inline Pair load_pair(const miScalar* gradients) {
+    return {_mm_load_ps(gradients), _mm_load_ps(gradients + 4)};
 }
 inline __m128 lower(Pair pair) {
     return pair.lower;
@@ -73,6 +73,12 @@ inline Pair operator*(Pair a, Pair b) {
     return {a.lower * b.lower, a.upper * b.upper};
 }
 #endif
+
+/* The gradients of an entry and of the next one. */
+template <int n> inline Pair gradients_at(const Corners<n>& corners, int k) {
+    const auto* const start = (n == 3 ? noise_tables.corners3 : noise_tables.corners4) + corners.start;
+    return load_pair(start[corners.entry[k]]);
+}
 
 /* Components of the gradients of four points. */
 struct Gradients {
@@ -119,7 +125,7 @@ template <int n> inline __m128 noise_in_one_cell(const Between (&at)[n]) {
     for (int axis = 0; axis < n; ++axis)
         cell[axis] = _mm_cvtsi128_si32(at[axis].cell);
     const Corners<n> corners = find_corners<n>(cell);
-    return interpolate<n>(at, [&](int k) { return spread_all(load_pair(corners(k))); });
+    return interpolate<n>(at, [&](int k) { return spread_all(gradients_at(corners, k)); });
 }
 
 template <int n> inline __m128 noise_in_any_cells(const Between (&at)[n]) {
@@ -134,8 +140,8 @@ template <int n> inline __m128 noise_in_any_cells(const Between (&at)[n]) {
     };
     const Corners<n> corners[4] = {corners_of(0), corners_of(1), corners_of(2), corners_of(3)};
     return interpolate<n>(at, [&](int k) {
-        Gradients g{{load_pair(corners[0](k)), load_pair(corners[1](k)), load_pair(corners[2](k)),
-                     load_pair(corners[3](k))}};
+        Gradients g{{gradients_at(corners[0], k), gradients_at(corners[1], k), gradients_at(corners[2], k),
+                     gradients_at(corners[3], k)}};
         transpose(g.component[0], g.component[1], g.component[2], g.component[3]);
         return g;
     });

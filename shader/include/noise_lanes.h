@@ -68,20 +68,17 @@ inline Between between(__m128 q) {
             fade(whole.rest)};
 }
 
-/* The gradients at the corners of one cell for noise in n dimensions, 3 or 4. */
+/* The entries of the gradients at the corners of one cell, for noise in n dimensions, 3 or 4, counted from
+   the cell's number on the last axis. Bit a of an index says which plane of axis a. The last axis has no bit:
+   its upper plane's entry follows the lower one's. */
 template <int n> struct Corners {
-    using Gradient = const miScalar[4];
-    Gradient* plane; // by entry, for the lower plane of the last axis
+    std::ptrdiff_t start;
     std::ptrdiff_t entry[1 << (n - 1)];
-
-    /* Bit a of k says which plane of axis a. The last axis has no bit: the gradient at its upper plane
-       follows that at the lower one. */
-    const miScalar* operator()(int k) const { return plane[entry[k]]; }
 };
 
 template <int n> inline Corners<n> find_corners(const int* cell) {
     Corners<n> corners;
-    corners.plane = (n == 3 ? noise_tables.corners3 : noise_tables.corners4) + cell[n - 1];
+    corners.start = cell[n - 1];
     corners.entry[0] = 0;
     for (int axis = 0; axis < n - 1; ++axis)
         for (int k = 0; k < 1 << axis; ++k) {

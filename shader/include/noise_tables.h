@@ -25,8 +25,11 @@ struct NoiseTables {
     /* Equally distributed in [0, 1]. */
     miScalar cellRandomTable[10000];
 
-    /* grad3 (and a 0) and grad4 in the order of perm, which saves the last step of a look-up: the gradients
-       of two corners that differ in the last coordinate lie side by side. */
+    /* grad3 and grad4 in the order of perm, which saves the last step of a look-up: gradients of corners that
+       differ in the last coordinate lie side by side. Once by component and once by entry (with a 0 behind
+       three components): noise of one point reads the former, noise of many the latter. */
+    miScalar components3[3][entries];
+    miScalar components4[4][entries];
     alignas(16) miScalar corners3[entries][4];
     alignas(16) miScalar corners4[entries][4];
 };

@@ -115,8 +115,11 @@ void repeat_gradients(NoiseTables& tables) {
 
 void order_corners(NoiseTables& tables) {
     for (int i = 0; i < NoiseTables::entries; ++i) {
-        std::copy_n(tables.grad3[tables.perm[i]], 3, tables.corners3[i]);
-        std::copy_n(tables.grad4[tables.perm[i]], 4, tables.corners4[i]);
+        const miInteger entry = tables.perm[i];
+        for (int axis = 0; axis < 3; ++axis)
+            tables.corners3[i][axis] = tables.components3[axis][i] = tables.grad3[entry][axis];
+        for (int axis = 0; axis < 4; ++axis)
+            tables.corners4[i][axis] = tables.components4[axis][i] = tables.grad4[entry][axis];
     }
 }
 
@@ -180,6 +183,14 @@ Place find_place(__m128 point) {
     return place;
 }
 
+// A component of the gradients at two entries and at those that follow them.
+template <int n> __m128 load_components(int axis, const Corners<n>& corners, int lower, int upper) {
+    const auto* const components = n == 3 ? noise_tables.components3 : noise_tables.components4;
+    const miScalar* const start = components[axis] + corners.start;
+    const auto two = [&](int k) { return reinterpret_cast<const __m64*>(start + corners.entry[k]); };
+    return _mm_loadh_pi(_mm_loadl_pi(_mm_setzero_ps(), two(lower)), two(upper));
+}
+
 // The noise of one point in n dimensions, 3 or 4. The four lanes are the corners along the last two axes:
 // lower and upper plane of the last for the lower plane of the last but one, then for its upper plane.
 template <int n> float noise_of_point(__m128 point) {
@@ -192,15 +203,11 @@ template <int n> float noise_of_point(__m128 point) {
     const __m128 way_last = _mm_setr_ps(way[0][last], way[1][last], way[0][last], way[1][last]);
     __m128 value[columns];
     for (int k = 0; k < columns; ++k) {
-        const miScalar* const lower = corners(k);
-        const miScalar* const upper = corners(k | columns);
-        __m128 g[4] = {_mm_load_ps(lower), _mm_load_ps(lower + 4), _mm_load_ps(upper),
-                       _mm_load_ps(upper + 4)};
-        _MM_TRANSPOSE4_PS(g[0], g[1], g[2], g[3]);
-        value[k] = _mm_set1_ps(way[k & 1][0]) * g[0];
+        const auto gradients = [&](int axis) { return load_components(axis, corners, k, k | columns); };
+        value[k] = _mm_set1_ps(way[k & 1][0]) * gradients(0);
         for (int axis = 1; axis < before; ++axis)
-            value[k] = value[k] + _mm_set1_ps(way[k >> axis & 1][axis]) * g[axis];
-        value[k] = value[k] + way_before * g[before] + way_last * g[last];
+            value[k] = value[k] + _mm_set1_ps(way[k >> axis & 1][axis]) * gradients(axis);
+        value[k] = value[k] + way_before * gradients(before) + way_last * gradients(last);
     }
     for (int axis = 0; axis < before; ++axis)
         for (int k = 0; k < columns >> (axis + 1); ++k)
