@@ -21,6 +21,9 @@ inline Pair pair(__m128 lower, __m128 upper) {
 inline Pair load_pair(const miScalar* gradients) {
     return _mm256_loadu_ps(gradients);
 }
+inline Pair load_twice(const float* four) {
+    return _mm256_broadcast_ps(reinterpret_cast<const __m128*>(four));
+}
 inline __m128 lower(Pair pair) {
     return _mm256_castps256_ps128(pair);
 }
@@ -48,6 +51,10 @@ inline Pair pair(__m128 lower, __m128 upper) {
 }
 inline Pair load_pair(const miScalar* gradients) {
     return {_mm_load_ps(gradients), _mm_load_ps(gradients + 4)};
+}
+inline Pair load_twice(const float* four) {
+    const __m128 lanes = _mm_load_ps(four);
+    return {lanes, lanes};
 }
 inline __m128 lower(Pair pair) {
     return pair.lower;
@@ -89,57 +96,73 @@ inline Gradients spread_all(Pair shared) {
     return {{spread<0>(shared), spread<1>(shared), spread<2>(shared), spread<3>(shared)}};
 }
 
-/* The noise, from the gradients of all columns of corners along the last axis; `gradients(k)` gives those of
-   column k, numbered as entries are. */
-template <int n, class Columns> inline __m128 interpolate(const Between (&at)[n], Columns gradients) {
+/* Points on their way through the two steps: all are placed in their cells first, then each four get their
+   noise. That keeps the registers full in both steps. */
+constexpr std::size_t points_at_once = 64;
+
+template <int n> struct Places {
+    alignas(16) unsigned cell[n][points_at_once];
+    alignas(16) float way[2][n][points_at_once];
+    alignas(16) float weight[n][points_at_once];
+};
+
+template <int n>
+inline void find_places(const float* const (&points)[n], std::size_t count, Places<n>& places) {
+    for (int axis = 0; axis < n; ++axis)
+        for (std::size_t i = 0; i < count; i += 4) {
+            const Between at = between(_mm_loadu_ps(points[axis] + i));
+            _mm_store_si128(reinterpret_cast<__m128i*>(&places.cell[axis][i]), at.cell);
+            _mm_store_ps(&places.way[0][axis][i], at.way[0]);
+            _mm_store_ps(&places.way[1][axis][i], at.way[1]);
+            _mm_store_ps(&places.weight[axis][i], at.weight);
+        }
+}
+
+/* The noise of the four points from i on, from the gradients of all columns of corners along the last axis;
+   `gradients(k)` gives those of column k, numbered as corners are. */
+template <int n, class Columns>
+inline __m128 interpolate(const Places<n>& places, std::size_t i, Columns gradients) {
     constexpr int last = n - 1;
-    const Pair last_way = pair(at[last].way[0], at[last].way[1]);
+    const Pair last_way = pair(_mm_load_ps(&places.way[0][last][i]), _mm_load_ps(&places.way[1][last][i]));
     Pair value[1 << last];
     for (int k = 0; k < 1 << last; ++k) {
         const Gradients g = gradients(k);
-        const __m128 x = at[0].way[k & 1];
-        value[k] = pair(x, x) * g.component[0];
-        for (int axis = 1; axis < last; ++axis) {
-            const __m128 way = at[axis].way[k >> axis & 1];
-            value[k] = value[k] + pair(way, way) * g.component[axis];
-        }
+        value[k] = load_twice(&places.way[k & 1][0][i]) * g.component[0];
+        for (int axis = 1; axis < last; ++axis)
+            value[k] = value[k] + load_twice(&places.way[k >> axis & 1][axis][i]) * g.component[axis];
         value[k] = value[k] + last_way * g.component[last];
     }
-    for (int axis = 0; axis < last; ++axis) {
-        const Pair weight = pair(at[axis].weight, at[axis].weight);
+    for (int axis = 0; axis < last; ++axis)
         for (int k = 0; k < 1 << (last - 1 - axis); ++k)
-            value[k] = mix(weight, value[2 * k], value[2 * k + 1]);
-    }
-    return mix(at[last].weight, lower(value[0]), upper(value[0]));
+            value[k] = mix(load_twice(&places.weight[axis][i]), value[2 * k], value[2 * k + 1]);
+    return mix(_mm_load_ps(&places.weight[last][i]), lower(value[0]), upper(value[0]));
 }
 
-template <int n> inline bool share_cell(const Between (&at)[n]) {
+template <int n> inline bool share_cell(const Places<n>& places, std::size_t i) {
     __m128i same = _mm_set1_epi32(-1);
-    for (const Between& axis : at)
-        same = _mm_and_si128(same, _mm_cmpeq_epi32(axis.cell, _mm_shuffle_epi32(axis.cell, 0)));
+    for (const auto& cells : places.cell) {
+        const __m128i cell = _mm_load_si128(reinterpret_cast<const __m128i*>(&cells[i]));
+        same = _mm_and_si128(same, _mm_cmpeq_epi32(cell, _mm_shuffle_epi32(cell, 0)));
+    }
     return _mm_movemask_epi8(same) == 0xFFFF;
 }
 
-template <int n> inline __m128 noise_in_one_cell(const Between (&at)[n]) {
-    int cell[n];
+template <int n> inline Corners<n> corners_of(const Places<n>& places, std::size_t i) {
+    unsigned cell[n];
     for (int axis = 0; axis < n; ++axis)
-        cell[axis] = _mm_cvtsi128_si32(at[axis].cell);
-    const Corners<n> corners = find_corners<n>(cell);
-    return interpolate<n>(at, [&](int k) { return spread_all(gradients_at(corners, k)); });
+        cell[axis] = places.cell[axis][i];
+    return find_corners<n>(cell);
 }
 
-template <int n> inline __m128 noise_in_any_cells(const Between (&at)[n]) {
-    alignas(16) int cells[n][4];
-    for (int axis = 0; axis < n; ++axis)
-        _mm_store_si128(reinterpret_cast<__m128i*>(cells[axis]), at[axis].cell);
-    const auto corners_of = [&](int point) {
-        int cell[n];
-        for (int axis = 0; axis < n; ++axis)
-            cell[axis] = cells[axis][point];
-        return find_corners<n>(cell);
-    };
-    const Corners<n> corners[4] = {corners_of(0), corners_of(1), corners_of(2), corners_of(3)};
-    return interpolate<n>(at, [&](int k) {
+template <int n> inline __m128 noise_in_one_cell(const Places<n>& places, std::size_t i) {
+    const Corners<n> corners = corners_of(places, i);
+    return interpolate(places, i, [&](int k) { return spread_all(gradients_at(corners, k)); });
+}
+
+template <int n> inline __m128 noise_in_any_cells(const Places<n>& places, std::size_t i) {
+    const Corners<n> corners[4] = {corners_of(places, i), corners_of(places, i + 1),
+                                   corners_of(places, i + 2), corners_of(places, i + 3)};
+    return interpolate(places, i, [&](int k) {
         Gradients g{{gradients_at(corners[0], k), gradients_at(corners[1], k), gradients_at(corners[2], k),
                      gradients_at(corners[3], k)}};
         transpose(g.component[0], g.component[1], g.component[2], g.component[3]);
@@ -148,12 +171,21 @@ template <int n> inline __m128 noise_in_any_cells(const Between (&at)[n]) {
 }
 
 template <int n>
-inline void noise_four_at_a_time(const float* const (&points)[n], std::size_t count, float* noise) {
-    for (std::size_t i = 0; i < count; i += 4) {
-        Between at[n];
-        for (int axis = 0; axis < n; ++axis)
-            at[axis] = between(_mm_loadu_ps(points[axis] + i));
-        _mm_storeu_ps(noise + i, share_cell(at) ? noise_in_one_cell(at) : noise_in_any_cells(at));
+inline void noise_four_at_a_time(const float* const (&arrays)[n], std::size_t count, float* noise) {
+    const float* points[n];
+    for (int axis = 0; axis < n; ++axis)
+        points[axis] = arrays[axis];
+    Places<n> places;
+    while (count > 0) {
+        const std::size_t now = count < points_at_once ? count : points_at_once;
+        find_places(points, now, places);
+        for (std::size_t i = 0; i < now; i += 4)
+            _mm_storeu_ps(noise + i, share_cell(places, i) ? noise_in_one_cell(places, i)
+                                                           : noise_in_any_cells(places, i));
+        for (const float*& coordinates : points)
+            coordinates += now;
+        noise += now;
+        count -= now;
     }
 }
 

@@ -76,7 +76,7 @@ template <int n> struct Corners {
     std::ptrdiff_t entry[1 << (n - 1)];
 };
 
-template <int n> inline Corners<n> find_corners(const int* cell) {
+template <int n> inline Corners<n> find_corners(const unsigned* cell) {
     Corners<n> corners;
     corners.start = cell[n - 1];
     corners.entry[0] = 0;

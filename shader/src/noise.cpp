@@ -168,7 +168,7 @@ namespace {
 
 // A point's place in its cell, by axis; see Between.
 struct Place {
-    alignas(16) int cell[4];
+    alignas(16) unsigned cell[4];
     alignas(16) float way[2][4];
     alignas(16) float weight[4];
 };
@@ -243,7 +243,7 @@ float perlinNoise2(float x, float y) {
     const NoiseTables& tables = noise_tables;
     const Place at = find_place(_mm_setr_ps(x, y, 0.0f, 0.0f));
     const auto corner = [&](int upper_x, int upper_y) {
-        const miInteger column = tables.perm[at.cell[0] + upper_x] + at.cell[1];
+        const unsigned column = tables.perm[at.cell[0] + upper_x] + at.cell[1];
         const miScalar(&g)[2] = tables.grad2[tables.perm[column + upper_y]];
         return at.way[upper_x][0] * g[0] + at.way[upper_y][1] * g[1];
     };
