@@ -1,7 +1,7 @@
 /*
  * The arithmetic of gradient noise in vector registers, the same for every instruction set: SSE2, and AVX2
- * where a file is compiled for it. Lanes are points, or corners of the cell of one point; each holds what a
- * plain evaluation gives, to the bit, as no operation is left out, joined or put in another order.
+ * where a file is compiled for it. Lanes are points, or corners of the cell of one point. No operation is
+ * left out, joined with another or put in another order, so all forms of the noise give the same bits.
  *
  * All is local to the including file: code for one instruction set must not stand in for the other's.
  */
@@ -32,8 +32,7 @@ template <class Lanes> inline Lanes mix(Lanes weight, Lanes a, Lanes b) {
     return a + weight * (b - a);
 }
 
-/* The coordinate's whole part, counted from -10000 to stay positive for all practical inputs, and the rest.
- */
+/* A coordinate's whole part and the rest, of a coordinate plus 10000: positive for all practical inputs. */
 struct Whole {
     __m128i part;
     __m128 rest;

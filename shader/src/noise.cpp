@@ -233,18 +233,17 @@ template <int n> void noise_of_points(const float* const (&points)[n], std::size
 } // namespace
 
 float perlinNoise1(float x) {
-    const NoiseTables& tables = noise_tables;
     const Place at = find_place(_mm_set_ss(x));
-    const miInteger* const perm = &tables.perm[at.cell[0]];
-    return mix(at.weight[0], at.way[0][0] * tables.grad1[perm[0]], at.way[1][0] * tables.grad1[perm[1]]);
+    const miInteger* const perm = &noise_tables.perm[at.cell[0]];
+    return mix(at.weight[0], at.way[0][0] * noise_tables.grad1[perm[0]],
+               at.way[1][0] * noise_tables.grad1[perm[1]]);
 }
 
 float perlinNoise2(float x, float y) {
-    const NoiseTables& tables = noise_tables;
     const Place at = find_place(_mm_setr_ps(x, y, 0.0f, 0.0f));
     const auto corner = [&](int upper_x, int upper_y) {
-        const unsigned column = tables.perm[at.cell[0] + upper_x] + at.cell[1];
-        const miScalar(&g)[2] = tables.grad2[tables.perm[column + upper_y]];
+        const unsigned column = noise_tables.perm[at.cell[0] + upper_x] + at.cell[1];
+        const miScalar(&g)[2] = noise_tables.grad2[noise_tables.perm[column + upper_y]];
         return at.way[upper_x][0] * g[0] + at.way[upper_y][1] * g[1];
     };
     return mix(at.weight[1], mix(at.weight[0], corner(0, 0), corner(1, 0)),
