@@ -1,0 +1,409 @@
+// Noise. Expected tables and values come from a program of its own in Python, which follows the definition of
+// the tables and of the noise with exact arithmetic, rounded to single precision after each operation.
+#include "noise.h"
+#include "noise_batch.h"
+#include "noise_tables.h"
+#include "shader_fixture.h"
+
+#include <array>
+#include <bit>
+#include <cmath>
+#include <complex>
+#include <cstdlib>
+#include <numbers>
+#include <random>
+#include <thread>
+
+using namespace orl;
+
+namespace {
+
+// ---- the tables
+
+#ifdef _WIN32
+constexpr bool uses_run_time_generator = true;
+#else
+constexpr bool uses_run_time_generator = false;
+#endif
+
+// What the first builder of the process left behind, for each of four threads that came at once.
+struct Built {
+    std::array<float, 4> first_noise;
+    std::array<int, 4> next_random;
+    int next_random_here;
+};
+
+const Built& build_tables() {
+    static const Built built = [] {
+        scripted::Renderer::get().reset();
+        miSetModuleHandle(scripted::Renderer::get().handle());
+        Built result{};
+        miLock lock;
+        mi_init_lock(&lock);
+        std::srand(7);
+        std::array<std::thread, 4> threads;
+        for (std::size_t i = 0; i < threads.size(); ++i)
+            threads[i] = std::thread([&result, lock, i] {
+                scripted::State state;
+                state->global_lock = lock;
+                noiseTablesInit(state);
+                result.first_noise[i] = perlinNoise1(0.5f);
+                if (uses_run_time_generator)
+                    result.next_random[i] = std::rand();
+            });
+        for (std::thread& thread : threads)
+            thread.join();
+        result.next_random_here = std::rand();
+        scripted::State state;
+        state->global_lock = lock;
+        noiseTablesInit(state);
+        mi_delete_lock(&lock);
+        return result;
+    }();
+    return built;
+}
+
+class Noise : public testing::Test {
+protected:
+    Noise() { build_tables(); }
+};
+
+TEST_F(Noise, TablesAreThereForEveryThreadAndTheGeneratorAsItShouldBe) {
+    std::srand(7);
+    EXPECT_EQ(build_tables().next_random_here, std::rand()); // of a thread that built nothing
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(build_tables().first_noise[i], -0.0180664062f);
+        // The default state's first number. The state belongs to a thread there.
+        EXPECT_EQ(build_tables().next_random[i], uses_run_time_generator ? 41 : 0);
+    }
+}
+
+// Fowler, Noll and Vo, variant 1a in 64 bits, of the table's bytes in little-endian order.
+template <class T> std::uint64_t checksum(const T& table) {
+    std::array<unsigned char, sizeof(T)> bytes;
+    std::memcpy(bytes.data(), &table, sizeof table);
+    std::uint64_t sum = 0xcbf29ce484222325;
+    for (const unsigned char byte : bytes)
+        sum = (sum ^ byte) * 0x100000001b3;
+    return sum;
+}
+
+TEST_F(Noise, TablesAreTheHosts) {
+    EXPECT_EQ(checksum(noise_tables.perm), 0x4ab5422ce49f7fbb);
+    EXPECT_EQ(checksum(noise_tables.grad1), 0x3b9d1d60a52b3960);
+    EXPECT_EQ(checksum(noise_tables.grad2), 0xc17fb02fb964a4fc);
+    EXPECT_EQ(checksum(noise_tables.grad3), 0xa818a1610dae67d3);
+    EXPECT_EQ(checksum(noise_tables.grad4), 0x1ceb5a5e7f28f223);
+    EXPECT_EQ(checksum(noise_tables.cellPoissonTable), 0xfcd6aba01d5b95db);
+    EXPECT_EQ(checksum(noise_tables.cellRandomTable), 0xd7f171529a71952b);
+    EXPECT_EQ(cellRandom(0), noise_tables.cellRandomTable[0]);
+    EXPECT_EQ(cellRandom(10000), cellRandom(0));
+    EXPECT_EQ(cellRandom(29999), noise_tables.cellRandomTable[9999]);
+    EXPECT_GE(cellRandom(-1), 0.0f); // an entry, whichever
+}
+
+// ---- values
+
+using Point = std::array<float, 4>;
+
+// Noise in the first n dimensions of the point.
+float noise_at(int n, const Point& p) {
+    switch (n) {
+    case 1:
+        return perlinNoise1(p[0]);
+    case 2:
+        return perlinNoise2(p[0], p[1]);
+    case 3:
+        return perlinNoise3(p[0], p[1], p[2]);
+    default:
+        return perlinNoise4(p[0], p[1], p[2], p[3]);
+    }
+}
+
+TEST_F(Noise, Values) {
+    const struct {
+        Point point;
+        std::array<float, 4> noise; // in 1 to 4 dimensions
+    } cases[] = {
+        {{0.5f, 0.25f, 0.75f, 0.125f}, {-0.0180664062f, -0.192014664f, 0.0232501328f, -0.109344319f}},
+        {{-3.3f, 1.7f, 12.9f, 0.4f}, {0.0955171883f, 0.218409956f, -0.174569309f, -0.165431291f}},
+        {{511.6f, -511.4f, 1023.2f, 77.7f}, {-0.0784865543f, -0.107839003f, -0.0257730708f, 0.0539956987f}},
+        // below -10000, where the way from the lattice's plane is negative
+        {{-9999.5f, -10000.75f, -12345.5f, -20000.25f},
+         {-0.087890625f, -4.17634964f, -0.906941533f, -0.601590097f}},
+        // so near a plane that the sum with 10000 rounds
+        {{1e-9f, 123456.5f, -1e-9f, 0.001f}, {6.25277607e-11f, 0.364982665f, -0.243608356f, -0.118230887f}},
+    };
+    for (const auto& [point, noise] : cases)
+        for (int n = 1; n <= 4; ++n)
+            EXPECT_EQ(noise_at(n, point), noise[n - 1]) << n << " dimensions, x = " << point[0];
+}
+
+TEST_F(Noise, CoordinatesAtTheEndOfTheLatticeAndBeyond) {
+    // The first and the last whole parts that an int holds.
+    EXPECT_EQ(perlinNoise2(2147473536.0f, 0.3f), 0.0970701426f);
+    EXPECT_EQ(perlinNoise2(2147473408.0f, 0.3f), -0.304295152f);
+    EXPECT_EQ(perlinNoise2(-2147493376.0f, 0.3f), -0.304295152f);
+    EXPECT_EQ(perlinNoise2(-2147493120.0f, 0.3f), 0.275651067f);
+    for (const float odd :
+         {not_a_number, infinite, -infinite, 2147473664.0f, -2147493632.0f, 1e30f, -3e38f}) {
+        EXPECT_EQ(perlinNoise1(odd), 0.0f) << odd;
+        for (int n = 2; n <= 4; ++n)
+            for (int axis = 0; axis < n; ++axis) {
+                Point point{0.3f, 0.4f, 0.6f, 0.7f};
+                point[axis] = odd;
+                EXPECT_LT(std::fabs(noise_at(n, point)), 2.0f) << odd << ", axis " << axis << " of " << n;
+            }
+    }
+}
+
+TEST_F(Noise, IsZeroAtThePointsOfTheLattice) {
+    std::mt19937 random(3);
+    for (int i = 0; i < 2000; ++i) {
+        Point point;
+        for (float& coordinate : point)
+            coordinate = static_cast<float>(static_cast<int>(random() % 200000) - 100000);
+        for (int n = 1; n <= 4; ++n)
+            EXPECT_EQ(noise_at(n, point), 0.0f) << n << " dimensions, x = " << point[0];
+    }
+}
+
+TEST_F(Noise, PassesSmoothlyThroughTheBordersOfCells) {
+    std::mt19937 random(4);
+    const auto coordinate = [&] { return static_cast<float>(random() % 0x40000) * 0x1p-9f - 256.0f; };
+    for (int i = 0; i < 4000; ++i) {
+        const int n = i % 4 + 1, axis = i / 4 % n;
+        Point point{coordinate(), coordinate(), coordinate(), coordinate()};
+        const float border = std::round(point[axis]);
+        const auto beside = [&](float way) {
+            point[axis] = border + way;
+            return noise_at(n, point);
+        };
+        const float step = 0x1p-10f, at = beside(0.0f);
+        EXPECT_NEAR(beside(-0x1p-15f), at, 2e-4f); // slopes stay below 6
+        // No bend either: second derivatives stay below 20.
+        EXPECT_NEAR((beside(step) - at) / step, (at - beside(-step)) / step, 20.0f * step);
+    }
+}
+
+// ---- laws
+
+TEST_F(Noise, HasNoMean) {
+    constexpr std::size_t count = 1'000'000;
+    std::mt19937 random(5);
+    std::vector<float> coordinates[4], noise(count);
+    for (auto& values : coordinates)
+        for (std::size_t i = 0; i < count; ++i)
+            values.push_back(static_cast<float>(random() >> 8) * 0x1p-15f); // one period
+    const auto& [x, y, z, w] = coordinates;
+    const auto mean = [&] {
+        double sum = 0.0;
+        for (const float value : noise)
+            sum += static_cast<double>(value);
+        return sum / count;
+    };
+    perlinNoise3(x.data(), y.data(), z.data(), count, noise.data());
+    EXPECT_LT(std::fabs(mean()), 0.005);
+    perlinNoise4(x.data(), y.data(), z.data(), w.data(), count, noise.data());
+    EXPECT_LT(std::fabs(mean()), 0.005);
+}
+
+// The noise along one axis: independent gradients g times a kernel. That of the axis is w(x) = x f(x), with
+// f(x) = 1 - 3 x^2 + 2 |x|^3 for |x| < 1; the other axes have f where g is that of this axis, else one has w.
+// With the variance v of a component of g, C and D the integrals of f^2 and w^2, and W, F the Fourier
+// transforms, the power at frequency k in n dimensions is v (|W(k)|^2 C^(n-1) + (n - 1) |F(k)|^2 D C^(n-2)).
+struct LineSpectrum {
+    double c = 0.0, d = 0.0, f = 0.0, w = 0.0;
+
+    explicit LineSpectrum(double k) {
+        constexpr int steps = 4000;
+        for (int i = 0; i < steps; ++i) {
+            const double x = (i + 0.5) / steps, fade = 1.0 - x * x * (3.0 - 2.0 * x);
+            const double angle = 2.0 * std::numbers::pi * k * x;
+            c += 2.0 * fade * fade / steps;
+            d += 2.0 * x * x * fade * fade / steps;
+            f += 2.0 * fade * std::cos(angle) / steps;
+            w += 2.0 * x * fade * std::sin(angle) / steps;
+        }
+    }
+    double operator()(int n) const {
+        const double variance = n == 1 ? 1.0 / 3.0 : 1.0 / n;
+        return variance * (w * w * std::pow(c, n - 1) + (n - 1) * f * f * d * std::pow(c, n - 2));
+    }
+};
+
+// Mean power of many pieces of lines of 16 units, with a window after Hann.
+double measured_power(int n, double frequency) {
+    constexpr int samples = 256, rate = 16, lines = 1000;
+    std::mt19937 random(6);
+    double sum = 0.0, window_power = 0.0;
+    for (int line = 0; line < lines; ++line) {
+        Point point;
+        for (float& coordinate : point)
+            coordinate = static_cast<float>(random() % 0x40000) * 0x1p-9f;
+        const float start = point[0];
+        std::complex<double> transform;
+        for (int i = 0; i < samples; ++i) {
+            const double turn = 2.0 * std::numbers::pi * i;
+            const double window = 0.5 - 0.5 * std::cos(turn / samples);
+            point[0] = start + static_cast<float>(i) / rate;
+            transform +=
+                std::polar(window * static_cast<double>(noise_at(n, point)), turn * frequency / rate);
+            window_power += window * window;
+        }
+        sum += std::norm(transform);
+    }
+    return sum / (window_power * rate);
+}
+
+TEST_F(Noise, SpectrumIsThatOfItsKernel) {
+    for (int n = 1; n <= 4; ++n) {
+        // 512 gradients leave a spread of about a tenth, and a mean that shows at whole frequencies.
+        for (const double frequency : {0.25, 0.5, 0.75, 1.25})
+            EXPECT_NEAR(measured_power(n, frequency) / LineSpectrum(frequency)(n), 1.0, 0.25)
+                << n << ", " << frequency;
+        const double peak = std::max(LineSpectrum(0.0)(n), LineSpectrum(0.5)(n));
+        EXPECT_LT(measured_power(n, 3.5), 0.01 * peak) << n;
+        EXPECT_LT(measured_power(n, 6.5), 0.001 * peak) << n;
+    }
+    // A line through noise of more dimensions meets waves at all angles; the noise itself has nothing at 0.
+    EXPECT_LT(measured_power(1, 0.0), 0.05 * LineSpectrum(0.5)(1));
+}
+
+// ---- many points at once
+
+struct Points {
+    std::vector<float> axis[4];
+    std::size_t size() const { return axis[0].size(); }
+    void add(const Point& point) {
+        for (int i = 0; i < 4; ++i)
+            axis[i].push_back(point[i]);
+    }
+};
+
+Points points_of_all_kinds() {
+    const float odd[] = {not_a_number, infinite,      -infinite,      0.0f,      -0.0f,
+                         1e-40f,       -1e-9f,        0.9999999f,     -10000.5f, -20000.25f,
+                         8388607.5f,   2147473536.0f, -2147493376.0f, 3e9f,      -1e30f};
+    std::mt19937 random(8);
+    const auto coordinate = [&](float width) {
+        return (static_cast<float>(random() >> 8) * 0x1p-24f - 0.5f) * width;
+    };
+    Points points;
+    for (int i = 0; i < 4000; ++i) // far apart
+        points.add({coordinate(1000), coordinate(1000), coordinate(1000), coordinate(30000)});
+    for (const float step : {0.003f, 0.06f, 0.3f, -0.05f}) { // marches
+        Point point{coordinate(100), coordinate(100), coordinate(100), coordinate(100)};
+        for (int i = 0; i < 1000; ++i) {
+            points.add(point);
+            point = {point[0] + step, point[1] - 0.7f * step, point[2] + 0.4f * step, point[3] + 0.1f * step};
+        }
+    }
+    for (int i = 0; i < 4000; ++i) { // odd ones among others
+        Point point{coordinate(4), coordinate(4), coordinate(4), coordinate(4)};
+        point[i % 4] = odd[random() % std::size(odd)];
+        points.add(point);
+    }
+    return points;
+}
+
+template <class Batch> void expect_same_bits(const char* what, const Points& points, Batch batch) {
+    const std::size_t count = points.size();
+    std::vector<float> noise3(count), noise4(count);
+    const auto& [x, y, z, w] = points.axis;
+    batch({x.data(), y.data(), z.data()}, count, noise3.data());
+    batch({x.data(), y.data(), z.data(), w.data()}, count, noise4.data());
+    int different = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto same = [](float a, float b) {
+            return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
+        };
+        different += !same(noise3[i], perlinNoise3(x[i], y[i], z[i]));
+        different += !same(noise4[i], perlinNoise4(x[i], y[i], z[i], w[i]));
+        EXPECT_TRUE(std::isfinite(noise3[i]) && std::isfinite(noise4[i])) << what << ", point " << i;
+    }
+    EXPECT_EQ(different, 0) << what;
+}
+
+struct Sse2 {
+    template <int n> void operator()(const float* const (&p)[n], std::size_t count, float* noise) const {
+        noise_batch_sse2(p, count, noise);
+    }
+};
+struct Avx2 {
+    template <int n> void operator()(const float* const (&p)[n], std::size_t count, float* noise) const {
+        noise_batch_avx2(p, count, noise);
+    }
+};
+
+TEST_F(Noise, ManyPointsAtOnceGiveTheSameBits) {
+    const Points points = points_of_all_kinds();
+    expect_same_bits("SSE2", points, Sse2{});
+    if (__builtin_cpu_supports("avx2"))
+        expect_same_bits("AVX2", points, Avx2{});
+    else
+        GTEST_SKIP() << "no AVX2 here";
+}
+
+TEST_F(Noise, AnyNumberOfPointsAnywhereInMemory) {
+    const Points points = points_of_all_kinds();
+    const auto& [x, y, z, w] = points.axis;
+    for (std::size_t count = 0; count <= 17; ++count)
+        for (std::size_t start = 0; start < 4; ++start) {
+            std::vector<float> in_place(x.begin(), x.begin() + 32), noise(32, 99.0f);
+            perlinNoise3(&in_place[start], &y[start], &z[start], count, &in_place[start]);
+            perlinNoise4(&x[start], &y[start], &z[start], &w[start], count, &noise[start]);
+            for (std::size_t i = 0; i < 32; ++i) {
+                const bool inside = i >= start && i < start + count;
+                EXPECT_EQ(in_place[i], inside ? perlinNoise3(x[i], y[i], z[i]) : x[i]);
+                EXPECT_EQ(noise[i], inside ? perlinNoise4(x[i], y[i], z[i], w[i]) : 99.0f);
+            }
+        }
+}
+
+// ---- what is made of it
+
+TEST_F(Noise, ScaledNoiseStaysInItsRange) {
+    // 1.65 times -0.637 and 0.0232501328.
+    EXPECT_EQ(noise3Scaled(70.529f, 233.044f, 132.426f), -1.0f);
+    EXPECT_FLOAT_EQ(noise3Scaled(0.5f, 0.25f, 0.75f), 0.038362719f);
+    EXPECT_LE(std::fabs(noise3Scaled(-10000.9f, -10000.9f, -10000.9f)), 1.0f);
+}
+
+TEST_F(Noise, SumsOfOctaves) {
+    EXPECT_EQ(fractalAbsNoise1(0.3f, 3), 0.0256171897f);
+    EXPECT_EQ(fractalAbsNoise1(0.3f, 6), 0.0627679676f);
+    EXPECT_EQ(fractalAbsNoise2(0.3f, -7.2f, 3), 0.283977747f);
+    EXPECT_EQ(fractalAbsNoise2(0.3f, -7.2f, 6), 0.352948815f);
+    for (const int none : {0, -1, std::numeric_limits<int>::min()}) {
+        EXPECT_EQ(fractalAbsNoise1(0.3f, none), 0.0f);
+        EXPECT_EQ(fractalAbsNoise2(0.3f, 0.4f, none), 0.0f);
+    }
+    EXPECT_EQ(fractalAbsNoise1(-3.3f, 1), std::fabs(perlinNoise1(-3.3f)));
+    // Terms past the digits of the sum are lost, and do not take for ever.
+    EXPECT_EQ(fractalAbsNoise1(0.3f, std::numeric_limits<int>::max()), fractalAbsNoise1(0.3f, 60));
+    EXPECT_TRUE(std::isfinite(fractalAbsNoise2(not_a_number, infinite, 1000)));
+}
+
+TEST(NoiseHelpers, SmoothStep) {
+    // t = 1/4: 1/16 (3 - 1/2)
+    EXPECT_EQ(smoothStep(2.0f, 6.0f, 3.0f), 0.15625f);
+    EXPECT_EQ(smoothStep(2.0f, 6.0f, 4.0f), 0.5f);
+    EXPECT_EQ(smoothStep(2.0f, 6.0f, 1.9f), 0.0f);
+    EXPECT_EQ(smoothStep(2.0f, 6.0f, 6.0f), 1.0f);
+    EXPECT_EQ(smoothStep(2.0f, 2.0f, 2.0f), 1.0f);
+    EXPECT_EQ(smoothStep(6.0f, 2.0f, 4.0f), 0.0f); // below a comes first
+    EXPECT_EQ(smoothStep(2.0f, 6.0f, not_a_number), 0.0f);
+}
+
+TEST(NoiseHelpers, PositiveMod) {
+    EXPECT_EQ(positiveMod(-1.0f, 4.0f), 3.0f);
+    EXPECT_EQ(positiveMod(9.5f, 4.0f), 1.5f);
+    EXPECT_EQ(positiveMod(-8.0f, 4.0f), 0.0f);
+    for (const float x : {1e30f, -1e30f, infinite, -infinite, not_a_number})
+        EXPECT_EQ(positiveMod(x, 4.0f), 0.0f) << x;
+    EXPECT_EQ(positiveMod(1.0f, 0.0f), 0.0f);
+    EXPECT_EQ(positiveMod(1.0f, not_a_number), 0.0f);
+}
+
+} // namespace
