@@ -13,6 +13,11 @@ namespace orl {
 /* Luminance of a surface that scatters all light evenly, for an illuminance of 1. */
 inline constexpr float inverse_pi = 0.31830987f;
 
+/* 0 to `height` with level ends, for t from 0 to 1: 3 t^2 - 2 t^3. */
+constexpr float smooth_ramp(float t, float height = 1.0f) {
+    return height * (3.0f - 2.0f * t) * (t * t);
+}
+
 } // namespace orl
 
 namespace orl::numeric {

@@ -6,13 +6,9 @@
 #pragma once
 
 #include "mi_binding.h"
+#include "numeric.h"
 
 namespace orl {
-
-/* 0 to `height` with level ends: 3 t^2 - 2 t^3. */
-constexpr miScalar smooth_ramp(miScalar t, miScalar height = 1.0f) {
-    return height * (3.0f - 2.0f * t) * (t * t);
-}
 
 /* Ranges in which a light fades in (near) and out (far). Distances in the light's units. */
 struct AttenuationRange {
