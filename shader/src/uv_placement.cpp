@@ -176,12 +176,9 @@ namespace {
 
 // Noise at a coordinate in units of its size. Of size 0 there is none.
 miScalar noise_at(const UvNoise& noise, miScalar x) {
-    // Each octave doubles x. After at most 149 of them any number is whole, and there the noise is 0; along
-    // the phase that holds as well.
-    const miInteger levels = std::min(noise.levels, 150);
     if (!std::isfinite(x))
         return 0.0f;
-    return noise.phase ? fractalAbsNoise2(x, *noise.phase, levels) : fractalAbsNoise1(x, levels);
+    return noise.phase ? fractalAbsNoise2(x, *noise.phase, noise.levels) : fractalAbsNoise1(x, noise.levels);
 }
 
 } // namespace
