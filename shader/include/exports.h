@@ -10,6 +10,7 @@
 #include "orl_material.h"
 #include "orl_rendelem.h"
 #include "orl_stdelem.h"
+#include "orl_stduv.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
@@ -49,6 +50,7 @@ inline constexpr Unit units[] = {
     {"orl_material", orl_material},
     {"orl_rendelem", orl_rendelem},
     {"orl_stdelem", orl_stdelem},
+    {"orl_stduv", orl_stduv},
     {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto},
     {"shd_aniso", shd_aniso},

@@ -82,4 +82,8 @@ inline float atan(float x) {
     return std::atan(x);
 }
 
+inline float atan2(float y, float x) {
+    return std::atan2(y, x);
+}
+
 } // namespace orl::numeric

@@ -169,7 +169,8 @@ template <class Data> Data* thread_data(miState* state, miUint extra = 0) {
     return nullptr;
 }
 
-/* Frees all threads' data of the running instance, to be called from its exit. */
+/* Frees all threads' data of the running instance, from the last thread to the first, to be called from its
+   exit. */
 void delete_thread_data(miState* state);
 
 // ---- records of the shader state

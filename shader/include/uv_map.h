@@ -9,7 +9,8 @@
 
 namespace orl {
 
-/* How a map is sampled at (u, v), both within the unit square where the generator tiles. */
+/* How a map is sampled at (u, v), which lie in the unit square. Only where the generator mirrors without
+   plain wrapping they run on to -1 and 1.5. */
 struct UvMap {
     using Plain = void(miColor* result, miState* state, void* data, miScalar u, miScalar v);
     using Filtered = void(miColor* result, miState* state, void* data, miScalar u, miScalar v, miScalar du,

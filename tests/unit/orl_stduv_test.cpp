@@ -1,0 +1,398 @@
+// Coordinate generators over (u, v): placement against matrices worked out apart, environments at directions
+// whose place is known, and what generators do with a map that they are to sample.
+#include "noise.h"
+#include "orl_stduv.h"
+#include "shader_fixture.h"
+#include "uv_map.h"
+#include "uv_placement.h"
+
+#include <algorithm>
+#include <array>
+#include <complex>
+#include <numbers>
+
+using namespace orl;
+
+INIT_AND_EXIT(orl_base_UVGenerator, UVGeneratorParams);
+ENTRY_POINT(orl_UVCoordinate, UVCoordinateResult, UVGeneratorParams);
+extern "C" miBoolean orl_base_UVGenerator(void*, miState*, const UVGeneratorParams*, const UvBumpRequest*);
+
+namespace {
+
+void expect_near(const miVector& got, const miVector& expected, float tolerance, const char* what) {
+    const float off[] = {got.x - expected.x, got.y - expected.y, got.z - expected.z};
+    for (int k = 0; k < 3; ++k)
+        EXPECT_LE(std::fabs(off[k]), tolerance) << what << ", component " << k;
+}
+
+// A map, grey 0.2 + 0.5 u + 0.25 v, that keeps how it was sampled last.
+struct Ramp {
+    int samples = 0;
+    miVector at{}, over{};
+
+    static void sample(miColor* result, miState*, void* data, miScalar u, miScalar v) {
+        EXPECT_TRUE(u >= -1 && u <= 1.5f && v >= -1 && v <= 1.5f) << u << " " << v;
+        auto* const ramp = static_cast<Ramp*>(data);
+        ++ramp->samples;
+        ramp->at = {u, v, 0};
+        ramp->over = {0, 0, 0};
+        const miScalar grey = 0.2f + 0.5f * u + 0.25f * v;
+        *result = {grey, grey, grey, 0.75f};
+    }
+    static void filter(miColor* result, miState* state, void* data, miScalar u, miScalar v, miScalar du,
+                       miScalar dv) {
+        sample(result, state, data, u, v);
+        static_cast<Ramp*>(data)->over = {du, dv, 0};
+    }
+    UvBumpRequest request(const GeneratorRequest& wanted, bool with_filter = false) {
+        return {UvBumpRequest::magic_number, sample, &wanted, with_filter, filter, this};
+    }
+};
+
+constexpr float pixel = 5.0f / 640; // on the plane of the state: 5 units away, aperture and focal length 1
+constexpr GeneratorRequest color{OutputRequest::color, context::Selector::surface};
+constexpr GeneratorRequest bump{OutputRequest::vector, context::Selector::surface};
+
+class Uv : public ShaderTest {
+protected:
+    LiveShader<UVGeneratorParams> base{state, orl_base_UVGenerator_init, orl_base_UVGenerator_exit};
+    UVGeneratorParams& p = base.params();
+    miObject object{};
+    UvDerivRecord record{UvDerivRecord::magic_number, 7, {9, 9, 9}, {9, 9, 9}, {9, 9, 9}, {9, 9, 9}};
+    Ramp ramp;
+
+    // The plane z = 0 with texture coordinates equal to the position, in the object's channel 0.
+    Uv() {
+        p.uTiling = p.vTiling = p.blur = p.noiseSize = 1;
+        p.uTile = p.vTile = p.wrapPlain = p.showMapOnBack = miTRUE;
+        renderer.triangle.points = scripted::Triangle::Corners{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}};
+        renderer.triangle.textures = {*renderer.triangle.points};
+        renderer.texture_spaces = 1;
+        orl_ObjectData data{};
+        data.uv_channels = {0, 1, {0}};
+        object.userdata = add_record(data);
+        state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
+        state->user = &record;
+        state->user_size = sizeof record;
+        base.start();
+        place(0.5f, 0.5f, 0.0f);
+    }
+
+    void place(float u, float v, float w) { state.textures[0] = {u, v, w}; }
+
+    // From the stand-alone shader, which has the same life and parameters.
+    UVCoordinateResult both() {
+        UVCoordinateResult result{};
+        EXPECT_TRUE(orl_UVCoordinate(&result, state.run(base), &p));
+        return result;
+    }
+    void expect_both(const miVector& uvw, const miVector& width, float tolerance = 1e-6f) {
+        expect_near(both().uvw, uvw, tolerance, "coordinate");
+        expect_near(both().duvw, width, 1e-7f, "width");
+    }
+    miColor call(const UvBumpRequest* request) {
+        miColor result{99, 99, 99, 99};
+        EXPECT_TRUE(orl_base_UVGenerator(&result, state.run(base), &p, request));
+        return result;
+    }
+    miColor sample(const GeneratorRequest& wanted, bool with_filter = false) {
+        const UvBumpRequest request = ramp.request(wanted, with_filter);
+        return call(&request);
+    }
+};
+
+// Worked out apart: plane, turns and tiling one after the other.
+miVector turned_apart(const miVector& v, const UVGeneratorParams& p) {
+    double c[] = {v.x, v.y, v.z};
+    std::rotate(c, c + p.axis, c + 3);
+    const float angles[] = {p.uAngle, p.vAngle, p.wAngle};
+    for (int k = 0; k < 3; ++k) { // right-handed: from y to z, z to x, x to y
+        double &from = c[(k + 1) % 3], &to = c[(k + 2) % 3];
+        const std::complex<double> turned = std::complex<double>{from, to} * std::polar<double>(1, angles[k]);
+        from = turned.real();
+        to = turned.imag();
+    }
+    return {static_cast<float>(c[0] * p.uTiling), static_cast<float>(c[1]), static_cast<float>(c[2])};
+}
+
+TEST_F(Uv, PlacementIsAProductOfMatrices) {
+    constexpr miMatrix to_object{1, 0.5f, 0, 0, 0, 2, -0.3f, 0, 0, 0, 1, 0, 0.2f, 0.1f, 0.7f, 1};
+    renderer.set_to_space(scripted::Space::object, to_object);
+    p.uvwSource = uvw_object_xyz;
+    p.uOffset = 0.15f;
+    p.vOffset = -0.4f;
+    const miVector at = context::object_point(state, context::Selector::surface);
+    const miVector d = context::object_width(state, context::Selector::surface);
+    const miVector angles[] = {{0, 0, 0}, {0.7f, 0, 0}, {0, -0.4f, 0}, {0, 0, 2.5f}, {0.7f, -0.4f, 2.5f}};
+    for (int i = 0; i < 60; ++i) {
+        const float pivot = i / 3 % 2 ? 0.5f : 0, start = 0.5f - pivot;
+        const miVector& angle = angles[i / 12];
+        p.axis = i % 3; // changes while the angles stay
+        p.centerAtOrigin = pivot == 0;
+        p.uTiling = i / 6 % 2 ? 1 : -3.0f;
+        p.uAngle = angle.x;
+        p.vAngle = angle.y;
+        p.wAngle = angle.z;
+        const miVector c = turned_apart(
+            {0.499f * at.x + start - 0.15f, 0.499f * at.y + start + 0.4f, 0.499f * at.z + start}, p);
+        miVector width{}; // of the box around the turned box: the edges turned, added up
+        for (const miVector& edge : {miVector{d.x / 2, 0, 0}, {0, d.y / 2, 0}, {0, 0, d.z / 2}}) {
+            const miVector e = turned_apart(edge, p);
+            width = {width.x + std::fabs(e.x), width.y + std::fabs(e.y), width.z + std::fabs(e.z)};
+        }
+        if (i < 12 && p.axis == 2) // the host's exception: the third plane without a turn
+            width = {std::fabs(p.uTiling) * d.y / 2, d.z / 2, d.x / 2};
+        expect_both({c.x + pivot, c.y + pivot, c.z + pivot}, width, 4e-6f);
+    }
+}
+
+TEST_F(Uv, SourcesGiveTheirCoordinates) {
+    constexpr miMatrix up_one{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 1, 1};
+    renderer.set_to_space(scripted::Space::world, up_one);
+    place(0.25f, 0.125f, 0.5f);
+    state->point = {0.5f, 1, 0};
+    const int from[][2] = {{0, 0}, {2, 0}, {1, 9}, {3, 9}, {0, 9}, {4, 0}, {-1, 0}}; // there is no channel 9
+    const miVector expected[] = {
+        {0.25f, 0.125f, 0.5f}, {0.25f, 0.125f, 0.5f}, {0.7495f, 0.999f, 0.5f}, {0.5f, 1, 1}};
+    const float width[] = {pixel, pixel, pixel / 2, pixel};
+    for (int i = 0; i < 7; ++i) {
+        p.uvwSource = from[i][0];
+        p.mapChannel = from[i][1];
+        i < 4 ? expect_both(expected[i], {width[i], width[i], 0}) : expect_both({0, 0, 0}, {0, 0, 0});
+    }
+}
+
+TEST_F(Uv, EnvironmentsAtKnownDirections) {
+    scripted::State eye;
+    eye->options = &state.options;
+    state.set_parent(eye, miRAY_REFLECT);
+    p.isEnvironment = p.mappingType = 1;
+    // A quarter turn about the middle, to the environment's side: (0.25, 0) from it becomes (0, -0.25).
+    p.wAngle = std::numbers::pi_v<float> / 2;
+    state.set_miss({0, 0, 0}, {0, 1, 0});
+    expect_near(both().uvw, {0.5f, 0.25f, 0}, 1e-6f, "turned");
+    p.wAngle = 0;
+    const float h = std::numbers::sqrt2_v<float> / 2, pi = std::numbers::pi_v<float>;
+    // A pixel covers 1/640 each way, the width is the sum over `narrowing`.
+    // clang-format off
+    const struct { int type; bool flip; miVector dir; float u, v; float narrowing; } cases[] = {
+        {1, false, {-1, 0, 0}, 0.5f, 0.5f, pi * 1.1f},   {1, false, {0, 1, 0}, 0.75f, 0.5f, pi * 1.1f},
+        {1, false, {0, -1, 0}, 0.25f, 0.5f, pi * 1.1f},  {1, false, {-h, 0, h}, 0.5f, 0.75f, pi * 0.6f},
+        {1, false, {0, 0, -1}, 1, 0, pi * 0.1f},         {1, true, {-h, h, 0}, 0.5f, 0.75f, pi * 0.6f},
+        {1, true, {0, 0, 1}, 0.25f, 0.5f, pi * 1.1f},    {2, true, {0, 1, 0}, 0.75f, 0.5f, pi}, // spheres alone
+        {2, false, {-1, 0, 1}, 0.5f, 0.75f, pi},        {2, false, {-1, 0, 2}, 0.5f, 0.875f, pi}, // rim, lids
+        {2, false, {-1, 0, -2}, 0.5f, 0.125f, pi},      {2, false, {-2, 0, -1}, 0.5f, 0.375f, pi},
+        {3, false, {0, 0, 1}, 0.5f, 0.5f, pi * 1.01f},   {3, false, {-1, 0, 0}, 0.75f, 0.5f, pi * 0.76f},
+        {3, false, {0, -1, 0}, 0.5f, 0.25f, pi * 0.76f}, {3, false, {0, 0, -1}, 0, 0.5f, pi * 0.01f},
+        {7, false, {0, 1, 0}, 0, 0, 1e30f}};
+    // clang-format on
+    for (const auto& c : cases) { // flipped ones have the pole along y
+        orl_SceneData scene{};
+        scene.flip_sky = c.flip;
+        set_scene(scene);
+        state.set_miss({0, 0, 0}, c.dir);
+        p.mappingType = c.type;
+        const float w = 2.0f / 640 / c.narrowing;
+        expect_both({c.u, c.v, 0}, {w, w, w});
+    }
+}
+
+TEST_F(Uv, ScreensByRasterPosition) {
+    p.isEnvironment = miTRUE;
+    state->raster_x = 160;
+    state->raster_y = 120;
+    state.options.max_samples = 1; // 2 x 2 samples
+    const int windows[][4] = {{1280, 960, 480, 120}, {1280, 960, -1, 120}, {320, 960, 0, 0}, {0, 960, 0, 0}};
+    const miVector expected[] = {{0.5f, 0.25f, 0}, {0.25f, 0.25f, 0}, {0.5f, 0.125f, 0}, {0.25f, 0.25f, 0}};
+    for (int i = 0; i < 4; ++i) {
+        p.mappingType = i < 2 ? mapping_screen_part : mapping_screen;
+        std::memcpy(&p.screenParam1, windows[i], sizeof windows[i]);
+        expect_both(expected[i], {0.5f / 640, 0.5f / 480, 0});
+    }
+}
+
+TEST_F(Uv, BackFacesShowOnlyMapsThatGoOn) {
+    p.showMapOnBack = p.uTile = p.vTile = miFALSE;
+    p.uOffset = 0.25f;
+    p.blurOffset = 0.5f;
+    for (int i = 0; i < 12; ++i) {
+        const int towards = i / 4 - 1; // the viewer; edge-on faces hide channels only
+        p.uvwSource = i % 4;
+        state.set_hit({0, 0, 5}, {0, 0, 0}, {towards ? 0.0f : 1.0f, 0, static_cast<float>(towards)});
+        const auto [uvw, width] = both();
+        EXPECT_EQ(uvw.x == -0.2f && uvw.y == -0.2f && width.x == 0 && width.y == 0,
+                  towards < 0 || (towards == 0 && i % 2 == 0));
+    }
+    state.set_hit({0, 0, 5}, {0, 0, 0}, {0, 0, -1});
+    p.uvwSource = 0;
+    for (miBoolean* flag : {&p.uTile, &p.uMirror, &p.vTile, &p.vMirror, &p.showMapOnBack}) {
+        *flag = miTRUE;
+        EXPECT_EQ(both().uvw.x, 0.25f);
+        *flag = miFALSE;
+    }
+    EXPECT_EQ(sample(color), (miColor{0, 0, 0, 0}));
+    state->dir = {0, 0, 0}; // displaced: nobody looks
+    EXPECT_EQ(both().uvw.x, 0.25f);
+}
+
+TEST_F(Uv, NoiseDisplacesUAndThenV) {
+    p.noiseOn = miTRUE;
+    p.noiseAmount = 3;
+    p.noiseSize = 0.4f;
+    place(0.3f, 0.7f, 0);
+    p.noisePhase = 1.7f;
+    for (int i = 0; i < 8; ++i) {
+        p.noiseLevels = std::array{0, 1, 5, 1000}[i / 2u];
+        p.noiseAnimate = i % 2;
+        const auto noise = [&](float x) {
+            return i % 2 ? fractalAbsNoise2(x / 0.4f, 1.7f, p.noiseLevels)
+                         : fractalAbsNoise1(x / 0.4f, p.noiseLevels);
+        };
+        const float u = 0.3f + 0.3f * noise(0.7f), v = 0.7f + 0.3f * noise(u);
+        expect_both({u, v, 0}, {pixel, pixel, 0}, 2e-6f);
+        EXPECT_EQ(i / 2 == 0, both().uvw.x == 0.3f);
+    }
+    p.noiseSize = 0;
+    expect_both({0.3f, 0.7f, 0}, {pixel, pixel, 0});
+}
+
+TEST(Wrap, FollowsTheEdge) {
+    constexpr UvEdge ends{false, false}, tiles{true, false}, mirrors{false, true}, prefers_tiles{true, true};
+    // clang-format off
+    const struct { UvEdge edge; bool plain; float x; bool there; float at; } cases[] = {
+        {ends, false, 0, true, 0}, {ends, false, 0.3f, true, 0.3f}, {ends, false, 1, true, 1},
+        {ends, true, 1.01f, false, 0}, {ends, true, -0.01f, false, 0}, {ends, true, not_a_number, false, 0},
+        {tiles, true, 2.25f, true, 0.25f}, {tiles, false, -0.25f, true, 0.75f}, {tiles, true, -1, true, 1},
+        {tiles, true, -1e30f, true, 1}, {tiles, true, 1e30f, true, 0}, {tiles, true, infinite, false, 0},
+        {mirrors, true, 0.25f, true, 0.5f}, {mirrors, true, 3.75f, true, 0.5f}, {mirrors, true, 0.5f, true, 1},
+        {mirrors, true, -2, true, 0}, {mirrors, true, not_a_number, false, 0},
+        // twice the mirrored value less the fraction
+        {mirrors, false, 0.25f, true, 0.75f}, {mirrors, false, 0.75f, true, 0.25f},
+        {mirrors, false, -1, true, -1}, {prefers_tiles, false, 1.75f, true, 0.75f}};
+    // clang-format on
+    for (const auto& c : cases) {
+        float x = c.x;
+        EXPECT_TRUE(wrap(c.edge, c.plain, x) == c.there && (!c.there || x == c.at)) << c.x;
+    }
+}
+
+TEST_F(Uv, SamplesTheMapWhereItLies) {
+    place(1.25f, -0.5f, 0);
+    p.blur = 2;
+    p.blurOffset = 0.25f;
+    EXPECT_NEAR(sample(color, true).r, 0.2f + 0.125f + 0.125f, 1e-6f);
+    expect_near(ramp.over, {2 * pixel + 0.25f, 2 * pixel + 0.25f, 0}, 1e-7f, "widths");
+    renderer.answer(miQ_SAMPLE_OVERRIDE, static_cast<void*>(nullptr)); // that it is there counts
+    EXPECT_EQ(sample({OutputRequest::mono, context::Selector::surface}, true).a, 0.75f);
+    EXPECT_EQ(ramp.over.x, 0.0f);
+    p.vTile = miFALSE;
+    EXPECT_EQ(sample(color), (miColor{0, 0, 0, 0}));
+    // Three numbers, the coordinate, where the request cannot be sampled.
+    UvBumpRequest requests[] = {ramp.request(color), ramp.request(color)};
+    requests[0].magic = 7;
+    requests[1].plain = nullptr;
+    for (const UvBumpRequest* request : {static_cast<UvBumpRequest*>(nullptr), requests, requests + 1})
+        EXPECT_EQ(call(request), (miColor{1.25f, -0.5f, 0, 99}));
+    EXPECT_EQ(ramp.samples, 2);
+}
+
+// A ramp is its own gradient, downhill; its step is the pixel, whatever the blur.
+TEST_F(Uv, GradientOfARamp) {
+    place(0.4f, 0.3f, 0);
+    const auto expect_slope = [&](float by_u, float by_v) {
+        const miColor got = sample(bump);
+        expect_near({got.r, got.g, got.b}, {by_u, by_v, 0}, 2e-4f, "gradient");
+    };
+    p.blur = 5;
+    expect_slope(-0.5f, -0.25f);
+    EXPECT_NEAR(ramp.at.y, 0.3f + pixel, 1e-6f); // sampled last
+    EXPECT_EQ(ramp.over.x, 0.0f);
+    p.uMirror = miTRUE; // twice as steep, and downhill in the other half
+    p.uTile = miFALSE;
+    expect_slope(-1, -0.25f);
+    place(0.8f, 0.3f, 0);
+    expect_slope(1, -0.25f);
+    p.blur = 0;
+    expect_slope(0, 0);
+}
+
+// Moving the point along a tangent must change that coordinate and no other.
+TEST_F(Uv, TangentsFollowTheCoordinates) {
+    constexpr miMatrix turned{0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1}; // and twice as large
+    constexpr miMatrix rolled{2, 0, 0, 0, 0, 0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 1};
+    renderer.set_to_space(scripted::Space::object, turned);
+    renderer.set_to_space(scripted::Space::world, rolled);
+    p.uAngle = 0.5f;
+    p.vAngle = -0.8f;
+    p.wAngle = 1.1f;
+    p.uTiling = 3;
+    for (int i = 0; i < 6; ++i) {
+        const float step = i % 2 ? 0.998f : 2.0f;
+        p.uvwSource = i % 2 ? uvw_object_xyz : uvw_world_xyz;
+        p.axis = i / 2;
+        state->point = {0, 0, 0};
+        sample(bump);
+        const miVector here = both().uvw;
+        state->point = record.dPdu;
+        expect_near(both().uvw, {here.x + 3 * step, here.y, here.z}, 3e-6f, "along dPdu");
+        state->point = record.dPdv;
+        expect_near(both().uvw, {here.x, here.y + step, here.z}, 3e-6f, "along dPdv");
+    }
+}
+
+TEST_F(Uv, RecordsAreFilledAsAsked) {
+    p.blur = 2;
+    p.wAngle = 0.6f;
+    place(0.5f, 1.5f, 0);
+    sample(color); // tangents are for gradients and for callers that want no sample
+    const float s = std::sin(0.6f), c = std::cos(0.6f), width = 2 * pixel * (s + c);
+    expect_near(record.dPdu, {9, 9, 9}, 0, "left alone");
+    expect_near(record.uvw, {0.5f - s, 0.5f + c, 0}, 1e-6f, "not wrapped");
+    expect_near(record.width, {width, width, 0}, 1e-7f, "blurred");
+    record.uvw = {9, 9, 9};
+    record.flags = UvDerivRecord::tangents;
+    call(nullptr);
+    expect_near(record.dPdu, {c, -s, 0}, 1e-6f, "the map turns left, so its u turns right");
+    expect_near(record.dPdv, {s, c, 0}, 1e-6f, "dPdv");
+    expect_near(record.uvw, {9, 9, 9}, 0, "not asked for");
+    p.isEnvironment = miTRUE;
+    sample(bump);
+    expect_near(record.dPdu, {0, 0, 0}, 0, "around the scene");
+}
+
+TEST_F(Uv, EachThreadHasARecord) {
+    const long long before = renderer.resources().live_blocks;
+    for (short i = 0; i < 8; ++i) {
+        if (i == 6) // no place to keep one
+            renderer.deny(miQ_FUNC_TLS_SET);
+        p.uAngle = std::numbers::pi_v<float>;
+        state->thread = i / 2;
+        EXPECT_NEAR(call(nullptr).r, 0.5f, 1e-6f);
+    }
+    EXPECT_EQ(renderer.resources().live_blocks, before + 3); // given back with the instance
+}
+
+// The ramp watches where it is sampled.
+TEST_F(Uv, BadNumbersAreSurvived) {
+    const UVGeneratorParams sound = p;
+    for (const float value : {not_a_number, infinite, -infinite, 3e38f, -3e9f, 0.0f})
+        for (int i = 0; i < 248; ++i) { // each parameter in turn, the first stands for the state
+            p = sound;
+            p.isEnvironment = i & 4;
+            p.uvwSource = p.mappingType = i & 3;
+            p.noiseOn = p.uMirror = miTRUE;
+            p.noiseAnimate = p.uTile = i & 1;
+            const decl::Field& field = uv_generator_fields[static_cast<std::size_t>(i) / 8];
+            if (field.type == miTYPE_SCALAR)
+                std::memcpy(reinterpret_cast<char*>(&p) + field.offset, &value, sizeof value);
+            if (i < 8)
+                state.textures[0] = state->point = state->dir = {value, value, value};
+            sample(color, true);
+            sample(bump);
+            place(0.5f, 0.5f, 0);
+            state.set_hit({0, 0, 5}, {0, 0, 0}, {0, 0, 1});
+        }
+    EXPECT_GT(ramp.samples, 0);
+}
+
+} // namespace
