@@ -8,8 +8,10 @@
 #include "orl_cpdmtl.h"
 #include "orl_light.h"
 #include "orl_material.h"
+#include "orl_output.h"
 #include "orl_rendelem.h"
 #include "orl_stdelem.h"
+#include "orl_stdxyz.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
@@ -25,6 +27,7 @@
 #include "shd_trnslcnt.h"
 #include "shd_ward.h"
 #include "utilshaders.h"
+#include "utl_curve.h"
 
 #include <span>
 
@@ -42,8 +45,10 @@ inline constexpr Unit units[] = {
     {"orl_cpdmtl", orl_cpdmtl},
     {"orl_light", lights},
     {"orl_material", orl_material},
+    {"orl_output", orl_output},
     {"orl_rendelem", orl_rendelem},
     {"orl_stdelem", orl_stdelem},
+    {"orl_stdxyz", orl_stdxyz},
     {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto},
     {"shd_aniso", shd_aniso},
@@ -58,6 +63,7 @@ inline constexpr Unit units[] = {
     {"shd_trnslcnt", shd_trnslcnt},
     {"shd_ward", shd_ward},
     {"utilshaders", utilshaders},
+    {"utl_curve", utl_curve},
 };
 // clang-format on
 
