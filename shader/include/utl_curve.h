@@ -97,9 +97,8 @@ inline constexpr auto curve = decl::fields<CurveParams>(
                   "512: tangents end within the caller's y"),
     decl::array(&CurveParams::points, point, "points",
                 "control points by rising x; the tangents inX inY and outX outY are relative to the point "
-                "and cut off at its neighbours; with flags whose lower two bits are 2 a point is a corner, "
-                "beyond which the "
-                "curve does not follow the tangent"),
+                "and cut off at its neighbours; flags with 2 in the lower two bits make a corner, beyond "
+                "which the curve does not follow the tangent"),
     decl::integer(&CurveParams::tableSize, "tableSize", 1000, {1, most_steps},
                   "steps of the table that callers such as the output stage read; limited to the range"));
 
