@@ -1,5 +1,6 @@
-// Coordinates over three dimensions: every source under one placement, against rotations of vectors in double
-// precision by Rodrigues' formula; the records of callers; the caches of threads.
+// Coordinates over three dimensions. The expected numbers are made by python in 64 bits: the point plus the
+// offset, times the matrices of the rotations about x, y and z in their textbook form, times the tiling;
+// widths without the offset, times 1.5 plus 0.01. The camera's pixel is 5 / 640 wide at the plane.
 #include "orl_stdxyz.h"
 #include "shader_fixture.h"
 
@@ -12,28 +13,17 @@ extern "C" miBoolean orl_base_XYZGenerator(XyzGeneratorResult*, miState*, const 
 
 namespace {
 
-struct V {
-    double x, y, z;
-};
-
-// v cos t + (k x v) sin t + k (k.v) (1 - cos t), for an axis k of length 1.
-V rotated(V v, V k, double t) {
-    const double c = std::cos(t), s = std::sin(t), along = (k.x * v.x + k.y * v.y + k.z * v.z) * (1 - c);
-    return {v.x * c + (k.y * v.z - k.z * v.y) * s + k.x * along,
-            v.y * c + (k.z * v.x - k.x * v.z) * s + k.y * along,
-            v.z * c + (k.x * v.y - k.y * v.x) * s + k.z * along};
+void expect_near(const miVector& got, const miVector& wanted) {
+    EXPECT_LT(std::hypot(got.x - wanted.x, got.y - wanted.y, got.z - wanted.z), 4e-6f) << got.x;
 }
-
-void expect_near(const miVector& got, V wanted) {
-    EXPECT_LT(std::hypot(got.x - wanted.x, got.y - wanted.y, got.z - wanted.z), 4e-6);
-}
-
-constexpr double pixel = 5.0 / 640; // of the state's camera, at the plane
 
 class Xyz : public ShaderTest {
 protected:
     scripted::ShaderInstance<XyzParams> shader;
     miObject object{};
+    // At (0, 1, 0), where the object sees the hit: the point, the width of a pixel, the image of the y axis.
+    const miVector at_hit{1.763668f, -2.171688f, 0.4869145f}, width{-0.01221517f, 0.01789567f, 0.01600735f},
+        y_axis{-0.6217761f, 0.7827139f, 0.02744988f};
 
     Xyz() {
         shader.params() = {xyz_object, 0, {1, -2, 0.5f}, {0.3f, -1.1f, 2}, {2, -3, 0.5f}, 1.5f, 0.01f};
@@ -53,18 +43,6 @@ protected:
     }
     ~Xyz() override { orl_base_XYZGenerator_exit(state, &shader.params()); }
 
-    V turned(V v) {
-        v = rotated(v, {1, 0, 0}, shader->angle.x);
-        v = rotated(v, {0, 1, 0}, shader->angle.y);
-        v = rotated(v, {0, 0, 1}, shader->angle.z);
-        return {v.x * shader->tiling.x, v.y * shader->tiling.y, v.z * shader->tiling.z};
-    }
-    V placed(V v) { return turned({v.x + shader->offset.x, v.y + shader->offset.y, v.z + shader->offset.z}); }
-    V filtered(V v) {
-        v = turned(v);
-        return {v.x * 1.5 + 0.01, v.y * 1.5 + 0.01, v.z * 1.5 + 0.01};
-    }
-
     miVector generate(const GeneratorRequest* request = nullptr) {
         XyzGeneratorResult result{};
         EXPECT_TRUE(orl_base_XYZGenerator(&result, state, &shader.params(), request));
@@ -74,34 +52,35 @@ protected:
 };
 
 TEST_F(Xyz, EverySourceIsPlaced) {
+    const miVector at_null{3.281837f, -4.082814f, 0.4198911f}, no_width{0.01f, 0.01f, 0.01f};
     const struct {
         miInteger source, channel;
-        V point, width;
+        miVector point, width;
     } cases[] = {
-        {xyz_object, 0, {0, 1, 0}, {pixel, pixel, 0}},
-        {xyz_map_channel, 0, {0.5, 0.5, 0}, {pixel, pixel, 0}},
-        {xyz_vertex_color, 0, {0.5, 0.5, 0}, {pixel, pixel, 0}},
-        {xyz_map_channel, 5, {0, 0, 0}, {0, 0, 0}}, // which the object does not have
-        {xyz_world, 0, {3, 0, -1}, {2 * pixel, 2 * pixel, 0}},
-        {7, 0, {0, 0, 0}, {0, 0, 0}},
+        {xyz_object, 0, at_hit, width},
+        {xyz_map_channel, 0, {2.33399f, -3.745932f, 0.6762046f}, width}, // (0.5, 0.5, 0)
+        {xyz_vertex_color, 0, {2.33399f, -3.745932f, 0.6762046f}, width},
+        {xyz_map_channel, 5, at_null, no_width}, // which the object does not have
+        {xyz_world, 0, {0.9032129f, -9.748494f, 1.540034f}, {-0.03443033f, 0.02579134f, 0.0220147f}},
+        {7, 0, at_null, no_width},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.source);
         shader->coordSource = c.source;
         shader->mapChannel = c.channel;
         XyzCoordinateResult result{};
         EXPECT_TRUE(orl_XYZCoordinate(&result, state, &shader.params()));
-        expect_near(result.point, placed(c.point));
-        expect_near(result.width, filtered(c.width));
-        expect_near(generate(), placed(c.point));
+        expect_near(result.point, c.point);
+        expect_near(result.width, c.width);
+        expect_near(generate(), c.point);
     }
 }
 
 TEST_F(Xyz, TheRequestChoosesTheKindOfRay) {
     const GeneratorRequest environment{OutputRequest::color, context::Selector::environment_ray};
-    expect_near(generate(&environment), placed({0, 0, -1})); // where the ray goes
+    const miVector where_it_goes{2.035788f, -6.03641f, 0.2032226f}; // (0, 0, -1)
+    expect_near(generate(&environment), where_it_goes);
     state->type = miRAY_ENVIRONMENT;
-    expect_near(generate(), placed({0, 0, -1}));
+    expect_near(generate(), where_it_goes);
 }
 
 TEST_F(Xyz, RecordsAreFilledAsTheyAsk) {
@@ -109,13 +88,11 @@ TEST_F(Xyz, RecordsAreFilledAsTheyAsk) {
     XyzDerivRecord record{};
     state->user = &record;
     state->user_size = sizeof record;
-    const V y = turned({0, 1, 0});
-    const double size = std::hypot(y.x, y.y, y.z);
     for (const miUint flags : {0u, 1u, 2u, 3u}) {
         record = {XyzDerivRecord::magic_number, flags, blank, {blank, blank, blank}};
         generate();
-        expect_near(record.width, flags & 1 ? filtered({pixel, pixel, 0}) : V{7, 7, 7});
-        expect_near(record.axis[1], flags & 2 ? V{y.x / size, y.y / size, y.z / size} : V{7, 7, 7});
+        expect_near(record.width, flags & 1 ? width : blank);
+        expect_near(record.axis[1], flags & 2 ? y_axis : blank);
     }
     shader->tiling = {0, 0, 0}; // axes without a length stay null
     generate();
@@ -123,34 +100,28 @@ TEST_F(Xyz, RecordsAreFilledAsTheyAsk) {
 }
 
 TEST_F(Xyz, TheCacheFollowsTheParameters) {
-    for (int k = 0; k < 9; ++k) { // each number by itself, and back from what equals nothing
-        generate();
+    for (int k = 0; k < 9; ++k) { // each number by itself, also back from what equals nothing
         float& number = (&shader->offset.x)[k];
-        const float before = std::exchange(number, not_a_number);
-        EXPECT_TRUE(std::isnan(generate().x + generate().y + generate().z));
-        number = before + 0.25f;
-        expect_near(generate(), placed({0, 1, 0}));
+        for (const float other : {number + 0.25f, not_a_number}) {
+            const float before = std::exchange(number, other);
+            const miVector moved = generate();
+            EXPECT_FALSE(moved.x == at_hit.x && moved.y == at_hit.y && moved.z == at_hit.z) << k;
+            number = before;
+            expect_near(generate(), at_hit);
+        }
     }
 }
 
 TEST_F(Xyz, EachThreadHasACacheUntilTheExit) {
-    std::vector<void*> made, released;
-    renderer.mi_mem_int_allocate = [&](const char* file, int line, miUint size) {
-        EXPECT_EQ(size, 168u);
-        return made.emplace_back(renderer.mi_mem_int_allocate.unscripted(file, line, size));
-    };
-    renderer.mi_mem_int_release = [&](const char* file, int line, void* memory) {
-        renderer.mi_mem_int_release.unscripted(file, line, released.emplace_back(memory));
-    };
-    for (const int thread : {0, 1, 2, 1}) {
-        state->thread = static_cast<short>(thread);
+    const auto before = renderer.resources();
+    for (state->thread = 0; state->thread < 3; ++state->thread)
         generate();
-    }
+    state->thread = 1;
+    generate();
     orl_base_XYZGenerator_exit(state, nullptr);
-    EXPECT_TRUE(released.empty());
+    EXPECT_EQ(renderer.resources().live_bytes, before.live_bytes + 3 * 168);
     orl_base_XYZGenerator_exit(state, &shader.params());
-    EXPECT_EQ(made.size(), 3u);
-    EXPECT_EQ(released, std::vector<void*>(made.rbegin(), made.rend()));
+    EXPECT_EQ(renderer.resources().live_bytes, before.live_bytes);
 }
 
 } // namespace
