@@ -8,9 +8,11 @@
 #include "orl_cpdmtl.h"
 #include "orl_light.h"
 #include "orl_material.h"
+#include "orl_output.h"
 #include "orl_rendelem.h"
 #include "orl_stdelem.h"
 #include "orl_stduv.h"
+#include "orl_stdxyz.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
@@ -31,6 +33,7 @@
 #include "tex_mix.h"
 #include "tex_tint.h"
 #include "utilshaders.h"
+#include "utl_curve.h"
 
 #include <span>
 
@@ -48,9 +51,11 @@ inline constexpr Unit units[] = {
     {"orl_cpdmtl", orl_cpdmtl},
     {"orl_light", lights},
     {"orl_material", orl_material},
+    {"orl_output", orl_output},
     {"orl_rendelem", orl_rendelem},
     {"orl_stdelem", orl_stdelem},
     {"orl_stduv", orl_stduv},
+    {"orl_stdxyz", orl_stdxyz},
     {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto},
     {"shd_aniso", shd_aniso},
@@ -70,6 +75,7 @@ inline constexpr Unit units[] = {
     {"tex_mix", tex_mix},
     {"tex_tint", tex_tint},
     {"utilshaders", utilshaders},
+    {"utl_curve", utl_curve},
 };
 // clang-format on
 

@@ -27,12 +27,13 @@ inline bool call_map(miColor* result, miState* state, miTag map, OutputRequest r
     return call_map(result, state, map, &request);
 }
 
-/* Passes a value through an output stage in place, by the request that the value answers. Without a stage,
-   and where it fails, the value stays as it is. */
+/* Runs an output stage on a map's value in place, by the request that the value answers; the null tag leaves
+   it alone. So does a stage that fails, whatever it wrote: the map then shows as it would without one, rather
+   than not at all. */
 inline void run_output(miColor* value, miState* state, miTag output, OutputRequest* request) {
-    const miColor unchanged = *value;
+    const miColor before = *value;
     if (output != miNULLTAG && !mi_call_shader_x(value, miSHADER_TEXTURE, state, output, request))
-        *value = unchanged;
+        *value = before;
 }
 
 } // namespace orl

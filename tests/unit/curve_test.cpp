@@ -1,0 +1,177 @@
+// Curves: against a Bezier curve that is walked along in small steps of its parameter, in double precision by
+// de Casteljau's construction; beyond their ends; the table that threads share; points that make no curve.
+#include "shader_fixture.h"
+#include "utl_curve.h"
+
+#include <barrier>
+#include <climits>
+#include <complex>
+#include <thread>
+
+using namespace orl;
+
+INIT_AND_EXIT(orl_base_Curve, CurveParams);
+extern "C" miBoolean orl_base_Curve(miScalar*, miState*, const CurveParams*, const CurveRequest*);
+
+namespace {
+
+CurvePoint knot(miInteger flags, float x, float y, float in_x = 0, float in_y = 0, float out_x = 0,
+                float out_y = 0) {
+    return {flags, x, y, in_x, in_y, out_x, out_y};
+}
+
+using P = std::complex<double>; // x + i y
+using Polygon = P[4];           // a point, the ends of its tangent and of the next point's, the next point
+
+P bezier(const Polygon& polygon, double t) {
+    P p[4] = {polygon[0], polygon[1], polygon[2], polygon[3]};
+    for (int n = 3; n > 0; --n)
+        for (int k = 0; k < n; ++k)
+            p[k] += (p[k + 1] - p[k]) * t;
+    return p[0];
+}
+
+// One tangent is 2.5 times too long: at most 0.4 of it fits in front of the neighbour.
+const std::vector<CurvePoint> bent{knot(0, 0.1f, 0.2f, 0, 0, 0.1f, 0.5f),
+                                   knot(0, 0.5f, 0.6f, -0.3f, 0.2f, 0.75f, -0.5f), knot(0, 0.8f, 1, -0.1f)};
+const Polygon bent_polygons[] = {{{0.1, 0.2}, {0.2, 0.7}, {0.2, 0.8}, {0.5, 0.6}},
+                                 {{0.5, 0.6}, {0.8, 0.4}, {0.7, 1}, {0.8, 1}}};
+
+using Curve = ShaderTest;
+
+class Live : public LiveShader<CurveParams> {
+public:
+    Live(scripted::State& state, const std::vector<CurvePoint>& points, miInteger flags = 0,
+         miInteger size = 100)
+        : LiveShader(state, orl_base_Curve_init, orl_base_Curve_exit), state_(state) {
+        params().flags = flags;
+        params().tableSize = size;
+        set_array(params().points.first, params().points.count, params().points.elements, points);
+        start();
+    }
+    float operator()(CurveRequest request) {
+        miScalar result = 99;
+        EXPECT_TRUE(orl_base_Curve(&result, state_.run(*this), &params(), &request));
+        return result;
+    }
+    float at(float x, miBoolean table = miFALSE) { return (*this)({0, 0, x, 0, 1, 0, 1, table}); }
+
+private:
+    scripted::State& state_;
+};
+
+TEST_F(Curve, IsABezierCurveBetweenItsPoints) {
+    Live curve(state, bent);
+    for (const Polygon& polygon : bent_polygons)
+        for (double t = 0.01; t < 1; t += 0.01) {
+            const P p = bezier(polygon, t);
+            EXPECT_NEAR(curve.at(static_cast<float>(p.real())), p.imag(), 1e-5) << p;
+        }
+    for (const CurvePoint& p : bent)
+        EXPECT_EQ(curve.at(p.x), p.y);
+    for (const float x : {0.05f, 0.85f, not_a_number}) // within the range, not between points
+        EXPECT_EQ(curve.at(x), 0.0f) << x;
+}
+
+TEST_F(Curve, TableIsInterpolatedBetweenItsSamples) {
+    Live curve(state, bent, 0, 8);
+    for (float x = 0.125f; x < 0.7f; x += 0.125f) // a quarter of the way
+        EXPECT_NEAR(curve.at(x + 0.03125f, miTRUE), 0.75f * curve.at(x) + 0.25f * curve.at(x + 0.125f),
+                    1e-6f);
+    EXPECT_EQ(curve.at(not_a_number, miTRUE), 0.0f);
+    EXPECT_EQ(curve({0, 0, 0.33f, 0, 0.9f, 0, 1, miTRUE}), curve.at(0.33f)); // not the table's range
+    // The sample at the end lies on the last point, even where 41 steps of 0.7 / 41 are more than 0.7.
+    for (const miInteger steps : {1, 41, 65536}) {
+        Live line(state, {knot(0, 0, 0.25f), knot(0, 0.7f, 0.75f)}, 0, steps);
+        EXPECT_EQ(line({0, 0, 0.7f, 0, 0.7f, 0, 1, miTRUE}), 0.75f) << steps;
+        EXPECT_NEAR(line({0, 0, 0.28f, 0, 0.7f, 0, 1, miTRUE}), 0.45f, 1e-5f) << steps;
+    }
+}
+
+TEST_F(Curve, FlagsHoldEndsAndTangents) {
+    const struct {
+        miInteger flags;
+        Polygon polygon;
+    } cases[] = {
+        {0, {{0, 0.3}, {0.5, 2.3}, {0.5, -2.4}, {1, 0.6}}},
+        {curve_fixed_ends, {{0, -1}, {0.5, 1}, {0.5, -1}, {1, 2}}}, // tangents go along
+        {curve_within_y, {{0, 0.3}, {0.5, 2}, {0.5, -1}, {1, 0.6}}},
+    };
+    for (const auto& c : cases) {
+        Live curve(state, {knot(0, 0, 0.3f, 0, 0, 0.5f, 2), knot(0, 1, 0.6f, -0.5f, -3)}, c.flags);
+        for (double t = 0; t < 1; t += 0.1) {
+            const P p = bezier(c.polygon, t);
+            EXPECT_NEAR(curve({2, 0, static_cast<float>(p.real()), 0, 1, -1, 2, miFALSE}), p.imag(), 1e-5);
+        }
+    }
+}
+
+TEST_F(Curve, BeyondTheRangeAndWithoutSegments) {
+    const auto smooth = [](miInteger first, miInteger last) {
+        return std::vector{knot(first, 0, 0.25f, 0, 0, 0.25f, 0.5f), knot(last, 1, 0.75f, -0.25f, 0.25f)};
+    };
+    const struct {
+        std::vector<CurvePoint> points;
+        float below, inside, above; // at -1, 0.5 and 2
+    } cases[] = {
+        // Tangents of slope 2 and -1, chord of 0.5; in the middle (.25 + 3 .75 + 3 1 + .75) / 8, corner or
+        // not.
+        {smooth(0, 3), -1.75f, 0.78125f, -0.25f},
+        {smooth(2, 2), -0.25f, 0.78125f, 1.25f},
+        // Too short and backwards: the chord; (.25 + 3 1.25 + 3 1.75 + .75) / 8.
+        {{knot(0, 0, 0.25f, 0, 0, 0.0001f, 1), knot(0, 1, 0.75f, -0.00009f, 1)}, -0.25f, 1.25f, 1.25f},
+        {{knot(0, 0, 0.25f, 0, 0, -0.5f, 1), knot(0, 1, 0.75f, 0.5f, 1)}, -0.25f, 1.25f, 1.25f},
+        {{knot(2, 0, 0), knot(0, 0.25f, 1), knot(0, 0.5f, 1), knot(2, 1, 0.5f)}, -4, 1, -0.5f}, // next points
+        {{}, 0, 0, 0},
+        {{knot(0, 0.5f, 0.7f)}, 0.7f, 0, 0.7f},
+        {{knot(0, 0.5f, 0.7f, 0, 0, 1, 1)}, -0.8f, 0, 0.7f},
+        {{knot(0, 0.5f, 0.25f), knot(0, 0.5f, 0.75f)}, 0.25f, 0.25f, 0.75f},           // equal x
+        {{knot(0, 0, 0), knot(0, 0.5f, 0), knot(0, 0.5f, 1), knot(0, 1, 1)}, 0, 0, 1}, // a step
+        {{knot(0, 0.6f, 1, 0, 0, 0.1f, 1), knot(0, 0.4f, 0, 0.1f, 1)}, -15, 0, 8},     // falling x
+        {{knot(0, 0, 0, 0, 0, 1e6f, 1e6f), knot(0, 1, 1, -1e6f, -1e6f)}, -1, 0.5f, 2}, // far too long
+    };
+    for (const auto& c : cases)
+        for (const miBoolean table : {miFALSE, miTRUE}) {
+            SCOPED_TRACE(&c - cases);
+            Live curve(state, c.points);
+            EXPECT_NEAR(curve.at(-1, table), c.below, 1e-5f);
+            EXPECT_NEAR(curve.at(2, table), c.above, 1e-5f);
+            EXPECT_NEAR(curve.at(0.5f, table), c.inside, 1e-5f);
+        }
+}
+
+// No crash and no conversion out of range, for which the sanitizers look; always a result.
+TEST_F(Curve, AnyNumbersAreSurvived) {
+    for (const float x : {not_a_number, infinite, -infinite, 0.5f, 3e38f})
+        for (const float end : {not_a_number, infinite, -infinite, 3e38f, 0.0f, 1.0f})
+            for (const miInteger size : {0, -5, INT_MIN, INT_MAX}) {
+                Live curve(state, {knot(0, 0, end, x, end, x, x), knot(0, 1, x, -end, x)}, 0x201, size);
+                EXPECT_NE(curve({0, 0, x, 0, end, end, x, miTRUE}), 99.0f);
+            }
+}
+
+TEST_F(Curve, ThreadsShareOneTable) {
+    const auto before = renderer.resources();
+    Live curve(state, bent);
+    EXPECT_EQ(renderer.resources().live_bytes, before.live_bytes + 40);
+    CurvePoint& middle = (&curve->points.elements[0])[curve->points.first + 1];
+    curve.connect(middle.y, [](miState*) { return 0.7f; }); // one number of a point by itself
+    mi_init_lock(&curve.function().lock);
+    std::barrier all_at_once(8);
+    std::vector<std::thread> threads;
+    for (int k = 0; k < 8; ++k)
+        threads.emplace_back([&] {
+            scripted::State own;
+            const CurveRequest request{0, 0, 0.5f, 0, 1, 0, 1, miTRUE};
+            miScalar result = 99;
+            all_at_once.arrive_and_wait();
+            orl_base_Curve(&result, own.run(curve), &curve.params(), &request);
+            EXPECT_NEAR(result, 0.7f, 1e-5f);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    mi_delete_lock(&curve.function().lock);
+    EXPECT_EQ(renderer.resources().allocations, before.allocations + 3); // instance, points, table
+}
+
+} // namespace

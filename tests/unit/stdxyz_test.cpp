@@ -1,0 +1,127 @@
+// Coordinates over three dimensions. The expected numbers are made by python in 64 bits: the point plus the
+// offset, times the matrices of the rotations about x, y and z in their textbook form, times the tiling;
+// widths without the offset, times 1.5 plus 0.01. The camera's pixel is 5 / 640 wide at the plane.
+#include "orl_stdxyz.h"
+#include "shader_fixture.h"
+
+using namespace orl;
+
+INIT_AND_EXIT(orl_base_XYZGenerator, XyzParams);
+ENTRY_POINT(orl_XYZCoordinate, XyzCoordinateResult, XyzParams);
+extern "C" miBoolean orl_base_XYZGenerator(XyzGeneratorResult*, miState*, const XyzParams*,
+                                           const GeneratorRequest*);
+
+namespace {
+
+void expect_near(const miVector& got, const miVector& wanted) {
+    EXPECT_LT(std::hypot(got.x - wanted.x, got.y - wanted.y, got.z - wanted.z), 4e-6f) << got.x;
+}
+
+class Xyz : public ShaderTest {
+protected:
+    scripted::ShaderInstance<XyzParams> shader;
+    miObject object{};
+    // At (0, 1, 0), where the object sees the hit: the point, the width of a pixel, the image of the y axis.
+    const miVector at_hit{1.763668f, -2.171688f, 0.4869145f}, width{-0.01221517f, 0.01789567f, 0.01600735f},
+        y_axis{-0.6217761f, 0.7827139f, 0.02744988f};
+
+    Xyz() {
+        shader.params() = {xyz_object, 0, {1, -2, 0.5f}, {0.3f, -1.1f, 2}, {2, -3, 0.5f}, 1.5f, 0.01f};
+        constexpr miMatrix up_one{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 1, 0, 1};
+        constexpr miMatrix twice{2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 3, 0, -1, 1};
+        renderer.set_to_space(scripted::Space::object, up_one);
+        renderer.set_to_space(scripted::Space::world, twice);
+        // The one space of texture coordinates, which change as positions do.
+        renderer.triangle.points = scripted::Triangle::Corners{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}};
+        renderer.triangle.textures = {*renderer.triangle.points};
+        renderer.texture_spaces = 1;
+        orl_ObjectData record{};
+        record.uv_channels = {0, 1, {0}};
+        object.userdata = add_record(record);
+        state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
+        state.run(shader, miSHADER_TEXTURE);
+    }
+    ~Xyz() override { orl_base_XYZGenerator_exit(state, &shader.params()); }
+
+    miVector generate(const GeneratorRequest* request = nullptr) {
+        XyzGeneratorResult result{};
+        EXPECT_TRUE(orl_base_XYZGenerator(&result, state, &shader.params(), request));
+        EXPECT_EQ(result.w, 1.0f);
+        return result.point;
+    }
+};
+
+TEST_F(Xyz, EverySourceIsPlaced) {
+    const miVector at_null{3.281837f, -4.082814f, 0.4198911f}, no_width{0.01f, 0.01f, 0.01f};
+    const struct {
+        miInteger source, channel;
+        miVector point, width;
+    } cases[] = {
+        {xyz_object, 0, at_hit, width},
+        {xyz_map_channel, 0, {2.33399f, -3.745932f, 0.6762046f}, width}, // (0.5, 0.5, 0)
+        {xyz_vertex_color, 0, {2.33399f, -3.745932f, 0.6762046f}, width},
+        {xyz_map_channel, 5, at_null, no_width}, // which the object does not have
+        {xyz_world, 0, {0.9032129f, -9.748494f, 1.540034f}, {-0.03443033f, 0.02579134f, 0.0220147f}},
+        {7, 0, at_null, no_width},
+    };
+    for (const auto& c : cases) {
+        shader->coordSource = c.source;
+        shader->mapChannel = c.channel;
+        XyzCoordinateResult result{};
+        EXPECT_TRUE(orl_XYZCoordinate(&result, state, &shader.params()));
+        expect_near(result.point, c.point);
+        expect_near(result.width, c.width);
+        expect_near(generate(), c.point);
+    }
+}
+
+TEST_F(Xyz, TheRequestChoosesTheKindOfRay) {
+    const GeneratorRequest environment{OutputRequest::color, context::Selector::environment_ray};
+    const miVector where_it_goes{2.035788f, -6.03641f, 0.2032226f}; // (0, 0, -1)
+    expect_near(generate(&environment), where_it_goes);
+    state->type = miRAY_ENVIRONMENT;
+    expect_near(generate(), where_it_goes);
+}
+
+TEST_F(Xyz, RecordsAreFilledAsTheyAsk) {
+    const miVector blank{7, 7, 7};
+    XyzDerivRecord record{};
+    state->user = &record;
+    state->user_size = sizeof record;
+    for (const miUint flags : {0u, 1u, 2u, 3u}) {
+        record = {XyzDerivRecord::magic_number, flags, blank, {blank, blank, blank}};
+        generate();
+        expect_near(record.width, flags & 1 ? width : blank);
+        expect_near(record.axis[1], flags & 2 ? y_axis : blank);
+    }
+    shader->tiling = {0, 0, 0}; // axes without a length stay null
+    generate();
+    expect_near(record.axis[1], {0, 0, 0});
+}
+
+TEST_F(Xyz, TheCacheFollowsTheParameters) {
+    for (int k = 0; k < 9; ++k) { // each number by itself, also back from what equals nothing
+        float& number = (&shader->offset.x)[k];
+        for (const float other : {number + 0.25f, not_a_number}) {
+            const float before = std::exchange(number, other);
+            const miVector moved = generate();
+            EXPECT_FALSE(moved.x == at_hit.x && moved.y == at_hit.y && moved.z == at_hit.z) << k;
+            number = before;
+            expect_near(generate(), at_hit);
+        }
+    }
+}
+
+TEST_F(Xyz, EachThreadHasACacheUntilTheExit) {
+    const auto before = renderer.resources();
+    for (state->thread = 0; state->thread < 3; ++state->thread)
+        generate();
+    state->thread = 1;
+    generate();
+    orl_base_XYZGenerator_exit(state, nullptr);
+    EXPECT_EQ(renderer.resources().live_bytes, before.live_bytes + 3 * 168);
+    orl_base_XYZGenerator_exit(state, &shader.params());
+    EXPECT_EQ(renderer.resources().live_bytes, before.live_bytes);
+}
+
+} // namespace
