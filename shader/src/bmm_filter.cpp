@@ -242,8 +242,9 @@ void find_levels(BitmapFilter& filter) {
         miImg_image* const image = mi_img_pyramid_get_level(filter.image, filter.levels);
         if (image == nullptr)
             return;
+        const Level& finer = filter.level[filter.levels - 1];
         const int width = mi_img_get_width(image), height = mi_img_get_height(image);
-        if (!can_be_sampled(width, height))
+        if (!can_be_sampled(width, height) || width > finer.width || height > finer.height)
             return;
         Level& level = filter.level[filter.levels];
         level = make_level(filter, width, height, true);
