@@ -406,13 +406,14 @@ __m128 sample_words(const Level& level, const Taps& x, const Taps& y) {
 }
 
 /* Beside very bright texels the cubic swings far below 0, which would be light that darkens: it ends at 0, or
-   at what the image itself has below. Upwards a float image has no limit. */
+   at what the image itself has below. Upwards a float image has no limit. The order of the operands lets what
+   is no number count as that end. */
 template <class TexelAt> __m128 sample_floats(const Taps& x, const Taps& y, TexelAt texel) {
     constexpr float both_axes = static_cast<float>(weight_sum) * static_cast<float>(weight_sum);
     __m128 lowest = _mm_setzero_ps();
     const __m128 sum = sum_of_texels(x, y, [&](int column, int line) {
         const __m128 color = texel(column, line);
-        lowest = _mm_min_ps(lowest, color);
+        lowest = _mm_min_ps(color, lowest);
         return color;
     });
     return _mm_max_ps(_mm_mul_ps(sum, _mm_set1_ps(1.0f / both_axes)), lowest);

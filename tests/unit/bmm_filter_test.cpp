@@ -349,6 +349,21 @@ TEST_F(BitmapFilter, AnyCoordinateGivesAColourOfTheImage) {
             }
 }
 
+TEST_F(BitmapFilter, APixelThatIsNoNumberIsBlackAround) {
+    stage::ImageMemory image = make_image(8, 8, miIMG_TYPE_RGBA_FP, [](int x, int y) {
+        return x == 3 && y == 4 ? miColor{not_a_number, -not_a_number, not_a_number, 1} : miColor{2, 2, 2, 2};
+    });
+    const Filter filter(renderer, image);
+    for (int i = 0; i < 32 * 32; ++i)
+        for (const float box : {0.0f, 0.4f, 9.0f}) {
+            const miColor color =
+                filter.look_up(static_cast<float>(i % 32) / 32, static_cast<float>(i / 32) / 32, box);
+            ASSERT_FALSE(std::isnan(color.r) || std::isnan(color.g) || std::isnan(color.b)) << i;
+        }
+    EXPECT_EQ(filter.look_up(3.5f / 8, 4.5f / 8).r, 0);
+    EXPECT_NEAR(filter.look_up(6.5f / 8, 0.5f / 8).r, 2, 1e-6f);
+}
+
 TEST_F(BitmapFilter, ThreadsBuildOnceAndAgree) {
     stage::ImageMemory image = noise_image(200, 100, miIMG_TYPE_RGBA);
     const Filter alone(renderer, image);
