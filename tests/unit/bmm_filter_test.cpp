@@ -5,7 +5,6 @@
 #include <array>
 #include <atomic>
 #include <cmath>
-#include <optional>
 #include <thread>
 
 namespace {
@@ -21,17 +20,13 @@ miColor grey(int steps) {
     return {value, value, value, value};
 }
 
-// ---- levels
-
 TEST_F(BitmapFilter, LevelsAreHalvedUntilOneEdgeIsOne) {
     const struct {
         int width, height;
         std::vector<int> widths; // of all levels
     } cases[] = {{1, 1, {1}},
-                 {1, 9, {1}},
                  {65535, 1, {65535}},
                  {5, 5, {5, 3, 2, 1}},
-                 {5, 9, {5, 3, 2, 1}},
                  {9, 3, {9, 5, 3}},
                  {2049, 2050, {2049, 1025, 513, 257, 129, 65, 33, 17, 9, 5, 3, 2}}}; // 12 at most
     for (const auto& test : cases) {
@@ -60,15 +55,11 @@ TEST_F(BitmapFilter, OddEdgesTakeTheOtherSideOfATile) {
             stage::ImageMemory image =
                 make_image(3, 3, kind, [&](int x, int y) { return grey(pixels[y][x]); });
             const Filter filter(renderer, image, tiles);
-            const orl::FilterLevel level = orl::filter_level(filter.filter, 1);
+            const int largest = kind == miIMG_TYPE_RGBA ? 255 : 65535;
             for (int i = 0; i < 4; ++i) {
-                if (level.bits == 8)
-                    EXPECT_EQ(filter.texel(1, i % 2, i / 2), sums[tiles][i] / 4);
-                else if (level.bits == 16) // 257 steps for one of 8 bits
-                    EXPECT_EQ(filter.texel(1, i % 2, i / 2), sums[tiles][i] * 257 / 4);
-                else
-                    EXPECT_NEAR(static_cast<const float*>(level.texels)[4 * i],
-                                static_cast<float>(sums[tiles][i]) / 1020.0f, 1e-6f);
+                const int sum = sums[tiles][i] * (largest / 255);
+                const double expected = kind == miIMG_TYPE_RGBA_FP ? sum / 4.0 : sum / 4;
+                EXPECT_NEAR(filter.texel(1, i % 2, i / 2), expected / largest, 1e-7);
             }
         }
 }
@@ -86,28 +77,24 @@ TEST_F(BitmapFilter, EightBitsWithAGammaBecomeLinearOnEveryLevel) {
     }
 }
 
-// ---- which level
-
 // Position between the levels by an independent formula in double precision: the levels' colours are steps of
 // 20, so a colour tells the level and the blend.
 double expected_position(double edge, int last) {
     const double level = edge > 0 ? std::log2(0.45 * edge) : 0;
-    if (level <= 0)
-        return 0;
-    if (level >= last)
-        return last;
+    if (level <= 0 || level >= last)
+        return level <= 0 ? 0 : last;
     const double whole = std::floor(level);
     return whole + std::floor((level - whole) * 4096) / 4095;
 }
 
-void expect_levels_over_widths(const std::function<float(float du, float dv)>& look_up, int width, int height,
-                               int last) {
+void expect_levels_over_widths(const Filter& filter, int width, int height, int last) {
     for (double du = 1e-3; du < 1e3; du *= 1.013)
         for (const double dv : {0.0, du / 3, du * 3}) {
             const auto u = static_cast<float>(du), v = static_cast<float>(dv);
             const double edge = std::max(width * static_cast<double>(u), height * static_cast<double>(v));
             // The rounding of the logarithm may move the blend by one step of 12 bits.
-            ASSERT_NEAR(look_up(u, v) * 255 / 20, expected_position(edge, last), 1.01 / 4095)
+            ASSERT_NEAR(filter.look_up(0.37f, 0.81f, u, v).r * 255 / 20, expected_position(edge, last),
+                        1.01 / 4095)
                 << "for " << u << " x " << v;
         }
 }
@@ -122,10 +109,9 @@ TEST_F(BitmapFilter, ColouredLevelsShowWhichOneIsTaken) {
         std::fill_n(static_cast<std::uint8_t*>(level.texels), 4 * level.width * level.height,
                     static_cast<std::uint8_t>(20 * n));
     }
-    expect_levels_over_widths([&](float du, float dv) { return filter.look_up(0.37f, 0.81f, du, dv).r; },
-                              width, height, 5);
-    EXPECT_NEAR(filter.look_up(0.5f, 0.5f, infinite, 0).g, 100 / 255.0f, 1e-6f);
-    EXPECT_NEAR(filter.look_up(0.5f, 0.5f, 0, 3e38f).g, 100 / 255.0f, 1e-6f);
+    expect_levels_over_widths(filter, width, height, 5);
+    for (const float wide : {infinite, 3e38f})
+        EXPECT_NEAR(filter.look_up(0.5f, 0.5f, wide, 0).g, 100 / 255.0f, 1e-6f);
     for (const float none : {0.0f, -1.0f, -infinite, not_a_number})
         EXPECT_EQ(filter.look_up(0.5f, 0.5f, none, none), grey(0)) << none;
 }
@@ -138,125 +124,90 @@ TEST_F(BitmapFilter, LevelsOfTheImageAreTaken) {
             stage::put_image_color(stage::image_level(image.image(), n), grey(20 * n), i % edge, i / edge);
     const Filter filter(renderer, image);
     EXPECT_EQ(orl::filter_level(filter.filter, 2).texels, nullptr);
-    expect_levels_over_widths([&](float du, float dv) { return filter.look_up(0.37f, 0.81f, du, dv).r; },
-                              edge, edge, 3);
+    expect_levels_over_widths(filter, edge, edge, 3);
     image.image()->dirsize = 1000; // more than there can be
     const Filter damaged(renderer, image);
     EXPECT_EQ(orl::level_count(damaged.filter), 4);
 }
 
-// ---- sampling
-
-double catmull_rom(double p0, double p1, double p2, double p3, double t) {
-    return 0.5 * (2 * p1 + (p2 - p0) * t + (2 * p0 - 5 * p1 + 4 * p2 - p3) * t * t +
-                  (3 * p1 - p0 - 3 * p2 + p3) * t * t * t);
+// The weights of Catmull and Rom at t, exact or with powers rounded down to 12 bits.
+std::array<double, 4> weights(double t, bool fixed) {
+    const auto rounded = [=](double x) { return fixed ? std::floor(x * 4096) / 4096 : x; };
+    const double t2 = rounded(t * t), t3 = rounded(t2 * t);
+    return {0.5 * (-t + 2 * t2 - t3), 0.5 * (2 - 5 * t2 + 3 * t3), 0.5 * (t + 4 * t2 - 3 * t3),
+            0.5 * (t3 - t2)};
 }
 
-// In both directions; `texel`(x, y) repeats, and its middle is half a step from its corner.
-template <class Texel> double bicubic(double x, double y, Texel texel) {
-    const int i = static_cast<int>(std::floor(x - 0.5)), j = static_cast<int>(std::floor(y - 0.5));
-    const double s = x - 0.5 - i, t = y - 0.5 - j;
-    std::array<double, 4> rows{};
-    for (int k = 0; k < 4; ++k)
-        rows[static_cast<std::size_t>(k)] = catmull_rom(texel(i - 1, j - 1 + k), texel(i, j - 1 + k),
-                                                        texel(i + 1, j - 1 + k), texel(i + 2, j - 1 + k), s);
-    return catmull_rom(rows[0], rows[1], rows[2], rows[3], t);
-}
-
-// The first level of 8 bits in plain integers along rows, at steps of 1 / 4096 texel; vectors must not change
-// a bit.
-float plain_sample(const Filter& filter, int size, int x, int y) {
-    const auto weights = [](int position) {
-        const int t = (position + 2048) % 4096, t2 = t * t / 4096, t3 = t2 * t / 4096;
-        return std::array{-t + 2 * t2 - t3, 8192 - 5 * t2 + 3 * t3, t + 4 * t2 - 3 * t3, t3 - t2};
-    };
-    const auto first = [](int position) { return (position + 2048) / 4096 - 2; };
-    float sum = 0;
-    for (int j = 0; j < 4; ++j) {
-        int row = 0;
-        for (int i = 0; i < 4; ++i)
-            row += weights(x)[static_cast<std::size_t>(i)] *
-                   filter.texel(1, (first(x) + i + size) % size, (first(y) + j + size) % size);
-        sum += static_cast<float>(weights(y)[static_cast<std::size_t>(j)]) * static_cast<float>(row);
-    }
-    return std::clamp(sum * (1.0f / (8192.0f * 8192.0f * 255.0f)), 0.0f, 1.0f);
+// `texel`(x, y) repeats, and its middle is half a step from its corner.
+template <class Texel> double bicubic(double x, double y, bool fixed, Texel texel) {
+    const double left = std::floor(x - 0.5), below = std::floor(y - 0.5);
+    const auto across = weights(x - 0.5 - left, fixed), up = weights(y - 0.5 - below, fixed);
+    double sum = 0;
+    for (int i = 0; i < 16; ++i)
+        sum += across[static_cast<std::size_t>(i % 4)] * up[static_cast<std::size_t>(i / 4)] *
+               texel(static_cast<int>(left) - 1 + i % 4, static_cast<int>(below) - 1 + i / 4);
+    return sum;
 }
 
 // Rounding t squared down costs the weights at most 1, t cubed 2, of 4096; with the factors of the
 // polynomials that is (2 + 2 + 5 + 6 + 4 + 6 + 1 + 2) / 2 = 14 for all four and 28 for both directions: 0.7
-// percent of the largest deviation from the mean, which is half the range.
+// percent of the largest deviation from the mean, which is half the range. Apart from that rounding there is
+// only that of floats.
 TEST_F(BitmapFilter, SamplesAreCubicInTheImageAndOnLevels) {
     constexpr int edge = 16;
     std::mt19937 random(3);
     for (const miImg_type kind : kinds)
         for (const int level : {0, 1}) {
-            const float range = kind == miIMG_TYPE_RGBA_FP ? 50.0f : 1.0f;
-            stage::ImageMemory image = noise_image(edge, edge, kind, range);
+            const double range = kind == miIMG_TYPE_RGBA_FP ? 50 : 1;
+            stage::ImageMemory image = noise_image(edge, edge, kind, static_cast<float>(range));
             stage::fail_allocations_after(level == 0 ? 1 : 3); // the filter, a level and the rows for it
             const Filter filter(renderer, image);
             stage::fail_allocations_after(-1);
             ASSERT_EQ(orl::level_count(filter.filter), level + 1);
             const int size = edge >> level;
-            const bool bytes = level == 1 && kind == miIMG_TYPE_RGBA;
             const auto texel = [&](int x, int y) -> double {
                 x = (x + size) % size;
                 y = (y + size) % size;
-                if (level == 0)
-                    return stage::image_color(image.image(), x, y).r;
-                const orl::FilterLevel found = orl::filter_level(filter.filter, 1);
-                if (found.bits == 32)
-                    return static_cast<const float*>(found.texels)[4 * (y * size + x)];
-                return filter.texel(1, x, y) / (found.bits == 8 ? 255.0 : 65535.0);
+                return level == 0 ? stage::image_color(image.image(), x, y).r : filter.texel(1, x, y);
             };
+            const auto limited = [=](double x) { return std::clamp(x, 0.0, range > 1 ? 1e9 : 1.0); };
             for (int k = 0; k < 2000; ++k) { // at whole steps of the fixed point, which are exact in floats
-                const unsigned steps = static_cast<unsigned>(size) * 4096;
+                const auto steps = static_cast<unsigned>(size) * 4096;
                 const auto place = [&] { return static_cast<double>(random() % steps) / 4096; };
                 const double x = place(), y = place();
-                const double exact = std::max(0.0, bicubic(x, y, texel));
-                const miColor color =
-                    filter.look_up(static_cast<float>(x / size), static_cast<float>(y / size), 9, 0);
-                ASSERT_NEAR(color.r, range > 1 ? exact : std::min(exact, 1.0), 0.007 * 0.5 * range)
-                    << "kind " << kind << ", level " << level << " at " << x << ", " << y;
-                if (bytes) {
-                    ASSERT_EQ(color.r, plain_sample(filter, size, static_cast<int>(x * 4096),
-                                                    static_cast<int>(y * 4096)));
-                }
+                const float color =
+                    filter.look_up(static_cast<float>(x / size), static_cast<float>(y / size), 9, 0).r;
+                SCOPED_TRACE(Message() << "kind " << kind << ", level " << level << " at " << x << ", " << y);
+                ASSERT_NEAR(color, limited(bicubic(x, y, false, texel)), 0.007 * 0.5 * range);
+                ASSERT_NEAR(color, limited(bicubic(x, y, true, texel)), 1e-6 * range);
             }
-            EXPECT_NEAR(
-                filter.look_up(2.5f / static_cast<float>(size), 0.5f / static_cast<float>(size), 9, 9).r,
-                texel(2, 0), 1e-6f * range)
-                << "in the middle of a texel";
         }
 }
 
 TEST_F(BitmapFilter, ColoursStayWhereTheirImageCanHaveThem) {
-    const auto extremes = [](miImg_type kind, float low, float high) {
-        return make_image(8, 8, kind, [=](int x, int y) {
-            const float value = x / 2 % 2 == y / 2 % 2 ? high : low;
-            return miColor{value, value, value, value};
-        });
-    };
     const struct {
         miImg_type kind;
-        float low, high;       // of the pixels
-        float lowest, highest; // of the samples
-    } cases[] = {{miIMG_TYPE_RGBA, 0, 1, 0, 1},
-                 {miIMG_TYPE_RGBA_16, 0, 1, 0, 1},
-                 {miIMG_TYPE_RGBA_FP, 0, 1000, 0, 1300},
-                 {miIMG_TYPE_RGBA_FP, -3, 1000, -3, 1300}};
+        float low, high; // of the pixels
+        float lowest;    // of the samples
+    } cases[] = {{miIMG_TYPE_RGBA, 0, 1, 0},
+                 {miIMG_TYPE_RGBA_16, 0, 1, 0},
+                 {miIMG_TYPE_RGBA_FP, 0, 1000, 0},
+                 {miIMG_TYPE_RGBA_FP, -3, 1000, -3},
+                 {miIMG_TYPE_RGBA_FP, not_a_number, 1, 0}};
     for (const auto& test : cases) {
-        stage::ImageMemory image = extremes(test.kind, test.low, test.high);
+        stage::ImageMemory image = make_image(8, 8, test.kind, [&](int x, int y) {
+            const float value = x / 2 % 2 == y / 2 % 2 ? test.high : test.low;
+            return miColor{value, value, value, value};
+        });
         const Filter filter(renderer, image);
-        float lowest = 1e9f, highest = -1e9f;
-        for (int i = 0; i < 10000; ++i) {
-            const float value =
-                filter.look_up(static_cast<float>(i % 100) / 100, static_cast<float>(i / 100) / 100).r;
-            lowest = std::min(lowest, value);
-            highest = std::max(highest, value);
-        }
-        EXPECT_EQ(lowest, test.lowest) << test.kind;
-        EXPECT_LE(highest, test.highest) << test.kind;
-        EXPECT_GE(highest, test.high) << test.kind;
+        std::vector<float> samples;
+        for (int i = 0; i < 10000; ++i)
+            samples.push_back(
+                filter.look_up(static_cast<float>(i % 100) / 100, static_cast<float>(i / 100) / 100).r);
+        const auto [least, most] = std::minmax_element(samples.begin(), samples.end());
+        EXPECT_EQ(*least, test.lowest) << test.kind;
+        EXPECT_LE(*most, test.kind == miIMG_TYPE_RGBA_FP ? 1.3f * test.high : test.high) << test.kind;
+        EXPECT_FALSE(std::any_of(samples.begin(), samples.end(), [](float x) { return std::isnan(x); }));
     }
 }
 
@@ -266,13 +217,11 @@ TEST_F(BitmapFilter, TilesHaveNoSeamsAndOthersDoNotReachAround) {
         stage::ImageMemory image = noise_image(width, height, miIMG_TYPE_RGBA_16);
         const Filter filter(renderer, image);
         for (const float box : {0.0f, 0.2f, 0.3f, 0.5f, 1.1f})
-            for (float along = 0.05f; along < 1.0f; along += 0.1f) {
-                SCOPED_TRACE(Message() << width << " x " << height << ", box " << box << " at " << along);
-                constexpr float step = 1e-4f;
-                EXPECT_NEAR(filter.look_up(1 - step, along, box, box).r,
-                            filter.look_up(step, along, box, box).r, 0.02f);
-                EXPECT_NEAR(filter.look_up(along, 1 - step, box, box).r,
-                            filter.look_up(along, step, box, box).r, 0.02f);
+            for (float at = 0.05f; at < 1.0f; at += 0.1f) {
+                SCOPED_TRACE(Message() << width << " x " << height << ", box " << box << " at " << at);
+                const auto look_up = [&](float u, float v) { return filter.look_up(u, v, box, box).r; };
+                EXPECT_NEAR(look_up(1 - 1e-4f, at), look_up(1e-4f, at), 0.02f);
+                EXPECT_NEAR(look_up(at, 1 - 1e-4f), look_up(at, 1e-4f), 0.02f);
                 // Whole tiles further, in powers of two so that no digit is lost.
                 EXPECT_EQ(filter.look_up(0.25f, 0.5f, box), filter.look_up(-1.75f, 4.5f, box));
             }
@@ -288,8 +237,6 @@ TEST_F(BitmapFilter, TilesHaveNoSeamsAndOthersDoNotReachAround) {
     }
 }
 
-// ---- what may go wrong
-
 TEST_F(BitmapFilter, WithoutMemoryTheLevelsBuiltSoFarServe) {
     stage::ImageMemory image = make_image(64, 64, miIMG_TYPE_RGBA, [](int, int) { return grey(255); });
     const miTag tag = renderer.add(miSCENE_IMAGE, image.image());
@@ -298,16 +245,13 @@ TEST_F(BitmapFilter, WithoutMemoryTheLevelsBuiltSoFarServe) {
     for (int successes = 0; successes < 10; ++successes) {
         stage::fail_allocations_after(successes);
         orl::BitmapFilter* const filter = orl::create_filter(state, tag, 1, true);
-        EXPECT_EQ(filter == nullptr, successes == 0);
         miColor color{-1, -1, -1, -1};
         for (const float box : {0.0f, 0.1f, 0.7f, 100.0f}) {
-            EXPECT_EQ(orl::look_up(&color, state, filter, 0.3f, 0.9f, box, box), filter != nullptr);
-            EXPECT_EQ(color, grey(filter != nullptr ? 255 : 0)) << successes << " successes, box " << box;
+            EXPECT_EQ(orl::look_up(&color, state, filter, 0.3f, 0.9f, box, box), successes > 0);
+            EXPECT_EQ(color, grey(successes > 0 ? 255 : 0)) << successes << " successes, box " << box;
         }
         stage::fail_allocations_after(-1);
-        if (filter != nullptr) {
-            EXPECT_EQ(orl::level_count(filter), expected_levels[successes]);
-        }
+        EXPECT_EQ(filter != nullptr ? orl::level_count(filter) : 0, expected_levels[successes]);
         orl::destroy_filter(filter);
     }
 }
@@ -315,12 +259,11 @@ TEST_F(BitmapFilter, WithoutMemoryTheLevelsBuiltSoFarServe) {
 TEST_F(BitmapFilter, WhatIsNoImageIsBlack) {
     EXPECT_EQ(orl::create_filter(state, miNULLTAG, 1, true), nullptr);
     orl::destroy_filter(nullptr);
-    stage::ImageMemory empty(1, 1, miIMG_TYPE_RGBA), wrong(1, 1, miIMG_TYPE_RGBA);
-    empty.image()->width = 0;
-    wrong.image()->height = -7;
-    for (const miTag tag :
-         {renderer.add_material({}), miTag{9999}, renderer.add(miSCENE_IMAGE, empty.image()),
-          renderer.add(miSCENE_IMAGE, wrong.image())}) {
+    miImg_image empty{}, wrong{};
+    wrong.width = 3;
+    wrong.height = -7;
+    for (const miTag tag : {renderer.add_material({}), miTag{9999}, renderer.add(miSCENE_IMAGE, &empty),
+                            renderer.add(miSCENE_IMAGE, &wrong)}) {
         orl::BitmapFilter* const filter = orl::create_filter(state, tag, 1, true);
         miColor color{-1, -1, -1, -1};
         EXPECT_TRUE(orl::look_up(&color, state, filter, 0.5f, 0.5f, 0.1f, 0.1f));
@@ -344,24 +287,8 @@ TEST_F(BitmapFilter, AnyCoordinateGivesAColourOfTheImage) {
                             ASSERT_TRUE(color.r >= 0 && color.r <= 1.3f && color.a >= 0 && color.a <= 1.3f)
                                 << u << ", " << v << ", " << box;
                         }
-                for (const float none : {not_a_number, infinite, -infinite})
-                    EXPECT_EQ(filter.look_up(none, 0.3f), filter.look_up(0, 0.3f));
+                EXPECT_EQ(filter.look_up(not_a_number, -infinite), filter.look_up(0, 0));
             }
-}
-
-TEST_F(BitmapFilter, APixelThatIsNoNumberIsBlackAround) {
-    stage::ImageMemory image = make_image(8, 8, miIMG_TYPE_RGBA_FP, [](int x, int y) {
-        return x == 3 && y == 4 ? miColor{not_a_number, -not_a_number, not_a_number, 1} : miColor{2, 2, 2, 2};
-    });
-    const Filter filter(renderer, image);
-    for (int i = 0; i < 32 * 32; ++i)
-        for (const float box : {0.0f, 0.4f, 9.0f}) {
-            const miColor color =
-                filter.look_up(static_cast<float>(i % 32) / 32, static_cast<float>(i / 32) / 32, box);
-            ASSERT_FALSE(std::isnan(color.r) || std::isnan(color.g) || std::isnan(color.b)) << i;
-        }
-    EXPECT_EQ(filter.look_up(3.5f / 8, 4.5f / 8).r, 0);
-    EXPECT_NEAR(filter.look_up(6.5f / 8, 0.5f / 8).r, 2, 1e-6f);
 }
 
 TEST_F(BitmapFilter, ThreadsBuildOnceAndAgree) {
@@ -376,8 +303,8 @@ TEST_F(BitmapFilter, ThreadsBuildOnceAndAgree) {
             std::this_thread::yield();
         renderer.mi_lock.unscripted(lock);
     };
-    std::array<int, 2> differences{};
-    const auto look_up = [&](int& different) {
+    std::atomic<int> different{0};
+    const auto look_up = [&] {
         for (int i = 0; i < 3000; ++i) {
             const float u = static_cast<float>(i) * 0.013f, box = static_cast<float>(i % 7) * 0.01f;
             miColor color;
@@ -385,10 +312,10 @@ TEST_F(BitmapFilter, ThreadsBuildOnceAndAgree) {
             different += !(color == alone.look_up(u, 1 - u, box, 0));
         }
     };
-    std::thread other(look_up, std::ref(differences[1]));
-    look_up(differences[0]);
+    std::thread other(look_up);
+    look_up();
     other.join();
-    EXPECT_EQ(differences, (std::array{0, 0}));
+    EXPECT_EQ(different, 0);
     EXPECT_EQ(renderer.mi_db_access.calls(), 1);
     EXPECT_EQ(waiting, 2) << "no thread locks again";
     orl::destroy_filter(shared);

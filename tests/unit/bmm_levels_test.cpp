@@ -4,9 +4,6 @@
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
 
-#include <array>
-#include <cmath>
-
 namespace {
 
 using Levels = ImageFilterTest;
@@ -28,14 +25,14 @@ TEST_F(Levels, AreHalvesOfTheOneBeforeThroughABoxFilter) {
         const OIIO::ROI size(0, width >> n, 0, height >> n, 0, 1, 0, 4);
         const OIIO::ImageBuf box = OIIO::ImageBufAlgo::resize(finer, "box", 0.0f, size);
         const orl::FilterLevel level = orl::filter_level(filter.filter, n);
-        ASSERT_EQ((std::array{level.width, level.height, level.bits}),
-                  (std::array{width >> n, height >> n, 8}));
+        ASSERT_EQ(level.bits, 8);
         finer = OIIO::ImageBuf(OIIO::ImageSpec(level.width, level.height, 4, OIIO::TypeDesc::UINT8),
                                level.texels);
         for (int y = 0; y < level.height; ++y)
             for (int x = 0; x < level.width; ++x)
                 for (int c = 0; c < 4; ++c)
-                    ASSERT_NEAR(filter.texel(n, x, y, c), std::round(255.0f * box.getchannel(x, y, 0, c)), 1)
+                    ASSERT_NEAR(filter.texel(n, x, y, c), static_cast<double>(box.getchannel(x, y, 0, c)),
+                                1.001 / 255)
                         << "level " << n << " at " << x << ", " << y;
     }
 }

@@ -26,12 +26,13 @@ struct Filter {
         EXPECT_TRUE(orl::look_up(&color, nullptr, filter, u, v, du, dv));
         return color;
     }
-    // Nearest to the texel's value in 8 or 16 bits.
-    int texel(int level, int x, int y, int component = 0) const {
+    // A component of a texel, 1 for the largest of fixed point.
+    double texel(int level, int x, int y, int component = 0) const {
         const orl::FilterLevel found = orl::filter_level(filter, level);
         const int i = 4 * (y * found.width + x) + component;
-        return found.bits == 8 ? static_cast<const std::uint8_t*>(found.texels)[i]
-                               : static_cast<const std::uint16_t*>(found.texels)[i];
+        return found.bits == 8    ? static_cast<const std::uint8_t*>(found.texels)[i] / 255.0
+               : found.bits == 16 ? static_cast<const std::uint16_t*>(found.texels)[i] / 65535.0
+                                  : static_cast<double>(static_cast<const float*>(found.texels)[i]);
     }
 };
 
