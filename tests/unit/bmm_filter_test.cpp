@@ -1,0 +1,324 @@
+// Image filters: the levels, which of them a look-up takes, and how it samples them.
+#include "image_filter_fixture.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+using BitmapFilter = ImageFilterTest;
+using testing::Message;
+
+constexpr miImg_type kinds[] = {miIMG_TYPE_RGBA, miIMG_TYPE_RGBA_16, miIMG_TYPE_RGBA_FP};
+
+// A grey that holds in all kinds: so many steps of 8 bits.
+miColor grey(int steps) {
+    const float value = static_cast<float>(steps) / 255.0f;
+    return {value, value, value, value};
+}
+
+TEST_F(BitmapFilter, LevelsAreHalvedUntilOneEdgeIsOne) {
+    const struct {
+        int width, height;
+        std::vector<int> widths; // of all levels
+    } cases[] = {{1, 1, {1}},
+                 {65535, 1, {65535}},
+                 {5, 5, {5, 3, 2, 1}},
+                 {9, 3, {9, 5, 3}},
+                 {2049, 2050, {2049, 1025, 513, 257, 129, 65, 33, 17, 9, 5, 3, 2}}}; // 12 at most
+    for (const auto& test : cases) {
+        stage::ImageMemory image(test.width, test.height, miIMG_TYPE_RGBA);
+        const Filter filter(renderer, image);
+        std::vector<int> widths;
+        for (int n = 0; n < orl::level_count(filter.filter); ++n)
+            widths.push_back(orl::filter_level(filter.filter, n).width);
+        EXPECT_EQ(widths, test.widths) << test.width << " x " << test.height;
+    }
+}
+
+// Of 3 x 3 pixels, in steps of 8 bits:
+//     70 81 91
+//     40 50 61
+//     10 20 31     lowest row first
+// the texels of the first level are quarters of these sums: 10 + 20 + 40 + 50 = 120 for all; where the image
+// tiles, 31 + 10 + 61 + 40 = 142, 70 + 81 + 10 + 20 = 181 and 91 + 70 + 31 + 10 = 202; where it does not,
+// twice 31 + 61 = 184, twice 70 + 81 = 302 and four times 91 = 364. Fixed point rounds down.
+TEST_F(BitmapFilter, OddEdgesTakeTheOtherSideOfATile) {
+    constexpr int pixels[3][3] = {{10, 20, 31}, {40, 50, 61}, {70, 81, 91}};
+    constexpr int sums[2][4] = {{120, 184, 302, 364}, {120, 142, 181, 202}};
+    for (const bool tiles : {false, true})
+        for (const miImg_type kind : kinds) {
+            SCOPED_TRACE(Message() << "tiles " << tiles << ", kind " << kind);
+            stage::ImageMemory image =
+                make_image(3, 3, kind, [&](int x, int y) { return grey(pixels[y][x]); });
+            const Filter filter(renderer, image, tiles);
+            const int largest = kind == miIMG_TYPE_RGBA ? 255 : 65535;
+            for (int i = 0; i < 4; ++i) {
+                const int sum = sums[tiles][i] * (largest / 255);
+                const double expected = kind == miIMG_TYPE_RGBA_FP ? sum / 4.0 : sum / 4;
+                EXPECT_NEAR(filter.texel(1, i % 2, i / 2), expected / largest, 1e-7);
+            }
+        }
+}
+
+TEST_F(BitmapFilter, EightBitsWithAGammaBecomeLinearOnEveryLevel) {
+    const float linear = std::pow(100 / 255.0f, 2.2f);
+    for (const miImg_type kind : kinds) {
+        stage::ImageMemory image = make_image(16, 16, kind, [](int, int) { return grey(100); });
+        const Filter filter(renderer, image, true, 2.2f);
+        for (const float width : {0.0f, 0.3f, 2.0f}) {
+            const miColor color = filter.look_up(0.3f, 0.6f, width, width);
+            EXPECT_NEAR(color.g, kind == miIMG_TYPE_RGBA ? linear : 100 / 255.0f, 1.0f / 65535) << width;
+            EXPECT_NEAR(color.a, 100 / 255.0f, 1.0f / 65535) << "coverage has no gamma";
+        }
+    }
+}
+
+// Position between the levels by an independent formula in double precision: the levels' colours are steps of
+// 20, so a colour tells the level and the blend.
+double expected_position(double edge, int last) {
+    const double level = edge > 0 ? std::log2(0.45 * edge) : 0;
+    if (level <= 0 || level >= last)
+        return level <= 0 ? 0 : last;
+    const double whole = std::floor(level);
+    return whole + std::floor((level - whole) * 4096) / 4095;
+}
+
+void expect_levels_over_widths(const Filter& filter, int width, int height, int last) {
+    for (double du = 1e-3; du < 1e3; du *= 1.013)
+        for (const double dv : {0.0, du / 3, du * 3}) {
+            const auto u = static_cast<float>(du), v = static_cast<float>(dv);
+            const double edge = std::max(width * static_cast<double>(u), height * static_cast<double>(v));
+            // The rounding of the logarithm may move the blend by one step of 12 bits.
+            ASSERT_NEAR(filter.look_up(0.37f, 0.81f, u, v).r * 255 / 20, expected_position(edge, last),
+                        1.01 / 4095)
+                << "for " << u << " x " << v;
+        }
+}
+
+TEST_F(BitmapFilter, ColouredLevelsShowWhichOneIsTaken) {
+    constexpr int width = 64, height = 32; // levels 0 to 5
+    stage::ImageMemory image(width, height, miIMG_TYPE_RGBA);
+    const Filter filter(renderer, image);
+    ASSERT_EQ(orl::level_count(filter.filter), 6);
+    for (int n = 1; n < 6; ++n) {
+        const orl::FilterLevel level = orl::filter_level(filter.filter, n);
+        std::memset(level.texels, 20 * n, static_cast<std::size_t>(4 * level.width * level.height));
+    }
+    expect_levels_over_widths(filter, width, height, 5);
+    for (const float wide : {infinite, 3e38f})
+        EXPECT_NEAR(filter.look_up(0.5f, 0.5f, wide, 0).g, 100 / 255.0f, 1e-6f);
+    for (const float none : {0.0f, -1.0f, -infinite, not_a_number})
+        EXPECT_EQ(filter.look_up(0.5f, 0.5f, none, none), grey(0)) << none;
+}
+
+TEST_F(BitmapFilter, LevelsOfTheImageAreTaken) {
+    constexpr int edge = 20;
+    stage::ImageMemory image(edge, edge, miIMG_TYPE_RGBA, 4); // 20, 10, 5 and 2 pixels
+    for (int n = 0; n < 4; ++n)
+        for (int i = 0; i < edge * edge; ++i)
+            stage::put_image_color(stage::image_level(image.image(), n), grey(20 * n), i % edge, i / edge);
+    const Filter filter(renderer, image);
+    EXPECT_EQ(orl::filter_level(filter.filter, 2).texels, nullptr);
+    expect_levels_over_widths(filter, edge, edge, 3);
+    image.image()->dirsize = 1000; // more than there can be
+    EXPECT_EQ(orl::level_count(Filter(renderer, image).filter), 4);
+}
+
+// The weights of Catmull and Rom at t, exact or with powers rounded down to 12 bits.
+std::array<double, 4> weights(double t, bool fixed) {
+    const auto rounded = [=](double x) { return fixed ? std::floor(x * 4096) / 4096 : x; };
+    const double t2 = rounded(t * t), t3 = rounded(t2 * t);
+    return {0.5 * (-t + 2 * t2 - t3), 0.5 * (2 - 5 * t2 + 3 * t3), 0.5 * (t + 4 * t2 - 3 * t3),
+            0.5 * (t3 - t2)};
+}
+
+// `texel`(x, y) repeats, and its middle is half a step from its corner.
+template <class Texel> double bicubic(double x, double y, bool fixed, Texel texel) {
+    const double left = std::floor(x - 0.5), below = std::floor(y - 0.5);
+    const auto across = weights(x - 0.5 - left, fixed), up = weights(y - 0.5 - below, fixed);
+    double sum = 0;
+    for (int i = 0; i < 16; ++i)
+        sum += across[static_cast<std::size_t>(i % 4)] * up[static_cast<std::size_t>(i / 4)] *
+               texel(static_cast<int>(left) - 1 + i % 4, static_cast<int>(below) - 1 + i / 4);
+    return sum;
+}
+
+// Rounding t squared down costs the weights at most 1, t cubed 2, of 4096; with the factors of the
+// polynomials that is (2 + 2 + 5 + 6 + 4 + 6 + 1 + 2) / 2 = 14 for all four and 28 for both directions: 0.7
+// percent of the largest deviation from the mean, which is half the range. Apart from that rounding there is
+// only that of floats.
+TEST_F(BitmapFilter, SamplesAreCubicInTheImageAndOnLevels) {
+    constexpr int edge = 16;
+    std::mt19937 random(3);
+    for (const miImg_type kind : kinds)
+        for (const int level : {0, 1}) {
+            const double range = kind == miIMG_TYPE_RGBA_FP ? 50 : 1;
+            stage::ImageMemory image = noise_image(edge, edge, kind, static_cast<float>(range));
+            stage::fail_allocations_after(level == 0 ? 1 : 3); // the filter, a level and the rows for it
+            const Filter filter(renderer, image);
+            stage::fail_allocations_after(-1);
+            ASSERT_EQ(orl::level_count(filter.filter), level + 1);
+            const int size = edge >> level;
+            const auto texel = [&](int x, int y) -> double {
+                x = (x + size) % size;
+                y = (y + size) % size;
+                return level == 0 ? stage::image_color(image.image(), x, y).r : filter.texel(1, x, y);
+            };
+            const auto limited = [=](double x) { return std::clamp(x, 0.0, range > 1 ? 1e9 : 1.0); };
+            for (int k = 0; k < 2000; ++k) { // at whole steps of the fixed point, which are exact in floats
+                const auto place = [&] {
+                    return static_cast<int>(random() % 65536) % (4096 * size) / 4096.0;
+                };
+                const double x = place(), y = place();
+                const float color =
+                    filter.look_up(static_cast<float>(x / size), static_cast<float>(y / size), 9, 0).r;
+                SCOPED_TRACE(Message() << "kind " << kind << ", level " << level << " at " << x << ", " << y);
+                ASSERT_NEAR(color, limited(bicubic(x, y, false, texel)), 0.007 * 0.5 * range);
+                ASSERT_NEAR(color, limited(bicubic(x, y, true, texel)), 1e-6 * range);
+            }
+        }
+}
+
+TEST_F(BitmapFilter, ColoursStayWhereTheirImageCanHaveThem) {
+    const struct {
+        miImg_type kind;
+        float low, high; // of the pixels
+        float lowest;    // of the samples
+    } cases[] = {{miIMG_TYPE_RGBA, 0, 1, 0},
+                 {miIMG_TYPE_RGBA_16, 0, 1, 0},
+                 {miIMG_TYPE_RGBA_FP, 0, 1000, 0},
+                 {miIMG_TYPE_RGBA_FP, -3, 1000, -3},
+                 {miIMG_TYPE_RGBA_FP, not_a_number, 1, 0}};
+    for (const auto& test : cases) {
+        stage::ImageMemory image = make_image(8, 8, test.kind, [&](int x, int y) {
+            const float value = x / 2 % 2 == y / 2 % 2 ? test.high : test.low;
+            return miColor{value, value, value, value};
+        });
+        const Filter filter(renderer, image);
+        std::vector<float> samples;
+        for (int i = 0; i < 10000; ++i)
+            samples.push_back(
+                filter.look_up(static_cast<float>(i % 100) / 100, static_cast<float>(i / 100) / 100).r);
+        const auto [least, most] = std::minmax_element(samples.begin(), samples.end());
+        EXPECT_EQ(*least, test.lowest) << test.kind;
+        EXPECT_LE(*most, test.kind == miIMG_TYPE_RGBA_FP ? 1.3f * test.high : test.high) << test.kind;
+        EXPECT_FALSE(std::any_of(samples.begin(), samples.end(), [](float x) { return std::isnan(x); }));
+    }
+}
+
+// A seam would be a jump as large as the pixels' differences; a step of 1e-4 of the edge changes little.
+TEST_F(BitmapFilter, TilesHaveNoSeamsAndOthersDoNotReachAround) {
+    for (const auto& [width, height] : {std::pair{16, 8}, {5, 7}, {37, 22}}) {
+        stage::ImageMemory image = noise_image(width, height, miIMG_TYPE_RGBA_16);
+        const Filter filter(renderer, image);
+        for (const float box : {0.0f, 0.2f, 0.3f, 0.5f, 1.1f})
+            for (float at = 0.05f; at < 1.0f; at += 0.1f) {
+                SCOPED_TRACE(Message() << width << " x " << height << ", box " << box << " at " << at);
+                const auto look_up = [&](float u, float v) { return filter.look_up(u, v, box, box).r; };
+                EXPECT_NEAR(look_up(1 - 1e-4f, at), look_up(1e-4f, at), 0.02f);
+                EXPECT_NEAR(look_up(at, 1 - 1e-4f), look_up(at, 1e-4f), 0.02f);
+                // Whole tiles further, in powers of two so that no digit is lost.
+                EXPECT_EQ(filter.look_up(0.25f, 0.5f, box), filter.look_up(-1.75f, 4.5f, box));
+            }
+    }
+    for (const int width : {8, 9}) { // black on the left, white on the right
+        stage::ImageMemory image =
+            make_image(width, 8, miIMG_TYPE_RGBA, [&](int x, int) { return grey(x < width / 2 ? 0 : 255); });
+        const Filter filter(renderer, image, false);
+        for (const float box : {0.0f, 0.4f}) {
+            EXPECT_EQ(filter.look_up(0.001f, 0.5f, box, box), grey(0)) << width;
+            EXPECT_EQ(filter.look_up(0.999f, 0.5f, box, box), grey(255)) << width;
+        }
+    }
+}
+
+TEST_F(BitmapFilter, WithoutMemoryTheLevelsBuiltSoFarServe) {
+    stage::ImageMemory image = make_image(64, 64, miIMG_TYPE_RGBA, [](int, int) { return grey(255); });
+    const miTag tag = renderer.add(miSCENE_IMAGE, image.image());
+    // The filter, the first level, its rows, then the levels.
+    constexpr int expected_levels[] = {0, 1, 1, 2, 3, 4, 5, 6, 7, 7};
+    for (int successes = 0; successes < 10; ++successes) {
+        stage::fail_allocations_after(successes);
+        orl::BitmapFilter* const filter = orl::create_filter(state, tag, 1, true);
+        miColor color{-1, -1, -1, -1};
+        for (const float box : {0.0f, 0.1f, 0.7f, 100.0f}) {
+            EXPECT_EQ(orl::look_up(&color, state, filter, 0.3f, 0.9f, box, box), successes > 0);
+            EXPECT_EQ(color, grey(successes > 0 ? 255 : 0)) << successes << " successes, box " << box;
+        }
+        stage::fail_allocations_after(-1);
+        EXPECT_EQ(filter != nullptr ? orl::level_count(filter) : 0, expected_levels[successes]);
+        orl::destroy_filter(filter);
+    }
+}
+
+TEST_F(BitmapFilter, WhatIsNoImageIsBlack) {
+    EXPECT_EQ(orl::create_filter(state, miNULLTAG, 1, true), nullptr);
+    orl::destroy_filter(nullptr);
+    miImg_image empty{}, wrong{};
+    wrong.width = 3;
+    wrong.height = -7;
+    for (const miTag tag : {renderer.add_material({}), miTag{9999}, renderer.add(miSCENE_IMAGE, &empty),
+                            renderer.add(miSCENE_IMAGE, &wrong)}) {
+        orl::BitmapFilter* const filter = orl::create_filter(state, tag, 1, true);
+        miColor color{-1, -1, -1, -1};
+        EXPECT_TRUE(orl::look_up(&color, state, filter, 0.5f, 0.5f, 0.1f, 0.1f));
+        EXPECT_EQ(color, (miColor{0, 0, 0, 0}));
+        orl::destroy_filter(filter);
+    }
+}
+
+TEST_F(BitmapFilter, AnyCoordinateGivesAColourOfTheImage) {
+    constexpr float bad[] = {not_a_number, infinite, -infinite, 3e38f,       -3e38f, 1e10f, -1e10f,
+                             -1e-30f,      -1,       0,         0.99999994f, 1,      77.3f};
+    for (const auto& [width, height] : {std::pair{1, 1}, {1, 40}, {3, 2}, {65535, 1}})
+        for (const miImg_type kind : kinds)
+            for (const bool tiles : {false, true}) {
+                stage::ImageMemory image = noise_image(width, height, kind);
+                const Filter filter(renderer, image, tiles);
+                for (const float u : bad)
+                    for (const float v : bad)
+                        for (const float box : bad) {
+                            const miColor color = filter.look_up(u, v, box, -box);
+                            ASSERT_TRUE(color.r >= 0 && color.r <= 1.3f && color.a >= 0 && color.a <= 1.3f)
+                                << u << ", " << v << ", " << box;
+                        }
+                EXPECT_EQ(filter.look_up(not_a_number, -infinite), filter.look_up(0, 0));
+            }
+}
+
+TEST_F(BitmapFilter, ThreadsBuildOnceAndAgree) {
+    stage::ImageMemory image = noise_image(200, 100, miIMG_TYPE_RGBA);
+    const Filter alone(renderer, image);
+    orl::BitmapFilter* const shared =
+        orl::create_filter(state, renderer.add(miSCENE_IMAGE, image.image()), 1, true);
+    renderer.mi_db_access.reset_calls();
+    std::atomic<int> waiting{0}; // at the lock, where each arrives before the other has built
+    renderer.mi_lock = [&](miLock lock) {
+        for (++waiting; waiting < 2;)
+            std::this_thread::yield();
+        renderer.mi_lock.unscripted(lock);
+    };
+    std::atomic<int> different{0};
+    const auto look_up = [&] {
+        for (int i = 0; i < 3000; ++i) {
+            const float u = static_cast<float>(i) * 0.013f, box = static_cast<float>(i % 7) * 0.01f;
+            miColor color;
+            orl::look_up(&color, nullptr, shared, u, 1 - u, box, 0);
+            different += !(color == alone.look_up(u, 1 - u, box, 0));
+        }
+    };
+    std::thread other(look_up);
+    look_up();
+    other.join();
+    EXPECT_EQ(different, 0);
+    EXPECT_EQ(renderer.mi_db_access.calls(), 1);
+    EXPECT_EQ(waiting, 2) << "no thread locks again";
+    orl::destroy_filter(shared);
+}
+
+} // namespace
