@@ -16,12 +16,6 @@ namespace orl {
 
 namespace {
 
-constexpr miScalar third = 0.33333334f;
-
-miScalar mean(const miColor& c) {
-    return (c.r + c.g + c.b) * third;
-}
-
 void scale(miColor& c, miScalar factor) {
     c.r *= factor;
     c.g *= factor;
@@ -51,7 +45,7 @@ void grade(miColor& value, const Grading& grading, bool mono) {
     if (grading.clamp)
         value = {clamped(value.r), clamped(value.g), clamped(value.b), mono ? value.a : clamped(value.a)};
     if (grading.alpha_from_rgb && !mono)
-        value.a = mean(value);
+        value.a = intensity(value);
 }
 
 namespace {
@@ -72,7 +66,7 @@ void map_by_rgb_curve(miColor& value, miState* state, miTag curve, bool mono) {
     value.g = curve_at(state, curve, 1, value.g);
     value.b = curve_at(state, curve, 2, value.b);
     if (mono)
-        value.r = value.g = value.b = mean(value);
+        value.r = value.g = value.b = intensity(value);
 }
 
 void map_by_mono_curve(miColor& value, miState* state, miTag curve, bool mono) {
@@ -109,10 +103,6 @@ void stage_vector(miColor& value, miState* state, const OutputStageParams* param
         scale(value, -1.0f);
 }
 
-OutputRequest requested_output(const OutputRequest* request) {
-    return request ? *request : OutputRequest::color;
-}
-
 // ---- output map
 
 struct OutputMapInstance {
@@ -125,7 +115,7 @@ ORL_VERSION(orl_output, orl_base_Output);
 
 ORL_EXPORT miBoolean orl_base_Output(miColor* result, miState* state, const OutputStageParams* params,
                                      const OutputRequest* request) {
-    switch (requested_output(request)) {
+    switch (request ? *request : OutputRequest::color) {
     case OutputRequest::color:
         stage_color(*result, state, params, false);
         break;
