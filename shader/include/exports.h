@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "orl_bump.h"
 #include "orl_color.h"
 #include "orl_cpdmtl.h"
 #include "orl_light.h"
@@ -24,6 +25,7 @@
 #include "shd_strauss.h"
 #include "shd_trnslcnt.h"
 #include "shd_ward.h"
+#include "tex_bitmap.h"
 #include "utilshaders.h"
 
 #include <span>
@@ -38,6 +40,7 @@ struct Unit {
 
 // clang-format off
 inline constexpr Unit units[] = {
+    {"orl_bump", orl_bump},
     {"orl_color", color_shaders},
     {"orl_cpdmtl", orl_cpdmtl},
     {"orl_light", lights},
@@ -57,6 +60,7 @@ inline constexpr Unit units[] = {
     {"shd_strauss", shd_strauss},
     {"shd_trnslcnt", shd_trnslcnt},
     {"shd_ward", shd_ward},
+    {"tex_bitmap", tex_bitmap},
     {"utilshaders", utilshaders},
 };
 // clang-format on
