@@ -25,6 +25,10 @@ inline double pow(double base, double exponent) {
     return std::pow(base, exponent);
 }
 
+inline float log2(float x) {
+    return std::log2(x);
+}
+
 inline float log10(float x) {
     return std::log10(x);
 }
