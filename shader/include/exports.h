@@ -9,8 +9,10 @@
 #include "orl_cpdmtl.h"
 #include "orl_light.h"
 #include "orl_material.h"
+#include "orl_output.h"
 #include "orl_rendelem.h"
 #include "orl_stdelem.h"
+#include "orl_stdxyz.h"
 #include "orl_support.h"
 #include "orl_toneop.h"
 #include "orl_toneopphoto.h"
@@ -27,6 +29,7 @@
 #include "shd_ward.h"
 #include "tex_bitmap.h"
 #include "utilshaders.h"
+#include "utl_curve.h"
 
 #include <span>
 
@@ -45,8 +48,10 @@ inline constexpr Unit units[] = {
     {"orl_cpdmtl", orl_cpdmtl},
     {"orl_light", lights},
     {"orl_material", orl_material},
+    {"orl_output", orl_output},
     {"orl_rendelem", orl_rendelem},
     {"orl_stdelem", orl_stdelem},
+    {"orl_stdxyz", orl_stdxyz},
     {"orl_toneop", orl_toneop},
     {"orl_toneopphoto", orl_toneopphoto},
     {"shd_aniso", shd_aniso},
@@ -62,6 +67,7 @@ inline constexpr Unit units[] = {
     {"shd_ward", shd_ward},
     {"tex_bitmap", tex_bitmap},
     {"utilshaders", utilshaders},
+    {"utl_curve", utl_curve},
 };
 // clang-format on
 

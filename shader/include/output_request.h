@@ -22,4 +22,12 @@ inline bool call_map(miColor* result, miState* state, miTag map, OutputRequest r
     return false;
 }
 
+/* Runs an output stage on a map's value in place; the null tag leaves it alone. So does a stage that fails,
+   whatever it wrote: the map then shows as it would without one, rather than not at all. */
+inline void run_output(miColor* value, miState* state, miTag output, OutputRequest request) {
+    const miColor before = *value;
+    if (output != miNULLTAG && !mi_call_shader_x(value, miSHADER_TEXTURE, state, output, &request))
+        *value = before;
+}
+
 } // namespace orl

@@ -154,7 +154,7 @@ void delete_thread_data(miState* state) {
     int count = 0;
     if (!mi_query(miQ_FUNC_TLS_GETALL, state, miNULLTAG, &data, &count) || data == nullptr)
         return;
-    for (int i = 0; i < count; ++i) {
+    for (int i = count - 1; i >= 0; --i) {
         if (data[i] != nullptr)
             mi_mem_int_release("orlshaderapi", __LINE__, data[i]);
         data[i] = nullptr;

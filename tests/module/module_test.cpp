@@ -121,7 +121,7 @@ public:
     // Every tag becomes `tag`, every array of tags holds it three times.
     void set_tags(miTag tag) {
         for (const Field& field : shader_.fields) {
-            if (is_integral(field) || is_real(field))
+            if (is_integral(field) || is_real(field) || field.type == miTYPE_STRUCT)
                 continue;
             unsigned char* const place = instance_.params().bytes + field.offset;
             if (!field.array) {
