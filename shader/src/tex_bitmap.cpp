@@ -243,11 +243,6 @@ bool sample_map(miColor* result, miState* state, const BitmapParams* params, Ima
     return true;
 }
 
-void run_output(miColor* result, miState* state, miTag output, OutputRequest request) {
-    if (output != miNULLTAG)
-        mi_call_shader_x(result, miSHADER_TEXTURE, state, output, &request);
-}
-
 // Deliberate: grey is the alpha as it leaves the output stage, which hardly touches it.
 void finish(miColor* color, miState* state, const BitmapParams* params) {
     if (eval(state, params->alphaAsGray)) {
