@@ -16,7 +16,6 @@ struct Placement {
     miScalar width, height;
     bool on;
     bool place;
-    miScalar jitter_u, jitter_v; // placed images move right and down by up to that much, for each tile anew
 };
 
 /* A coordinate as number of its tile and place in it. Deliberate: below 0 the tile is the one left of the
@@ -28,7 +27,7 @@ struct Tile {
 };
 Tile tile(miScalar coordinate);
 
-/* By which share of the jitter, 0 to 1, the image of a tile is moved. */
+/* By which share of the jitter, 0 to 1, the image in a tile is moved to the right and down. */
 struct Jitter {
     miScalar u, v;
 };

@@ -37,17 +37,14 @@ Jitter tile_jitter(miInteger column, miInteger row) {
 }
 
 ImagePoint image_point(const Placement& placement, miScalar u, miScalar v) {
-    const Tile column = tile(u), row = tile(v);
+    const miScalar across = tile(u).fraction, up = tile(v).fraction;
     if (!placement.on)
-        return {column.fraction, row.fraction};
-    const miScalar width = placement.width, height = placement.height;
-    if (!placement.place)
-        return {tile(column.fraction * width + placement.u).fraction,
-                tile(1.0f - placement.v - height + height * row.fraction).fraction};
-    const Jitter jitter = tile_jitter(column.number, row.number);
-    const miScalar left = placement.u + jitter.u * placement.jitter_u;
-    const miScalar top = placement.v + jitter.v * placement.jitter_v;
-    return {(column.fraction - left) / width, (row.fraction - (1.0f - top - height)) / height};
+        return {across, up};
+    const miScalar lower_edge = 1.0f - placement.v - placement.height;
+    if (placement.place)
+        return {(across - placement.u) / placement.width, (up - lower_edge) / placement.height};
+    return {tile(across * placement.width + placement.u).fraction,
+            tile(lower_edge + placement.height * up).fraction};
 }
 
 namespace {
@@ -202,17 +199,29 @@ template <Channels channels> UvMap uv_map(Image& image, bool filtered) {
     return {sample_plain<channels>, sample_filtered<channels>, filtered, &image};
 }
 
-Placement placement(miState* state, const BitmapParams* params) {
+// How far the image is moved in the tile at hand. A generator that tiles leaves no trace of the tile in what
+// it hands to a sampler; the coordinate that it gives on its own still has it.
+Jitter jitter_of(miState* state, const BitmapParams* params, miTag generator) {
+    const Jitter range{eval(state, params->jitterU), eval(state, params->jitterV)};
+    miColor coordinate{0, 0, 0, 0}; // u, v and w; with room for what a generator may write
+    if ((range.u == 0.0f && range.v == 0.0f) ||
+        !mi_call_shader_x(&coordinate, miSHADER_TEXTURE, state, generator, nullptr))
+        return {0, 0};
+    const Jitter share = tile_jitter(tile(coordinate.r).number, tile(coordinate.g).number);
+    return {share.u * range.u, share.v * range.v};
+}
+
+Placement placement(miState* state, const BitmapParams* params, miTag generator) {
     if (!eval(state, params->cropOn))
-        return {0, 0, 1, 1, false, false, 0, 0};
-    return {eval(state, params->cropU),
-            eval(state, params->cropV),
+        return {0, 0, 1, 1, false, false};
+    const bool place = eval(state, params->cropPlace);
+    const Jitter moved = place ? jitter_of(state, params, generator) : Jitter{0, 0};
+    return {eval(state, params->cropU) + moved.u,
+            eval(state, params->cropV) + moved.v,
             eval(state, params->cropWidth),
             eval(state, params->cropHeight),
             true,
-            eval(state, params->cropPlace) != miFALSE,
-            eval(state, params->jitterU),
-            eval(state, params->jitterV)};
+            place};
 }
 
 // A bump is the slope of the intensity, which the generator takes from the colour.
@@ -226,7 +235,7 @@ UvMap map_of(miState* state, const BitmapParams* params, Image& image, OutputReq
 }
 
 // Value of the map in front of its output stage; false without a generator.
-bool sample_map(miColor* result, miState* state, const BitmapParams* params, Image& image,
+bool sample_map(miColor* result, miState* state, const BitmapParams* params, BitmapFilter* filter,
                 OutputRequest request, miBoolean& warned) {
     *result = default_color;
     const miTag generator = eval(state, params->uvGenerator);
@@ -234,6 +243,7 @@ bool sample_map(miColor* result, miState* state, const BitmapParams* params, Ima
         report_missing(state, MissingInput::uv_coordinates, warned);
         return false;
     }
+    Image image{filter, placement(state, params, generator)};
     const UvMap map = map_of(state, params, image, request);
     if (request == OutputRequest::vector) {
         const miVector bump = bump_uv_map(state, generator, map);
@@ -281,12 +291,12 @@ ORL_EXPORT miBoolean orl_Bitmap(miColor* result, miState* state, const BitmapPar
     if (wanted < OutputRequest::color || wanted > OutputRequest::vector)
         return miTRUE;
     auto* const instance = instance_data<BitmapInstance>(state);
-    Image image{instance ? choose_filter(state, params, *instance) : nullptr, placement(state, params)};
-    if (image.filter == nullptr) {
+    BitmapFilter* const filter = instance ? choose_filter(state, params, *instance) : nullptr;
+    if (filter == nullptr) {
         *result = default_color;
         return miTRUE;
     }
-    const bool has_coordinates = sample_map(result, state, params, image, wanted, instance->warned);
+    const bool has_coordinates = sample_map(result, state, params, filter, wanted, instance->warned);
     run_output(result, state, eval(state, params->output), wanted);
     if (wanted == OutputRequest::vector)
         return has_coordinates;

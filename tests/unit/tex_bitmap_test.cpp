@@ -15,14 +15,13 @@ namespace {
 
 using namespace orl;
 
-constexpr Placement whole{0, 0, 1, 1, false, false, 0, 0};
-constexpr Placement crop{0.25f, 0.125f, 0.5f, 0.25f, true, false, 0, 0};
-constexpr Placement place{0.25f, 0.125f, 0.5f, 0.25f, true, true, 0, 0};
-constexpr Placement jittered{0.25f, 0.125f, 0.5f, 0.25f, true, true, 0.25f, 0.5f};
+constexpr Placement whole{0, 0, 1, 1, false, false};
+constexpr Placement crop{0.25f, 0.125f, 0.5f, 0.25f, true, false};
+constexpr Placement place{0.25f, 0.125f, 0.5f, 0.25f, true, true};
 
 TEST(BitmapGeometry, BoxesLeadToTheirPartOfTheImage) {
-    constexpr Placement left_half{0, 0, 0.5f, 1, true, false, 0, 0}, flat{0, 0, 1, 0, true, true, 0, 0};
-    constexpr Placement right_half{0.5f, 0, 0.5f, 1, true, false, 0, 0};
+    constexpr Placement left_half{0, 0, 0.5f, 1, true, false}, flat{0, 0, 1, 0, true, true};
+    constexpr Placement right_half{0.5f, 0, 0.5f, 1, true, false};
     // `crop` and `place`: 0.25 to 0.75 across; from the top 0.125 to 0.375, so 0.625 to 0.875 from below.
     const struct {
         const char* name;
@@ -38,12 +37,6 @@ TEST(BitmapGeometry, BoxesLeadToTheirPartOfTheImage) {
         {"middle of the place", place, 0.5f, 0.75f, 0.125f, 0.0625f, {0.5f, 0.5f, 0.25f, 0.25f, 1}},
         {"its upper right corner", place, -0.25f, 2.875f, 0, 0, {1, 1, 0, 0, 1}},
         {"left of it", place, 0.1f, 0.75f, 0.25f, 0.1f, {0, 0, 0, 0, 0}},
-        // Jitter: seeds (14693 i - 3251 j - 1328) & 32767 of tile (i, j) and the 1st and 4th number after
-        // them, in 32767ths, from a program of its own with whole numbers of any size. 13365: 10915 and
-        // 23473, so the left edge is at 0.333278 and the lower one at 0.266818.
-        {"tile (1, 0)", jittered, 1.5f, 0.5f, 0, 0, {0.333444f, 0.932727f, 0, 0, 1}},
-        // 18567: 27902 and 27071, edges 0.462882 and 0.211915
-        {"tile (-2, 5)", jittered, -1.5f, 5.4f, 0, 0, {0.074236f, 0.752340f, 0, 0, 1}},
         // -0.1 to 0.1 of the image's width, of which the right half counts
         {"across the edge", left_half, 0, 0.5f, 0.1f, 0.5f, {0.05f, 0.5f, 0.1f, 0.5f, 0.5f}},
         // -0.3 to 0.1 across, of which a quarter counts; 0.75 to 1.25 upwards, of which half counts
@@ -65,8 +58,8 @@ TEST(BitmapGeometry, NoNumberLeadsOutOfTheImage) {
     for (const miScalar a : values)
         for (const miScalar b : values)
             for (const Placement& placement :
-                 {whole, Placement{a, b, 1, 1, true, false, 0, 0}, Placement{0, 0, b, a, true, false, 0, 0},
-                  Placement{0, a, b, 1, true, true, b, a}, jittered}) {
+                 {whole, Placement{a, b, 1, 1, true, false}, Placement{0, 0, b, a, true, false},
+                  Placement{0, a, b, 1, true, true}}) {
                 const Footprint part = image_footprint(placement, a, b, b, a);
                 const bool inside = part.u >= 0 && part.u <= 1 && part.v >= 0 && part.v <= 1;
                 EXPECT_TRUE(part.coverage == 0 || (part.coverage <= 1 && inside)) << a << ' ' << b;
@@ -214,6 +207,37 @@ TEST_F(Bitmap, WritesColourMonoAndAlpha) {
         params.filterType = test.half ? 0 : no_filtering;
         expect_near(sample(test.request), test.expected, test.name);
     }
+}
+
+TEST_F(Bitmap, JitterMovesThePlacedImageInEachTile) {
+    // The image is at 0.25 from the left and 0.125 from the top, 0.25 high, and moves by a quarter and a half
+    // of the 1st and 4th number after the seed (14693 i - 3251 j - 1328) & 32767 of tile (i, j), in 32767ths,
+    // from a program of its own with whole numbers of any size.
+    const struct {
+        miScalar i, j, left, lower;
+    } cases[] = {{1, 0, 0.333278f, 0.266818f},   // seed 13365: 10915, 23473
+                 {0, 1, 0.452612f, 0.234549f},   // 28189: 26556, 25588
+                 {-2, 5, 0.462882f, 0.211915f}}; // 18567: 27902, 27071
+    params.image = add_image({1, 1, 1, 1});
+    params.cropU = params.jitterU = params.cropHeight = 0.25f;
+    params.cropV = 0.125f;
+    params.cropWidth = params.jitterV = 0.5f;
+    params.cropOn = params.cropPlace = miTRUE;
+    bitmap.start();
+    for (const auto& [i, j, left, lower] : cases)
+        for (const miScalar right : {-1e-4f, 1e-4f})
+            for (const miScalar up : {-1e-4f, 1e-4f}) {
+                bool sampling = true;
+                params.uvGenerator = renderer.add_shader([&](void* result, miState* s, void* arg) {
+                    const auto& ask = *static_cast<const UvBumpRequest*>(arg);
+                    if ((sampling = !sampling)) // the first call is for the coordinate
+                        ask.plain(static_cast<miColor*>(result), s, ask.data, left + right, lower + up);
+                    else
+                        *static_cast<miVector*>(result) = {i + left + right, j + lower + up, 0};
+                    return miTRUE;
+                });
+                EXPECT_EQ(sample().a > 0.5f, right > 0 && up > 0) << i << ' ' << right << ' ' << up;
+            }
 }
 
 // The image is a ramp of heights. Coordinates grow by 1 over its 64 pixels.
