@@ -39,7 +39,8 @@ struct ImagePoint {
 };
 ImagePoint image_point(const Placement& placement, miScalar u, miScalar v);
 
-/* The part of a box that lies in the image: its middle, its edges, and how much of the box it is. */
+/* A box in the image: the middle of the part that lies in the image, how much of the box that is, and the
+   edges of the whole box, so that the image is as soft at its edges as elsewhere. */
 struct Footprint {
     miScalar u, v, du, dv;
     miScalar coverage;

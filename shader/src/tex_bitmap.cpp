@@ -49,16 +49,16 @@ ImagePoint image_point(const Placement& placement, miScalar u, miScalar v) {
 
 namespace {
 
-// Keeps what of an interval lies between 0 and 1 and returns its share: of one without length all or nothing.
-miScalar clip(miScalar& middle, miScalar& length) {
+// Moves the middle of an interval into that of its part between 0 and 1 and returns the part's share: of one
+// without length all or nothing.
+miScalar clip(miScalar& middle, miScalar length) {
     const miScalar whole = length > 0.0f ? length : 0.0f;
     const miScalar low = std::max(middle - 0.5f * whole, 0.0f);
     const miScalar high = std::min(middle + 0.5f * whole, 1.0f);
     if (!(low <= high))
         return 0;
     middle = 0.5f * (low + high);
-    length = high - low;
-    return whole > 0.0f ? length / whole : 1.0f;
+    return whole > 0.0f ? (high - low) / whole : 1.0f;
 }
 
 } // namespace

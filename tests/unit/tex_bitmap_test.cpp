@@ -38,9 +38,9 @@ TEST(BitmapGeometry, BoxesLeadToTheirPartOfTheImage) {
         {"its upper right corner", place, -0.25f, 2.875f, 0, 0, {1, 1, 0, 0, 1}},
         {"left of it", place, 0.1f, 0.75f, 0.25f, 0.1f, {0, 0, 0, 0, 0}},
         // -0.1 to 0.1 of the image's width, of which the right half counts
-        {"across the edge", left_half, 0, 0.5f, 0.1f, 0.5f, {0.05f, 0.5f, 0.1f, 0.5f, 0.5f}},
+        {"across the edge", left_half, 0, 0.5f, 0.1f, 0.5f, {0.05f, 0.5f, 0.2f, 0.5f, 0.5f}},
         // -0.3 to 0.1 across, of which a quarter counts; 0.75 to 1.25 upwards, of which half counts
-        {"across a corner", place, 0.2f, 0.875f, 0.2f, 0.125f, {0.05f, 0.875f, 0.1f, 0.25f, 0.125f}},
+        {"across a corner", place, 0.2f, 0.875f, 0.2f, 0.125f, {0.05f, 0.875f, 0.4f, 0.5f, 0.125f}},
         {"no area", flat, 0.5f, 0.5f, 1, 1, {0, 0, 0, 0, 0}},
     };
     for (const auto& [name, placement, u, v, du, dv, expected] : cases) {
