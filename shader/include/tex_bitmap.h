@@ -18,27 +18,6 @@ struct Placement {
     bool place;
 };
 
-/* A coordinate as number of its tile and place in it. Deliberate: below 0 the tile is the one left of the
-   truncated number, so that whole numbers there have the fraction 1 rather than 0; all maps of the host tile
-   like that. Coordinates too large to have a fraction count as 0. */
-struct Tile {
-    miInteger number;
-    miScalar fraction;
-};
-Tile tile(miScalar coordinate);
-
-/* By which share of the jitter, 0 to 1, the image in a tile is moved to the right and down. */
-struct Jitter {
-    miScalar u, v;
-};
-Jitter tile_jitter(miInteger column, miInteger row);
-
-/* Where (u, v) lies in the image, whose edges are at 0 and 1. Placed images leave room around them. */
-struct ImagePoint {
-    miScalar u, v;
-};
-ImagePoint image_point(const Placement& placement, miScalar u, miScalar v);
-
 /* A box in the image: the middle of the part that lies in the image, how much of the box that is, and the
    edges of the whole box, so that the image is as soft at its edges as elsewhere. */
 struct Footprint {
@@ -48,12 +27,6 @@ struct Footprint {
 
 /* The box with edges du and dv about (u, v), carried into the image. An image that tiles has no end. */
 Footprint image_footprint(const Placement& placement, miScalar u, miScalar v, miScalar du, miScalar dv);
-
-/* Element of a list of `count` that an index of any size stands for. */
-miInteger list_element(miInteger index, miInteger count);
-
-/* The index that stands for a particle of an object with `entries` of them. */
-miInteger particle_entry(miUint particle, miInteger entries);
 
 // ---- parameters
 

@@ -16,6 +16,16 @@ namespace orl {
 
 // ---- geometry
 
+namespace {
+
+// A coordinate as number of its tile and place in it. Deliberate: below 0 the tile is the one left of the
+// truncated number, so that whole numbers there have the fraction 1 rather than 0; all maps of the host tile
+// like that. Coordinates too large to have a fraction count as 0.
+struct Tile {
+    miInteger number;
+    miScalar fraction;
+};
+
 Tile tile(miScalar coordinate) {
     constexpr miScalar last_with_fraction = 8388608.0f;
     if (!(std::fabs(coordinate) < last_with_fraction))
@@ -24,17 +34,10 @@ Tile tile(miScalar coordinate) {
     return {number, coordinate - static_cast<miScalar>(number)};
 }
 
-Jitter tile_jitter(miInteger column, miInteger row) {
-    // Without a sign the sum wraps around, which its last 15 bits do not show.
-    const miUint seed =
-        (static_cast<miUint>(column) * 14693u - static_cast<miUint>(row) * 3251u - 1328u) & 0x7FFFu;
-    HostRandom random(seed);
-    constexpr miScalar unit = 3.051851e-5f;
-    const int first = random();
-    random();
-    random();
-    return {static_cast<miScalar>(first) * unit, static_cast<miScalar>(random()) * unit};
-}
+// Where (u, v) lies in the image, whose edges are at 0 and 1. Placed images leave room around them.
+struct ImagePoint {
+    miScalar u, v;
+};
 
 ImagePoint image_point(const Placement& placement, miScalar u, miScalar v) {
     const miScalar across = tile(u).fraction, up = tile(v).fraction;
@@ -46,8 +49,6 @@ ImagePoint image_point(const Placement& placement, miScalar u, miScalar v) {
     return {tile(across * placement.width + placement.u).fraction,
             tile(lower_edge + placement.height * up).fraction};
 }
-
-namespace {
 
 // Moves the middle of an interval into that of its part between 0 and 1 and returns the part's share: of one
 // without length all or nothing.
@@ -74,15 +75,6 @@ Footprint image_footprint(const Placement& placement, miScalar u, miScalar v, mi
     Footprint part{point.u, point.v, du / placement.width, dv / placement.height, 0};
     part.coverage = clip(part.u, part.du) * clip(part.v, part.dv);
     return part;
-}
-
-miInteger list_element(miInteger index, miInteger count) {
-    const miInteger rest = index % count;
-    return rest < 0 ? rest + count : rest;
-}
-
-miInteger particle_entry(miUint particle, miInteger entries) {
-    return static_cast<miInteger>(particle % static_cast<miUint>(entries));
 }
 
 namespace {
@@ -148,17 +140,20 @@ miInteger particle_entries(miState* state) {
     return particles->count;
 }
 
-// Null for an image that is missing.
+// Null for an image that is missing. Indices go round, those below 0 too.
 BitmapFilter* choose_filter(miState* state, const BitmapParams* params, const BitmapInstance& instance) {
     const bool from_host = eval(state, params->hostImages) && instance.hostList.count > 0;
     const FilterList& list = from_host ? instance.hostList : instance.list;
     if (list.count < 1)
         return instance.image;
     const miInteger entries = eval(state, params->perParticleImage) ? particle_entries(state) : 0;
-    const miInteger index = entries > 0 ? particle_entry(static_cast<miUint>(GetParticleID(state)), entries)
-                            : from_host ? eval(state, params->hostImageIndex)
-                                        : eval(state, params->imageIndex);
-    return list.filters[list_element(index, list.count)];
+    const miInteger index =
+        entries > 0
+            ? static_cast<miInteger>(static_cast<miUint>(GetParticleID(state)) % static_cast<miUint>(entries))
+        : from_host ? eval(state, params->hostImageIndex)
+                    : eval(state, params->imageIndex);
+    const miInteger element = index % list.count;
+    return list.filters[element < 0 ? element + list.count : element];
 }
 
 // ---- sampling
@@ -197,6 +192,23 @@ void sample_plain(miColor* result, miState* state, void* data, miScalar u, miSca
 
 template <Channels channels> UvMap uv_map(Image& image, bool filtered) {
     return {sample_plain<channels>, sample_filtered<channels>, filtered, &image};
+}
+
+struct Jitter {
+    miScalar u, v; // to the right and down
+};
+
+// By which share of the range, 0 to 1, the image in a tile is moved.
+Jitter tile_jitter(miInteger column, miInteger row) {
+    // Without a sign the sum wraps around, which its last 15 bits do not show.
+    const miUint seed =
+        (static_cast<miUint>(column) * 14693u - static_cast<miUint>(row) * 3251u - 1328u) & 0x7FFFu;
+    HostRandom random(seed);
+    constexpr miScalar unit = 3.051851e-5f;
+    const int first = random();
+    random();
+    random();
+    return {static_cast<miScalar>(first) * unit, static_cast<miScalar>(random()) * unit};
 }
 
 // How far the image is moved in the tile at hand. A generator that tiles leaves no trace of the tile in what
