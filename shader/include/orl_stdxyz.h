@@ -53,6 +53,8 @@ struct XyzParams {
     miScalar blurOffset;
 };
 
+/* The generator's argument, if any, is a GeneratorRequest, of which it takes the selector. More than the
+   result is asked for by an XyzDerivRecord. */
 struct XyzGeneratorResult {
     miVector point;
     miScalar w;
