@@ -242,8 +242,9 @@ void find_levels(BitmapFilter& filter) {
         miImg_image* const image = mi_img_pyramid_get_level(filter.image, filter.levels);
         if (image == nullptr)
             return;
+        const Level& finer = filter.level[filter.levels - 1];
         const int width = mi_img_get_width(image), height = mi_img_get_height(image);
-        if (!can_be_sampled(width, height))
+        if (!can_be_sampled(width, height) || width > finer.width || height > finer.height)
             return;
         Level& level = filter.level[filter.levels];
         level = make_level(filter, width, height, true);
@@ -405,13 +406,14 @@ __m128 sample_words(const Level& level, const Taps& x, const Taps& y) {
 }
 
 /* Beside very bright texels the cubic swings far below 0, which would be light that darkens: it ends at 0, or
-   at what the image itself has below. Upwards a float image has no limit. */
+   at what the image itself has below. Upwards a float image has no limit. The order of the operands lets what
+   is no number count as that end. */
 template <class TexelAt> __m128 sample_floats(const Taps& x, const Taps& y, TexelAt texel) {
     constexpr float both_axes = static_cast<float>(weight_sum) * static_cast<float>(weight_sum);
     __m128 lowest = _mm_setzero_ps();
     const __m128 sum = sum_of_texels(x, y, [&](int column, int line) {
         const __m128 color = texel(column, line);
-        lowest = _mm_min_ps(lowest, color);
+        lowest = _mm_min_ps(color, lowest);
         return color;
     });
     return _mm_max_ps(_mm_mul_ps(sum, _mm_set1_ps(1.0f / both_axes)), lowest);
