@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "orl_bump.h"
 #include "orl_color.h"
 #include "orl_cpdmtl.h"
 #include "orl_light.h"
@@ -32,6 +33,7 @@
 #include "tex_mask.h"
 #include "tex_mix.h"
 #include "tex_tint.h"
+#include "tex_bitmap.h"
 #include "utilshaders.h"
 #include "utl_curve.h"
 
@@ -47,6 +49,7 @@ struct Unit {
 
 // clang-format off
 inline constexpr Unit units[] = {
+    {"orl_bump", orl_bump},
     {"orl_color", color_shaders},
     {"orl_cpdmtl", orl_cpdmtl},
     {"orl_light", lights},
@@ -74,6 +77,7 @@ inline constexpr Unit units[] = {
     {"tex_mask", tex_mask},
     {"tex_mix", tex_mix},
     {"tex_tint", tex_tint},
+    {"tex_bitmap", tex_bitmap},
     {"utilshaders", utilshaders},
     {"utl_curve", utl_curve},
 };

@@ -189,7 +189,8 @@ ORLSHADERS_API const orl_ObjectData* GetObjectData(miState* state);
 /* The record of the object that an instance shows, or null. */
 ORLSHADERS_API const orl_ObjectData* GetObjectDataFromInstance(miTag instance);
 
-/* The particle record that an object record names, or null. */
+/* The particle record that an object record names, or null. The bitmap reads how it begins: with an array
+   (orl_IntegerArray) that has an entry for each particle. */
 ORLSHADERS_API const void* GetParticleData(miState* state, const orl_ObjectData* object);
 
 /* Material id (0 to 65535) of the triangle that was hit; 0 when it has none. */

@@ -27,9 +27,11 @@ miVector bump_uv_map(miState* state, miTag generator, const UvMap& map) {
     state->user = &derivatives;
     state->user_size = sizeof derivatives;
     miColor gradient;
-    sample_uv_map(&gradient, state, generator, map, OutputRequest::vector);
+    const bool sampled = sample_uv_map(&gradient, state, generator, map, OutputRequest::vector);
     state->user = user;
     state->user_size = user_size;
+    if (!sampled)
+        return {0, 0, 0};
     const miScalar a = gradient.r * bump_scale, b = gradient.g * bump_scale;
     const miVector &u = derivatives.dPdu, &v = derivatives.dPdv;
     return {u.x * a + v.x * b, u.y * a + v.y * b, u.z * a + v.z * b};
