@@ -28,12 +28,12 @@
 #include "shd_strauss.h"
 #include "shd_trnslcnt.h"
 #include "shd_ward.h"
+#include "tex_bitmap.h"
 #include "tex_checker.h"
 #include "tex_falloff.h"
 #include "tex_mask.h"
 #include "tex_mix.h"
 #include "tex_tint.h"
-#include "tex_bitmap.h"
 #include "utilshaders.h"
 #include "utl_curve.h"
 
@@ -72,12 +72,12 @@ inline constexpr Unit units[] = {
     {"shd_strauss", shd_strauss},
     {"shd_trnslcnt", shd_trnslcnt},
     {"shd_ward", shd_ward},
+    {"tex_bitmap", tex_bitmap},
     {"tex_checker", tex_checker},
     {"tex_falloff", tex_falloff},
     {"tex_mask", tex_mask},
     {"tex_mix", tex_mix},
     {"tex_tint", tex_tint},
-    {"tex_bitmap", tex_bitmap},
     {"utilshaders", utilshaders},
     {"utl_curve", utl_curve},
 };
