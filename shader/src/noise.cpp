@@ -68,14 +68,15 @@ template <int n> void draw_direction(TableRandom& random, miScalar (&vector)[n])
         component /= length;
 }
 
-// Deliberate: the host refines the reciprocal by a step of Newton's method, though it is exact to begin
-// with. The step moves the last bit of some gradients.
+// Deliberate: the host multiplies by a reciprocal here, where it divides otherwise, which rounds differently;
+// and it refines the reciprocal by a step of Newton's method, which finds nothing to do after a rounded
+// division.
 void draw_direction(TableRandom& random, miScalar (&vector)[4]) {
     const miScalar length = draw_in_ball(random, vector);
     miScalar reciprocal = 1.0f / length;
     reciprocal = reciprocal * (2.0f - length * reciprocal);
     for (miScalar& component : vector)
-        component *= reciprocal;
+        component /= length;
 }
 
 // Deliberate: each partner comes from the whole table, not from the entries that are left, and entry 0 gets
