@@ -76,7 +76,7 @@ void draw_direction(TableRandom& random, miScalar (&vector)[4]) {
     miScalar reciprocal = 1.0f / length;
     reciprocal = reciprocal * (2.0f - length * reciprocal);
     for (miScalar& component : vector)
-        component /= length;
+        component *= reciprocal;
 }
 
 // Deliberate: each partner comes from the whole table, not from the entries that are left, and entry 0 gets
