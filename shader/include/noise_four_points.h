@@ -97,7 +97,8 @@ inline Gradients spread_all(Pair shared) {
 }
 
 /* Points on their way through the two steps: all are placed in their cells first, then each four get their
-   noise. That keeps the registers full in both steps. */
+   noise. That keeps the registers full in both steps. For each axis: the entry of the plane below the point
+   (that of the plane above follows it, as tables repeat), the ways from both, and the upper one's weight. */
 constexpr std::size_t points_at_once = 64;
 
 template <int n> struct Places {
@@ -108,14 +109,18 @@ template <int n> struct Places {
 
 template <int n>
 inline void find_places(const float* const (&points)[n], std::size_t count, Places<n>& places) {
-    for (int axis = 0; axis < n; ++axis)
+    for (int axis = 0; axis < n; ++axis) {
+        float* const way = places.way[0][axis];
         for (std::size_t i = 0; i < count; i += 4) {
-            const Between at = between(_mm_loadu_ps(points[axis] + i));
-            _mm_store_si128(reinterpret_cast<__m128i*>(&places.cell[axis][i]), at.cell);
-            _mm_store_ps(&places.way[0][axis][i], at.way[0]);
-            _mm_store_ps(&places.way[1][axis][i], at.way[1]);
-            _mm_store_ps(&places.weight[axis][i], at.weight);
+            const Whole whole = split(_mm_loadu_ps(points[axis] + i));
+            _mm_store_si128(reinterpret_cast<__m128i*>(&places.cell[axis][i]), whole.part);
+            _mm_store_ps(way + i, whole.rest);
         }
+        for (std::size_t i = 0; i < count; ++i) {
+            places.way[1][axis][i] = way[i] - 1.0f;
+            places.weight[axis][i] = fade(way[i]);
+        }
+    }
 }
 
 /* The noise of the four points from i on, from the gradients of all columns of corners along the last axis;

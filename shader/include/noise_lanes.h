@@ -16,14 +16,9 @@
 namespace orl {
 namespace {
 
-/* Where four coordinates lie between two planes of the lattice: the entry of the lower plane in a table
-   (that of the upper one follows it, as tables repeat), the ways from both, and the upper one's weight. */
-struct Between {
-    __m128i cell;
-    __m128 way[2];
-    __m128 weight;
-};
-
+inline float fade(float t) {
+    return t * t * (3.0f - 2.0f * t);
+}
 inline __m128 fade(__m128 t) {
     return t * t * (_mm_set1_ps(3.0f) - _mm_set1_ps(2.0f) * t);
 }
@@ -32,20 +27,20 @@ template <class Lanes> inline Lanes mix(Lanes weight, Lanes a, Lanes b) {
     return a + weight * (b - a);
 }
 
-/* A coordinate's whole part and the rest, of a coordinate plus 10000: positive for all practical inputs. */
+/* The whole part and the rest of coordinates plus 10000, which are positive for all practical inputs. */
 struct Whole {
     __m128i part;
     __m128 rest;
 };
 
 #ifdef __AVX2__
-inline Whole split(__m128 q) {
+inline Whole split_in_range(__m128 q) {
     const __m256d t = _mm256_cvtps_pd(q) + _mm256_set1_pd(10000.0);
     const __m128i part = _mm256_cvttpd_epi32(t);
     return {part, _mm256_cvtpd_ps(t - _mm256_cvtepi32_pd(part))};
 }
 #else
-inline Whole split(__m128 q) {
+inline Whole split_in_range(__m128 q) {
     const __m128d offset = _mm_set1_pd(10000.0);
     const __m128d low = _mm_cvtps_pd(q) + offset, high = _mm_cvtps_pd(_mm_movehl_ps(q, q)) + offset;
     const __m128i low_part = _mm_cvttpd_epi32(low), high_part = _mm_cvttpd_epi32(high);
@@ -55,16 +50,15 @@ inline Whole split(__m128 q) {
 }
 #endif
 
-/* Deliberate: below -10000 the whole part is rounded up, so that the rest is negative and the weight leaves
+/* For all coordinates; the part becomes the entry of the lower plane.
+   Deliberate: below -10000 the whole part is rounded up, so that the rest is negative and the weight leaves
    0 to 1. The host's noise does so, and scenes do not reach there. */
-inline Between between(__m128 q) {
+inline Whole split(__m128 q) {
     // The numbers between which the whole part fits an int; beyond, numbers have no digits behind the point.
     // What is not a number becomes the first bound.
     q = _mm_max_ps(_mm_min_ps(q, _mm_set1_ps(2147473536.0f)), _mm_set1_ps(-2147493376.0f));
-    const Whole whole = split(q);
-    return {_mm_and_si128(whole.part, _mm_set1_epi32(NoiseTables::mask)),
-            {whole.rest, whole.rest - _mm_set1_ps(1.0f)},
-            fade(whole.rest)};
+    const Whole whole = split_in_range(q);
+    return {_mm_and_si128(whole.part, _mm_set1_epi32(NoiseTables::mask)), whole.rest};
 }
 
 /* The entries of the gradients at the corners of one cell, for noise in n dimensions, 3 or 4, counted from

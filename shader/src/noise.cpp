@@ -68,8 +68,9 @@ template <int n> void draw_direction(TableRandom& random, miScalar (&vector)[n])
         component /= length;
 }
 
-// Deliberate: the host refines the reciprocal by a step of Newton's method, though it is exact to begin
-// with. The step moves the last bit of some gradients.
+// Deliberate: the host multiplies by a reciprocal here, where it divides otherwise, which rounds differently;
+// and it refines the reciprocal by a step of Newton's method, which finds nothing to do after a rounded
+// division.
 void draw_direction(TableRandom& random, miScalar (&vector)[4]) {
     const miScalar length = draw_in_ball(random, vector);
     miScalar reciprocal = 1.0f / length;
@@ -166,7 +167,8 @@ void noiseTablesInit(miState* state) {
 
 namespace {
 
-// A point's place in its cell, by axis; see Between.
+// A point's place in its cell, by axis: the entry of the plane below it (that of the plane above follows, as
+// tables repeat), the ways from both, and the upper one's weight.
 struct Place {
     alignas(16) unsigned cell[4];
     alignas(16) float way[2][4];
@@ -174,12 +176,12 @@ struct Place {
 };
 
 Place find_place(__m128 point) {
-    const Between at = between(point);
+    const Whole whole = split(point);
     Place place;
-    _mm_store_si128(reinterpret_cast<__m128i*>(place.cell), at.cell);
-    _mm_store_ps(place.way[0], at.way[0]);
-    _mm_store_ps(place.way[1], at.way[1]);
-    _mm_store_ps(place.weight, at.weight);
+    _mm_store_si128(reinterpret_cast<__m128i*>(place.cell), whole.part);
+    _mm_store_ps(place.way[0], whole.rest);
+    _mm_store_ps(place.way[1], whole.rest - _mm_set1_ps(1.0f));
+    _mm_store_ps(place.weight, fade(whole.rest));
     return place;
 }
 
