@@ -1,5 +1,5 @@
-// Noise. Expected tables and values come from a program of its own in Python, which follows the definition of
-// the tables and of the noise with exact arithmetic, rounded to single precision after each operation.
+// Noise. Expected tables and values come from two programs of their own, in Python and in C++, which share no
+// code with the library and follow the definition, rounded to single precision after each operation.
 #include "noise.h"
 #include "noise_batch.h"
 #include "noise_tables.h"
