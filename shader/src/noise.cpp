@@ -155,7 +155,8 @@ void noiseTablesInit(miState* state) {
         order_corners(noise_tables);
         build_poisson(noise_tables.cellPoissonTable);
         build_cell_random(noise_tables.cellRandomTable);
-        // The default state of the generator, for whoever draws next.
+        // Deliberate: the generator ends in its default state, whatever its user had seeded before. The
+        // host's scenes count on the numbers that follow.
         [[maybe_unused]] const TableRandom restarted(1);
         // Last: whoever finds the flag clear reads the tables without the lock.
         tables_not_initialised.store(false, std::memory_order_release);

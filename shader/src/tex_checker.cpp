@@ -112,6 +112,8 @@ ORL_EXPORT miBoolean orl_Checker(miColor* result, miState* state, const CheckerP
         if (coords != miNULLTAG)
             sample_uv_map(result, state, coords, map, wanted);
     }
+    // Deliberate: what is neither stays unanswered, in the caller's own value. The host's checker passes by
+    // requests that are not its own.
     return miTRUE;
 }
 

@@ -33,6 +33,8 @@ ORL_EXPORT miBoolean orl_Mask(miColor* result, miState* state, const MaskParams*
         m = call_for_intensity(state, p.mask, request, OutputRequest::mono);
     if (p.invertMask)
         m = 1.0f - m;
+    // Deliberate: requests beyond the three are colours here, where tint and falloff take them for vectors.
+    // The host's mask only knows the one.
     if (*request == OutputRequest::vector) {
         miColor vector;
         call_map(&vector, state, p.map1, request);

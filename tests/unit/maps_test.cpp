@@ -14,6 +14,7 @@ using namespace orl;
 #define MAP(name, Params)                                                                                    \
     extern "C" miBoolean name(miColor*, miState*, const Params*, OutputRequest*);                            \
     INIT_AND_EXIT(name, Params)
+#define MAP_ENTRIES(name) name, name##_init, name##_exit
 MAP(orl_Checker, CheckerParams);
 MAP(orl_Mix, MixParams);
 MAP(orl_Mask, MaskParams);
@@ -39,6 +40,34 @@ protected:
         });
     }
 
+    // Where a coordinate generator samples its map. The slope that it answers is ten times the map's red
+    // along u, which goes along x, and 50 along v, along z.
+    struct {
+        float u = 0.5f, v = 0.75f, width = 0.1f;
+        bool fails = false;
+        OutputRequest asked{};
+    } generator;
+
+    miTag add_generator() {
+        return renderer.add_shader([this](void* to, miState* s, void* argument) {
+            const auto& [magic, plain, request, use_filtered, filtered, data] =
+                *static_cast<UvBumpRequest*>(argument);
+            auto* const result = static_cast<miColor*>(to);
+            const auto& [u, v, width, fails, unused] = generator;
+            generator.asked = request->output;
+            if (magic != 0x9165200 || !use_filtered)
+                return miFALSE;
+            filtered(result, s, data, u, v, width, width);
+            if (request->output == vector) {
+                auto* const derivatives = requested<UvDerivRecord>(s);
+                derivatives->dPdu = {1, 0, 0}, derivatives->dPdv = {0, 0, 1};
+                plain(result, s, data, u, v);
+                *result = {result->r * 10, 50, 0, 0};
+            }
+            return fails ? miFALSE : miTRUE;
+        });
+    }
+
     template <class Params, class Map>
     miColor run(LiveShader<Params>& shader, Map map, OutputRequest request = color) {
         miColor result = untouched;
@@ -48,10 +77,12 @@ protected:
         return result;
     }
 
-    // What every map does, whatever its parameters are: `arm` gives it a sub-map in each place, null to take
-    // them away. A vector leaves the fourth number alone, since its caller may give room for three.
-    template <class Params, class Map, class Init, class Exit, class Arm>
-    void expect_contract(Map map, Init init, Exit exit, Arm arm) {
+    // What every map does: a sub-map that is off is as none, one that fails as transparent black; no record
+    // asks for colour; a vector leaves the fourth number alone, since its caller may give room for three.
+    // `places` are the parameters that take a sub-map, each with its switch.
+    template <class Params> using Places = std::vector<std::pair<miTag Params::*, miBoolean Params::*>>;
+    template <class Params, class Map, class Init, class Exit, class Prepare>
+    void expect_contract(Map map, Init init, Exit exit, Places<Params> places, Prepare prepare) {
         for (const bool has_buffer : {true, false}) {
             state.camera.framebuffers =
                 has_buffer
@@ -70,32 +101,56 @@ protected:
                 state->type = type, shader->mtlId = id, run(shader, map);
                 EXPECT_EQ(written, writes ? std::vector{has_buffer ? 1 : -1} : std::vector<int>{});
             }
-            for (const miTag sub : {miNULLTAG, add_map({-1, 5, 5, 5}), add_map({0.25f, 0.5f, 0.75f, 1})}) {
-                arm(shader.params(), sub);
-                EXPECT_EQ(run(shader, map, vector).a, untouched.a);
-                miColor with_record = run(shader, map, color), without{};
-                EXPECT_TRUE(map(&without, state, &shader.params(), nullptr));
-                EXPECT_EQ(with_record, without);
-                for (const int request : {-1, 1, 3, 99})
-                    run(shader, map, static_cast<OutputRequest>(request));
+        }
+        LiveShader<Params> shader{state, init, exit};
+        shader.start();
+        prepare(shader.params());
+        for (const int number : {-1, 0, 1, 2, 3}) {
+            const auto request = static_cast<OutputRequest>(number);
+            const auto answer = [&] {
+                miColor result = run(shader, map, request), no_record{};
+                if (request == color) {
+                    EXPECT_TRUE(map(&no_record, state, &shader.params(), nullptr));
+                    EXPECT_EQ(result, no_record);
+                }
+                return result;
+            };
+            const miColor without = answer();
+            if (request == vector) {
+                EXPECT_EQ(without.a, untouched.a);
+            }
+            for (const auto& [place, on] : places) {
+                const auto with = [&](miColor value, bool is_on) {
+                    shader.params().*place = add_map(value), shader.params().*on = is_on;
+                    return answer();
+                };
+                EXPECT_EQ(with({2, 2, 2, 2}, false), without) << number;
+                EXPECT_TRUE(asked.empty());
+                EXPECT_EQ(with({-1, 5, 5, 5}, true), with({0, 0, 0, 0}, true)) << number;
+                EXPECT_FALSE(asked.empty() && number >= 0 && number <= 2);
+                shader.params().*place = miNULLTAG;
             }
         }
     }
 };
 
 TEST_F(Maps, KeepTheContract) {
-    expect_contract<CheckerParams>(orl_Checker, orl_Checker_init, orl_Checker_exit, [](auto& p, miTag map) {
-        p.coords = p.map1 = p.map2 = map, p.map1On = p.map2On = miTRUE;
-    });
-    expect_contract<MixParams>(orl_Mix, orl_Mix_init, orl_Mix_exit, [](auto& p, miTag map) {
-        p.map1 = p.map2 = p.mixMap = p.output = map, p.map1On = p.map2On = p.mixMapOn = miTRUE;
-    });
-    expect_contract<MaskParams>(orl_Mask, orl_Mask_init, orl_Mask_exit, [](auto& p, miTag map) {
-        p.map1 = p.mask = map, p.map1On = p.maskOn = miTRUE;
-    });
-    expect_contract<TintParams>(orl_Tint, orl_Tint_init, orl_Tint_exit,
-                                [](auto& p, miTag map) { p.map1 = map, p.map1On = miTRUE; });
-    expect_contract<FalloffParams>(orl_Falloff, orl_Falloff_init, orl_Falloff_exit, [](auto&, miTag) {});
+    using Checker = CheckerParams;
+    using Mix = MixParams;
+    using Mask = MaskParams;
+    using Tint = TintParams;
+    expect_contract<Checker>(MAP_ENTRIES(orl_Checker),
+                             {{&Checker::map1, &Checker::map1On}, {&Checker::map2, &Checker::map2On}},
+                             [&](Checker& p) { p.coords = add_generator(), p.color1.r = p.color2.g = 1; });
+    expect_contract<Mix>(
+        MAP_ENTRIES(orl_Mix),
+        {{&Mix::map1, &Mix::map1On}, {&Mix::map2, &Mix::map2On}, {&Mix::mixMap, &Mix::mixMapOn}},
+        [](Mix& p) { p.mixAmount = 0.5f, p.color1.r = p.color2.g = 1; });
+    expect_contract<Mask>(MAP_ENTRIES(orl_Mask), {{&Mask::map1, &Mask::map1On}, {&Mask::mask, &Mask::maskOn}},
+                          [](Mask&) {});
+    expect_contract<Tint>(MAP_ENTRIES(orl_Tint), {{&Tint::map1, &Tint::map1On}},
+                          [](Tint& p) { p.tintRed.r = 1; });
+    expect_contract<FalloffParams>(MAP_ENTRIES(orl_Falloff), {}, [](FalloffParams& p) { p.toValue = 1; });
 }
 
 // ---- checker
@@ -138,43 +193,49 @@ TEST_F(Maps, CheckerIsSampledByItsGenerator) {
     checker->color1 = {1, 0, 0, 1}, checker->color2 = {0, 0, 1, 0.5f};
     EXPECT_EQ(run(checker, orl_Checker, color), (miColor{0, 0, 0, 0}));
     EXPECT_EQ(run(checker, orl_Checker, vector), (miColor{0, 0, 0, 7}));
-    EXPECT_EQ(run(checker, orl_Checker, static_cast<OutputRequest>(3)), untouched);
-    float u = 0.25f, width = 0;
-    checker->coords = renderer.add_shader([&](void* to, miState* s, void* argument) {
-        const auto& ask = *static_cast<UvBumpRequest*>(argument);
-        auto* const result = static_cast<miColor*>(to);
-        if (ask.magic != 0x9165200 || !ask.use_filtered)
-            return miFALSE;
-        if (ask.request->output != vector) {
-            ask.filtered(result, s, ask.data, u, 0.75f, width, width);
-            return miTRUE;
-        }
-        auto* const derivatives = requested<UvDerivRecord>(s);
-        derivatives->dPdu = {1, 0, 0}, derivatives->dPdv = {0, 0, 1};
-        ask.plain(result, s, ask.data, u, 0.75f);
-        *result = {result->r * 10, 50, 0, 0};
-        return miTRUE;
-    });
-    const float nan = not_a_number;
-    // u, width, soften: share of the second kind, worked out on paper; v = 0.75 is an upper half all over
-    for (const auto& [at, w, soften, share] : {std::tuple{0.25f, 0.0f, 0.0f, 0.0f},
-                                               {0.75f, 0.0f, 0.0f, 1.0f},
-                                               {0.5f, 0.1f, 0.0f, 0.5f},
-                                               {0.5f, 0.0f, 0.1f, 0.5f},
-                                               {0.45f, 0.1f, 0.1f, 0.25f},
-                                               {nan, 0.1f, 0.0f, 0.0f},
-                                               {infinite, infinite, 0.0f, 0.0f}}) {
-        u = at, width = w, checker->soften = soften;
+    checker->coords = add_generator();
+    for (const int other : {-1, 3})
+        EXPECT_EQ(run(checker, orl_Checker, static_cast<OutputRequest>(other)), untouched);
+    // u, v, width, soften: share of the second kind, worked out on paper
+    for (const auto& [u, v, width, soften, share] : {std::tuple{0.25f, 0.75f, 0.0f, 0.0f, 0.0f},
+                                                     {0.75f, 0.75f, 0.0f, 0.0f, 1.0f},
+                                                     {0.5f, 0.75f, 0.1f, 0.0f, 0.5f},
+                                                     {0.5f, 0.75f, 0.0f, 0.1f, 0.5f},
+                                                     {0.45f, 0.75f, 0.1f, 0.1f, 0.25f},
+                                                     {0.25f, 0.45f, 0.1f, 0.1f, 0.75f},
+                                                     // shares below 0.0005 and above 0.9995 are none and all
+                                                     {0.2502f, 0.75f, 0.5f, 0.0f, 0.0f},
+                                                     {0.2503f, 0.75f, 0.5f, 0.0f, 0.0006f},
+                                                     {0.7497f, 0.75f, 0.5f, 0.0f, 0.9994f},
+                                                     {0.7498f, 0.75f, 0.5f, 0.0f, 1.0f},
+                                                     {not_a_number, 0.75f, 0.1f, 0.0f, 0.0f},
+                                                     {infinite, 0.75f, infinite, 0.0f, 0.0f}}) {
+        generator.u = u, generator.v = v, generator.width = width, checker->soften = soften;
         const miColor c = run(checker, orl_Checker, mono);
-        EXPECT_NEAR(c.b, share, 1e-5f) << at << ' ' << w;
+        EXPECT_NEAR(c.b, share, 1e-5f) << u << ' ' << v << ' ' << width;
         EXPECT_NEAR(c.a, 1 - 0.5f * share, 1e-5f);
     }
-    u = 0.25f, checker->soften = 0;
-    const miColor bump = run(checker, orl_Checker, vector); // hundredths of 10 and 50
-    EXPECT_TRUE(std::fabs(bump.r - 0.1f) < 1e-6f && bump.g == 0 && std::fabs(bump.b - 0.5f) < 1e-6f);
+    checker->soften = 0, checker->map1On = checker->map2On = miTRUE;
+    checker->map1 = add_map({2, 2, 2, 2}), checker->map2 = add_map({4, 4, 4, 4});
+    for (const auto& [u, width, value] :
+         {std::tuple{0.25f, 0.0f, 2.0f}, {0.75f, 0.0f, 4.0f}, {0.5f, 0.1f, 3.0f}}) {
+        generator.u = u, generator.v = 0.75f, generator.width = width;
+        EXPECT_NEAR(run(checker, orl_Checker, color).a, value, 1e-5f);
+        EXPECT_EQ(asked[0], color);
+    }
+    // The plain sampler has no width: at 0.5 only the second kind. Hundredths of 40 and 50.
+    generator.v = 0.25f;
+    const miColor bump = run(checker, orl_Checker, vector);
+    EXPECT_TRUE(std::fabs(bump.r - 0.4f) < 1e-6f && bump.g == 0 && std::fabs(bump.b - 0.5f) < 1e-6f);
+    EXPECT_EQ(generator.asked, vector);
+    EXPECT_EQ(asked.back(), mono);
+    run(checker, orl_Checker, mono);
+    EXPECT_EQ(generator.asked, mono);
+    EXPECT_EQ(asked[0], mono);
+    generator.fails = true;
+    EXPECT_EQ(run(checker, orl_Checker, color), (miColor{0, 0, 0, 0}));
+    EXPECT_EQ(run(checker, orl_Checker, vector), (miColor{0, 0, 0, 7}));
     EXPECT_EQ(state->user, nullptr);
-    checker->map1 = add_map({2, 2, 2, 2}), checker->map1On = miTRUE;
-    EXPECT_EQ(run(checker, orl_Checker, color), (miColor{2, 2, 2, 2}));
 }
 
 // ---- compositing
@@ -184,7 +245,6 @@ TEST_F(Maps, MixChooses) {
     mix.start();
     mix->color1 = {1, 1, 1, 1}, mix->color2 = {5, 5, 5, 5};
     mix->lower = 0.3f, mix->upper = 0.7f;
-    mix->map1 = add_map({0, 0, 0, 0}); // off
     // amount, curve: share; s = 0.25 gives (3 - 0.5) / 16
     for (const auto& [amount, curve, share] : {std::tuple{0.00005f, false, 0.0f},
                                                {0.99995f, false, 1.0f},
@@ -205,16 +265,20 @@ TEST_F(Maps, MixChooses) {
     mix->mixAmount = 0.00005f; // blends vectors, not colours
     EXPECT_EQ(run(mix, orl_Mix, color), (miColor{1, 0, 0, 1}));
     EXPECT_FLOAT_EQ(run(mix, orl_Mix, vector).g, 0.00005f);
-    mix->mixAmount = 0, run(mix, orl_Mix, vector);
-    EXPECT_EQ(asked, std::vector{vector});
+    for (const float alone : {0.0f, 1.0f}) {
+        mix->mixAmount = alone;
+        EXPECT_EQ(run(mix, orl_Mix, vector).g, alone);
+        EXPECT_EQ(asked, std::vector{vector});
+    }
+    mix->mixAmount = 0.4f, mix->useCurve = miTRUE;
+    EXPECT_NEAR(run(mix, orl_Mix, vector).g, 0.15625f, 1e-6f);
+    mix->useCurve = miFALSE;
     mix->mixMap = add_map({0.6f, 0.3f, 0, 0}); // intensity 0.3
     EXPECT_NEAR(run(mix, orl_Mix, mono).g, 0.3f, 1e-6f);
     EXPECT_EQ(asked, (std::vector{mono, color, color}));
     EXPECT_NEAR(run(mix, orl_Mix, vector).g, 0.3f, 1e-6f);
     EXPECT_EQ(asked, (std::vector{color, vector, vector}));
     EXPECT_EQ(left, vector);
-    mix->map2 = add_map({-1, 5, 5, 5});
-    EXPECT_NEAR(run(mix, orl_Mix, color).r, 0.7f, 1e-6f);
     mix->output = renderer.add_shader([](void* to, miState*, void* request) {
         static_cast<miColor*>(to)->g = 10 + static_cast<float>(*static_cast<miInteger*>(request));
         return miTRUE;
@@ -226,14 +290,12 @@ TEST_F(Maps, MixChooses) {
 TEST_F(Maps, MaskAndTintFollowTheirInput) {
     LiveShader<MaskParams> mask{state, orl_Mask_init, orl_Mask_exit};
     mask.start();
-    const miTag map = add_map({2, 4, 6, 8}), half = add_map({1, 0.5f, 0, 0}), fails = add_map({-1, 5, 5, 5});
+    const miTag map = add_map({2, 4, 6, 8}), half = add_map({1, 0.5f, 0, 0});
     // input, mask, inverted: colour and vector expected, as shares of the input or of opaque white
     for (const auto& [input, by, inverted, share] : {std::tuple{miNULLTAG, miNULLTAG, false, 1.0f},
                                                      {miNULLTAG, miNULLTAG, true, 0.0f},
                                                      {map, half, false, 0.5f},
-                                                     {map, half, true, 0.5f},
-                                                     {map, fails, false, 0.0f},
-                                                     {map, fails, true, 1.0f}}) {
+                                                     {map, half, true, 0.5f}}) {
         mask->map1 = input, mask->mask = by, mask->invertMask = inverted;
         mask->map1On = mask->maskOn = miTRUE;
         const miColor whole = input ? miColor{2, 4, 6, 8} : miColor{1, 1, 1, 1};
@@ -250,6 +312,7 @@ TEST_F(Maps, MaskAndTintFollowTheirInput) {
     tint.start();
     tint->tintRed = {1, 0.5f, 0, 9}, tint->tintGreen = {0, 0.25f, 0, 9}, tint->tintBlue = {0, 1, 3, 9};
     EXPECT_EQ(run(tint, orl_Tint), (miColor{1, 1.75f, 3, 1}));
+    EXPECT_EQ(run(tint, orl_Tint, vector), (miColor{0, 0, 0, 7}));
     tint->map1 = map, tint->map1On = miTRUE;
     EXPECT_EQ(run(tint, orl_Tint, mono), (miColor{2, 1 + 1 + 6, 18, 8}));
     EXPECT_EQ(asked, std::vector{mono});
@@ -261,39 +324,36 @@ TEST_F(Maps, FalloffMeasuresTheNormal) {
     LiveShader<FalloffParams> falloff{state, orl_Falloff_init, orl_Falloff_exit};
     falloff.start();
     falloff->fromValue = 10, falloff->toValue = 20;
-    falloff->point = {0, 3, -4}; // from the origin, the normal's cosine is 0.6 y - 0.8 z
     state->normal = {0.48f, 0.64f, 0.6f};
     state->dir = {0, 0, -1};
-    // The object's axes are the world's, turned by a quarter about z.
-    constexpr miMatrix quarter{0, -1, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-    renderer.set_to_space(scripted::Space::object, quarter);
-    // direction: cosine
-    for (const auto& [direction, x] : {std::pair{0, 0.6f},
-                                       {1, 0.384f - 0.48f},
-                                       {5, 0.48f},
-                                       {6, 0.64f},
-                                       {7, 0.6f},
-                                       {8, 0.0f},
-                                       {-1, 0.0f}}) {
-        falloff->direction = direction, falloff->signedRange = miFALSE;
+    state->point = {1, 2, 3};
+    // Object space is turned by a quarter about z; the world's axes are y, z, x, with z moved by 5.
+    constexpr miMatrix to_object{0, -1, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    constexpr miMatrix to_world{0, 0, 1, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 5, 1};
+    renderer.set_to_space(scripted::Space::object, to_object);
+    renderer.set_to_space(scripted::Space::world, to_world);
+    // Internal space: 3 y - 4 z from the state's point, so that the cosine is 0.6 * 0.64 - 0.8 * 0.6; and
+    // that point itself, which has no direction.
+    constexpr miVector there{5, -1, 6}, here{2, 3, 6};
+    for (const auto& [direction, point, x] : {std::tuple{0, there, 0.6f},
+                                              {1, there, -0.096f},
+                                              {1, here, 0.0f},
+                                              {2, there, 0.64f},
+                                              {3, there, -0.48f},
+                                              {4, there, 0.6f},
+                                              {5, there, 0.64f},
+                                              {6, there, 0.6f},
+                                              {7, there, 0.48f},
+                                              {8, there, 0.0f},
+                                              {-1, there, 0.0f}}) {
+        falloff->direction = direction, falloff->point = point, falloff->signedRange = miFALSE;
         EXPECT_NEAR(run(falloff, orl_Falloff).g, 10 + 10 * std::fabs(x), 1e-5f) << direction;
         falloff->signedRange = miTRUE;
-        EXPECT_NEAR(run(falloff, orl_Falloff, mono).b, 10 + 5 * (x + 1), 1e-5f) << direction;
+        const miColor grey = run(falloff, orl_Falloff, mono);
+        EXPECT_NEAR(grey.b, 10 + 5 * (x + 1), 1e-5f) << direction;
+        EXPECT_EQ(grey, (miColor{grey.b, grey.b, grey.b, 1}));
     }
-    // Each of the object's axes is another of the normal's components.
-    float sum = 0;
-    for (falloff->direction = 2; falloff->direction < 5; ++falloff->direction) {
-        const float x = run(falloff, orl_Falloff).g - 15; // 5 x
-        sum += x * x / 25;
-        EXPECT_NEAR(std::fabs(x),
-                    5 * (falloff->direction == 2   ? 0.64f
-                         : falloff->direction == 3 ? 0.48f
-                                                   : 0.6f),
-                    1e-5f);
-    }
-    EXPECT_NEAR(sum, 1, 1e-5f);
-    falloff->direction = 1, falloff->point = state->point; // no direction
-    EXPECT_NEAR(run(falloff, orl_Falloff).g, 15, 1e-5f);
+    EXPECT_EQ(run(falloff, orl_Falloff, vector), (miColor{0, 0, 0, 7}));
     EXPECT_EQ(run(falloff, orl_Falloff, static_cast<OutputRequest>(3)), (miColor{0, 0, 0, 7}));
 }
 
