@@ -69,7 +69,7 @@ TEST_F(Curve, IsABezierCurveBetweenItsPoints) {
         }
     for (const CurvePoint& p : bent)
         EXPECT_EQ(curve.at(p.x), p.y);
-    for (const float x : {0.05f, 0.85f, not_a_number}) // within the range, not between points
+    for (const float x : {0.0f, 0.05f, 0.85f, 1.0f, not_a_number}) // within the range, not between points
         EXPECT_EQ(curve.at(x), 0.0f) << x;
 }
 
@@ -121,6 +121,8 @@ TEST_F(Curve, BeyondTheRangeAndWithoutSegments) {
         // Too short and backwards: the chord; (.25 + 3 1.25 + 3 1.75 + .75) / 8.
         {{knot(0, 0, 0.25f, 0, 0, 0.0001f, 1), knot(0, 1, 0.75f, -0.00009f, 1)}, -0.25f, 1.25f, 1.25f},
         {{knot(0, 0, 0.25f, 0, 0, -0.5f, 1), knot(0, 1, 0.75f, 0.5f, 1)}, -0.25f, 1.25f, 1.25f},
+        // Just long enough, of slope 2; the chord of 0.5, and 3/8 of what the tangent's end lies above it.
+        {{knot(0, 0, 0.25f, 0, 0, 0x1p-12f, 0x1p-11f), knot(2, 1, 0.75f)}, -1.75f, 0.5001373f, 1.25f},
         {{knot(2, 0, 0), knot(0, 0.25f, 1), knot(0, 0.5f, 1), knot(2, 1, 0.5f)}, -4, 1, -0.5f}, // next points
         {{}, 0, 0, 0},
         {{knot(0, 0.5f, 0.7f)}, 0.7f, 0, 0.7f},

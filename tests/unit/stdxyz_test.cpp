@@ -81,6 +81,9 @@ TEST_F(Xyz, TheRequestChoosesTheKindOfRay) {
     expect_near(generate(&environment), where_it_goes);
     state->type = miRAY_ENVIRONMENT;
     expect_near(generate(), where_it_goes);
+    XyzCoordinateResult result{};
+    orl_XYZCoordinate(&result, state, &shader.params());
+    expect_near(result.point, where_it_goes);
 }
 
 TEST_F(Xyz, RecordsAreFilledAsTheyAsk) {
@@ -100,12 +103,13 @@ TEST_F(Xyz, RecordsAreFilledAsTheyAsk) {
 }
 
 TEST_F(Xyz, TheCacheFollowsTheParameters) {
+    const miVector here = generate();
     for (int k = 0; k < 9; ++k) { // each number by itself, also back from what equals nothing
         float& number = (&shader->offset.x)[k];
         for (const float other : {number + 0.25f, not_a_number}) {
             const float before = std::exchange(number, other);
             const miVector moved = generate();
-            EXPECT_FALSE(moved.x == at_hit.x && moved.y == at_hit.y && moved.z == at_hit.z) << k;
+            EXPECT_FALSE(moved.x == here.x && moved.y == here.y && moved.z == here.z) << k;
             number = before;
             expect_near(generate(), at_hit);
         }
