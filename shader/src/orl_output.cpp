@@ -89,7 +89,7 @@ void stage_color(miColor& value, miState* state, const OutputStageParams* params
     const Grading grading{
         eval(state, params->outputAmount),     eval(state, params->rgbOffset),
         eval(state, params->rgbLevel),         eval(state, params->invert) != miFALSE,
-        eval(state, params->clamp) != miFALSE, !mono && eval(state, params->alphaFromRGB) != miFALSE,
+        eval(state, params->clamp) != miFALSE, eval(state, params->alphaFromRGB) != miFALSE,
     };
     grade(value, grading, mono);
 }

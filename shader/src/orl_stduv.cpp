@@ -116,7 +116,8 @@ bool hidden_behind(miState* state, const UVGeneratorParams* params, miInteger so
     return source == uvw_map_channel || source == uvw_vertex_color ? !(towards > 0.0f) : towards < 0.0f;
 }
 
-// Planes in space cover the unit square between -1 and 1, nearly: opposite sides do not meet.
+// Deliberate: what lies between -1 and 1 does not quite fill the unit square, so that the sides of the host's
+// boxes keep off its border, where a map that tiles starts anew. The widths are not reduced.
 UvPoint planar_point(const miVector& p, const miVector& d) {
     constexpr miScalar half = 0.499f;
     return {{p.x * half + 0.5f, p.y * half + 0.5f, p.z * half + 0.5f}, {0.5f * d.x, 0.5f * d.y, 0.5f * d.z}};

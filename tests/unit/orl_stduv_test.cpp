@@ -207,7 +207,7 @@ TEST_F(Uv, ScreensByRasterPosition) {
     state->raster_x = 160;
     state->raster_y = 120;
     state.options.max_samples = 1; // 2 x 2 samples
-    const int windows[][4] = {{1280, 960, 480, 120}, {320, 960, 0, 0},   {1280, 960, 480, -1},
+    const int windows[][4] = {{1280, 960, 480, 120}, {320, 960, 0, 0},    {1280, 960, 480, -1},
                               {1280, 960, -1, 120},  {1280, 0, 480, 120}, {0, 960, 480, 120}};
     const miVector expected[] = {{0.5f, 0.25f, 0}, {0.5f, 0.125f, 0}, {0.25f, 0.25f, 0}};
     const float du = 0.5f / 640, dv = 0.5f / 480, s = std::sin(0.6f), c = std::cos(0.6f);
@@ -389,6 +389,11 @@ TEST_F(Uv, EachThreadHasARecord) {
         EXPECT_NEAR(call(nullptr).r, 0.5f, 1e-6f);
     }
     EXPECT_EQ(renderer.resources().live_blocks, before + 3); // given back with the instance
+    state->thread = 0;
+    void* kept = nullptr; // flags, angles, sine and cosine, and the matrix that is not made anew
+    mi_query(miQ_FUNC_TLS_GET, state, miNULLTAG, &kept);
+    static_cast<miScalar*>(kept)[7 + 9] = 4; // the image of the origin
+    EXPECT_NEAR(call(nullptr).r, 4.5f, 1e-6f);
 }
 
 // The ramp watches where it is sampled.

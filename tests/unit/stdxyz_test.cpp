@@ -53,25 +53,21 @@ protected:
 
 TEST_F(Xyz, EverySourceIsPlaced) {
     const miVector at_null{3.281837f, -4.082814f, 0.4198911f}, no_width{0.01f, 0.01f, 0.01f};
-    const struct {
-        miInteger source, channel;
-        miVector point, width;
-    } cases[] = {
-        {xyz_object, 0, at_hit, width},
-        {xyz_map_channel, 0, {2.33399f, -3.745932f, 0.6762046f}, width}, // (0.5, 0.5, 0)
-        {xyz_vertex_color, 0, {2.33399f, -3.745932f, 0.6762046f}, width},
-        {xyz_map_channel, 5, at_null, no_width}, // which the object does not have
-        {xyz_world, 0, {0.9032129f, -9.748494f, 1.540034f}, {-0.03443033f, 0.02579134f, 0.0220147f}},
-        {7, 0, at_null, no_width},
-    };
-    for (const auto& c : cases) {
-        shader->coordSource = c.source;
-        shader->mapChannel = c.channel;
+    const miVector on_map{2.33399f, -3.745932f, 0.6762046f}; // (0.5, 0.5, 0)
+    for (const auto& [source, channel, point, filtered] :
+         {std::tuple{xyz_object, 0, at_hit, width},
+          {xyz_map_channel, 0, on_map, width},
+          {xyz_vertex_color, 0, on_map, width},
+          {xyz_map_channel, 5, at_null, no_width}, // which the object does not have
+          {xyz_world, 0, {0.9032129f, -9.748494f, 1.540034f}, {-0.03443033f, 0.02579134f, 0.0220147f}},
+          {XyzSource{7}, 0, at_null, no_width}}) {
+        shader->coordSource = source;
+        shader->mapChannel = channel;
         XyzCoordinateResult result{};
         EXPECT_TRUE(orl_XYZCoordinate(&result, state, &shader.params()));
-        expect_near(result.point, c.point);
-        expect_near(result.width, c.width);
-        expect_near(generate(), c.point);
+        expect_near(result.point, point);
+        expect_near(result.width, filtered);
+        expect_near(generate(), point);
     }
 }
 
@@ -114,6 +110,10 @@ TEST_F(Xyz, TheCacheFollowsTheParameters) {
             expect_near(generate(), at_hit);
         }
     }
+    void* kept = nullptr; // a flag, the nine numbers, and the transform that is not made anew
+    mi_query(miQ_FUNC_TLS_GET, state, miNULLTAG, &kept);
+    static_cast<miScalar*>(kept)[10 + 9] += 4; // of the origin
+    EXPECT_NEAR(generate().x, here.x + 4, 1e-6f);
 }
 
 TEST_F(Xyz, EachThreadHasACacheUntilTheExit) {
