@@ -291,11 +291,13 @@ TEST_F(Uv, SamplesTheMapWhereItLies) {
     p.blurOffset = 0.25f;
     EXPECT_NEAR(sample(color, true).g, 0.2f + 0.125f + 0.125f, 1e-6f);
     expect_near(ramp.over, {2 * pixel + 0.25f, 2 * high + 0.25f, 0}, 1e-7f, "widths");
+    p.vTile = miFALSE;
+    for (const bool with_filter : {false, true})
+        EXPECT_EQ(sample(color, with_filter), (miColor{0, 0, 0, 0}));
+    p.vTile = miTRUE;
     renderer.answer(miQ_SAMPLE_OVERRIDE, static_cast<void*>(nullptr)); // that it is there counts
     EXPECT_EQ(sample({OutputRequest::mono, context::Selector::surface}, true).a, 0.75f);
     EXPECT_EQ(ramp.over.x, 0.0f);
-    p.vTile = miFALSE;
-    EXPECT_EQ(sample(color), (miColor{0, 0, 0, 0}));
     // Three numbers, the coordinate, where the request cannot be sampled.
     UvBumpRequest requests[] = {ramp.request(color), ramp.request(color)};
     requests[0].magic = 7;
@@ -323,7 +325,12 @@ TEST_F(Uv, GradientOfARamp) {
     expect_slope(-1, -0.25f);
     place(0.8f, 0.3f, 0);
     expect_slope(1, -0.25f);
-    p.blur = 0;
+    p.blur = 1;
+    p.blurOffset = -pixel; // no width along u
+    expect_slope(0, -0.25f);
+    p.blurOffset = -high;
+    expect_slope(1, 0);
+    p.uTiling = p.vTiling = 0; // no step
     expect_slope(0, 0);
 }
 
@@ -365,12 +372,16 @@ TEST_F(Uv, RecordsAreFilledAsAsked) {
     expect_near(record.dPdu, {9, 9, 9}, 0, "left alone");
     expect_near(record.uvw, {0.5f - s, 0.5f + c, 0}, 1e-6f, "not wrapped");
     expect_near(record.width, {2 * (c * pixel + s * high), 2 * (s * pixel + c * high), 0}, 1e-7f, "blurred");
-    record.uvw = {9, 9, 9};
+    const miVector nines{9, 9, 9};
+    for (const miUint flags : {1u, 2u, 4u}) {
+        record = {UvDerivRecord::magic_number, flags, nines, nines, nines, nines};
+        call(nullptr);
+        expect_near(record.dPdu, flags == 1 ? miVector{c, -s, 0} : nines, 1e-6f, "turns against the map");
+        expect_near(record.dPdv, flags == 1 ? miVector{s, c, 0} : nines, 1e-6f, "dPdv");
+        EXPECT_EQ(record.uvw.x == 9, flags != 2);
+        EXPECT_EQ(record.width.x == 9, flags != 4);
+    }
     record.flags = UvDerivRecord::tangents;
-    call(nullptr);
-    expect_near(record.dPdu, {c, -s, 0}, 1e-6f, "the map turns left, so its u turns right");
-    expect_near(record.dPdv, {s, c, 0}, 1e-6f, "dPdv");
-    expect_near(record.uvw, {9, 9, 9}, 0, "not asked for");
     for (miInteger* other : {&p.isEnvironment, &p.mapChannel}) { // around the scene; no such channel
         *other = 9;
         sample(bump);
