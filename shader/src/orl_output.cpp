@@ -158,7 +158,7 @@ ORL_EXPORT miBoolean orl_Output(miColor* result, miState* state, const OutputMap
     run_output(result, state, eval(state, params->output), request);
     if (state->type == miRAY_EYE && eval(state, params->frameBuffer) != 0)
         if (const auto* const instance = instance_data<OutputMapInstance>(state))
-            mi_fb_put(state, instance->frameBuffer, result); // accepts -1 for a missing buffer
+            mi_fb_put(state, instance->frameBuffer, result); // deliberate: -1 is the renderer's to refuse
     return miTRUE;
 }
 
