@@ -209,13 +209,15 @@ TEST_F(Uv, ScreensByRasterPosition) {
                               {1280, 960, -1, 120},  {1280, 0, 480, 120}, {0, 960, 480, 120}};
     const miVector expected[] = {{0.5f, 0.25f, 0}, {0.5f, 0.125f, 0}, {0.25f, 0.25f, 0}};
     const float du = 0.5f / 640, dv = 0.5f / 480, s = std::sin(0.6f), c = std::cos(0.6f);
+    p.mappingType = mapping_screen;
+    p.wAngle = 0.6f; // about the middle, from which (-0.25, -0.25) leads to the point; from v to u
+    expect_both({0.5f - 0.25f * (c + s), 0.5f + 0.25f * (s - c), 0}, {c * du + s * dv, s * du + c * dv, 0});
+    p.wAngle = 0;
     for (int i = 0; i < 6; ++i) {
         p.mappingType = i == 1 ? mapping_screen : mapping_screen_part;
         std::memcpy(&p.screenParam1, windows[i], sizeof windows[i]);
         expect_both(expected[std::min(i, 2)], {du, dv, 0});
     }
-    p.wAngle = 0.6f; // about the middle, from which (-0.25, -0.25) leads to the point; from v to u
-    expect_both({0.5f - 0.25f * (c + s), 0.5f + 0.25f * (s - c), 0}, {c * du + s * dv, s * du + c * dv, 0});
 }
 
 TEST_F(Uv, BackFacesShowOnlyMapsThatGoOn) {
