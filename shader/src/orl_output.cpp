@@ -89,7 +89,7 @@ void stage_color(miColor& value, miState* state, const OutputStageParams* params
     const Grading grading{
         eval(state, params->outputAmount),     eval(state, params->rgbOffset),
         eval(state, params->rgbLevel),         eval(state, params->invert) != miFALSE,
-        eval(state, params->clamp) != miFALSE, !mono && eval(state, params->alphaFromRGB) != miFALSE,
+        eval(state, params->clamp) != miFALSE, eval(state, params->alphaFromRGB) != miFALSE,
     };
     grade(value, grading, mono);
 }
@@ -158,7 +158,7 @@ ORL_EXPORT miBoolean orl_Output(miColor* result, miState* state, const OutputMap
     run_output(result, state, eval(state, params->output), request);
     if (state->type == miRAY_EYE && eval(state, params->frameBuffer) != 0)
         if (const auto* const instance = instance_data<OutputMapInstance>(state))
-            mi_fb_put(state, instance->frameBuffer, result); // accepts -1 for a missing buffer
+            mi_fb_put(state, instance->frameBuffer, result); // deliberate: -1 is the renderer's to refuse
     return miTRUE;
 }
 

@@ -103,9 +103,9 @@ bool repeats(miState* state, const UVGeneratorParams* params) {
            eval(state, params->vMirror);
 }
 
-// Whether the map does not show because the surface is seen from behind. An edge-on face has no coordinate of
-// its own to show, while a plane in space has. Without a ray, when surfaces are displaced or baked, nobody
-// looks.
+// Whether the map does not show because the surface is seen from behind. Deliberate: edge-on, a channel hides
+// and a plane in space does not; the face has no coordinate of its own to show there, the plane has. Without
+// a ray, when surfaces are displaced or baked, nobody looks.
 bool hidden_behind(miState* state, const UVGeneratorParams* params, miInteger source) {
     if (eval(state, params->showMapOnBack) || repeats(state, params))
         return false;
@@ -116,7 +116,8 @@ bool hidden_behind(miState* state, const UVGeneratorParams* params, miInteger so
     return source == uvw_map_channel || source == uvw_vertex_color ? !(towards > 0.0f) : towards < 0.0f;
 }
 
-// Planes in space cover the unit square between -1 and 1, nearly: opposite sides do not meet.
+// Deliberate: what lies between -1 and 1 does not quite fill the unit square, so that the sides of the host's
+// boxes keep off its border, where a map that tiles starts anew. The widths are not reduced.
 UvPoint planar_point(const miVector& p, const miVector& d) {
     constexpr miScalar half = 0.499f;
     return {{p.x * half + 0.5f, p.y * half + 0.5f, p.z * half + 0.5f}, {0.5f * d.x, 0.5f * d.y, 0.5f * d.z}};
@@ -199,6 +200,7 @@ Coordinate coordinate(miState* state, const UVGeneratorParams* params, context::
     point = placed(state, params, environment, cache, point);
     if (eval(state, params->noiseOn))
         add_noise(state, params, point.uvw);
+    // Deliberate: the blur leaves w alone, along which no map over (u, v) is filtered.
     const miScalar fu = point.width.x, fv = point.width.y;
     const miScalar blur = eval(state, params->blur), offset = eval(state, params->blurOffset);
     point.width.x = blur * fu + offset;

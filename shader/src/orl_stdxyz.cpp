@@ -77,10 +77,11 @@ struct XyzGenCache {
     xyz::Placement placement; // what the rest was made from
     xyz::Transform transform;
     miVector axis[3]; // of the transform, of length 1
+    miInteger space;  // texture space of the last look-up
     context::ChannelCache channel;
-    miInteger unused[7]; // 0
+    miInteger reserved[6];
 };
-static_assert(sizeof(XyzGenCache) == 168); // what the host accounts for in each thread
+static_assert(offsetof(XyzGenCache, space) == 124 && sizeof(XyzGenCache) == 168);
 
 void place(miState* state, const XyzParams* params, XyzGenCache& cache) {
     const xyz::Placement wanted{eval(state, params->offset), eval(state, params->angle),
@@ -108,6 +109,7 @@ miVector source_point(miState* state, const XyzParams* params, Selector selector
     case xyz_map_channel:
     case xyz_vertex_color:
         context::texture_vertex(state, eval(state, params->mapChannel), cache.channel, point);
+        cache.space = cache.channel.space;
         return point;
     case xyz_world:
         return context::world_point(state, selector);

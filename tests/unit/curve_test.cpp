@@ -21,10 +21,9 @@ CurvePoint knot(miInteger flags, float x, float y, float in_x = 0, float in_y = 
 }
 
 using P = std::complex<double>; // x + i y
-using Polygon = P[4];           // a point, the ends of its tangent and of the next point's, the next point
+using Polygon = std::vector<P>; // a point, the ends of its tangent and of the next point's, the next point
 
-P bezier(const Polygon& polygon, double t) {
-    P p[4] = {polygon[0], polygon[1], polygon[2], polygon[3]};
+P bezier(Polygon p, double t) {
     for (int n = 3; n > 0; --n)
         for (int k = 0; k < n; ++k)
             p[k] += (p[k + 1] - p[k]) * t;
@@ -69,7 +68,7 @@ TEST_F(Curve, IsABezierCurveBetweenItsPoints) {
         }
     for (const CurvePoint& p : bent)
         EXPECT_EQ(curve.at(p.x), p.y);
-    for (const float x : {0.05f, 0.85f, not_a_number}) // within the range, not between points
+    for (const float x : {0.0f, 0.05f, 0.85f, 1.0f, not_a_number}) // within the range, not between points
         EXPECT_EQ(curve.at(x), 0.0f) << x;
 }
 
@@ -79,7 +78,8 @@ TEST_F(Curve, TableIsInterpolatedBetweenItsSamples) {
         EXPECT_NEAR(curve.at(x + 0.03125f, miTRUE), 0.75f * curve.at(x) + 0.25f * curve.at(x + 0.125f),
                     1e-6f);
     EXPECT_EQ(curve.at(not_a_number, miTRUE), 0.0f);
-    EXPECT_EQ(curve({0, 0, 0.33f, 0, 0.9f, 0, 1, miTRUE}), curve.at(0.33f)); // not the table's range
+    for (const auto& [x0, x1] : {std::pair{0.0f, 0.9f}, {0.1f, 1.0f}}) // not the table's range
+        EXPECT_EQ(curve({0, 0, 0.33f, x0, x1, 0, 1, miTRUE}), curve.at(0.33f));
     // The sample at the end lies on the last point, even where 41 steps of 0.7 / 41 are more than 0.7.
     for (const miInteger steps : {1, 41, 65536}) {
         Live line(state, {knot(0, 0, 0.25f), knot(0, 0.7f, 0.75f)}, 0, steps);
@@ -89,18 +89,15 @@ TEST_F(Curve, TableIsInterpolatedBetweenItsSamples) {
 }
 
 TEST_F(Curve, FlagsHoldEndsAndTangents) {
-    const struct {
-        miInteger flags;
-        Polygon polygon;
-    } cases[] = {
+    const std::pair<miInteger, Polygon> cases[] = {
         {0, {{0, 0.3}, {0.5, 2.3}, {0.5, -2.4}, {1, 0.6}}},
         {curve_fixed_ends, {{0, -1}, {0.5, 1}, {0.5, -1}, {1, 2}}}, // tangents go along
         {curve_within_y, {{0, 0.3}, {0.5, 2}, {0.5, -1}, {1, 0.6}}},
     };
-    for (const auto& c : cases) {
-        Live curve(state, {knot(0, 0, 0.3f, 0, 0, 0.5f, 2), knot(0, 1, 0.6f, -0.5f, -3)}, c.flags);
+    for (const auto& [flags, polygon] : cases) {
+        Live curve(state, {knot(0, 0, 0.3f, 0, 0, 0.5f, 2), knot(0, 1, 0.6f, -0.5f, -3)}, flags);
         for (double t = 0; t < 1; t += 0.1) {
-            const P p = bezier(c.polygon, t);
+            const P p = bezier(polygon, t);
             EXPECT_NEAR(curve({2, 0, static_cast<float>(p.real()), 0, 1, -1, 2, miFALSE}), p.imag(), 1e-5);
         }
     }
@@ -110,10 +107,9 @@ TEST_F(Curve, BeyondTheRangeAndWithoutSegments) {
     const auto smooth = [](miInteger first, miInteger last) {
         return std::vector{knot(first, 0, 0.25f, 0, 0, 0.25f, 0.5f), knot(last, 1, 0.75f, -0.25f, 0.25f)};
     };
-    const struct {
-        std::vector<CurvePoint> points;
-        float below, inside, above; // at -1, 0.5 and 2
-    } cases[] = {
+    using Points = std::vector<CurvePoint>;
+    const std::tuple<Points, float, float, float> cases[] = {
+        // at -1, 0.5 and 2
         // Tangents of slope 2 and -1, chord of 0.5; in the middle (.25 + 3 .75 + 3 1 + .75) / 8, corner or
         // not.
         {smooth(0, 3), -1.75f, 0.78125f, -0.25f},
@@ -121,6 +117,8 @@ TEST_F(Curve, BeyondTheRangeAndWithoutSegments) {
         // Too short and backwards: the chord; (.25 + 3 1.25 + 3 1.75 + .75) / 8.
         {{knot(0, 0, 0.25f, 0, 0, 0.0001f, 1), knot(0, 1, 0.75f, -0.00009f, 1)}, -0.25f, 1.25f, 1.25f},
         {{knot(0, 0, 0.25f, 0, 0, -0.5f, 1), knot(0, 1, 0.75f, 0.5f, 1)}, -0.25f, 1.25f, 1.25f},
+        // Just long enough, of slope 2; the chord of 0.5, and 3/8 of what the tangent's end lies above it.
+        {{knot(0, 0, 0.25f, 0, 0, 0x1p-12f, 0x1p-11f), knot(2, 1, 0.75f)}, -1.75f, 0.5001373f, 1.25f},
         {{knot(2, 0, 0), knot(0, 0.25f, 1), knot(0, 0.5f, 1), knot(2, 1, 0.5f)}, -4, 1, -0.5f}, // next points
         {{}, 0, 0, 0},
         {{knot(0, 0.5f, 0.7f)}, 0.7f, 0, 0.7f},
@@ -130,13 +128,12 @@ TEST_F(Curve, BeyondTheRangeAndWithoutSegments) {
         {{knot(0, 0.6f, 1, 0, 0, 0.1f, 1), knot(0, 0.4f, 0, 0.1f, 1)}, -15, 0, 8},     // falling x
         {{knot(0, 0, 0, 0, 0, 1e6f, 1e6f), knot(0, 1, 1, -1e6f, -1e6f)}, -1, 0.5f, 2}, // far too long
     };
-    for (const auto& c : cases)
+    for (const auto& [points, below, inside, above] : cases)
         for (const miBoolean table : {miFALSE, miTRUE}) {
-            SCOPED_TRACE(&c - cases);
-            Live curve(state, c.points);
-            EXPECT_NEAR(curve.at(-1, table), c.below, 1e-5f);
-            EXPECT_NEAR(curve.at(2, table), c.above, 1e-5f);
-            EXPECT_NEAR(curve.at(0.5f, table), c.inside, 1e-5f);
+            Live curve(state, points);
+            EXPECT_NEAR(curve.at(-1, table), below, 1e-5f) << points.size();
+            EXPECT_NEAR(curve.at(2, table), above, 1e-5f) << below;
+            EXPECT_NEAR(curve.at(0.5f, table), inside, 1e-5f) << below;
         }
 }
 
@@ -155,7 +152,10 @@ TEST_F(Curve, ThreadsShareOneTable) {
     Live curve(state, bent);
     EXPECT_EQ(renderer.resources().live_bytes, before.live_bytes + 40);
     CurvePoint& middle = (&curve->points.elements[0])[curve->points.first + 1];
-    curve.connect(middle.y, [](miState*) { return 0.7f; }); // one number of a point by itself
+    curve.connect(middle.y, [](miState*) {                         // one number of a point by itself
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // until the others wait for the lock
+        return 0.7f;
+    });
     mi_init_lock(&curve.function().lock);
     std::barrier all_at_once(8);
     std::vector<std::thread> threads;

@@ -25,7 +25,7 @@ void expect_near(const miVector& got, const miVector& expected, float tolerance,
         EXPECT_LE(std::fabs(off[k]), tolerance) << what << ", component " << k;
 }
 
-// A map, grey 0.2 + 0.5 u + 0.25 v, that keeps how it was sampled last.
+// A map of intensity 0.2 + 0.5 u + 0.25 v that keeps how it was sampled last.
 struct Ramp {
     int samples = 0;
     miVector at{}, over{};
@@ -36,8 +36,8 @@ struct Ramp {
         ++ramp->samples;
         ramp->at = {u, v, 0};
         ramp->over = {0, 0, 0};
-        const miScalar grey = 0.2f + 0.5f * u + 0.25f * v;
-        *result = {grey, grey, grey, 0.75f};
+        const miScalar mean = 0.2f + 0.5f * u + 0.25f * v;
+        *result = {0.5f * mean, mean, 1.5f * mean, 0.75f};
     }
     static void filter(miColor* result, miState* state, void* data, miScalar u, miScalar v, miScalar du,
                        miScalar dv) {
@@ -49,7 +49,8 @@ struct Ramp {
     }
 };
 
-constexpr float pixel = 5.0f / 640; // on the plane of the state: 5 units away, aperture and focal length 1
+// On the plane of the state, 5 units away: aperture and focal length are 1, a pixel is half as high as wide.
+constexpr float pixel = 5.0f / 640, high = pixel / 2;
 constexpr GeneratorRequest color{OutputRequest::color, context::Selector::surface};
 constexpr GeneratorRequest bump{OutputRequest::vector, context::Selector::surface};
 
@@ -63,6 +64,7 @@ protected:
 
     // The plane z = 0 with texture coordinates equal to the position, in the object's channel 0.
     Uv() {
+        state.camera.aspect = 8.0f / 3;
         p.uTiling = p.vTiling = p.blur = p.noiseSize = 1;
         p.uTile = p.vTile = p.wrapPlain = p.showMapOnBack = miTRUE;
         renderer.triangle.points = scripted::Triangle::Corners{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}};
@@ -123,16 +125,14 @@ TEST_F(Uv, PlacementIsAProductOfMatrices) {
     p.vOffset = -0.4f;
     const miVector at = context::object_point(state, context::Selector::surface);
     const miVector d = context::object_width(state, context::Selector::surface);
-    const miVector angles[] = {{0, 0, 0}, {0.7f, 0, 0}, {0, -0.4f, 0}, {0, 0, 2.5f}, {0.7f, -0.4f, 2.5f}};
+    const miVector angles[] = {{0, 0, 0}, {0, -0.4f, 0}, {0.7f, -0.4f, 0}, {0.7f, -0.4f, 2.5f}, {0, 0, 2.5f}};
     for (int i = 0; i < 60; ++i) {
         const float pivot = i / 3 % 2 ? 0.5f : 0, start = 0.5f - pivot;
         const miVector& angle = angles[i / 12];
-        p.axis = i % 3; // changes while the angles stay
+        p.axis = i / 3 % 2 ? 2 - i % 3 : i % 3; // changes while the angles stay, and the other way round
         p.centerAtOrigin = pivot == 0;
         p.uTiling = i / 6 % 2 ? 1 : -3.0f;
-        p.uAngle = angle.x;
-        p.vAngle = angle.y;
-        p.wAngle = angle.z;
+        p.uAngle = angle.x, p.vAngle = angle.y, p.wAngle = angle.z;
         const miVector c = turned_apart(
             {0.499f * at.x + start - 0.15f, 0.499f * at.y + start + 0.4f, 0.499f * at.z + start}, p);
         miVector width{}; // of the box around the turned box: the edges turned, added up
@@ -158,22 +158,24 @@ TEST_F(Uv, SourcesGiveTheirCoordinates) {
     for (int i = 0; i < 7; ++i) {
         p.uvwSource = from[i][0];
         p.mapChannel = from[i][1];
-        i < 4 ? expect_both(expected[i], {width[i], width[i], 0}) : expect_both({0, 0, 0}, {0, 0, 0});
+        i < 4 ? expect_both(expected[i], {width[i], width[i] / 2, 0}) : expect_both({0, 0, 0}, {0, 0, 0});
     }
+    // For a ray that leaves the scene, of itself or because the map says so: its direction, (0, 0, -1).
+    p.uvwSource = uvw_object_xyz;
+    sample({OutputRequest::color, context::Selector::environment_ray});
+    expect_near(ramp.at, {0.5f, 0.5f, 0}, 1e-6f, "the request's");
+    state->type = miRAY_ENVIRONMENT;
+    expect_near(both().uvw, {0.5f, 0.5f, 0.001f}, 1e-6f, "the ray's");
 }
 
 TEST_F(Uv, EnvironmentsAtKnownDirections) {
     scripted::State eye;
     eye->options = &state.options;
+    eye->camera = &state.camera;
     state.set_parent(eye, miRAY_REFLECT);
     p.isEnvironment = p.mappingType = 1;
-    // A quarter turn about the middle, to the environment's side: (0.25, 0) from it becomes (0, -0.25).
-    p.wAngle = std::numbers::pi_v<float> / 2;
-    state.set_miss({0, 0, 0}, {0, 1, 0});
-    expect_near(both().uvw, {0.5f, 0.25f, 0}, 1e-6f, "turned");
-    p.wAngle = 0;
     const float h = std::numbers::sqrt2_v<float> / 2, pi = std::numbers::pi_v<float>;
-    // A pixel covers 1/640 each way, the width is the sum over `narrowing`.
+    // A pixel covers 1/640 by 1/1280, the width is the sum over `narrowing`.
     // clang-format off
     const struct { int type; bool flip; miVector dir; float u, v; float narrowing; } cases[] = {
         {1, false, {-1, 0, 0}, 0.5f, 0.5f, pi * 1.1f},   {1, false, {0, 1, 0}, 0.75f, 0.5f, pi * 1.1f},
@@ -192,9 +194,10 @@ TEST_F(Uv, EnvironmentsAtKnownDirections) {
         set_scene(scene);
         state.set_miss({0, 0, 0}, c.dir);
         p.mappingType = c.type;
-        const float w = 2.0f / 640 / c.narrowing;
+        const float w = 1.5f / 640 / c.narrowing;
         expect_both({c.u, c.v, 0}, {w, w, w});
     }
+    EXPECT_NEAR(spherical_uv({0, 0, 1.0000001f}, 0).uvw.y, 1.0f, 1e-6f); // as rounding may leave a direction
 }
 
 TEST_F(Uv, ScreensByRasterPosition) {
@@ -202,12 +205,18 @@ TEST_F(Uv, ScreensByRasterPosition) {
     state->raster_x = 160;
     state->raster_y = 120;
     state.options.max_samples = 1; // 2 x 2 samples
-    const int windows[][4] = {{1280, 960, 480, 120}, {1280, 960, -1, 120}, {320, 960, 0, 0}, {0, 960, 0, 0}};
-    const miVector expected[] = {{0.5f, 0.25f, 0}, {0.25f, 0.25f, 0}, {0.5f, 0.125f, 0}, {0.25f, 0.25f, 0}};
-    for (int i = 0; i < 4; ++i) {
-        p.mappingType = i < 2 ? mapping_screen_part : mapping_screen;
+    const int windows[][4] = {{1280, 960, 480, 120}, {320, 960, 0, 0},    {1280, 960, 480, -1},
+                              {1280, 960, -1, 120},  {1280, 0, 480, 120}, {0, 960, 480, 120}};
+    const miVector expected[] = {{0.5f, 0.25f, 0}, {0.5f, 0.125f, 0}, {0.25f, 0.25f, 0}};
+    const float du = 0.5f / 640, dv = 0.5f / 480, s = std::sin(0.6f), c = std::cos(0.6f);
+    p.mappingType = mapping_screen;
+    p.wAngle = 0.6f; // about the middle, from which (-0.25, -0.25) leads to the point; from v to u
+    expect_both({0.5f - 0.25f * (c + s), 0.5f + 0.25f * (s - c), 0}, {c * du + s * dv, s * du + c * dv, 0});
+    p.wAngle = 0;
+    for (int i = 0; i < 6; ++i) {
+        p.mappingType = i == 1 ? mapping_screen : mapping_screen_part;
         std::memcpy(&p.screenParam1, windows[i], sizeof windows[i]);
-        expect_both(expected[i], {0.5f / 640, 0.5f / 480, 0});
+        expect_both(expected[std::min(i, 2)], {du, dv, 0});
     }
 }
 
@@ -236,24 +245,21 @@ TEST_F(Uv, BackFacesShowOnlyMapsThatGoOn) {
 }
 
 TEST_F(Uv, NoiseDisplacesUAndThenV) {
-    p.noiseOn = miTRUE;
-    p.noiseAmount = 3;
-    p.noiseSize = 0.4f;
+    p.noiseOn = miTRUE, p.noiseAmount = 3, p.noiseSize = 0.4f, p.noisePhase = 1.7f;
     place(0.3f, 0.7f, 0);
-    p.noisePhase = 1.7f;
     for (int i = 0; i < 8; ++i) {
-        p.noiseLevels = std::array{0, 1, 5, 1000}[i / 2u];
+        p.noiseLevels = std::array{-1, 0, 5, 1000}[i / 2u];
         p.noiseAnimate = i % 2;
         const auto noise = [&](float x) {
             return i % 2 ? fractalAbsNoise2(x / 0.4f, 1.7f, p.noiseLevels)
                          : fractalAbsNoise1(x / 0.4f, p.noiseLevels);
         };
         const float u = 0.3f + 0.3f * noise(0.7f), v = 0.7f + 0.3f * noise(u);
-        expect_both({u, v, 0}, {pixel, pixel, 0}, 2e-6f);
-        EXPECT_EQ(i / 2 == 0, both().uvw.x == 0.3f);
+        expect_both({u, v, 0}, {pixel, high, 0}, 2e-6f);
+        EXPECT_EQ(i / 2 < 2, both().uvw.x == 0.3f);
     }
     p.noiseSize = 0;
-    expect_both({0.3f, 0.7f, 0}, {pixel, pixel, 0});
+    expect_both({0.3f, 0.7f, 0}, {pixel, high, 0});
 }
 
 TEST(Wrap, FollowsTheEdge) {
@@ -280,13 +286,15 @@ TEST_F(Uv, SamplesTheMapWhereItLies) {
     place(1.25f, -0.5f, 0);
     p.blur = 2;
     p.blurOffset = 0.25f;
-    EXPECT_NEAR(sample(color, true).r, 0.2f + 0.125f + 0.125f, 1e-6f);
-    expect_near(ramp.over, {2 * pixel + 0.25f, 2 * pixel + 0.25f, 0}, 1e-7f, "widths");
+    EXPECT_NEAR(sample(color, true).g, 0.2f + 0.125f + 0.125f, 1e-6f);
+    expect_near(ramp.over, {2 * pixel + 0.25f, 2 * high + 0.25f, 0}, 1e-7f, "widths");
+    p.vTile = miFALSE;
+    for (const bool with_filter : {false, true})
+        EXPECT_EQ(sample(color, with_filter), (miColor{0, 0, 0, 0}));
+    p.vTile = miTRUE;
     renderer.answer(miQ_SAMPLE_OVERRIDE, static_cast<void*>(nullptr)); // that it is there counts
     EXPECT_EQ(sample({OutputRequest::mono, context::Selector::surface}, true).a, 0.75f);
     EXPECT_EQ(ramp.over.x, 0.0f);
-    p.vTile = miFALSE;
-    EXPECT_EQ(sample(color), (miColor{0, 0, 0, 0}));
     // Three numbers, the coordinate, where the request cannot be sampled.
     UvBumpRequest requests[] = {ramp.request(color), ramp.request(color)};
     requests[0].magic = 7;
@@ -300,19 +308,26 @@ TEST_F(Uv, SamplesTheMapWhereItLies) {
 TEST_F(Uv, GradientOfARamp) {
     place(0.4f, 0.3f, 0);
     const auto expect_slope = [&](float by_u, float by_v) {
-        const miColor got = sample(bump);
-        expect_near({got.r, got.g, got.b}, {by_u, by_v, 0}, 2e-4f, "gradient");
+        for (const int request : {2, 3}) {
+            const miColor got = sample({static_cast<OutputRequest>(request), context::Selector::surface});
+            expect_near({got.r, got.g, got.b}, {by_u, by_v, 0}, 2e-4f, "gradient");
+        }
     };
     p.blur = 5;
     expect_slope(-0.5f, -0.25f);
-    EXPECT_NEAR(ramp.at.y, 0.3f + pixel, 1e-6f); // sampled last
+    EXPECT_NEAR(ramp.at.y, 0.3f + high, 1e-6f); // sampled last
     EXPECT_EQ(ramp.over.x, 0.0f);
     p.uMirror = miTRUE; // twice as steep, and downhill in the other half
     p.uTile = miFALSE;
     expect_slope(-1, -0.25f);
     place(0.8f, 0.3f, 0);
     expect_slope(1, -0.25f);
-    p.blur = 0;
+    p.blur = 1;
+    p.blurOffset = -pixel; // no width along u
+    expect_slope(0, -0.25f);
+    p.blurOffset = -high;
+    expect_slope(1, 0);
+    p.uTiling = p.vTiling = 0; // no step
     expect_slope(0, 0);
 }
 
@@ -322,10 +337,7 @@ TEST_F(Uv, TangentsFollowTheCoordinates) {
     constexpr miMatrix rolled{2, 0, 0, 0, 0, 0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 1};
     renderer.set_to_space(scripted::Space::object, turned);
     renderer.set_to_space(scripted::Space::world, rolled);
-    p.uAngle = 0.5f;
-    p.vAngle = -0.8f;
-    p.wAngle = 1.1f;
-    p.uTiling = 3;
+    p.uAngle = 0.5f, p.vAngle = -0.8f, p.wAngle = 1.1f, p.uTiling = 3;
     for (int i = 0; i < 6; ++i) {
         const float step = i % 2 ? 0.998f : 2.0f;
         p.uvwSource = i % 2 ? uvw_object_xyz : uvw_world_xyz;
@@ -344,32 +356,45 @@ TEST_F(Uv, RecordsAreFilledAsAsked) {
     p.blur = 2;
     p.wAngle = 0.6f;
     place(0.5f, 1.5f, 0);
+    for (int* of_others : {reinterpret_cast<int*>(&record.magic), &state->user_size}) {
+        ++*of_others;
+        sample(bump);
+        --*of_others;
+    }
     sample(color); // tangents are for gradients and for callers that want no sample
-    const float s = std::sin(0.6f), c = std::cos(0.6f), width = 2 * pixel * (s + c);
+    const float s = std::sin(0.6f), c = std::cos(0.6f);
     expect_near(record.dPdu, {9, 9, 9}, 0, "left alone");
     expect_near(record.uvw, {0.5f - s, 0.5f + c, 0}, 1e-6f, "not wrapped");
-    expect_near(record.width, {width, width, 0}, 1e-7f, "blurred");
-    record.uvw = {9, 9, 9};
+    expect_near(record.width, {2 * (c * pixel + s * high), 2 * (s * pixel + c * high), 0}, 1e-7f, "blurred");
+    const miVector nines{9, 9, 9};
+    for (const miUint flags : {1u, 2u, 4u}) {
+        record = {UvDerivRecord::magic_number, flags, nines, nines, nines, nines};
+        call(nullptr);
+        expect_near(record.dPdu, flags == 1 ? miVector{c, -s, 0} : nines, 1e-6f, "turns against the map");
+        expect_near(record.dPdv, flags == 1 ? miVector{s, c, 0} : nines, 1e-6f, "dPdv");
+        EXPECT_EQ(record.uvw.x == 9, flags != 2);
+        EXPECT_EQ(record.width.x == 9, flags != 4);
+    }
     record.flags = UvDerivRecord::tangents;
-    call(nullptr);
-    expect_near(record.dPdu, {c, -s, 0}, 1e-6f, "the map turns left, so its u turns right");
-    expect_near(record.dPdv, {s, c, 0}, 1e-6f, "dPdv");
-    expect_near(record.uvw, {9, 9, 9}, 0, "not asked for");
-    p.isEnvironment = miTRUE;
-    sample(bump);
-    expect_near(record.dPdu, {0, 0, 0}, 0, "around the scene");
+    for (miInteger* other : {&p.isEnvironment, &p.mapChannel}) { // around the scene; no such channel
+        *other = 9;
+        sample(bump);
+        expect_near(record.dPdu, {0, 0, 0}, 0, "none");
+        *other = 0;
+    }
 }
 
-TEST_F(Uv, EachThreadHasARecord) {
-    const long long before = renderer.resources().live_blocks;
-    for (short i = 0; i < 8; ++i) {
-        if (i == 6) // no place to keep one
+TEST_F(Uv, EachThreadKeepsItsTurn) {
+    p.uAngle = std::numbers::pi_v<float>;
+    call(nullptr);
+    void* kept = nullptr; // flags, angles, sine and cosine, and the matrix that is not made anew
+    mi_query(miQ_FUNC_TLS_GET, state, miNULLTAG, &kept);
+    static_cast<miScalar*>(kept)[7 + 9] = 4; // the image of the origin
+    for (; state->thread < 3; ++state->thread) {
+        if (state->thread == 2) // no place to keep one
             renderer.deny(miQ_FUNC_TLS_SET);
-        p.uAngle = std::numbers::pi_v<float>;
-        state->thread = i / 2;
-        EXPECT_NEAR(call(nullptr).r, 0.5f, 1e-6f);
+        EXPECT_NEAR(call(nullptr).r, state->thread == 0 ? 4.5f : 0.5f, 1e-6f);
     }
-    EXPECT_EQ(renderer.resources().live_blocks, before + 3); // given back with the instance
 }
 
 // The ramp watches where it is sampled.

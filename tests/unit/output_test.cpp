@@ -38,10 +38,8 @@ protected:
 TEST_F(Output, StepsInTheirOrder) {
     constexpr miBoolean on = miTRUE;
     const miColor grey{0.2f, 0.4f, 0.8f, 0.5f}, clear{0.2f, 0.4f, 0.8f, 0};
-    const struct {
-        OutputStageParams params;
-        miColor value, color, mono;
-    } cases[] = {
+    const std::tuple<OutputStageParams, miColor, miColor, miColor> cases[] = {
+        // value, as colour, as mono
         {graded(2, 0, 1), grey, {0.4f, 0.8f, 1.6f, 0.5f}, {0.4f, 0.8f, 1.6f, 0.5f}},
         {graded(1, 0.1f, 1), grey, {0.25f, 0.45f, 0.85f, 0.5f}, {0.3f, 0.5f, 0.9f, 0.5f}},
         {graded(1, 0.1f, 1), clear, clear, {0.3f, 0.5f, 0.9f, 0}},
@@ -54,9 +52,9 @@ TEST_F(Output, StepsInTheirOrder) {
         // Inverted to -2, 2, .5; clamped before the mean is taken.
         {graded(1, 0, 1, on, on, on), {3, -1, 0.5f, 4}, {0, 1, 0.5f, 0.5f}, {0, 1, 0.5f, 4}},
     };
-    for (const auto& c : cases) {
-        expect_near(staged(c.params, c.value, color), c.color);
-        expect_near(staged(c.params, c.value, mono), c.mono);
+    for (const auto& [params, value, as_color, as_mono] : cases) {
+        expect_near(staged(params, value, color), as_color);
+        expect_near(staged(params, value, mono), as_mono);
     }
 }
 
@@ -76,21 +74,17 @@ TEST_F(Output, ComponentsGoThroughTheCurveOfTheirChannel) {
     const miTag failing =
         renderer.add_shader([](void* result, miState*, void*) { return *static_cast<int*>(result) = 0; });
     const miColor plain{1, 2, 3, 4};
-    const struct {
-        miBoolean use, rgb;
-        miTag rgb_curve, mono_curve;
-        miColor color, mono;
-    } cases[] = {
+    const std::tuple<miBoolean, miBoolean, miTag, miTag, miColor, miColor> cases[] = {
         {0, 1, lift, lift, plain, plain},      {1, 0, failing, lift, {11, 12, 13, 4}, {11, 2, 3, 4}},
         {1, 0, lift, miNULLTAG, plain, plain}, {1, 1, lift, failing, {11, 22, 33, 4}, {22, 22, 22, 4}},
         {1, 1, miNULLTAG, lift, plain, plain}, {1, 0, lift, failing, plain, plain},
     };
-    for (const auto& c : cases) {
-        OutputStageParams params{1, 0, 1, 1, 0, 0, 0, c.use, c.rgb, c.rgb_curve, c.mono_curve};
-        expect_near(staged(params, plain, color), c.color);
-        expect_near(staged(params, plain, mono), c.mono);
+    for (const auto& [use, rgb, rgb_curve, mono_curve, as_color, as_mono] : cases) {
+        OutputStageParams params{1, 0, 1, 1, 0, 0, 0, use, rgb, rgb_curve, mono_curve};
+        expect_near(staged(params, plain, color), as_color);
+        expect_near(staged(params, plain, mono), as_mono);
         params.outputAmount = 2; // after the curve
-        expect_near(staged(params, plain, color), {2 * c.color.r, 2 * c.color.g, 2 * c.color.b, 4});
+        expect_near(staged(params, plain, color), {2 * as_color.r, 2 * as_color.g, 2 * as_color.b, 4});
     }
 }
 
@@ -110,11 +104,7 @@ TEST_F(OutputMap, RunsTheMapAndThenTheStage) {
         c = {2 * c.r, 2 * c.g, 2 * c.b, static_cast<float>(*static_cast<miInteger*>(request))};
         return miTRUE;
     });
-    const struct {
-        OutputMapParams params;
-        OutputRequest request;
-        miColor expected;
-    } cases[] = {
+    const std::tuple<OutputMapParams, OutputRequest, miColor> cases[] = {
         {{map, 1, 0, 0}, color, {0, 2, 3, 4}},    {{map, 1, twice, 0}, mono, {2, 4, 6, 1}},
         {{map, 1, twice, 0}, bump, {4, 4, 6, 2}}, {{map, 1, twice, 0}, other, {6, 4, 6, 3}},
         {{map, 0, 0, 0}, color, {1, 1, 1, 1}},    {{map, 0, twice, 0}, mono, {2, 2, 2, 1}},
@@ -123,11 +113,11 @@ TEST_F(OutputMap, RunsTheMapAndThenTheStage) {
         {{0, 1, bad, 0}, color, {1, 1, 1, 1}}, // the stage's failure leaves the map's value
     };
     scripted::ShaderInstance<OutputMapParams> shader;
-    for (const auto& c : cases) {
-        shader.params() = c.params;
+    for (const auto& [params, request, expected] : cases) {
+        shader.params() = params;
         miColor result{};
-        EXPECT_TRUE(orl_Output(&result, state.run(shader), &shader.params(), &c.request));
-        EXPECT_EQ(result, c.expected) << &c - cases;
+        EXPECT_TRUE(orl_Output(&result, state.run(shader), &shader.params(), &request));
+        EXPECT_EQ(result, expected);
     }
 }
 
@@ -135,15 +125,11 @@ TEST_F(OutputMap, EyeRaysAreWrittenToTheNumberedBuffer) {
     state.camera.framebuffers =
         renderer.add_framebuffers({{"fb_output3", miIMG_TYPE_RGBA_FP}, {"fb_output-2", miIMG_TYPE_RGBA_FP}});
     const miTag map = renderer.add_color({1, 2, 3, 4});
-    const struct {
-        miInteger number;
-        miRay_type ray;
-        std::vector<int> puts;
-    } cases[] = {
+    const std::tuple<miInteger, miRay_type, std::vector<int>> cases[] = {
         {3, miRAY_EYE, {0}},    {-2, miRAY_EYE, {1}}, {5, miRAY_EYE, {-1}}, // missing: left to the renderer
         {3, miRAY_REFLECT, {}}, {0, miRAY_EYE, {}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [number, ray, expected] : cases) {
         std::vector<int> puts;
         renderer.mi_fb_put = [&](miState*, int index, void* value) {
             EXPECT_EQ(*static_cast<miColor*>(value), (miColor{1, 2, 3, 4}));
@@ -151,12 +137,12 @@ TEST_F(OutputMap, EyeRaysAreWrittenToTheNumberedBuffer) {
             return miTRUE;
         };
         LiveShader<OutputMapParams> shader(state, orl_Output_init, orl_Output_exit);
-        shader.params() = {map, miTRUE, miNULLTAG, c.number};
+        shader.params() = {map, miTRUE, miNULLTAG, number};
         shader.start();
-        state->type = c.ray;
+        state->type = ray;
         miColor result{};
         orl_Output(&result, state, &shader.params(), nullptr);
-        EXPECT_EQ(puts, c.puts) << c.number;
+        EXPECT_EQ(puts, expected) << number;
     }
 }
 

@@ -21,6 +21,7 @@ class Xyz : public ShaderTest {
 protected:
     scripted::ShaderInstance<XyzParams> shader;
     miObject object{};
+    const long long blocks = renderer.resources().live_blocks;
     // At (0, 1, 0), where the object sees the hit: the point, the width of a pixel, the image of the y axis.
     const miVector at_hit{1.763668f, -2.171688f, 0.4869145f}, width{-0.01221517f, 0.01789567f, 0.01600735f},
         y_axis{-0.6217761f, 0.7827139f, 0.02744988f};
@@ -41,7 +42,10 @@ protected:
         state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
         state.run(shader, miSHADER_TEXTURE);
     }
-    ~Xyz() override { orl_base_XYZGenerator_exit(state, &shader.params()); }
+    ~Xyz() override {
+        orl_base_XYZGenerator_exit(state, &shader.params());
+        EXPECT_EQ(renderer.resources().live_blocks, blocks);
+    }
 
     miVector generate(const GeneratorRequest* request = nullptr) {
         XyzGeneratorResult result{};
@@ -53,25 +57,21 @@ protected:
 
 TEST_F(Xyz, EverySourceIsPlaced) {
     const miVector at_null{3.281837f, -4.082814f, 0.4198911f}, no_width{0.01f, 0.01f, 0.01f};
-    const struct {
-        miInteger source, channel;
-        miVector point, width;
-    } cases[] = {
-        {xyz_object, 0, at_hit, width},
-        {xyz_map_channel, 0, {2.33399f, -3.745932f, 0.6762046f}, width}, // (0.5, 0.5, 0)
-        {xyz_vertex_color, 0, {2.33399f, -3.745932f, 0.6762046f}, width},
-        {xyz_map_channel, 5, at_null, no_width}, // which the object does not have
-        {xyz_world, 0, {0.9032129f, -9.748494f, 1.540034f}, {-0.03443033f, 0.02579134f, 0.0220147f}},
-        {7, 0, at_null, no_width},
-    };
-    for (const auto& c : cases) {
-        shader->coordSource = c.source;
-        shader->mapChannel = c.channel;
+    const miVector on_map{2.33399f, -3.745932f, 0.6762046f}; // (0.5, 0.5, 0)
+    for (const auto& [source, channel, point, filtered] :
+         {std::tuple{xyz_object, 0, at_hit, width},
+          {xyz_map_channel, 0, on_map, width},
+          {xyz_vertex_color, 0, on_map, width},
+          {xyz_map_channel, 5, at_null, no_width}, // which the object does not have
+          {xyz_world, 0, {0.9032129f, -9.748494f, 1.540034f}, {-0.03443033f, 0.02579134f, 0.0220147f}},
+          {XyzSource{7}, 0, at_null, no_width}}) {
+        shader->coordSource = source;
+        shader->mapChannel = channel;
         XyzCoordinateResult result{};
         EXPECT_TRUE(orl_XYZCoordinate(&result, state, &shader.params()));
-        expect_near(result.point, c.point);
-        expect_near(result.width, c.width);
-        expect_near(generate(), c.point);
+        expect_near(result.point, point);
+        expect_near(result.width, filtered);
+        expect_near(generate(), point);
     }
 }
 
@@ -81,6 +81,9 @@ TEST_F(Xyz, TheRequestChoosesTheKindOfRay) {
     expect_near(generate(&environment), where_it_goes);
     state->type = miRAY_ENVIRONMENT;
     expect_near(generate(), where_it_goes);
+    XyzCoordinateResult result{};
+    orl_XYZCoordinate(&result, state, &shader.params());
+    expect_near(result.point, where_it_goes);
 }
 
 TEST_F(Xyz, RecordsAreFilledAsTheyAsk) {
@@ -100,28 +103,24 @@ TEST_F(Xyz, RecordsAreFilledAsTheyAsk) {
 }
 
 TEST_F(Xyz, TheCacheFollowsTheParameters) {
+    const miVector here = generate();
     for (int k = 0; k < 9; ++k) { // each number by itself, also back from what equals nothing
         float& number = (&shader->offset.x)[k];
         for (const float other : {number + 0.25f, not_a_number}) {
             const float before = std::exchange(number, other);
             const miVector moved = generate();
-            EXPECT_FALSE(moved.x == at_hit.x && moved.y == at_hit.y && moved.z == at_hit.z) << k;
+            EXPECT_FALSE(moved.x == here.x && moved.y == here.y && moved.z == here.z) << k;
             number = before;
             expect_near(generate(), at_hit);
         }
     }
-}
-
-TEST_F(Xyz, EachThreadHasACacheUntilTheExit) {
-    const auto before = renderer.resources();
-    for (state->thread = 0; state->thread < 3; ++state->thread)
-        generate();
-    state->thread = 1;
-    generate();
-    orl_base_XYZGenerator_exit(state, nullptr);
-    EXPECT_EQ(renderer.resources().live_bytes, before.live_bytes + 3 * 168);
-    orl_base_XYZGenerator_exit(state, &shader.params());
-    EXPECT_EQ(renderer.resources().live_bytes, before.live_bytes);
+    void* kept = nullptr; // a flag, the nine numbers, and the transform that is not made anew
+    mi_query(miQ_FUNC_TLS_GET, state, miNULLTAG, &kept);
+    static_cast<miScalar*>(kept)[10 + 9] += 4; // of the origin
+    EXPECT_NEAR(generate().x, here.x + 4, 1e-6f);
+    state->thread = 1; // with no place to keep one
+    renderer.deny(miQ_FUNC_TLS_SET);
+    expect_near(generate(), at_hit);
 }
 
 } // namespace
