@@ -1,10 +1,12 @@
 // Judges a rendered picture: against values worked out by hand, and against a reference picture.
 //
 //   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--mirrored] [--within LIMIT]
-//       [--output FOLDER] [--save FILE.exr] [--sum LAYER...]
+//       [--rms X Y WIDTH HEIGHT LEAST MOST]... [--output FOLDER] [--save FILE.exr] [--sum LAYER...]
 //
 // --mirrored demands that the picture is its own mirror image, left and right.
 // --within demands that no pixel is off the reference or mirror image by more.
+// --rms demands, in place of agreement, that the root mean square of the difference from the reference within
+// a rectangle, which begins at (X, Y) from the lower left, lies between two numbers.
 // --sum demands that the layers' colours add up to the picture's.
 // --save stores the picture as a reference, in half floats: only after looking at it.
 // When it does not agree with the reference, picture, reference and enlarged difference are left in FOLDER.
@@ -119,6 +121,29 @@ bool agrees(const ImageBuf& picture, const ImageBuf& reference, const Rule& rule
            worst <= rule.largest;
 }
 
+struct Rectangle {
+    int x, y, width, height; // from the lower left
+};
+
+double rms_difference(const ImageBuf& picture, const ImageBuf& reference, const Rectangle& r) {
+    const int top = picture.spec().height - r.y - r.height;
+    const ROI roi(r.x, r.x + r.width, top, top + r.height, 0, 1, 0, 3);
+    return ImageBufAlgo::compare(picture, reference, 0, 0, roi).rms_error;
+}
+
+// Six numbers for each rectangle.
+bool as_far_off(const ImageBuf& picture, const ImageBuf& reference, const std::vector<double>& limits) {
+    bool good = true;
+    for (auto i = limits.begin(); i != limits.end(); i += 6) {
+        const auto whole = [i](int k) { return static_cast<int>(i[k]); };
+        const double found = rms_difference(picture, reference, {whole(0), whole(1), whole(2), whole(3)});
+        std::cout << "off by " << found << " from (" << i[0] << ", " << i[1] << "), expected " << i[4]
+                  << " to " << i[5] << '\n';
+        good = found >= i[4] && found <= i[5] && good;
+    }
+    return good;
+}
+
 // Lines of "x y channel value tolerance", with raster positions from the lower left; # starts a comment.
 bool as_expected(const ImageBuf& picture, const std::string& path) {
     std::ifstream file(path);
@@ -182,11 +207,14 @@ int main(int argc, char** argv) {
     std::vector<std::string> layers;
     bool mirrored = false;
     float within = 0;
+    std::vector<double> rms;
     app.add_option("picture", picture_path)->required();
     app.add_option("--expect", expect_path, "File of values worked out by hand");
     app.add_option("--reference", reference_path, "Picture to agree with");
     app.add_flag("--mirrored", mirrored, "The picture is its own mirror image");
     CLI::Option* limit = app.add_option("--within", within, "No pixel may be off by more");
+    app.add_option("--rms", rms, "Root mean square difference from the reference in a rectangle")
+        ->type_size(6);
     app.add_option("--sum", layers, "Layers that add up to the picture");
     app.add_option("--output", output, "Folder for the evidence of a failure");
     app.add_option("--save", save_path, "Store the picture as a reference");
@@ -205,7 +233,9 @@ int main(int argc, char** argv) {
             write_evidence(output, picture, reference);
             std::cerr << "see " << (fs::path(output) / "picture_reference_difference.png").string() << '\n';
         };
-        if (!reference_path.empty())
+        if (!rms.empty())
+            good = as_far_off(picture, load(reference_path), rms) && good;
+        else if (!reference_path.empty())
             compare(load(reference_path));
         if (mirrored)
             compare(ImageBufAlgo::flop(picture));

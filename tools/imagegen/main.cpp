@@ -1,5 +1,6 @@
 // Makes an image from a formula: test charts and surroundings for the example scenes.
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
@@ -36,13 +37,30 @@ std::vector<float> texels(const Pattern& pattern, int width, int height, int n) 
     return values;
 }
 
-// PNG with 8 bits, EXR with floats.
-bool write(const std::string& file, int width, int height, const std::vector<float>& values) {
-    const bool floats = file.ends_with(".exr");
+struct Level {
+    int width, height;
+    std::vector<float> values;
+};
+
+// Floats in EXR files, 8 bits in others. Several levels, each half the size of the one before, need a format
+// that has them, as TIFF does.
+bool write(const std::string& file, const std::vector<Level>& levels) {
     const auto output = OIIO::ImageOutput::create(file);
-    const OIIO::ImageSpec spec(width, height, 3, floats ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8);
-    if (output && output->open(file, spec) && output->write_image(OIIO::TypeDesc::FLOAT, values.data()) &&
-        output->close())
+    bool good = output != nullptr;
+    for (const Level& level : levels) {
+        const bool first = &level == levels.data();
+        OIIO::ImageSpec spec(level.width, level.height, 3,
+                             file.ends_with(".exr") ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8);
+        if (levels.size() > 1) {
+            spec.tile_width = spec.tile_height = 64;
+            spec["textureformat"] = "Plain Texture"; // has the file prepared for levels
+        }
+        good =
+            good &&
+            output->open(file, spec, first ? OIIO::ImageOutput::Create : OIIO::ImageOutput::AppendMIPLevel) &&
+            output->write_image(OIIO::TypeDesc::FLOAT, level.values.data());
+    }
+    if (good && output->close())
         return true;
     std::cerr << "imagegen: cannot write " << file << ": " << (output ? output->geterror() : OIIO::geterror())
               << '\n';
@@ -81,7 +99,19 @@ int main(int argc, char** argv) {
             return world(direction(x, y));
         };
     });
+    int count = 1;
+    app.add_subcommand("levels", "Filter levels, each of a colour of its own")->final_callback([&] {
+        samples = 1;
+        count = std::bit_width(static_cast<unsigned>(std::max(width, height)));
+    });
     CLI11_PARSE(app, argc, argv);
 
-    return write(file, width, height, texels(pattern, width, height, samples)) ? EXIT_SUCCESS : EXIT_FAILURE;
+    std::vector<Level> levels;
+    for (int i = 0; i < count; ++i) {
+        if (count > 1)
+            pattern = [i](double, double) { return level_color(i); };
+        const int w = std::max(width >> i, 1), h = std::max(height >> i, 1);
+        levels.push_back({w, h, texels(pattern, w, h, samples)});
+    }
+    return write(file, levels) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

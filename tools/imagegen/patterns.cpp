@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <numbers>
 
 namespace imagegen {
@@ -67,6 +68,12 @@ Color zone_plate(double x, double y, double size) {
     const double dx = (x - 0.5) * size, dy = (y - 0.5) * size, square = dx * dx + dy * dy;
     const double value = square > size * size / 4 ? 0.5 : 0.5 + 0.5 * std::cos(pi / size * square);
     return {value, value, value};
+}
+
+Color level_color(int level) {
+    static constexpr Color colors[] = {{1, 0, 0}, {1, 1, 0}, {0, 1, 0},       {0, 1, 1}, {0, 0, 1},
+                                       {1, 0, 1}, {1, 1, 1}, {0.4, 0.4, 0.4}, {0, 0, 0}};
+    return colors[std::min<std::size_t>(static_cast<std::size_t>(level), std::size(colors) - 1)];
 }
 
 Color world(Direction d) {

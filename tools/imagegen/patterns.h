@@ -15,9 +15,13 @@ Color chart(double x, double y);
 // One large letter F, bright on dark, whose edges fall off over 0.06: a relief when it is taken for a height.
 Color relief(double x, double y);
 
-// 0.5 + 0.5 cos(k r^2): rings that get narrower outwards. Where they meet the edges of an image of `size` texels they
-// are two texels wide, the finest that texels can show; the corners are grey.
+// 0.5 + 0.5 cos(k r^2): rings that get narrower outwards. Where they meet the edges of an image of `size`
+// texels they are two texels wide, the finest that texels can show; the corners are grey.
 Color zone_plate(double x, double y, double size);
+
+// Of filter levels from 0: red, yellow, green, cyan, blue, magenta, white, grey and black. Between neighbours
+// up to white one component alone changes.
+Color level_color(int level);
 
 struct Direction {
     double x, y, z; // of length 1; z points up

@@ -82,6 +82,22 @@ void fill(miImg_image* image, const std::vector<char>& pixels, const Format& for
         }
 }
 
+// Fills the image, and those of its levels that the file has, finest first. Returns how many these are.
+int read_levels(OIIO::ImageInput& file, const Format& format, miImg_image* image) {
+    for (int i = 0; i < image->dirsize; ++i) {
+        miImg_image* level = image_level(image, i);
+        const OIIO::ImageSpec size = file.spec_dimensions(0, i);
+        if (size.width != level->width || size.height != level->height)
+            return i;
+        std::vector<char> pixels(static_cast<std::size_t>(size.image_pixels()) *
+                                 static_cast<std::size_t>(format.channels) * format.bytes);
+        if (!file.read_image(0, i, 0, format.channels, format.sample, pixels.data()))
+            throw std::runtime_error(file.geterror());
+        fill(level, pixels, format);
+    }
+    return image->dirsize;
+}
+
 int level_count(int width, int height) {
     return std::bit_width(static_cast<unsigned>(std::max(width, height)));
 }
@@ -123,9 +139,9 @@ miColor box_average(const miImg_image* image, const Span& across, const Span& up
     return {mean(0), mean(1), mean(2), mean(3)};
 }
 
-// Fills each level from the one before it.
-void build_levels(miImg_image* image) {
-    for (int i = 1; i < image->dirsize; ++i) {
+// Fills each level, beginning with `first`, from the one before it.
+void build_levels(miImg_image* image, int first) {
+    for (int i = first; i < image->dirsize; ++i) {
         const miImg_image* from = image_level(image, i - 1);
         miImg_image* to = image_level(image, i);
         for (int y = 0; y < to->height; ++y)
@@ -177,15 +193,11 @@ std::unique_ptr<Image> Image::read(const std::string& path, bool pyramid) {
         static_cast<double>(spec.width) * spec.height * format.channels * static_cast<double>(format.bytes);
     if (bytes > largest_image)
         throw std::runtime_error("the picture is too large");
-    std::vector<char> pixels(static_cast<std::size_t>(bytes));
-    if (!input->read_image(0, 0, 0, format.channels, format.sample, pixels.data()))
-        throw std::runtime_error(input->geterror());
 
     ImageMemory memory(spec.width, spec.height, format.type,
                        pyramid ? level_count(spec.width, spec.height) : 1);
-    fill(memory.image(), pixels, format);
-    build_levels(memory.image());
-    return std::unique_ptr<Image>(new Image(std::move(memory), pixels.size()));
+    build_levels(memory.image(), read_levels(*input, format, memory.image()));
+    return std::unique_ptr<Image>(new Image(std::move(memory), static_cast<std::size_t>(bytes)));
 }
 
 std::unique_ptr<Image> Image::wrap(miImg_image* record, std::size_t size, bool pyramid) {
@@ -199,7 +211,7 @@ std::unique_ptr<Image> Image::wrap(miImg_image* record, std::size_t size, bool p
     for (int y = 0; y < record->height; ++y)
         for (int x = 0; x < record->width; ++x)
             put_image_color(memory.image(), image_color(record, x, y), x, y);
-    build_levels(memory.image());
+    build_levels(memory.image(), 1);
     return std::unique_ptr<Image>(new Image(std::move(memory), size));
 }
 
