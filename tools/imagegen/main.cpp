@@ -84,6 +84,7 @@ int main(int argc, char** argv) {
     app.add_subcommand("chart", "Cells of different colours, an F in each")->final_callback([&] {
         pattern = chart;
     });
+    app.add_subcommand("relief", "A large F with soft edges")->final_callback([&] { pattern = relief; });
     app.add_subcommand("zone_plate", "Rings down to the width of two texels")->final_callback([&] {
         samples = 1; // the mean of a texel would fade the rings
         pattern = [size = std::min(width, height)](double x, double y) { return zone_plate(x, y, size); };

@@ -24,6 +24,12 @@ bool letter(double x, double y) {
     return stem || upper_arm || middle_arm;
 }
 
+// Distance to a box around a centre; 0 within it.
+double beyond(double x, double y, double centre_x, double centre_y, double half_width, double half_height) {
+    return std::hypot(std::max(std::abs(x - centre_x) - half_width, 0.0),
+                      std::max(std::abs(y - centre_y) - half_height, 0.0));
+}
+
 Color mix(Color a, Color b, double share) {
     return {std::lerp(a.r, b.r, share), std::lerp(a.g, b.g, share), std::lerp(a.b, b.b, share)};
 }
@@ -48,6 +54,14 @@ Color chart(double x, double y) {
     if (letter(x * 8 - column, y * 8 - row))
         return first ? Color{0, 0, 0} : Color{1, 1, 1};
     return first ? Color{1, 1, 1} : Color{column / 7, row / 7, 0.25};
+}
+
+Color relief(double x, double y) {
+    const double stem = beyond(x, y, 0.34, 0.5, 0.05, 0.28);
+    const double upper_arm = beyond(x, y, 0.53, 0.73, 0.19, 0.05);
+    const double middle_arm = beyond(x, y, 0.48, 0.5, 0.14, 0.05);
+    const double slope = 0.06, t = std::min(std::min({stem, upper_arm, middle_arm}) / slope, 1.0);
+    return mix({1, 0.86, 0.5}, {0.08, 0.18, 0.28}, t * t * (3 - 2 * t));
 }
 
 Color zone_plate(double x, double y, double size) {

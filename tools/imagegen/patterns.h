@@ -12,6 +12,9 @@ struct Color {
 // no symmetry. The lower left cell's ground is white.
 Color chart(double x, double y);
 
+// One large letter F, bright on dark, whose edges fall off over 0.06: a relief when it is taken for a height.
+Color relief(double x, double y);
+
 // 0.5 + 0.5 cos(k r^2): rings that get narrower outwards. Where they meet the edges of an image of `size`
 // texels they are two texels wide, the finest that texels can show; the corners are grey.
 Color zone_plate(double x, double y, double size);
