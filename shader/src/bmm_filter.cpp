@@ -139,6 +139,21 @@ template <class TexelAt> __m128 sum_of_texels(const Taps& x, const Taps& y, Texe
     });
 }
 
+/* Of bytes with a gamma, as light. */
+__m128 light_of(const BitmapFilter& filter, const Bytes& texel) {
+    const float* const light = filter.gamma_table;
+    return _mm_setr_ps(light[texel.c[0]], light[texel.c[1]], light[texel.c[2]],
+                       static_cast<float>(texel.c[3]) * (1.0f / 255.0f));
+}
+
+__m128 sample_light(const BitmapFilter& filter, const Level& level, const Taps& x, const Taps& y) {
+    const auto* const texels = static_cast<const Bytes*>(level.texels);
+    const auto texel = [&](int column, int line) {
+        return light_of(filter, texels[std::ptrdiff_t{line} * level.width + column]);
+    };
+    return scaled_and_limited(sum_of_texels(x, y, texel), 1.0f);
+}
+
 __m128 sample_words(const Level& level, const Taps& x, const Taps& y) {
     const auto* const texels = static_cast<const Words*>(level.texels);
     const auto texel = [&](int column, int line) {
@@ -169,11 +184,12 @@ __m128 sample_image(const BitmapFilter& filter, const Level& level, const Taps& 
     for (int j = 0; j < 4; ++j)
         for (int i = 0; i < 4; ++i)
             mi_img_get_color(level.image, &(colors[4 * j + i] = {}), x.at[i], y.at[j]);
-    if (filter.decodes)
-        decode(filter, colors, 16);
     const Taps columns{{0, 1, 2, 3}, {x.weight[0], x.weight[1], x.weight[2], x.weight[3]}};
     const Taps rows{{0, 1, 2, 3}, {y.weight[0], y.weight[1], y.weight[2], y.weight[3]}};
-    const auto texel = [&](int column, int line) { return _mm_loadu_ps(&colors[4 * line + column].r); };
+    const auto texel = [&](int column, int line) {
+        const miColor& color = colors[4 * line + column];
+        return filter.decodes ? light_of(filter, to_bytes(color)) : _mm_loadu_ps(&color.r);
+    };
     return filter.texels == Texels::floats ? sample_floats(columns, rows, texel)
                                            : scaled_and_limited(sum_of_texels(columns, rows, texel), 1.0f);
 }
@@ -189,7 +205,7 @@ __m128 sample(const BitmapFilter& filter, const Level& level, std::int64_t x, st
         return sample_image(filter, level, column, row);
     switch (filter.texels) {
     case Texels::bytes:
-        return sample_bytes(level, column, row);
+        return filter.decodes ? sample_light(filter, level, column, row) : sample_bytes(level, column, row);
     case Texels::words:
         return sample_words(level, column, row);
     default:
