@@ -6,6 +6,7 @@
 #include "tex_bitmap.h"
 #include "bmm_filter.h"
 #include "host_random.h"
+#include "map_frame.h"
 #include "orlshaderapi.h"
 #include "uv_map.h"
 
@@ -175,7 +176,7 @@ template <Channels channels> void sample(miColor* result, miState* state, const 
     if constexpr (channels == Channels::alpha)
         result->r = result->g = result->b = result->a;
     if constexpr (channels == Channels::mono)
-        result->r = result->g = result->b = (result->r + result->g + result->b) * 0.33333334f;
+        result->r = result->g = result->b = intensity(*result);
 }
 
 template <Channels channels>
@@ -298,8 +299,9 @@ ORL_EXPORT void orl_Bitmap_init(miState* state, const BitmapParams* params,
 }
 
 ORL_EXPORT miBoolean orl_Bitmap(miColor* result, miState* state, const BitmapParams* params,
-                                const OutputRequest* request) {
-    const OutputRequest wanted = request ? *request : OutputRequest::color;
+                                OutputRequest* callers_request) {
+    const CallerRequest request(callers_request);
+    const OutputRequest wanted = *request;
     if (wanted < OutputRequest::color || wanted > OutputRequest::vector)
         return miTRUE;
     auto* const instance = instance_data<BitmapInstance>(state);
@@ -308,13 +310,15 @@ ORL_EXPORT miBoolean orl_Bitmap(miColor* result, miState* state, const BitmapPar
         *result = default_color;
         return miTRUE;
     }
-    const bool has_coordinates = sample_map(result, state, params, filter, wanted, instance->warned);
-    run_output(result, state, eval(state, params->output), wanted);
-    if (wanted == OutputRequest::vector)
+    miColor value;
+    const bool has_coordinates = sample_map(&value, state, params, filter, wanted, instance->warned);
+    run_output(&value, state, eval(state, params->output), request);
+    if (wanted == OutputRequest::vector) {
+        answer_vector(result, value);
         return has_coordinates;
-    finish(result, state, params);
-    if (wanted == OutputRequest::mono)
-        *result = {result->r, result->r, result->r, result->r};
+    }
+    finish(&value, state, params);
+    *result = wanted == OutputRequest::mono ? miColor{value.r, value.r, value.r, value.r} : value;
     return miTRUE;
 }
 
