@@ -243,6 +243,7 @@ LevelChoice choose_level(float edge, int levels) {
     const int last = levels - 1;
     if (level >= static_cast<float>(last))
         return {last, 0.0f};
+    // Deliberate: steps of 4095, so that the last of the 4096 is the next level alone.
     const int position = static_cast<int>(level * static_cast<float>(texel_step));
     return {static_cast<int>(level), static_cast<float>(position & (texel_step - 1)) * (1.0f / 4095.0f)};
 }

@@ -199,7 +199,9 @@ struct Jitter {
     miScalar u, v; // to the right and down
 };
 
-// By which share of the range, 0 to 1, the image in a tile is moved.
+// By which share of the range, 0 to 1, the image in a tile is moved. Deliberate: the second number and the
+// third are drawn for nothing, and rows count against columns; tiles of older scenes lie where they always
+// lay.
 Jitter tile_jitter(miInteger column, miInteger row) {
     // Without a sign the sum wraps around, which its last 15 bits do not show.
     const miUint seed =

@@ -186,9 +186,10 @@ TEST_F(Bitmap, WritesColourMonoAndAlpha) {
         c = {c.r + 0.1f, c.g + 0.1f, c.b + 0.1f, c.a * 0.5f};
         return miTRUE;
     });
-    params.image = add_image({0.8f, 0.4f, 0, 0.6f});
+    bitmap.set_array(params.imageList.first, params.imageList.count, params.imageList.elements,
+                     {add_image({0.8f, 0.4f, 0, 0.6f})});
     params.cropWidth = params.cropHeight = 1;
-    params.cropOn = params.cropPlace = params.hostImages = miTRUE; // a list without images
+    params.cropOn = params.cropPlace = params.hostImages = miTRUE; // whose list is empty
     bitmap.start();
     at_u = 0;
     constexpr auto color = OutputRequest::color, mono = OutputRequest::mono;
