@@ -143,6 +143,9 @@ TEST_F(BitmapFilter, LevelsOfTheImageAreTaken) {
     EXPECT_EQ(orl::level_count(Filter(renderer, image).filter), 4);
     image.image()->dirsize = 1; // none: 20, 10, 5, 3, 2 and 1 are built
     EXPECT_EQ(orl::level_count(Filter(renderer, image).filter), 6);
+    image.image()->filter = miFALSE;
+    image.image()->dirsize = 4; // of no account
+    EXPECT_EQ(orl::level_count(Filter(renderer, image).filter), 6);
     stage::ImageMemory many(1, 1, miIMG_TYPE_RGBA, 20);
     EXPECT_EQ(orl::level_count(Filter(renderer, many).filter), 13);
 }
