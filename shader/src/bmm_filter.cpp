@@ -165,8 +165,8 @@ __m128 sample_words(const Level& level, const Taps& x, const Taps& y) {
 }
 
 /* Beside very bright texels the cubic swings far below 0, which would be light that darkens: it ends at 0, or
-   at what the image itself has below. Upwards a float image has no limit. The order of the operands lets what
-   is no number count as that end. */
+   at what the image itself has below. The order of the operands lets what is no number count as that end.
+   What is infinite ends where colours can still be added: times a coverage of 0 it would be no number. */
 template <class TexelAt> __m128 sample_floats(const Taps& x, const Taps& y, TexelAt texel) {
     constexpr float both_axes = static_cast<float>(weight_sum) * static_cast<float>(weight_sum);
     __m128 lowest = _mm_setzero_ps();
@@ -175,7 +175,8 @@ template <class TexelAt> __m128 sample_floats(const Taps& x, const Taps& y, Texe
         lowest = _mm_min_ps(color, lowest);
         return color;
     });
-    return _mm_max_ps(_mm_mul_ps(sum, _mm_set1_ps(1.0f / both_axes)), lowest);
+    const __m128 color = _mm_max_ps(_mm_mul_ps(sum, _mm_set1_ps(1.0f / both_axes)), lowest);
+    return _mm_min_ps(_mm_max_ps(color, _mm_set1_ps(-0x1p126f)), _mm_set1_ps(0x1p126f));
 }
 
 /* Reads the image itself, or one of its own levels. */
