@@ -247,14 +247,15 @@ void read_pixels(benchmark::State& run, stage::ImageMemory& memory) {
             }
 }
 
-void print_memory(stage::ImageMemory& memory) {
+void print_memory(stage::ImageMemory& memory, float gamma) {
     const long long before = live_bytes();
-    const Filter filter(memory);
+    const Filter filter(memory, gamma);
     const auto image = static_cast<double>(large_edge) * large_edge * 4;
     const auto pyramid = static_cast<double>(live_bytes() - before);
-    std::printf("\nmemory of the pyramid of %d x %d RGBA with 8 bits: %.0f bytes, %.4f of level 0; with "
-                "level 0 %.4f\n",
-                large_edge, large_edge, pyramid, pyramid / image, 1.0 + pyramid / image);
+    std::printf(
+        "\nmemory of the pyramid of %d x %d RGBA with 8 bits, gamma %.1f: %.0f bytes, %.4f of level 0; "
+        "with level 0 %.4f\n",
+        large_edge, large_edge, static_cast<double>(gamma), pyramid, pyramid / image, 1.0 + pyramid / image);
 }
 
 // ---- two threads
@@ -309,7 +310,7 @@ int main(int argc, char** argv) {
                        words = make_image(edge, miIMG_TYPE_RGBA_16),
                        floats = make_image(edge, miIMG_TYPE_RGBA_FP),
                        large = make_image(large_edge, miIMG_TYPE_RGBA);
-    const Filter filter(bytes), words_filter(words), floats_filter(floats);
+    const Filter filter(bytes), light_filter(bytes, 2.2f), words_filter(words), floats_filter(floats);
     Texture texture;
     if (!agree(filter, texture))
         return 1;
@@ -317,6 +318,8 @@ int main(int argc, char** argv) {
     for (const bool in_rows : {true, false}) {
         const std::string group = in_rows ? "look-up, rows/" : "look-up, scattered/";
         add(group + "ours", [&, in_rows](benchmark::State& run) { ours(run, filter, in_rows, box); });
+        add(group + "ours, gamma 2.2",
+            [&, in_rows](benchmark::State& run) { ours(run, light_filter, in_rows, box); });
         add(group + "ours, 16 bits",
             [&, in_rows](benchmark::State& run) { ours(run, words_filter, in_rows, box); });
         add(group + "ours, float",
@@ -339,7 +342,8 @@ int main(int argc, char** argv) {
         });
     }
     const int code = bench::run_beside_peers(argc, argv);
-    print_memory(large);
+    for (const float gamma : {1.0f, 2.2f})
+        print_memory(large, gamma);
     std::printf("\ngain from the second thread\n");
     for (const char* name : {"ours", "bare arithmetic"})
         print_gain(name);

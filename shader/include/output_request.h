@@ -36,8 +36,4 @@ inline void run_output(miColor* value, miState* state, miTag output, OutputReque
         *value = before;
 }
 
-inline void run_output(miColor* value, miState* state, miTag output, OutputRequest request) {
-    run_output(value, state, output, &request);
-}
-
 } // namespace orl

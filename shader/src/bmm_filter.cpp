@@ -139,6 +139,21 @@ template <class TexelAt> __m128 sum_of_texels(const Taps& x, const Taps& y, Texe
     });
 }
 
+/* Of bytes with a gamma, as light. */
+__m128 light_of(const BitmapFilter& filter, const Bytes& texel) {
+    const float* const light = filter.gamma_table;
+    return _mm_setr_ps(light[texel.c[0]], light[texel.c[1]], light[texel.c[2]],
+                       static_cast<float>(texel.c[3]) * (1.0f / 255.0f));
+}
+
+__m128 sample_light(const BitmapFilter& filter, const Level& level, const Taps& x, const Taps& y) {
+    const auto* const texels = static_cast<const Bytes*>(level.texels);
+    const auto texel = [&](int column, int line) {
+        return light_of(filter, texels[std::ptrdiff_t{line} * level.width + column]);
+    };
+    return scaled_and_limited(sum_of_texels(x, y, texel), 1.0f);
+}
+
 __m128 sample_words(const Level& level, const Taps& x, const Taps& y) {
     const auto* const texels = static_cast<const Words*>(level.texels);
     const auto texel = [&](int column, int line) {
@@ -150,8 +165,8 @@ __m128 sample_words(const Level& level, const Taps& x, const Taps& y) {
 }
 
 /* Beside very bright texels the cubic swings far below 0, which would be light that darkens: it ends at 0, or
-   at what the image itself has below. Upwards a float image has no limit. The order of the operands lets what
-   is no number count as that end. */
+   at what the image itself has below. The order of the operands lets what is no number count as that end.
+   What is infinite ends where colours can still be added: times a coverage of 0 it would be no number. */
 template <class TexelAt> __m128 sample_floats(const Taps& x, const Taps& y, TexelAt texel) {
     constexpr float both_axes = static_cast<float>(weight_sum) * static_cast<float>(weight_sum);
     __m128 lowest = _mm_setzero_ps();
@@ -160,7 +175,8 @@ template <class TexelAt> __m128 sample_floats(const Taps& x, const Taps& y, Texe
         lowest = _mm_min_ps(color, lowest);
         return color;
     });
-    return _mm_max_ps(_mm_mul_ps(sum, _mm_set1_ps(1.0f / both_axes)), lowest);
+    const __m128 color = _mm_max_ps(_mm_mul_ps(sum, _mm_set1_ps(1.0f / both_axes)), lowest);
+    return _mm_min_ps(_mm_max_ps(color, _mm_set1_ps(-0x1p126f)), _mm_set1_ps(0x1p126f));
 }
 
 /* Reads the image itself, or one of its own levels. */
@@ -169,11 +185,12 @@ __m128 sample_image(const BitmapFilter& filter, const Level& level, const Taps& 
     for (int j = 0; j < 4; ++j)
         for (int i = 0; i < 4; ++i)
             mi_img_get_color(level.image, &(colors[4 * j + i] = {}), x.at[i], y.at[j]);
-    if (filter.decodes)
-        decode(filter, colors, 16);
     const Taps columns{{0, 1, 2, 3}, {x.weight[0], x.weight[1], x.weight[2], x.weight[3]}};
     const Taps rows{{0, 1, 2, 3}, {y.weight[0], y.weight[1], y.weight[2], y.weight[3]}};
-    const auto texel = [&](int column, int line) { return _mm_loadu_ps(&colors[4 * line + column].r); };
+    const auto texel = [&](int column, int line) {
+        const miColor& color = colors[4 * line + column];
+        return filter.decodes ? light_of(filter, to_bytes(color)) : _mm_loadu_ps(&color.r);
+    };
     return filter.texels == Texels::floats ? sample_floats(columns, rows, texel)
                                            : scaled_and_limited(sum_of_texels(columns, rows, texel), 1.0f);
 }
@@ -189,7 +206,7 @@ __m128 sample(const BitmapFilter& filter, const Level& level, std::int64_t x, st
         return sample_image(filter, level, column, row);
     switch (filter.texels) {
     case Texels::bytes:
-        return sample_bytes(level, column, row);
+        return filter.decodes ? sample_light(filter, level, column, row) : sample_bytes(level, column, row);
     case Texels::words:
         return sample_words(level, column, row);
     default:
@@ -227,6 +244,7 @@ LevelChoice choose_level(float edge, int levels) {
     const int last = levels - 1;
     if (level >= static_cast<float>(last))
         return {last, 0.0f};
+    // Deliberate: steps of 4095, so that the last of the 4096 is the next level alone.
     const int position = static_cast<int>(level * static_cast<float>(texel_step));
     return {static_cast<int>(level), static_cast<float>(position & (texel_step - 1)) * (1.0f / 4095.0f)};
 }

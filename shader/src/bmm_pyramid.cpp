@@ -8,7 +8,7 @@
 #include <emmintrin.h>
 
 #include <algorithm>
-#include <cstring>
+#include <bit>
 #include <limits>
 
 namespace orl {
@@ -28,17 +28,8 @@ constexpr int longest_edge = (1 << 19) - 1;
 
 // ---- reading the image
 
-/* Components from 0 to 1 as whole numbers up to `largest`; 0 for what is no number. */
-__m128i to_fixed_point(const miColor& color, float largest) {
-    const __m128 positive = _mm_max_ps(_mm_loadu_ps(&color.r), _mm_setzero_ps());
-    const __m128 limited = _mm_min_ps(positive, _mm_set1_ps(1.0f));
-    return _mm_cvttps_epi32(_mm_add_ps(_mm_mul_ps(limited, _mm_set1_ps(largest)), _mm_set1_ps(0.5f)));
-}
-
 void set_texel(Bytes& to, const miColor& color) {
-    const __m128i words = _mm_packs_epi32(to_fixed_point(color, 255.0f), _mm_setzero_si128());
-    const int bytes = _mm_cvtsi128_si32(_mm_packus_epi16(words, _mm_setzero_si128()));
-    std::memcpy(&to, &bytes, sizeof to);
+    to = to_bytes(color);
 }
 
 // Packing takes signed numbers only: the words are shifted into their range and back.
@@ -62,8 +53,6 @@ template <class T> void read_row(const BitmapFilter& filter, int y, T* to) {
         const int count = std::min(some, image.width - start);
         for (int i = 0; i < count; ++i)
             mi_img_get_color(image.image, &colors[i], start + i, y);
-        if (filter.decodes)
-            decode(filter, colors, count);
         for (int i = 0; i < count; ++i)
             set_texel(*to++, colors[i]);
     }
@@ -71,40 +60,84 @@ template <class T> void read_row(const BitmapFilter& filter, int y, T* to) {
 
 // ---- building levels
 
-/* Means of texels. Fixed point rounds down: exact in integers, and a level of one value keeps it. */
+/* Means of components. Fixed point rounds down: exact in integers, and a level of one value keeps it. */
 template <class Component> Component quarter(Component a, Component b, Component c, Component d) {
     return static_cast<Component>((a + b + c + d) >> 2);
 }
 template <> float quarter(float a, float b, float c, float d) {
-    return (a + b + c + d) * 0.25f;
-}
-template <class Component> Component half(Component a, Component b) {
-    return static_cast<Component>((a + b) >> 1);
-}
-template <> float half(float a, float b) {
-    return (a + b) * 0.5f;
+    return ((a + b) + (c + d)) * 0.25f;
 }
 
-/* Means of 2 x 2 texels of two rows. Beyond an odd last column lies the first one of an image that tiles, and
-   nothing of another. */
-template <class T> void halve_rows(const T* lower, const T* upper, int width, bool tiles, T* to) {
-    for (int x = 0; x + 1 < width; x += 2, ++to)
+/* Mean of four texels of one kind. */
+struct PlainMean {
+    template <class T> T operator()(const T& p, const T& q, const T& r, const T& s) const {
+        T mean;
         for (int i = 0; i < 4; ++i)
-            to->c[i] = quarter(lower[x].c[i], lower[x + 1].c[i], upper[x].c[i], upper[x + 1].c[i]);
-    if (width % 2 == 0)
-        return;
-    const T &p = lower[width - 1], &q = upper[width - 1];
-    for (int i = 0; i < 4; ++i)
-        to->c[i] = tiles ? quarter(p.c[i], lower[0].c[i], q.c[i], upper[0].c[i]) : half(p.c[i], q.c[i]);
+            mean.c[i] = quarter(p.c[i], q.c[i], r.c[i], s.c[i]);
+        return mean;
+    }
+};
+
+/* Mean of the light of four texels with a gamma, with that gamma again. So kept, bytes do for light: they are
+   as fine in the dark as the image itself, where bytes of light would show bands, and words would take twice
+   the memory. Coverage has no gamma. */
+class LightMean {
+public:
+    /* Light of the bytes, rising, from 0 to 1. */
+    explicit LightMean(const float (&light)[256]) {
+        for (int byte = 0; byte < 256; ++byte)
+            quarter_[byte] = 0.25f * light[byte] + 0.25f * least;
+        int byte = 0;
+        for (std::uint32_t slot = 0; slot < slots; ++slot) {
+            const std::uint32_t middle = ((first_slot + slot) << slot_bits) + (1u << (slot_bits - 1));
+            while (byte < 255 &&
+                   std::bit_cast<float>(middle) - least > 0.5f * (light[byte] + light[byte + 1]))
+                ++byte;
+            nearest_[slot] = static_cast<std::uint8_t>(byte);
+        }
+    }
+
+    Bytes operator()(const Bytes& p, const Bytes& q, const Bytes& r, const Bytes& s) const {
+        Bytes mean;
+        for (int i = 0; i < 3; ++i) {
+            const float light = (quarter_[p.c[i]] + quarter_[q.c[i]]) + (quarter_[r.c[i]] + quarter_[s.c[i]]);
+            mean.c[i] = nearest_[(std::bit_cast<std::uint32_t>(light) >> slot_bits) - first_slot];
+        }
+        mean.c[3] = quarter(p.c[3], q.c[3], r.c[3], s.c[3]);
+        return mean;
+    }
+
+private:
+    // Numbers from 2^-24 to 1 are looked up in slots, 1024 for each power of two, which tell a byte from the
+    // next one by a thousandth. All light is that much brighter, so that none is below.
+    static constexpr float least = 0x1p-24f;
+    static constexpr unsigned slot_bits = 13;
+    static constexpr std::uint32_t first_slot = std::bit_cast<std::uint32_t>(least) >> slot_bits;
+    static constexpr std::uint32_t slots = (std::bit_cast<std::uint32_t>(1.0f) >> slot_bits) - first_slot + 1;
+
+    float quarter_[256]; // of the light of a byte
+    std::uint8_t nearest_[slots];
+};
+
+/* Means of 2 x 2 texels of two rows. Beyond an odd last column lies the first one of an image that tiles, and
+   of another the column itself. */
+template <class T, class Mean>
+void halve_rows(const T* lower, const T* upper, int width, bool tiles, const Mean& mean, T* to) {
+    const int last = width - 1, beyond = tiles ? 0 : last;
+    for (int x = 0; x < last; x += 2)
+        *to++ = mean(lower[x], lower[x + 1], upper[x], upper[x + 1]);
+    if (width % 2 == 1)
+        *to = mean(lower[last], lower[beyond], upper[last], upper[beyond]);
 }
 
 /* Fills a level from the rows of the one before, `row`(y, slot), of which two at a time are in use. Above an
    odd last row lies the first one of an image that tiles, and of another the row itself. */
-template <class T, class Row> void halve(const Level& from, bool tiles, T* to, Row row) {
+template <class T, class Mean, class Row>
+void halve(const Level& from, bool tiles, const Mean& mean, T* to, Row row) {
     for (int y = 0; y < from.height; y += 2, to += (from.width + 1) / 2) {
         const int above = y + 1 < from.height ? y + 1 : tiles ? 0 : y;
         const T* const lower = row(y, 0);
-        halve_rows(lower, above == y ? lower : row(above, 1), from.width, tiles, to);
+        halve_rows(lower, above == y ? lower : row(above, 1), from.width, tiles, mean, to);
     }
 }
 
@@ -141,12 +174,12 @@ template <class T> T* allocate(int width, int height) {
     return static_cast<T*>(mi_mem_int_test_allocate("bmm_filter", __LINE__, static_cast<miUint>(size)));
 }
 
-template <class T> bool build_first(const BitmapFilter& filter, T* to) {
+template <class T, class Mean> bool build_first(const BitmapFilter& filter, const Mean& mean, T* to) {
     const Level& image = filter.level[0];
     T* const rows = allocate<T>(image.width, 2);
     if (rows == nullptr)
         return false;
-    halve(image, filter.tiles, to, [&](int y, int slot) {
+    halve(image, filter.tiles, mean, to, [&](int y, int slot) {
         T* const row = rows + std::ptrdiff_t{slot} * image.width;
         read_row(filter, y, row);
         return row;
@@ -155,14 +188,15 @@ template <class T> bool build_first(const BitmapFilter& filter, T* to) {
     return true;
 }
 
-template <class T> bool build_next(const BitmapFilter& filter, const Level& from, T* to) {
-    halve(from, filter.tiles, to,
+template <class T, class Mean>
+bool build_next(const BitmapFilter& filter, const Level& from, const Mean& mean, T* to) {
+    halve(from, filter.tiles, mean, to,
           [&](int y, int) { return static_cast<const T*>(from.texels) + std::ptrdiff_t{y} * from.width; });
     return true;
 }
 
 /* Builds levels until memory ends; look-ups make do with what there is. */
-template <class T> void build_levels(BitmapFilter& filter) {
+template <class T, class Mean> void build_levels(BitmapFilter& filter, const Mean& mean) {
     const int wanted =
         std::min({halvings(filter.level[0].width), halvings(filter.level[0].height), most_built_levels});
     while (filter.levels < wanted) {
@@ -174,7 +208,8 @@ template <class T> void build_levels(BitmapFilter& filter) {
         Level& level = filter.level[filter.levels];
         level = make_level(filter, width, height, filter.tiles);
         level.texels = texels; // released with the filter, whether it was filled or not
-        if (!(filter.levels == 1 ? build_first(filter, texels) : build_next(filter, finer, texels)))
+        if (!(filter.levels == 1 ? build_first(filter, mean, texels)
+                                 : build_next(filter, finer, mean, texels)))
             return;
         ++filter.levels;
     }
@@ -202,11 +237,8 @@ void find_levels(BitmapFilter& filter) {
     }
 }
 
-/* 8-bit images with a gamma get levels of 16 bits: linear light in 8 bits shows steps in the dark. */
-Texels texels_for(const miImg_image& image, bool decodes) {
-    if (image.bits == 32)
-        return Texels::floats;
-    return image.bits == 8 && !decodes ? Texels::bytes : Texels::words;
+Texels texels_for(const miImg_image& image) {
+    return image.bits == 8 ? Texels::bytes : image.bits == 32 ? Texels::floats : Texels::words;
 }
 
 } // namespace
@@ -222,27 +254,19 @@ void build_pyramid(BitmapFilter& filter) {
     if (filter.decodes)
         for (int i = 0; i < 256; ++i)
             filter.gamma_table[i] = numeric::pow(static_cast<float>(i) / 255.0f, filter.gamma);
-    filter.texels = texels_for(*filter.image, filter.decodes);
+    filter.texels = texels_for(*filter.image);
     filter.level[0] = {nullptr, filter.image, width, height, std::uint64_t{1} << 32, std::uint64_t{1} << 32};
     filter.levels = 1;
     if (filter.image->filter && filter.image->dirsize > 1)
         find_levels(filter);
+    else if (filter.decodes)
+        build_levels<Bytes>(filter, LightMean(filter.gamma_table));
     else if (filter.texels == Texels::bytes)
-        build_levels<Bytes>(filter);
+        build_levels<Bytes>(filter, PlainMean{});
     else if (filter.texels == Texels::words)
-        build_levels<Words>(filter);
+        build_levels<Words>(filter, PlainMean{});
     else
-        build_levels<Floats>(filter);
-}
-
-void decode(const BitmapFilter& filter, miColor* colors, int count) {
-    for (miColor* color = colors; color < colors + count; ++color) {
-        std::int32_t bytes[4];
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes), to_fixed_point(*color, 255.0f));
-        color->r = filter.gamma_table[bytes[0]];
-        color->g = filter.gamma_table[bytes[1]];
-        color->b = filter.gamma_table[bytes[2]];
-    }
+        build_levels<Floats>(filter, PlainMean{});
 }
 
 } // namespace orl

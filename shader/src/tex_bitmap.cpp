@@ -6,6 +6,7 @@
 #include "tex_bitmap.h"
 #include "bmm_filter.h"
 #include "host_random.h"
+#include "map_frame.h"
 #include "orlshaderapi.h"
 #include "uv_map.h"
 
@@ -175,7 +176,7 @@ template <Channels channels> void sample(miColor* result, miState* state, const 
     if constexpr (channels == Channels::alpha)
         result->r = result->g = result->b = result->a;
     if constexpr (channels == Channels::mono)
-        result->r = result->g = result->b = (result->r + result->g + result->b) * 0.33333334f;
+        result->r = result->g = result->b = intensity(*result);
 }
 
 template <Channels channels>
@@ -198,7 +199,9 @@ struct Jitter {
     miScalar u, v; // to the right and down
 };
 
-// By which share of the range, 0 to 1, the image in a tile is moved.
+// By which share of the range, 0 to 1, the image in a tile is moved. Deliberate: the second number and the
+// third are drawn for nothing, and rows count against columns; tiles of older scenes lie where they always
+// lay.
 Jitter tile_jitter(miInteger column, miInteger row) {
     // Without a sign the sum wraps around, which its last 15 bits do not show.
     const miUint seed =
@@ -298,8 +301,9 @@ ORL_EXPORT void orl_Bitmap_init(miState* state, const BitmapParams* params,
 }
 
 ORL_EXPORT miBoolean orl_Bitmap(miColor* result, miState* state, const BitmapParams* params,
-                                const OutputRequest* request) {
-    const OutputRequest wanted = request ? *request : OutputRequest::color;
+                                OutputRequest* callers_request) {
+    const CallerRequest request(callers_request);
+    const OutputRequest wanted = *request;
     if (wanted < OutputRequest::color || wanted > OutputRequest::vector)
         return miTRUE;
     auto* const instance = instance_data<BitmapInstance>(state);
@@ -308,13 +312,15 @@ ORL_EXPORT miBoolean orl_Bitmap(miColor* result, miState* state, const BitmapPar
         *result = default_color;
         return miTRUE;
     }
-    const bool has_coordinates = sample_map(result, state, params, filter, wanted, instance->warned);
-    run_output(result, state, eval(state, params->output), wanted);
-    if (wanted == OutputRequest::vector)
+    miColor value;
+    const bool has_coordinates = sample_map(&value, state, params, filter, wanted, instance->warned);
+    run_output(&value, state, eval(state, params->output), request);
+    if (wanted == OutputRequest::vector) {
+        answer_vector(result, value);
         return has_coordinates;
-    finish(result, state, params);
-    if (wanted == OutputRequest::mono)
-        *result = {result->r, result->r, result->r, result->r};
+    }
+    finish(&value, state, params);
+    *result = wanted == OutputRequest::mono ? miColor{value.r, value.r, value.r, value.r} : value;
     return miTRUE;
 }
 

@@ -65,15 +65,22 @@ TEST_F(BitmapFilter, OddEdgesTakeTheOtherSideOfATile) {
         }
 }
 
-TEST_F(BitmapFilter, EightBitsWithAGammaBecomeLinearOnEveryLevel) {
-    const float linear = std::pow(100 / 255.0f, 2.2f);
-    for (const miImg_type kind : kinds) {
-        stage::ImageMemory image = make_image(16, 16, kind, [](int, int) { return grey(100); });
-        const Filter filter(renderer, image, true, 2.2f);
-        for (const float width : {0.0f, 0.3f, 2.0f}) {
-            const miColor color = filter.look_up(0.3f, 0.6f, width, width);
-            EXPECT_NEAR(color.g, kind == miIMG_TYPE_RGBA ? linear : 100 / 255.0f, 1.0f / 65535) << width;
-            EXPECT_NEAR(color.a, 100 / 255.0f, 1.0f / 65535) << "coverage has no gamma";
+// Means of light, worked out in double precision, keep the gamma of the image. To the nearest byte, give or
+// take the thousandth of the light by which it is looked up; in the dark the byte nearest in light may be 3/4
+// of a step away: the light half way from 0 to byte 1 is that of byte 2^(-1 / gamma) = 0.73.
+TEST_F(BitmapFilter, LevelsWithAGammaHoldTheMeanOfTheLight) {
+    for (const double gamma : {0.45, 1.8, 2.2, 3.0}) {
+        const auto light = [=](double value) { return std::pow(value, gamma); };
+        // A row of blocks of 2 x 2: black beside each byte, and each byte alone, which stays.
+        stage::ImageMemory image =
+            make_image(1024, 2, miIMG_TYPE_RGBA, [](int x, int) { return grey(x % 4 == 0 ? 0 : x / 4); });
+        const Filter filter(renderer, image, true, static_cast<float>(gamma));
+        ASSERT_EQ(orl::filter_level(filter.filter, 1).bits, 8);
+        for (int x = 0; x < 512; ++x) {
+            const double byte = x / 2, value = byte / 255;
+            const double mean = x % 2 == 0 ? 255 * std::pow(light(value) / 2, 1 / gamma) : byte;
+            EXPECT_NEAR(255 * filter.texel(1, x, 0), mean, x % 2 == 0 ? 0.76 : 0) << gamma << ' ' << byte;
+            EXPECT_EQ(255 * filter.texel(1, x, 0, 3), x % 2 == 0 ? std::floor(byte / 2) : byte);
         }
     }
 }
@@ -110,6 +117,7 @@ TEST_F(BitmapFilter, ColouredLevelsShowWhichOneIsTaken) {
         std::memset(level.texels, 20 * n, static_cast<std::size_t>(4 * level.width * level.height));
     }
     expect_levels_over_widths(filter, width, height, 5);
+    EXPECT_NEAR(orl::choose_level(8.8888f, 6).blend, 1, 1e-6f); // the last step before 4
     for (const float wide : {infinite, 3e38f})
         EXPECT_NEAR(filter.look_up(0.5f, 0.5f, wide, 0).g, 100 / 255.0f, 1e-6f);
     for (const float none : {0.0f, -1.0f, -infinite, not_a_number})
@@ -125,22 +133,35 @@ TEST_F(BitmapFilter, LevelsOfTheImageAreTaken) {
     const Filter filter(renderer, image);
     EXPECT_EQ(orl::filter_level(filter.filter, 2).texels, nullptr);
     expect_levels_over_widths(filter, edge, edge, 3);
+    // The texels of a level cover the image, whatever their number.
+    miImg_image* const last = stage::image_level(image.image(), 3);
+    for (int i = 0; i < 4; ++i)
+        stage::put_image_color(last, grey(i % 2 * 255), i % 2, i / 2);
+    EXPECT_NEAR(filter.look_up(0.25f, 0.5f, 9).r, 0, 1e-6f);
+    EXPECT_NEAR(filter.look_up(0.75f, 0.5f, 9).r, 1, 1e-6f);
     image.image()->dirsize = 1000; // more than there can be
     EXPECT_EQ(orl::level_count(Filter(renderer, image).filter), 4);
+    image.image()->dirsize = 1; // none: 20, 10, 5, 3, 2 and 1 are built
+    EXPECT_EQ(orl::level_count(Filter(renderer, image).filter), 6);
+    image.image()->filter = miFALSE;
+    image.image()->dirsize = 4; // of no account
+    EXPECT_EQ(orl::level_count(Filter(renderer, image).filter), 6);
+    stage::ImageMemory many(1, 1, miIMG_TYPE_RGBA, 20);
+    EXPECT_EQ(orl::level_count(Filter(renderer, many).filter), 13);
 }
 
-// The weights of Catmull and Rom at t, exact or with powers rounded down to 12 bits.
-std::array<double, 4> weights(double t, bool fixed) {
-    const auto rounded = [=](double x) { return fixed ? std::floor(x * 4096) / 4096 : x; };
+// The weights of Catmull and Rom at t, whose powers are rounded down to 12 bits.
+std::array<double, 4> weights(double t) {
+    const auto rounded = [](double x) { return std::floor(x * 4096) / 4096; };
     const double t2 = rounded(t * t), t3 = rounded(t2 * t);
     return {0.5 * (-t + 2 * t2 - t3), 0.5 * (2 - 5 * t2 + 3 * t3), 0.5 * (t + 4 * t2 - 3 * t3),
             0.5 * (t3 - t2)};
 }
 
 // `texel`(x, y) repeats, and its middle is half a step from its corner.
-template <class Texel> double bicubic(double x, double y, bool fixed, Texel texel) {
+template <class Texel> double bicubic(double x, double y, Texel texel) {
     const double left = std::floor(x - 0.5), below = std::floor(y - 0.5);
-    const auto across = weights(x - 0.5 - left, fixed), up = weights(y - 0.5 - below, fixed);
+    const auto across = weights(x - 0.5 - left), up = weights(y - 0.5 - below);
     double sum = 0;
     for (int i = 0; i < 16; ++i)
         sum += across[static_cast<std::size_t>(i % 4)] * up[static_cast<std::size_t>(i / 4)] *
@@ -148,38 +169,41 @@ template <class Texel> double bicubic(double x, double y, bool fixed, Texel texe
     return sum;
 }
 
-// Rounding t squared down costs the weights at most 1, t cubed 2, of 4096; with the factors of the
-// polynomials that is (2 + 2 + 5 + 6 + 4 + 6 + 1 + 2) / 2 = 14 for all four and 28 for both directions: 0.7
-// percent of the largest deviation from the mean, which is half the range. Apart from that rounding there is
-// only that of floats.
 TEST_F(BitmapFilter, SamplesAreCubicInTheImageAndOnLevels) {
     constexpr int edge = 16;
     std::mt19937 random(3);
-    for (const miImg_type kind : kinds)
+    for (const auto& [kind, gamma] : {std::pair{miIMG_TYPE_RGBA, 1.0f},
+                                      {miIMG_TYPE_RGBA, 2.2f},
+                                      {miIMG_TYPE_RGBA_16, 2.2f}, // linear
+                                      {miIMG_TYPE_RGBA_FP, 2.2f}})
         for (const int level : {0, 1}) {
+            const double decode = kind == miIMG_TYPE_RGBA ? static_cast<double>(gamma) : 1;
             const double range = kind == miIMG_TYPE_RGBA_FP ? 50 : 1;
             stage::ImageMemory image = noise_image(edge, edge, kind, static_cast<float>(range));
             stage::fail_allocations_after(level == 0 ? 1 : 3); // the filter, a level and the rows for it
-            const Filter filter(renderer, image);
+            const Filter filter(renderer, image, true, gamma);
             stage::fail_allocations_after(-1);
             ASSERT_EQ(orl::level_count(filter.filter), level + 1);
             const int size = edge >> level;
-            const auto texel = [&](int x, int y) -> double {
+            const auto component = [&](int x, int y, int c) -> double {
                 x = (x + size) % size;
                 y = (y + size) % size;
-                return level == 0 ? stage::image_color(image.image(), x, y).r : filter.texel(1, x, y);
+                const miColor pixel = stage::image_color(image.image(), x, y);
+                return level > 0 ? filter.texel(1, x, y, c) : c == 0 ? pixel.r : pixel.a;
             };
+            const auto texel = [&](int x, int y) { return std::pow(component(x, y, 0), decode); };
+            const auto coverage = [&](int x, int y) { return component(x, y, 3); };
             const auto limited = [=](double x) { return std::clamp(x, 0.0, range > 1 ? 1e9 : 1.0); };
             for (int k = 0; k < 2000; ++k) { // at whole steps of the fixed point, which are exact in floats
                 const auto place = [&] {
                     return static_cast<int>(random() % 65536) % (4096 * size) / 4096.0;
                 };
                 const double x = place(), y = place();
-                const float color =
-                    filter.look_up(static_cast<float>(x / size), static_cast<float>(y / size), 9, 0).r;
+                const miColor color =
+                    filter.look_up(static_cast<float>(x / size), static_cast<float>(y / size), 9, 0);
                 SCOPED_TRACE(Message() << "kind " << kind << ", level " << level << " at " << x << ", " << y);
-                ASSERT_NEAR(color, limited(bicubic(x, y, false, texel)), 0.007 * 0.5 * range);
-                ASSERT_NEAR(color, limited(bicubic(x, y, true, texel)), 1e-6 * range);
+                ASSERT_NEAR(color.r, limited(bicubic(x, y, texel)), 1e-6 * range);
+                ASSERT_NEAR(color.a, limited(bicubic(x, y, coverage)), 1e-6 * range);
             }
         }
 }
@@ -193,7 +217,8 @@ TEST_F(BitmapFilter, ColoursStayWhereTheirImageCanHaveThem) {
                  {miIMG_TYPE_RGBA_16, 0, 1, 0},
                  {miIMG_TYPE_RGBA_FP, 0, 1000, 0},
                  {miIMG_TYPE_RGBA_FP, -3, 1000, -3},
-                 {miIMG_TYPE_RGBA_FP, not_a_number, 1, 0}};
+                 {miIMG_TYPE_RGBA_FP, not_a_number, 1, 0},
+                 {miIMG_TYPE_RGBA_FP, 0, infinite, 0}};
     for (const auto& test : cases) {
         stage::ImageMemory image = make_image(8, 8, test.kind, [&](int x, int y) {
             const float value = x / 2 % 2 == y / 2 % 2 ? test.high : test.low;
@@ -207,7 +232,7 @@ TEST_F(BitmapFilter, ColoursStayWhereTheirImageCanHaveThem) {
         const auto [least, most] = std::minmax_element(samples.begin(), samples.end());
         EXPECT_EQ(*least, test.lowest) << test.kind;
         EXPECT_LE(*most, test.kind == miIMG_TYPE_RGBA_FP ? 1.3f * test.high : test.high) << test.kind;
-        EXPECT_FALSE(std::any_of(samples.begin(), samples.end(), [](float x) { return std::isnan(x); }));
+        EXPECT_TRUE(std::all_of(samples.begin(), samples.end(), [](float x) { return std::isfinite(x); }));
     }
 }
 
@@ -234,6 +259,10 @@ TEST_F(BitmapFilter, TilesHaveNoSeamsAndOthersDoNotReachAround) {
             EXPECT_EQ(filter.look_up(0.001f, 0.5f, box, box), grey(0)) << width;
             EXPECT_EQ(filter.look_up(0.999f, 0.5f, box, box), grey(255)) << width;
         }
+        // The first level, which 0.45 times the box chooses, has the edge where the image has it.
+        const auto edges = static_cast<float>(width);
+        const float middle = static_cast<float>(width / 2) / edges;
+        EXPECT_NEAR(filter.look_up(middle, 0.5f, 2 / 0.45f / edges).r, 0.5f, 1e-3f) << width;
     }
 }
 
@@ -279,7 +308,7 @@ TEST_F(BitmapFilter, AnyCoordinateGivesAColourOfTheImage) {
         for (const miImg_type kind : kinds)
             for (const bool tiles : {false, true}) {
                 stage::ImageMemory image = noise_image(width, height, kind);
-                const Filter filter(renderer, image, tiles);
+                const Filter filter(renderer, image, tiles, tiles ? 2.2f : 1.0f);
                 for (const float u : bad)
                     for (const float v : bad)
                         for (const float box : bad) {

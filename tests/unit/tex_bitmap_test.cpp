@@ -8,7 +8,7 @@
 #include <cmath>
 #include <list>
 
-extern "C" miBoolean orl_Bitmap(miColor*, miState*, const orl::BitmapParams*, const orl::OutputRequest*);
+extern "C" miBoolean orl_Bitmap(miColor*, miState*, const orl::BitmapParams*, orl::OutputRequest*);
 INIT_AND_EXIT(orl_Bitmap, orl::BitmapParams);
 
 namespace {
@@ -21,7 +21,8 @@ constexpr Placement place{0.25f, 0.125f, 0.5f, 0.25f, true, true};
 
 TEST(BitmapGeometry, BoxesLeadToTheirPartOfTheImage) {
     constexpr Placement left_half{0, 0, 0.5f, 1, true, false}, flat{0, 0, 1, 0, true, true};
-    constexpr Placement right_half{0.5f, 0, 0.5f, 1, true, false};
+    constexpr Placement right_half{0.5f, 0, 0.5f, 1, true, false},
+        beyond{0.75f, 0.75f, 0.5f, 0.5f, true, false};
     // `crop` and `place`: 0.25 to 0.75 across; from the top 0.125 to 0.375, so 0.625 to 0.875 from below.
     const struct {
         const char* name;
@@ -34,6 +35,8 @@ TEST(BitmapGeometry, BoxesLeadToTheirPartOfTheImage) {
         {"an image that tiles has no end", whole, 0, 0.5f, 0.5f, 3, {0, 0.5f, 0.5f, 3, 1}},
         {"its lower left corner, tile (4, 7)", crop, 4, 7, 0, 0, {0.25f, 0.625f, 0, 0, 1}},
         {"right edge: 1 becomes 0", right_half, -1, 0.5f, 0, 0, {0, 0.5f, 0, 0, 1}},
+        // 0.75 + 0.375 across; from above 0.75 + 0.375, so -0.125 from below
+        {"goes on at the opposite edges", beyond, 0.75f, 0.25f, 0, 0, {0.125f, 0.875f, 0, 0, 1}},
         {"middle of the place", place, 0.5f, 0.75f, 0.125f, 0.0625f, {0.5f, 0.5f, 0.25f, 0.25f, 1}},
         {"its upper right corner", place, -0.25f, 2.875f, 0, 0, {1, 1, 0, 0, 1}},
         {"left of it", place, 0.1f, 0.75f, 0.25f, 0.1f, {0, 0, 0, 0, 0}},
@@ -74,6 +77,8 @@ protected:
     // Where the generator samples; slopes are differences over the filter widths.
     miScalar at_u = 0.5f, width = 0.03125f;
     miVector tangent_u{1, 0, 0}, tangent_v{0, 1, 0};
+    context::Selector ray = context::Selector::surface; // what the generator was told
+    OutputRequest asked;
     std::list<stage::ImageMemory> images;
 
     Bitmap() {
@@ -86,6 +91,7 @@ protected:
         params.uvGenerator = renderer.add_shader([this](void* result, miState* s, void* arg) {
             const auto& ask = *static_cast<const UvBumpRequest*>(arg);
             EXPECT_EQ(ask.magic, 152457728u);
+            ray = ask.request->selector;
             auto* const c = static_cast<miColor*>(result);
             ask.use_filtered ? ask.filtered(c, s, ask.data, at_u, 0.5f, width, width)
                              : ask.plain(c, s, ask.data, at_u, 0.5f);
@@ -109,7 +115,8 @@ protected:
 
     miColor sample(OutputRequest request = OutputRequest::color, miBoolean expected = miTRUE) {
         miColor result{7, 7, 7, 7};
-        EXPECT_EQ(orl_Bitmap(&result, state, &params, &request), expected);
+        asked = request;
+        EXPECT_EQ(orl_Bitmap(&result, state, &params, &asked), expected);
         return result;
     }
 
@@ -163,10 +170,10 @@ TEST_F(Bitmap, ChoosesFromItsLists) {
                  {1, 0, 0, 1, 0.8f},
                  {4, 0, 0, 1, 0.4f}};
     for (const auto& [index, entries, particle, from_host, e] : cases) {
-        set_particles(entries, particle);
+        set_particles(entries > 0 ? entries : 5, particle);
         params.perParticleImage = entries > 0;
         params.hostImages = from_host;
-        params.imageIndex = params.hostImageIndex = index;
+        (from_host ? params.hostImageIndex : params.imageIndex) = index;
         expect_near(sample(), {e, e, e, e > 0 ? 1.0f : 0.0f}, std::to_string(index));
     }
 }
@@ -179,9 +186,10 @@ TEST_F(Bitmap, WritesColourMonoAndAlpha) {
         c = {c.r + 0.1f, c.g + 0.1f, c.b + 0.1f, c.a * 0.5f};
         return miTRUE;
     });
-    params.image = add_image({0.8f, 0.4f, 0, 0.6f});
+    bitmap.set_array(params.imageList.first, params.imageList.count, params.imageList.elements,
+                     {add_image({0.8f, 0.4f, 0, 0.6f})});
     params.cropWidth = params.cropHeight = 1;
-    params.cropOn = params.cropPlace = params.hostImages = miTRUE; // a list without images
+    params.cropOn = params.cropPlace = params.hostImages = miTRUE; // whose list is empty
     bitmap.start();
     at_u = 0;
     constexpr auto color = OutputRequest::color, mono = OutputRequest::mono;
@@ -264,22 +272,41 @@ TEST_F(Bitmap, ABumpIsAHundredthOfTheSlopeDownwards) {
     tangent_u = {0, 1, 0}; // a texture that is turned by a right angle
     tangent_v = {-1, 0, 0};
     expect_bump(0.0025f, -0.0075f, "turned");
-    params.output = renderer.add_shader([](void* result, miState*, void* arg) {
-        EXPECT_EQ(*static_cast<OutputRequest*>(arg), OutputRequest::vector);
+    params.output = renderer.add_shader([this](void* result, miState*, void* arg) {
+        EXPECT_TRUE(arg == &asked && asked == OutputRequest::vector);
         mi_vector_neg(static_cast<miVector*>(result));
         return miTRUE;
     });
+    state->type = miRAY_LIGHT;
     expect_bump(-0.0025f, 0.0075f, "inverted by the output stage");
+    EXPECT_EQ(ray, context::Selector::light_ray);
+    params.alphaAsGray = miTRUE;
+    expect_bump(0, 0, "the alpha is flat");
+}
+
+// Black on the left, white on the right: a tile would be grey at its edge.
+TEST_F(Bitmap, ACroppedImageDoesNotReachAround) {
+    miImg_image* const halves = images.emplace_back(2, 1, miIMG_TYPE_RGBA).image();
+    stage::put_image_color(halves, {1, 1, 1, 1}, 1, 0);
+    params.image = renderer.add(miSCENE_IMAGE, halves);
+    params.filterType = no_filtering;
+    params.premultipliedOff = miTRUE;
+    params.cropOn = miTRUE;
+    params.cropWidth = params.cropHeight = 1;
+    params.jitterU = 1; // which is for placed images
+    bitmap.start();
+    at_u = 0;
+    EXPECT_LT(sample().r, 0.1f);
 }
 
 TEST_F(Bitmap, MissingInputs) {
     params.image = add_image({1, 1, 1, 1});
     params.uvGenerator = miNULLTAG;
     bitmap.start();
-    const miColor nothing{0, 0, 0, 0}, untouched{7, 7, 7, 7};
+    const miColor nothing{0, 0, 0, 0}, no_bump{0, 0, 0, 7}, untouched{7, 7, 7, 7};
     for (int k = 0; k < 2; ++k) {
         EXPECT_EQ(sample(), nothing);
-        EXPECT_EQ(sample(OutputRequest::vector, miFALSE), nothing);
+        EXPECT_EQ(sample(OutputRequest::vector, miFALSE), no_bump);
     }
     EXPECT_EQ(errors(), (std::vector<std::string>{"\"shader\" requires uv coordinate shader"}));
     for (const int unknown : {3, -1, INT_MAX})
@@ -289,14 +316,18 @@ TEST_F(Bitmap, MissingInputs) {
         return miFALSE;
     });
     EXPECT_EQ(sample(), nothing);
-    EXPECT_EQ(sample(OutputRequest::vector), nothing);
+    EXPECT_EQ(sample(OutputRequest::vector), no_bump);
 }
 
 TEST_F(Bitmap, GammaIsItsOwnOrThatOfTheOptions) {
     const struct {
         miInteger version; // 3 has no gamma of its own
         miScalar gamma, of_options, expected;
-    } cases[] = {{4, 1, 2, 0.502f}, {4, 2, 1, 0.252f}, {4, not_a_number, 2, 0.252f}, {3, 1, 2, 0.252f}};
+    } cases[] = {{4, 1, 2, 0.502f},
+                 {4, 2, 1, 0.252f},
+                 {4, not_a_number, 2, 0.252f},
+                 {3, 1, 2, 0.252f},
+                 {4, 0, 0, 0.502f}};
     for (const auto& test : cases) { // of 128 / 255
         renderer.answer(miQ_DECL_VERSION, test.version);
         state.options.gamma = test.of_options;
