@@ -26,10 +26,6 @@ constexpr miTag active(miBoolean on, miTag map) {
     return on ? map : miNULLTAG;
 }
 
-constexpr miScalar intensity(const miColor& color) {
-    return (color.r + color.g + color.b) * 0.33333334f;
-}
-
 constexpr miColor scaled(const miColor& color, miScalar by) {
     return {color.r * by, color.g * by, color.b * by, color.a * by};
 }

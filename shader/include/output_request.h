@@ -13,6 +13,11 @@ enum class OutputRequest : miInteger {
     vector, /* bump: the change of the normal, in the first three components */
 };
 
+/* What a map amounts to as a single value. */
+constexpr miScalar intensity(const miColor& color) {
+    return (color.r + color.g + color.b) * 0.33333334f;
+}
+
 /* Runs a map; transparent black, and false, for the null tag and when it fails. The map may change the
    request: some leave another than they were given. */
 inline bool call_map(miColor* result, miState* state, miTag map, OutputRequest* request) {
@@ -28,12 +33,10 @@ inline bool call_map(miColor* result, miState* state, miTag map, OutputRequest r
 }
 
 /* Runs an output stage on a map's value in place, by the request that the value answers; the null tag leaves
-   it alone. So does a stage that fails, whatever it wrote: the map then shows as it would without one, rather
-   than not at all. */
+   it alone. A stage that fails makes the value transparent black, as a map that fails does. */
 inline void run_output(miColor* value, miState* state, miTag output, OutputRequest* request) {
-    const miColor before = *value;
     if (output != miNULLTAG && !mi_call_shader_x(value, miSHADER_TEXTURE, state, output, request))
-        *value = before;
+        *value = {0, 0, 0, 0};
 }
 
 } // namespace orl

@@ -6,6 +6,7 @@
  */
 #include "orl_material.h"
 #include "material_call.h"
+#include "output_request.h"
 
 #include <algorithm>
 
@@ -144,7 +145,7 @@ miBoolean shade_surface(miColor* result, miState* state, IllumRecord* record, co
     }
     const miColor& t = record->filter[0];
     *result = record->result;
-    result->a = 1.0f - (t.r + t.g + t.b) * 0.33333334f;
+    result->a = 1.0f - intensity(t);
     report_transparency(state, t, result->a);
     if (RenderElementsAreBeingUsed(state)) {
         const ActsAsMaterial material(state, *record);

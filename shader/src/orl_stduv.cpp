@@ -247,10 +247,6 @@ bool filters(miState* state, const UvBumpRequest& request) {
            !mi_query(miQ_SAMPLE_OVERRIDE, state, miNULLTAG, &value);
 }
 
-miScalar intensity(const miColor& c) {
-    return (c.r + c.g + c.b) * 0.33333334f;
-}
-
 // By how much the map falls for each unit of u and v, between this pixel and the next. None without a width:
 // the pixel's is what the step is made of, and a blurred width of 0 asks for none.
 miColor gradient(const WrappedMap& map, const Coordinate& at) {
