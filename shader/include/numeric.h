@@ -34,6 +34,11 @@ inline float log2(float x) {
     return std::log2(x);
 }
 
+/* Natural logarithm. */
+inline float log(float x) {
+    return std::log(x);
+}
+
 inline float log10(float x) {
     return std::log10(x);
 }

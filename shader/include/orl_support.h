@@ -99,12 +99,41 @@ static_assert(offsetof(orl_ObjectData, particle_data) == 36);
 
 } // namespace object_data_table
 
+namespace camera_data_table {
+
+constexpr auto host_field(miInteger orl_CameraData::*member, const char* name) {
+    return decl::integer(member, name, 0, decl::any, "the host's own");
+}
+
+inline constexpr auto fields = decl::fields<orl_CameraData>(
+    host_field(&orl_CameraData::field_1, "field_1"), host_field(&orl_CameraData::field_2, "field_2"),
+    host_field(&orl_CameraData::field_3, "field_3"), host_field(&orl_CameraData::field_4, "field_4"),
+    host_field(&orl_CameraData::field_5, "field_5"), host_field(&orl_CameraData::field_6, "field_6"),
+    host_field(&orl_CameraData::field_7, "field_7"), host_field(&orl_CameraData::field_8, "field_8"),
+    host_field(&orl_CameraData::field_9, "field_9"), host_field(&orl_CameraData::field_10, "field_10"),
+    host_field(&orl_CameraData::field_11, "field_11"),
+    decl::scalar(&orl_CameraData::near_range, "near_range", 0, decl::not_negative, "scene units",
+                 "where standard fog begins to grow, distance from the plane of the eye"),
+    decl::scalar(&orl_CameraData::far_range, "far_range", 1000, decl::not_negative, "scene units",
+                 "where it ends to grow"));
+
+// The host knows them by their place, counted from 1.
+static_assert(fields[11].offset == offsetof(orl_CameraData, near_range));
+static_assert(fields[12].offset == offsetof(orl_CameraData, far_range));
+
+} // namespace camera_data_table
+
+/* The record of the state's camera, or null. */
+const orl_CameraData* camera_data(miState* state);
+
 inline constexpr decl::Data host_data[] = {
     {"orl_SceneData", 5, scene_data_table::fields,
      "The host's record on the scene, user data of the options."},
     {"orl_NodeData", 2, node_data_table::fields, "The host's record on a node, user data of its instance."},
     {"orl_ObjectData", 5, object_data_table::fields,
      "The host's record on an object, user data of the object."},
+    {"orl_CameraData", 1, camera_data_table::fields,
+     "The host's record on a camera, user data of the camera."},
 };
 
 } // namespace orl

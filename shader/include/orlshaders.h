@@ -98,6 +98,24 @@ typedef struct orl_ObjectData {
     orl_IntegerArray uv_channels; /* for each texture space the number of the host's map channel */
 } orl_ObjectData;
 
+/* Camera record, version 1, user data of a camera. Fields that only the host reads are named by their place,
+   counted from 1. */
+typedef struct orl_CameraData {
+    miInteger field_1;
+    miInteger field_2;
+    miInteger field_3;
+    miInteger field_4;
+    miInteger field_5;
+    miInteger field_6;
+    miInteger field_7;
+    miInteger field_8;
+    miInteger field_9;
+    miInteger field_10;
+    miInteger field_11;
+    miScalar near_range; /* distances between which fog grows */
+    miScalar far_range;
+} orl_CameraData;
+
 /*
  * What the light loop and a light tell each other about one light (shader-state key "KEY_5"). The loop resets
  * all but `ambientOnly` before each light.

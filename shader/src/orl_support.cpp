@@ -26,6 +26,10 @@ bool arrays_fit(const orl_SceneData*, std::size_t) {
     return true;
 }
 
+bool arrays_fit(const orl_CameraData*, std::size_t) {
+    return true;
+}
+
 bool arrays_fit(const orl_NodeData* node, std::size_t size) {
     return array_fits(node, &orl_NodeData::shadow_lights, size) &&
            array_fits(node, &orl_NodeData::lights, size);
@@ -112,6 +116,13 @@ template <class T> void give(T* place, const T& value) {
 }
 
 } // namespace
+
+const orl_CameraData* camera_data(miState* state) {
+    if (state == nullptr || state->camera == nullptr)
+        return nullptr;
+    return data_record<orl_CameraData>(state, state->camera->userdata);
+}
+
 } // namespace orl
 
 ORL_EXPORT const orl_SceneData* GetSceneData(miState* state) {
