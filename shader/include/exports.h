@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "atm_vfog.h"
 #include "orl_bump.h"
 #include "orl_color.h"
 #include "orl_cpdmtl.h"
@@ -49,6 +50,7 @@ struct Unit {
 
 // clang-format off
 inline constexpr Unit units[] = {
+    {"atm_vfog", atm_vfog},
     {"orl_bump", orl_bump},
     {"orl_color", color_shaders},
     {"orl_cpdmtl", orl_cpdmtl},
