@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "atm_combust.h"
 #include "atm_vfog.h"
 #include "orl_bump.h"
 #include "orl_color.h"
@@ -50,6 +51,7 @@ struct Unit {
 
 // clang-format off
 inline constexpr Unit units[] = {
+    {"atm_combust", atm_combust},
     {"atm_vfog", atm_vfog},
     {"orl_bump", orl_bump},
     {"orl_color", color_shaders},
