@@ -90,8 +90,10 @@ float march_fog(const FogTexture& fog, bool exponential, const FogWay& way, floa
         const int count = std::min(steps_at_once, points - first);
         float density[steps_at_once];
         find_densities(fog, way, first, count, density);
+        if (first + count == points) // perhaps the partial step
+            density[count - 1] *= way.march.steps - static_cast<float>(points - 1);
         for (int i = 0; i < count && sum < enough; ++i)
-            sum += density[i] * way.density * std::min(way.march.steps - static_cast<float>(first + i), 1.0f);
+            sum += density[i] * way.density;
     }
     return exponential ? sum : std::min(sum, 1.0f);
 }

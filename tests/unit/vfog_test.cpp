@@ -213,7 +213,7 @@ float step_by_step(const FogTexture& fog, bool exponential, const FogWay& way) {
     float sum = 0.0f;
     for (float k = 0.0f; k < way.march.steps; ++k) {
         const float end = std::fmin(k + 1.0f, way.march.steps);
-        sum += density_step_by_step(fog, way, end) * way.density * (end - k);
+        sum += density_step_by_step(fog, way, end) * (end - k) * way.density;
         if (!exponential && sum >= 1.0f)
             return 1.0f;
     }
