@@ -132,12 +132,12 @@ TEST(Gizmo, RaysThatHardlyMeetIt) {
         RaySpan span{0.0f, end};
         return clip(shape_gizmo(each.data, each.use), org, dir, span);
     };
-    const auto& [ball, cylinder, standing, box, dome] = cases;
-    EXPECT_FALSE(meets(ball, {-5, 0, 1.5f}, {1, 0, 0}));    // grazes
-    EXPECT_FALSE(meets(ball, {5, 0, 0}, {1, 0, 0}));        // behind the origin
-    EXPECT_FALSE(meets(ball, {-5, 0, 0}, {1, 0, 0}, 3.4f)); // beyond the end
-    EXPECT_FALSE(meets(dome, {-5, 0, -0.1f}, {1, 0, 0}));   // below the ground
-    EXPECT_TRUE(meets(cylinder, {0.7f, 0, 5}, {0, 0, -1})); // along the axis
+    const auto& [round, cylinder, standing, box, dome] = cases;
+    EXPECT_FALSE(meets(round, {-5, 0, 1.5f}, {1, 0, 0}));    // grazes
+    EXPECT_FALSE(meets(round, {5, 0, 0}, {1, 0, 0}));        // behind the origin
+    EXPECT_FALSE(meets(round, {-5, 0, 0}, {1, 0, 0}, 3.4f)); // beyond the end
+    EXPECT_FALSE(meets(dome, {-5, 0, -0.1f}, {1, 0, 0}));    // below the ground
+    EXPECT_TRUE(meets(cylinder, {0.7f, 0, 5}, {0, 0, -1}));  // along the axis
     EXPECT_FALSE(meets(cylinder, {0.9f, 0, 5}, {0, 0, -1}));
     EXPECT_FALSE(meets(standing, {0.7f, 0, 5}, {0, 0, -1}));   // which fires do not show
     EXPECT_FALSE(meets(standing, {0, 0, 5}, {0.003f, 0, -1})); // 0.003^2 < 1e-5
@@ -149,7 +149,7 @@ TEST(Gizmo, RaysThatHardlyMeetIt) {
     }
     // From far away the chord through the centre still is 3 long, to the digits of the distance.
     RaySpan span{0.0f, 1e6f};
-    ASSERT_TRUE(clip(shape_gizmo(ball.data, ball.use), {-1e5f, 0, 0}, {1, 0, 0}, span));
+    ASSERT_TRUE(clip(shape_gizmo(round.data, round.use), {-1e5f, 0, 0}, {1, 0, 0}, span));
     EXPECT_NEAR(span.far - span.near, 3.0f, 0.02f);
 }
 
