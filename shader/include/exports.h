@@ -4,7 +4,9 @@
  */
 #pragma once
 
+#include "atm_combust.h"
 #include "atm_fog.h"
+#include "atm_vfog.h"
 #include "orl_bump.h"
 #include "orl_color.h"
 #include "orl_cpdmtl.h"
@@ -51,6 +53,8 @@ struct Unit {
 // clang-format off
 inline constexpr Unit units[] = {
     {"atm_fog", atm_fog},
+    {"atm_combust", atm_combust},
+    {"atm_vfog", atm_vfog},
     {"orl_bump", orl_bump},
     {"orl_color", color_shaders},
     {"orl_cpdmtl", orl_cpdmtl},

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "mi_binding.h"
+#include "numeric.h"
 
 #include <cstddef>
 
@@ -42,7 +43,13 @@ float fractalAbsNoise2(float x, float y, int levels);
 float cellRandom(int n);
 
 /* 0 below a, 1 from b on, smooth between. */
-float smoothStep(float a, float b, float x);
+inline float smoothStep(float a, float b, float x) {
+    if (!(x >= a)) // also what is not a number
+        return 0.0f;
+    if (!(x < b))
+        return 1.0f;
+    return smooth_ramp((x - a) / (b - a));
+}
 
 /* x modulo m, not negative for positive m. 0 where x holds no digits below m, and where m is 0. */
 float positiveMod(float x, float m);

@@ -1,6 +1,6 @@
 /*
- * Declaration tables of the host's records on scene, nodes and objects. The records themselves are part of
- * the helper interface, orlshaders.h.
+ * Declaration tables of the host's records on scene, nodes, objects and gizmos. The records themselves are
+ * part of the helper interface, orlshaders.h.
  */
 #pragma once
 
@@ -126,6 +126,27 @@ static_assert(fields[12].offset == offsetof(orl_CameraData, far_range));
 /* The record of the state's camera, or null. */
 const orl_CameraData* camera_data(miState* state);
 
+namespace gizmo_data_table {
+
+inline constexpr auto fields = decl::fields<orl_GizmoData>(
+    decl::integer(&orl_GizmoData::kind, "kind", orl_gizmo_sphere, {0, 3},
+                  "0 sphere, 1 cylinder, 2 box, 3 hemisphere, all around the origin of the instance's space; "
+                  "the hemisphere, and the cylinder of a fire, stand on its xy plane"),
+    decl::scalar(&orl_GizmoData::radius, "radius", 1, decl::not_negative, "units of the instance",
+                 "of sphere, cylinder and hemisphere"),
+    decl::scalar(&orl_GizmoData::height, "height", 1, decl::not_negative, "units of the instance",
+                 "of the cylinder, along z"),
+    decl::scalar(&orl_GizmoData::size_x, "size_x", 1, decl::not_negative, "units of the instance",
+                 "of the box, from face to face"),
+    decl::scalar(&orl_GizmoData::size_y, "size_y", 1, decl::not_negative, "units of the instance",
+                 "of the box"),
+    decl::scalar(&orl_GizmoData::size_z, "size_z", 1, decl::not_negative, "units of the instance",
+                 "of the box"),
+    decl::integer(&orl_GizmoData::seed, "seed", 0, decl::any,
+                  "start of the random numbers that shift the gizmo's noise"));
+
+} // namespace gizmo_data_table
+
 inline constexpr decl::Data host_data[] = {
     {"orl_SceneData", 5, scene_data_table::fields,
      "The host's record on the scene, user data of the options."},
@@ -134,6 +155,10 @@ inline constexpr decl::Data host_data[] = {
      "The host's record on an object, user data of the object."},
     {"orl_CameraData", 1, camera_data_table::fields,
      "The host's record on a camera, user data of the camera."},
+    {"orl_GizmoData", 1, gizmo_data_table::fields,
+     "A gizmo, the space that volume fog or a fire fills, user data of the gizmo's instance; place, turn and "
+     "size come from the instance's transform. The instance stands in the scene's root group; what it is an "
+     "instance of does not matter, an empty group will do."},
 };
 
 } // namespace orl

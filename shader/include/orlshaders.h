@@ -116,6 +116,20 @@ typedef struct orl_CameraData {
     miScalar far_range;
 } orl_CameraData;
 
+enum { orl_gizmo_sphere = 0, orl_gizmo_cylinder = 1, orl_gizmo_box = 2, orl_gizmo_hemisphere = 3 };
+
+/* Gizmo record, version 1, user data of the instance of a gizmo: a space for volume fog or fire, in the
+   instance's own space, whose z axis points up. Sizes of 0 and below make an empty space. */
+typedef struct orl_GizmoData {
+    miInteger kind;  /* orl_gizmo_ constants */
+    miScalar radius; /* sphere, cylinder and hemisphere */
+    miScalar height; /* cylinder */
+    miScalar size_x; /* box: from face to face */
+    miScalar size_y;
+    miScalar size_z;
+    miInteger seed; /* gizmos of different seeds hold different fog */
+} orl_GizmoData;
+
 /*
  * What the light loop and a light tell each other about one light (shader-state key "KEY_5"). The loop resets
  * all but `ambientOnly` before each light.

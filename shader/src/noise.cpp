@@ -10,7 +10,6 @@
 #include "noise_batch.h"
 #include "noise_lanes.h"
 #include "noise_tables.h"
-#include "numeric.h"
 
 #include <algorithm>
 #include <atomic>
@@ -301,14 +300,6 @@ float fractalAbsNoise2(float x, float y, int levels) {
 
 float cellRandom(int n) {
     return noise_tables.cellRandomTable[static_cast<unsigned>(n) % std::size(noise_tables.cellRandomTable)];
-}
-
-float smoothStep(float a, float b, float x) {
-    if (!(x >= a)) // also what is not a number
-        return 0.0f;
-    if (!(x < b))
-        return 1.0f;
-    return smooth_ramp((x - a) / (b - a));
 }
 
 float positiveMod(float x, float m) {

@@ -56,6 +56,8 @@ TEST(Declarations, LayoutOfWhatTheHostAttaches) {
                               "shadow_lights:array@24 shadows_from_all_lights:boolean@36=1 lights:array@40 "
                               "all_lights:boolean@52=1 56"},
         {"data orl_ObjectData", host(1, 9) + "particle_data:data@36 uv_channels:array@40 52"},
+        {"data orl_GizmoData", "kind:integer@0 radius:scalar@4=1 height:scalar@8=1 size_x:scalar@12=1 "
+                               "size_y:scalar@16=1 size_z:scalar@20=1 seed:integer@24 28"},
         {"orl_base_GBuffer_lens", "unused_1:integer@0 node_id:boolean@4 node_render_id:boolean@8 "
                                   "unused_2:integer@12 texture_coordinates:boolean@16 velocity:boolean@20 "
                                   "hold_handle_low:integer@24 hold_handle_high:integer@28 32"},

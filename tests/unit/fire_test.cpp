@@ -1,0 +1,267 @@
+// Fire: the life of explosions, marches against a closed form and against the same step by step, and what it
+// does to rays and to light.
+#include "atm_combust.h"
+#include "gizmo_fixture.h"
+#include "noise.h"
+
+#include <climits>
+#include <cmath>
+
+ENTRY_POINT(orl_FireEffect, miColor, orl::FireEffectParams);
+INIT_AND_EXIT(orl_FireEffect, orl::FireEffectParams);
+
+namespace {
+
+using namespace orl;
+
+constexpr miColor yellow{1, 0.8f, 0.2f, 1}, red{0.8f, 0.2f, 0.1f, 1}, grey{0.1f, 0.1f, 0.1f, 1};
+
+TEST(FireLife, GrowsThinsOutAndTurnsToSmoke) {
+    // s(x) = (3 - 2x) x^2: s(1/2) = 1/2, s(3/4) = 0.84375, s(1/4) = 0.15625
+    const struct {
+        float phase;
+        bool explosion, smoke;
+        float growth, density, noise_phase, red_of_inner;
+    } cases[] = {
+        {90, false, true, 1, 0.2f, 1.5f, 1}, // 90 / 300 * 5
+        {-600, false, true, 1, 0.2f, -10, 1},
+        {0, true, true, 0, 0.2f, 0, 1},
+        {25, true, true, 0.5f, 0.2f, 2.8867513f, 1}, // 5 sqrt(1/3), with fury 2
+        {100, true, true, 1, 0.2f, 5.7735027f, 1},
+        {150, true, true, 1.2247449f, 0.2f * 0.84375f, 7.0710678f, 0.55f}, // half-way to 0.1
+        {150, true, false, 1.2247449f, 0.2f * 0.84375f, 7.0710678f, 1},
+        {200, true, true, 1.4142136f, 0.1f, 8.1649658f, 0.1f},
+        {250, true, true, 1.5811388f, 0.2f * 0.15625f, 9.1287093f, 0.1f},
+        {300, true, true, 1.7320508f, 0, 10, 0.1f},
+        {300.1f, true, true, 0, 0, 0, 1},
+        {-0.1f, true, true, 0, 0, 0, 1},
+        {not_a_number, true, true, 0, 0, 0, 1},
+    };
+    for (const auto& each : cases) {
+        const FireMoment fire = fire_at({yellow, red, grey, 10, each.phase, 2, each.explosion, each.smoke});
+        EXPECT_NEAR(fire.growth, each.growth, 1e-6f) << each.phase;
+        EXPECT_NEAR(fire.density, each.density, 1e-6f) << each.phase;
+        EXPECT_NEAR(fire.phase, each.noise_phase, 1e-5f) << each.phase;
+        EXPECT_NEAR(fire.inner.r, each.red_of_inner, 1e-6f) << each.phase;
+    }
+    EXPECT_NEAR(fire_at({yellow, red, grey, 10, 150, 1, true, true}).outer.g, 0.15f, 1e-6f);
+}
+
+struct Fire : GizmoShader<FireEffectParams> {
+    explicit Fire(scripted::State& state) : GizmoShader(state, orl_FireEffect_init, orl_FireEffect_exit) {
+        FireEffectParams& p = params();
+        p.innerColor = yellow;
+        p.outerColor = red;
+        p.smokeColor = grey;
+        p.flameType = 1;
+        p.stretch = p.regularity = p.fury = 1;
+        p.density = 25;
+        p.samples = 100;
+        p.flameDetail = 2.5f;
+        p.on = miTRUE;
+    }
+};
+
+class FireEffect : public GizmoTest {
+protected:
+    miTag raised = add_node(ball, up);
+
+    miColor shade(Fire& fire, miColor color) {
+        state.run(fire, miSHADER_VOLUME);
+        EXPECT_TRUE(orl_FireEffect(&color, state, &fire.params()));
+        return color;
+    }
+    static void expect_near(const miColor& a, const miColor& b, float within) {
+        EXPECT_NEAR(a.r, b.r, within);
+        EXPECT_NEAR(a.g, b.g, within);
+        EXPECT_NEAR(a.b, b.b, within);
+        EXPECT_NEAR(a.a, b.a, within);
+    }
+};
+
+// With flame size 0 all noise is that of one place, 0, and tendrils are 1/2 everywhere. Along the diameter of
+// a ball of radius 1 the steps' weights come to the integral of (1 - |z|) 1/2 * 0.5, which is 1/4 (exactly so
+// where a step ends at the centre); half of it has the inner colour.
+TEST_F(FireEffect, EvenFlamesHaveTheClosedForm) {
+    const float t = 1 - std::exp(-0.25f);
+    const auto channel = [&](float inner, float outer, float k) {
+        return 1 - std::exp(-0.125f * (inner + outer)) + k * (1 - t);
+    };
+    const miColor carried{0.3f, 0.6f, 0.9f, 0.5f};
+    const miColor burnt{channel(1, 0.8f, 0.3f), channel(0.8f, 0.2f, 0.6f), channel(0.2f, 0.1f, 0.9f),
+                        t + 0.5f * (1 - t)};
+    Fire fire(state);
+    fire.fill({miNULLTAG, raised});
+    fire.start();
+    expect_near(shade(fire, carried), burnt, 1e-6f);
+
+    // Light: clear white behind the fire, then half the tint and half the shadow.
+    state->type = miRAY_LIGHT;
+    state->volume = 1;
+    const auto lit = [&](float inner, float outer, float light) {
+        return (1 - (1 - channel(inner, outer, 1)) * 0.5f) * light * (1 - t * 0.5f);
+    };
+    expect_near(shade(fire, carried), {lit(1, 0.8f, 0.3f), lit(0.8f, 0.2f, 0.6f), lit(0.2f, 0.1f, 0.9f), t},
+                1e-6f);
+    state->volume = miNULLTAG;
+    EXPECT_EQ(shade(fire, carried), carried);
+    state->type = miRAY_EYE;
+
+    // Two gizmos add up before the colours do.
+    Fire twice(state);
+    twice.fill({raised, raised});
+    twice.start();
+    EXPECT_NEAR(shade(twice, {0, 0, 0, 0}).a, 1 - std::exp(-0.5f), 1e-6f);
+    // Regularity 1/2: n is 1/2 up to there, then 1/2 - (g - 1/2) = 1 - g: 1/2 * 3/8 + 1/24 = 11/48 for each
+    // half.
+    Fire regular(state);
+    regular->regularity = 0.5f;
+    regular->samples = 1000;
+    regular.fill({raised});
+    regular.start();
+    EXPECT_NEAR(shade(regular, {0, 0, 0, 0}).a, 1 - std::exp(-11 / 48.0f), 1e-6f);
+}
+
+TEST_F(FireEffect, RaysWithoutFireStayAsTheyAre) {
+    const miColor carried{0.3f, 0.6f, 0.9f, 0.5f};
+    const auto looks = [&](miVector org, miVector end) {
+        return [=, this](Fire&) { state.set_hit(org, end, {0, 0, 1}); };
+    };
+    const auto misses = [&](miVector org, miVector dir) {
+        return [=, this](Fire&) { state.set_miss(org, dir); };
+    };
+    const std::function<void(Fire&)> changes[] = {
+        [](Fire& fire) { fire->on = miFALSE; },
+        [](Fire& fire) { fire->samples = 0; },
+        [](Fire& fire) { fire->samples = -7; },
+        [](Fire& fire) { fire->explosion = miTRUE, fire->phase = 301; },
+        [](Fire& fire) { fire->explosion = miTRUE, fire->phase = 0; },
+        [](Fire& fire) { fire.fill({}); },
+        looks({0, 0, 5}, {0, 0, 3.5f}), // ends before it
+        looks({0, 0, 0.9f}, {0, 0, 0}), // begins behind it
+        misses({0, 0, 5}, {0, 0, 1}),
+        misses({2, 0, 5}, {0, 0, -1}),
+    };
+    for (const auto& change : changes)
+        for (const miRay_type type : {miRAY_EYE, miRAY_LIGHT}) {
+            state.set_hit({0, 0, 5}, {0, 0, 0}, {0, 0, 1});
+            state->type = type;
+            state->volume = 1;
+            Fire fire(state);
+            fire.fill({raised});
+            change(fire);
+            fire.start();
+            EXPECT_EQ(shade(fire, carried), carried) << (&change - changes);
+        }
+    // A ray into nothing burns; so does one that ends within, at the centre. Steps count as their ends do,
+    // which is half a step of 1/100 too much there.
+    state->type = miRAY_EYE;
+    Fire fire(state);
+    fire.fill({raised});
+    fire.start();
+    state.set_miss({0, 0, 5}, {0, 0, -1});
+    EXPECT_NEAR(shade(fire, {}).a, 1 - std::exp(-0.25f), 1e-6f);
+    state.set_hit({0, 0, 5}, {0, 0, 2}, {0, 0, 1});
+    EXPECT_NEAR(shade(fire, {}).a, 1 - std::exp(-0.125f * 1.01f), 1e-6f);
+}
+
+// At phase 25 the ball is half as large.
+TEST_F(FireEffect, ExplosionsGrow) {
+    const auto burns_at = [&](float distance) {
+        Fire fire(state);
+        fire->explosion = miTRUE;
+        fire->phase = 25;
+        fire.fill({raised});
+        fire.start();
+        state.set_miss({distance, 0, 5}, {0, 0, -1});
+        return shade(fire, {}).a > 0.0f;
+    };
+    EXPECT_TRUE(burns_at(0.49f));
+    EXPECT_FALSE(burns_at(0.51f));
+}
+
+Flames flames(bool tendrils, float detail) {
+    Flames f;
+    f.noise = {detail, true, true, 0.8f};
+    f.tendrils = tendrils;
+    f.frequency = {1.3f, 1.3f, 0.6f};
+    f.regularity = 0.3f;
+    f.density = 0.4f;
+    return f;
+}
+
+FireSums step_by_step(const Flames& f, const Gizmo& gizmo, const MarchWay& way, float length) {
+    FireSums sums;
+    for (float t = 1.0f; t <= way.steps; ++t) {
+        const miVector p{way.start.x + t * way.step.x, way.start.y + t * way.step.y,
+                         way.start.z + t * way.step.z};
+        const float x = (p.x + gizmo.noise_offset.x) * f.frequency.x,
+                    y = (p.y + gizmo.noise_offset.y) * f.frequency.y,
+                    z = (p.z + gizmo.noise_offset.z) * f.frequency.z;
+        float n = 0.0f, factor = 1.0f;
+        for (float left = f.noise.levels; left > 0.0f; left -= 1.0f, factor *= 2.0f)
+            n += std::fmin(left, 1.0f) *
+                 std::fabs(perlinNoise4(factor * x, factor * y, factor * z, f.noise.phase)) / factor;
+        if (f.tendrils)
+            n = std::fmax(0.0f, 0.5f - n);
+        const float g = falloff(gizmo, p);
+        if (g > f.regularity)
+            n = std::fmax(0.0f, n - (g - f.regularity));
+        const float weight = (1.0f - g) * n * length * f.density;
+        sums.opacity += weight;
+        sums.inner += n * weight;
+    }
+    return sums;
+}
+
+TEST_F(FireEffect, ManyStepsAtOnceHaveTheBitsOfStepByStep) {
+    noiseTablesInit(state);
+    for (const orl_GizmoData& data : {sphere, cylinder, box, hemisphere})
+        for (const bool tendrils : {false, true})
+            for (const float detail : {0.0f, 1.0f, 3.4f})
+                for (const float steps : {1.0f, 15.0f, 64.0f, 150.0f}) {
+                    const Gizmo gizmo = shape_gizmo(data, {1, GizmoShape::standing_cylinder, {0, 0, -2}});
+                    const Flames f = flames(tendrils, detail);
+                    const MarchWay way{{-0.5f, -0.5f, 0}, {1 / steps, 0.7f / steps, 1.2f / steps}, steps};
+                    FireSums sums;
+                    march_fire(f, gizmo, way, 0.1f, sums);
+                    const FireSums slow = step_by_step(f, gizmo, way, 0.1f);
+                    EXPECT_EQ(sums.opacity, slow.opacity) << steps;
+                    EXPECT_EQ(sums.inner, slow.inner) << steps;
+                }
+}
+
+// Chords of a ball.
+TEST_F(FireEffect, HalvingTheStepConverges) {
+    noiseTablesInit(state);
+    const Gizmo gizmo = shape_gizmo(sphere, {1, GizmoShape::standing_cylinder, {}});
+    converges(32, [&](int ray, int count) {
+        const float y = static_cast<float>(ray) * 0.08f - 1.24f, half = std::sqrt(1.5f * 1.5f - y * y);
+        const auto steps = static_cast<float>(count), step = 2 * half / steps;
+        FireSums sums;
+        march_fire(flames(true, 3), gizmo, {{-half, y, 0}, {step, 0, 0}, steps}, step, sums);
+        return sums.opacity;
+    });
+}
+
+TEST_F(FireEffect, SettingsThatMakeNoSense) {
+    using P = FireEffectParams;
+    const std::vector<Change<P>> changes{[](P& p) { p.samples = 1000000000; },
+                                         [](P& p) { p.samples = INT_MIN; }};
+    for (const bool explosion : {false, true})
+        survives<P>(changes,
+                    {&P::stretch, &P::regularity, &P::flameSize, &P::flameDetail, &P::density, &P::phase,
+                     &P::drift, &P::fury},
+                    [&](const Change<P>& change) {
+                        Fire fire(state);
+                        fire->flameSize = 0.5f;
+                        fire->phase = 50;
+                        fire->explosion = explosion;
+                        change(fire.params());
+                        fire.fill({raised, 9999, miNULLTAG});
+                        fire.start();
+                        return shade(fire, {0.5f, 0.5f, 0.5f, 0.5f});
+                    });
+}
+
+} // namespace

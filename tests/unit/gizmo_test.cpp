@@ -1,0 +1,224 @@
+// The spaces of volume fog and fire: where rays are in them, how far out points lie, and nodes that are no
+// gizmos.
+#include "gizmo_fixture.h"
+
+#include <cmath>
+#include <random>
+
+namespace {
+
+using namespace orl;
+
+constexpr GizmoUse for_fog{1, GizmoShape::centred_cylinder, {}},
+    for_fire{1, GizmoShape::standing_cylinder, {}};
+
+struct Case {
+    const char* name;
+    orl_GizmoData data;
+    GizmoUse use;
+    bool (*inside)(float x, float y, float z); // by hand, from the data of the fixture
+    miVector centre;                           // a point of falloff 0
+    float steepest;                            // how fast the falloff may change
+};
+const Case cases[] = {
+    {"sphere",
+     GizmoTest::sphere,
+     for_fog,
+     [](float x, float y, float z) { return std::hypot(x, y, z) < 1.5f; },
+     {0, 0, 0},
+     1 / 1.5f},
+    {"cylinder",
+     GizmoTest::cylinder,
+     for_fog,
+     [](float x, float y, float z) { return std::hypot(x, y) < 0.8f && std::fabs(z) < 1.2f; },
+     {0, 0, 0},
+     1 / 0.8f},
+    {"standing cylinder",
+     GizmoTest::cylinder,
+     for_fire,
+     [](float x, float y, float z) { return std::hypot(x, y) < 0.8f && z > 0 && z < 2.4f; },
+     {0, 0, 1.2f},
+     1 / 0.8f},
+    {"box",
+     GizmoTest::box,
+     for_fog,
+     [](float x, float y, float z) {
+         return std::fabs(x) < 0.6f && std::fabs(y) < 1.3f && std::fabs(z) < 0.9f;
+     },
+     {0, 0, 0},
+     1 / 0.6f},
+    // The steepest way is up from the ground, through a fifth of the radius.
+    {"hemisphere",
+     GizmoTest::hemisphere,
+     for_fog,
+     [](float x, float y, float z) { return std::hypot(x, y, z) < 1.3f && z > 0; },
+     {0, 0, 0.4f},
+     5 / 1.3f},
+};
+
+struct Random {
+    std::mt19937 generator{7};
+    float operator()(float extent) {
+        return std::uniform_real_distribution<float>(-extent, extent)(generator);
+    }
+    miVector vector(float extent) { return {(*this)(extent), (*this)(extent), (*this)(extent)}; }
+};
+
+miVector along(const miVector& org, const miVector& dir, float t) {
+    return {org.x + t * dir.x, org.y + t * dir.y, org.z + t * dir.z};
+}
+
+// Rays from inside and outside, ended at 6, beside points of the ray every 1/500 that are inside.
+TEST(Gizmo, SpansOfRaysAreWhatLiesInside) {
+    constexpr float spacing = 0.002f, limit = 6.0f;
+    Random random;
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.name);
+        const Gizmo gizmo = shape_gizmo(each.data, each.use);
+        int hits = 0;
+        for (int ray = 0; ray < 400; ++ray) {
+            const miVector org = random.vector(2.5f);
+            miVector dir = random.vector(1.0f);
+            mi_vector_normalize(&dir);
+            float first = -1.0f, last = -1.0f;
+            for (float t = 0.0f; t <= limit; t += spacing) {
+                const miVector p = along(org, dir, t);
+                if (each.inside(p.x, p.y, p.z)) {
+                    first = first < 0.0f ? t : first;
+                    last = t;
+                }
+            }
+            RaySpan span{0.0f, limit};
+            const bool hit = clip(gizmo, org, dir, span);
+            hits += hit;
+            if (first < 0.0f) {
+                EXPECT_TRUE(!hit || span.far - span.near < 2 * spacing);
+                continue;
+            }
+            ASSERT_TRUE(hit);
+            EXPECT_NEAR(span.near, first, 1.5f * spacing);
+            EXPECT_NEAR(span.far, last, 1.5f * spacing);
+        }
+        EXPECT_GT(hits, 30);
+    }
+}
+
+TEST(Gizmo, FalloffRisesFromCentreToSurface) {
+    Random random;
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.name);
+        const Gizmo gizmo = shape_gizmo(each.data, each.use);
+        EXPECT_EQ(falloff(gizmo, each.centre), 0.0f);
+        for (int k = 0; k < 1000; ++k) {
+            const miVector p = random.vector(1.6f), step = random.vector(0.05f);
+            const float f = falloff(gizmo, p);
+            EXPECT_TRUE(f >= 0.0f && f <= 1.0f);
+            EXPECT_EQ(f < 1.0f, each.inside(p.x, p.y, p.z)) << p.x << ' ' << p.y << ' ' << p.z;
+            EXPECT_LE(std::fabs(falloff(gizmo, along(p, step, 1)) - f),
+                      each.steepest * mi_vector_norm(&step) + 1e-5f);
+            RaySpan span{0.0f, 10.0f};
+            miVector outward{p.x - each.centre.x, p.y - each.centre.y, p.z - each.centre.z};
+            mi_vector_normalize(&outward);
+            ASSERT_TRUE(clip(gizmo, each.centre, outward, span) || each.use.cylinder != for_fog.cylinder);
+            if (span.far < 10.0f) { // a fire's cylinder is not seen along its axis
+                EXPECT_NEAR(falloff(gizmo, along(each.centre, outward, span.far)), 1.0f, 1e-5f);
+            }
+        }
+    }
+}
+
+TEST(Gizmo, RaysThatHardlyMeetIt) {
+    const auto meets = [](const Case& each, miVector org, miVector dir, float end = 100.0f) {
+        RaySpan span{0.0f, end};
+        return clip(shape_gizmo(each.data, each.use), org, dir, span);
+    };
+    const auto& [round, cylinder, standing, box, dome] = cases;
+    EXPECT_FALSE(meets(round, {-5, 0, 1.5f}, {1, 0, 0}));    // grazes
+    EXPECT_FALSE(meets(round, {5, 0, 0}, {1, 0, 0}));        // behind the origin
+    EXPECT_FALSE(meets(round, {-5, 0, 0}, {1, 0, 0}, 3.4f)); // beyond the end
+    EXPECT_FALSE(meets(dome, {-5, 0, -0.1f}, {1, 0, 0}));    // below the ground
+    EXPECT_TRUE(meets(cylinder, {0.7f, 0, 5}, {0, 0, -1}));  // along the axis
+    EXPECT_FALSE(meets(cylinder, {0.9f, 0, 5}, {0, 0, -1}));
+    EXPECT_FALSE(meets(standing, {0.7f, 0, 5}, {0, 0, -1}));   // which fires do not show
+    EXPECT_FALSE(meets(standing, {0, 0, 5}, {0.003f, 0, -1})); // 0.003^2 < 1e-5
+    EXPECT_TRUE(meets(standing, {0, 0, 5}, {0.0032f, 0, -1})); // 0.0032^2 > 1e-5
+    EXPECT_FALSE(meets(box, {0.6001f, 0, -5}, {0, 0, 1}));
+    for (const Case& each : cases) {
+        EXPECT_FALSE(meets(each, {not_a_number, 0, 0}, {1, 0, 0})) << each.name;
+        EXPECT_FALSE(meets(each, {0, 0, 0.5f}, {not_a_number, not_a_number, not_a_number})) << each.name;
+    }
+    // From far away the chord through the centre still is 3 long, to the digits of the distance.
+    RaySpan span{0.0f, 1e6f};
+    ASSERT_TRUE(clip(shape_gizmo(round.data, round.use), {-1e5f, 0, 0}, {1, 0, 0}, span));
+    EXPECT_NEAR(span.far - span.near, 3.0f, 0.02f);
+}
+
+TEST(Gizmo, SizesThatAreNoneLeaveNoSpace) {
+    for (const float bad : {0.0f, -1.0f, not_a_number, infinite, 3e38f})
+        for (miInteger kind = -1; kind <= 4; ++kind) {
+            const orl_GizmoData all_bad{kind, bad, bad, bad, bad, bad, 0},
+                one_bad{kind, bad, 1, 1, bad, 1, 0};
+            if (bad == 3e38f && kind == orl_gizmo_box)
+                continue; // a large box is a box
+            EXPECT_EQ(shape_gizmo(all_bad, for_fog).shape, GizmoShape::none) << kind << ' ' << bad;
+            EXPECT_EQ(shape_gizmo(one_bad, for_fire).shape, GizmoShape::none) << kind << ' ' << bad;
+        }
+    EXPECT_EQ(shape_gizmo(GizmoTest::sphere, {0.0f, GizmoShape::centred_cylinder, {}}).shape,
+              GizmoShape::none);
+}
+
+// The run-time library's generator gives 41, 18467 and 6334 after the seed 1.
+TEST(Gizmo, GrowthAndNoiseOffset) {
+    orl_GizmoData data = GizmoTest::cylinder;
+    data.seed = 1;
+    const Gizmo gizmo = shape_gizmo(data, {2.0f, GizmoShape::standing_cylinder, {0, 0.5f, -10}});
+    EXPECT_FLOAT_EQ(gizmo.size[0], 1.6f);
+    EXPECT_FLOAT_EQ(gizmo.size[2], 2.4f); // explosions grow sideways
+    EXPECT_NEAR(gizmo.noise_offset.x, 1.251259, 1e-5);
+    EXPECT_NEAR(gizmo.noise_offset.y, 563.5853 + 0.5, 1e-3);
+    EXPECT_NEAR(gizmo.noise_offset.z, 193.3042 - 10, 1e-3);
+}
+
+struct Nodes {
+    decl::Array<miTag> list;
+};
+
+TEST_F(GizmoTest, NodesThatAreNoGizmosAreEmptyAndReportedOnce) {
+    orl_GizmoData unknown = sphere;
+    unknown.kind = 17;
+    constexpr miMatrix flat{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    constexpr miMatrix moved{0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 5, 6, 7, 1};
+    scripted::ShaderInstance<Nodes> instance;
+    const auto read = [&](const std::vector<miTag>& tags) {
+        instance.set_array(instance->list.first, instance->list.count, instance->list.elements, tags);
+        state.run(instance);
+        renderer.clear_logs();
+        return read_gizmos(state, span(state, &instance.params(), &Nodes::list), for_fog);
+    };
+    const auto before = renderer.resources().live_blocks;
+    EXPECT_EQ(read({}), nullptr);
+
+    const miTag bad[] = {
+        renderer.add_string("no node"), add_instance_with(miNULLTAG), 9999, add_node(unknown),
+        add_node(miInteger{0}),         add_node(sphere, flat)};
+    for (const miTag tag : bad) {
+        Gizmo* const gizmos = read({tag, tag, miNULLTAG, add_node(sphere, moved)});
+        EXPECT_EQ(errors().size(), 1u) << tag;
+        for (int k = 0; k < 3; ++k)
+            EXPECT_EQ(gizmos[k].shape, GizmoShape::none) << tag;
+        EXPECT_EQ(gizmos[3].shape, GizmoShape::sphere);
+        // The x axis of the gizmo is y of the world, of twice the length: (0, 2, 0) from its place is (1, 0,
+        // 0).
+        const miVector there = transform_point(gizmos[3].to_gizmo, {5, 8, 7});
+        EXPECT_NEAR(mi_vector_norm(&there), 1.0f, 1e-6f);
+        EXPECT_NEAR(there.x, 1.0f, 1e-6f);
+        EXPECT_NEAR(transform_point(gizmos[3].to_world, {1, 0, 0}).y, 8.0f, 1e-6f);
+        release_gizmos(gizmos);
+    }
+    Gizmo* const gizmos = read({miNULLTAG});
+    EXPECT_TRUE(errors().empty());
+    release_gizmos(gizmos);
+    EXPECT_EQ(renderer.resources().live_blocks, before);
+}
+
+} // namespace
