@@ -52,8 +52,8 @@ struct Unit {
 
 // clang-format off
 inline constexpr Unit units[] = {
-    {"atm_fog", atm_fog},
     {"atm_combust", atm_combust},
+    {"atm_fog", atm_fog},
     {"atm_vfog", atm_vfog},
     {"orl_bump", orl_bump},
     {"orl_color", color_shaders},

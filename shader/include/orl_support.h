@@ -123,6 +123,9 @@ static_assert(fields[12].offset == offsetof(orl_CameraData, far_range));
 
 } // namespace camera_data_table
 
+/* Whether the scene is a sample of the material editor. */
+bool is_material_editor(miState* state);
+
 /* The record of the state's camera, or null. */
 const orl_CameraData* camera_data(miState* state);
 

@@ -270,7 +270,8 @@ ORL_EXPORT miBoolean orl_Fog(miColor* result, miState* state, const FogParams* p
         (hit_nothing(state) && !eval(state, params->fogBackground)))
         return miTRUE;
     const bool layered = eval(state, params->type) != 0;
-    if (layered && state->options->no_volume)
+    // A layer would hide the material editor's samples, which lie at the origin.
+    if (layered && is_material_editor(state))
         return miTRUE;
     const Fog fog = fog_of(state, params, *instance);
     if (layered)

@@ -6,6 +6,7 @@
 
 #include "noise.h"
 #include "numeric.h"
+#include "orl_support.h"
 #include "orlshaderapi.h"
 
 #include <algorithm>
@@ -184,13 +185,8 @@ float fog_of_ray(miState* state, const VolumeFogParams* params, const VolumeFogI
     return std::isfinite(amount) ? amount : 0.0f; // parameters that make no sense make no fog
 }
 
-// Of the material editor's samples nothing shall be hidden by the scene's weather.
-bool is_material_editor(miState* state) {
-    const orl_SceneData* const scene = GetSceneData(state);
-    return scene != nullptr && scene->material_editor;
-}
-
 bool acts_on_ray(miState* state, const VolumeFogParams* params, const miColor& result) {
+    // Of the material editor's samples nothing shall be hidden by the scene's weather.
     if (!eval(state, params->on) || is_material_editor(state))
         return false;
     if (state->type == miRAY_LIGHT && (result.a == 0.0f || !light_passes_atmosphere(state)))

@@ -117,6 +117,11 @@ template <class T> void give(T* place, const T& value) {
 
 } // namespace
 
+bool is_material_editor(miState* state) {
+    const orl_SceneData* const scene = GetSceneData(state);
+    return scene != nullptr && scene->material_editor;
+}
+
 const orl_CameraData* camera_data(miState* state) {
     if (state == nullptr || state->camera == nullptr)
         return nullptr;

@@ -6,6 +6,7 @@
 #include "utilshaders.h"
 #include "numeric.h"
 #include "orl_context.h"
+#include "orl_support.h"
 #include "orlshaderapi.h"
 #include "system.h"
 
@@ -148,11 +149,6 @@ void look_up(miColor* result, miState* state, miTag texture, miVector coordinate
 }
 
 // ---- editor background
-
-bool is_material_editor(miState* state) {
-    const orl_SceneData* const scene = GetSceneData(state);
-    return scene != nullptr && scene->material_editor;
-}
 
 // The picture's own coordinates, or for the environment of an ordinary scene those of a cube around it.
 TextureCoordinate background_coordinate(miState* state) {
