@@ -417,8 +417,9 @@ enum class MissingInput {
 /* Format of the message, which takes the shader instance's name. */
 const char* missing_input_format(MissingInput input);
 
-/* Reports once for each instance, by a format that takes its name, that a shader called it which it is not for.
-   The instance has no data of another kind; this makes it, under the unit's name, and its exit frees it. */
+/* Reports once for each instance, by a format that takes its name, that a shader called it which it is not
+   for. The instance has no data of another kind; this makes it, under the unit's name, and its exit frees it.
+ */
 void report_wrong_caller(miState* state, const char* unit, const char* format);
 
 /* Reports a missing input once for each instance, whose data holds the warned flag. */

@@ -333,7 +333,8 @@ TEST_F(Module, RecordsForOthersAreLeftAlone) {
                     if (family == others)
                         continue;
                     EXPECT_EQ(with, without);
-                    const bool tells = family == model || (family == element && slot.call == miSHADER_TEXTURE);
+                    const bool tells =
+                        family == model || (family == element && slot.call == miSHADER_TEXTURE);
                     EXPECT_EQ(renderer.messages().size() - before, tells ? 1u : 0u);
                 }
 }

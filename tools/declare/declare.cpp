@@ -67,7 +67,8 @@ constexpr const char* apply_names[miNSHADERTYPES] = {
     "displace", "emitter",  "output", nullptr,  "lightmap",    nullptr,  "state",   nullptr,
 };
 
-// Whole numbers as they are; the others as the shortest text that reads back as the same single-precision number.
+// Whole numbers as they are; the others as the shortest text that reads back as the same single-precision
+// number.
 std::string number(double value) {
     char text[64];
     const auto whole = std::fabs(value) < 1e9 ? static_cast<long long>(value) : 0;
