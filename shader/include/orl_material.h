@@ -73,8 +73,8 @@ inline constexpr auto fields = decl::fields<P>(
     decl::boolean(&P::faceted, "faceted", false, "shade every triangle flat"),
     decl::integer(
         &P::transparencyType, "transparencyType", 0, {0, 2},
-        "what comes through: 0 is filtered, 1 has the diffuse colour taken off, 2 is added; as for 0, at "
-        "opacity 0.5 it is multiplied by the filter colour, towards 0 by white, towards 1 by black"),
+        "what comes through: 0 is multiplied (by the filter colour at opacity 0.5, more white below, more "
+        "black above), 1 has the diffuse colour taken off, 2 is added"),
     decl::scalar(&P::opacity, "opacity", 1, decl::unit_interval, "", "opacity, under the opacity map"),
     decl::color(&P::filterColor, "filterColor", {1, 1, 1, 1},
                 "colour of what comes through, for type 0; 0.5 0.5 0.5 is the plain mix by the opacity"),
