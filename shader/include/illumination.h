@@ -11,9 +11,10 @@
  */
 #pragma once
 
+#include "call_argument.h"
 #include "declaration.h"
 #include "light_samples.h"
-#include "orlshaders.h"
+#include "orlshaderapi.h"
 
 #include <array>
 #include <atomic>
@@ -84,6 +85,8 @@ using Continuation = miBoolean (*)(miColor* result, miState* state, IllumRecord*
                                    const void* model_params);
 
 struct IllumRecord {
+    static constexpr miUint magic_number = 0x1115eed;
+    miUint magic = magic_number;
     miInteger energyConservation;
     const MaterialValues* values;
     /* Sums of the light loop. Alphas are not used. */
@@ -168,27 +171,7 @@ struct IllumModel {
 
 /* Whether a model was called by a material, with all that it needs. The first other call of an instance is
    reported; its data, which then exists, starts with the warned flag. */
-bool is_callable(miState* state, const IllumModel& model, const IllumRecord* record);
-
-/* Data of the running instance, made and prepared by the first call, whichever thread's that is; null when
-   the instance has no slot. */
-template <class Data, class Prepare>
-Data* instance_data_once(miState* state, const char* unit, const Prepare& prepare) {
-    static_assert(std::is_trivially_destructible_v<Data>);
-    void** const slot = instance_slot(state);
-    if (slot == nullptr)
-        return nullptr;
-    const std::atomic_ref<void*> shared(*slot);
-    void* known = shared.load(std::memory_order_acquire);
-    if (known != nullptr)
-        return static_cast<Data*>(known);
-    auto* const made = new (mi_mem_int_allocate(unit, __LINE__, sizeof(Data))) Data{};
-    prepare(*made);
-    if (shared.compare_exchange_strong(known, made, std::memory_order_acq_rel, std::memory_order_acquire))
-        return made;
-    mi_mem_int_release(unit, __LINE__, made);
-    return static_cast<Data*>(known);
-}
+bool is_callable(miState* state, const IllumModel& model, const IllumRecord* argument);
 
 /* Last act of a model: enters what it is into the record and goes on with the material. */
 miBoolean continue_with(const IllumModel& model, miScalar soften, miColor* result, miState* state,

@@ -16,6 +16,7 @@ namespace orl {
 
 struct StandardMaterialInstance {
     miBoolean warned;
+    miBoolean warnedOfModel;
     miBoolean mapsOn; /* the scene may switch all maps off */
     const orl_SceneData* scene;
     int mtlIdBuffer;

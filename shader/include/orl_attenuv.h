@@ -5,7 +5,7 @@
  */
 #pragma once
 
-#include "mi_binding.h"
+#include "call_argument.h"
 #include "numeric.h"
 
 namespace orl {
@@ -36,6 +36,8 @@ miScalar decay(miScalar distance, miInteger decayType, miScalar decayStart);
  * colour, and its attenuation at that point.
  */
 struct VolumeLightRequest {
+    static constexpr miUint magic_number = 0x7011e57;
+    miUint magic;
     miTag light;          /* instance of the light */
     miScalar startFactor; /* 1 for the light's own ranges */
     miScalar endFactor;

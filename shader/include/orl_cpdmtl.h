@@ -39,8 +39,11 @@ inline constexpr auto fields = decl::fields<P>(
     decl::element(&P::material1, miTYPE_MATERIAL, "material1", "first material"),
     decl::element(&P::material2, miTYPE_MATERIAL, "material2", "second material"),
     decl::element(&P::mask, miTYPE_SHADER, "mask", "map whose intensity is the share of material2"),
-    decl::boolean(&P::material1On, "material1On", true, "material1 counts; otherwise it is transparent"),
-    decl::boolean(&P::material2On, "material2On", true, "material2 counts"),
+    decl::boolean(&P::material1On, "material1On", true,
+                  "material1 counts; off, it is transparent where it would stand alone, and material2 shows "
+                  "unmixed where both would"),
+    decl::boolean(&P::material2On, "material2On", true,
+                  "material2 counts; off, the same the other way round"),
     decl::boolean(&P::maskOn, "maskOn", true, "the mask counts"),
     decl::integer(&P::mtlId, "mtlId", 0, decl::any, "written to fb_mtl_id; 0 for none"));
 

@@ -71,10 +71,13 @@ inline constexpr auto fields = decl::fields<P>(
         "1: highlights and reflections take light from the rest, in models that support it; render elements "
         "show the components as they were before"),
     decl::boolean(&P::faceted, "faceted", false, "shade every triangle flat"),
-    decl::integer(&P::transparencyType, "transparencyType", 0, {0, 2},
-                  "what comes through: 0 is filtered, 1 has the diffuse colour taken off, 2 is added"),
+    decl::integer(
+        &P::transparencyType, "transparencyType", 0, {0, 2},
+        "what comes through: 0 is multiplied (by the filter colour at opacity 0.5, more white below, more "
+        "black above), 1 has the diffuse colour taken off, 2 is added"),
     decl::scalar(&P::opacity, "opacity", 1, decl::unit_interval, "", "opacity, under the opacity map"),
-    decl::color(&P::filterColor, "filterColor", {1, 1, 1, 1}, "colour of what comes through, for type 0"),
+    decl::color(&P::filterColor, "filterColor", {1, 1, 1, 1},
+                "colour of what comes through, for type 0; 0.5 0.5 0.5 is the plain mix by the opacity"),
     decl::scalar(&P::field_7, "field_7", 0, decl::any, "", "the host's own"),
     decl::integer(&P::falloffType, "falloffType", 0, decl::any,
                   "1: opacity falls off towards the rim; otherwise towards the middle"),
@@ -89,8 +92,10 @@ inline constexpr auto fields = decl::fields<P>(
                  "share of the reflection that stays in the dark"),
     decl::scalar(&P::reflectionLevel, "reflectionLevel", 3, decl::not_negative, "",
                  "how fast light brings the rest back"),
-    decl::array(&P::mapEnabled, miTYPE_BOOLEAN, "mapEnabled", "for each channel: its map counts"),
-    decl::array(&P::maps, miTYPE_SHADER, "maps", "for each channel: its map"),
+    decl::array(&P::mapEnabled, miTYPE_BOOLEAN, "mapEnabled",
+                "for each channel: its map counts; a map without an entry here is ignored"),
+    decl::array(&P::maps, miTYPE_SHADER, "maps",
+                "for each channel: its map; docs/materials.md tells the channels of each model"),
     decl::array(&P::mapAmounts, miTYPE_SCALAR, "mapAmounts",
                 "for each channel: how much its map counts; 1, also where missing, is all"),
     decl::integer(&P::lockAmbient, "lockAmbient", 1, {0, 1},
@@ -100,7 +105,8 @@ inline constexpr auto fields = decl::fields<P>(
     decl::integer(&P::field_21, "field_21", 0, decl::any, "the host's own"),
     decl::integer(&P::field_22, "field_22", 0, decl::any, "the host's own"),
     decl::integer(&P::materialId, "materialId", 0, decl::any, "written to fb_mtl_id; 0 for none"),
-    decl::element(&P::illumination, miTYPE_SHADER, "illumination", "illumination model; required"));
+    decl::element(&P::illumination, miTYPE_SHADER, "illumination",
+                  "illumination model, required; any other shader shows its colour"));
 
 } // namespace standard_material_table
 
@@ -108,7 +114,7 @@ inline constexpr decl::Shader orl_material[] = {
     {"orl_StandardMaterial", miTYPE_COLOR, 1, true, true,
      decl::apply(miSHADER_MATERIAL, miSHADER_SHADOW, miSHADER_PHOTON), standard_material_table::fields,
      "Everyday material with up to 24 mapped channels, shaded by an illumination model; also its own shadow "
-     "and photon shader."},
+     "and photon shader. What lies outside a documented range is not refused."},
 };
 
 } // namespace orl

@@ -43,10 +43,13 @@ struct RenderElementHandlerParams {
 namespace orl_rendelem_table {
 
 inline constexpr auto handler = decl::fields<RenderElementHandlerParams>(
-    decl::array(&RenderElementHandlerParams::elementShaders, miTYPE_SHADER, "elementShaders",
-                "one shader for each element; element k is written to the frame buffer named fb_re#k"),
+    decl::array(
+        &RenderElementHandlerParams::elementShaders, miTYPE_SHADER, "elementShaders",
+        "one shader for each element; element k is written to the frame buffer named fb_re#k, or to none "
+        "where the camera has no buffer of that name"),
     decl::array(&RenderElementHandlerParams::elementEnabled, miTYPE_BOOLEAN, "elementEnabled",
-                "for each element whether it takes part; elements behind the end of the list do not"),
+                "for each element whether it takes part; elements behind the end of the list do not, so that "
+                "without the list there are none"),
     decl::array(&RenderElementHandlerParams::elementWithoutShadows, miTYPE_BOOLEAN, "elementWithoutShadows",
                 "for each element: made by an eye ray of its own, with shadows off"),
     decl::array(&RenderElementHandlerParams::elementApplyAtmosphere, miTYPE_BOOLEAN, "elementApplyAtmosphere",

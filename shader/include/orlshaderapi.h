@@ -144,6 +144,26 @@ template <class Data> Data* new_instance_data(miState* state, MemoryPlace place 
     return new (*slot = memory) Data{};
 }
 
+/* Data of the running instance, made and prepared by the first call, whichever thread's that is; null when
+   the instance has no slot. */
+template <class Data, class Prepare>
+Data* instance_data_once(miState* state, const char* unit, const Prepare& prepare) {
+    static_assert(std::is_trivially_destructible_v<Data>);
+    void** const slot = instance_slot(state);
+    if (slot == nullptr)
+        return nullptr;
+    const std::atomic_ref<void*> shared(*slot);
+    void* known = shared.load(std::memory_order_acquire);
+    if (known != nullptr)
+        return static_cast<Data*>(known);
+    auto* const made = new (mi_mem_int_allocate(unit, __LINE__, sizeof(Data))) Data{};
+    prepare(*made);
+    if (shared.compare_exchange_strong(known, made, std::memory_order_acq_rel, std::memory_order_acquire))
+        return made;
+    mi_mem_int_release(unit, __LINE__, made);
+    return static_cast<Data*>(known);
+}
+
 /* Frees the data of the running instance, to be called from its exit after what it points to. */
 inline void delete_instance_data(miState* state, MemoryPlace place = instance_data_release) {
     void** const slot = instance_slot(state);
@@ -397,6 +417,11 @@ enum class MissingInput {
 
 /* Format of the message, which takes the shader instance's name. */
 const char* missing_input_format(MissingInput input);
+
+/* Reports once for each instance, by a format that takes its name, that a shader called it which it is not
+   for. The instance has no data of another kind; this makes it, under the unit's name, and its exit frees it.
+ */
+void report_wrong_caller(miState* state, const char* unit, const char* format);
 
 /* Reports a missing input once for each instance, whose data holds the warned flag. */
 void report_missing(miState* state, MissingInput input, miBoolean& warned);

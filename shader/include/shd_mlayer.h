@@ -44,7 +44,10 @@ inline constexpr auto multi_layer_fields = decl::fields<MultiLayerParams>(
 inline constexpr decl::Shader shd_mlayer[] = {
     {"orl_base_MultiLayerIllumination", miTYPE_COLOR, 1, false, true, decl::apply(miSHADER_TEXTURE),
      multi_layer_fields,
-     "Illumination model: two brushed highlights over a rough surface, for paint, lacquer and satin."},
+     "Illumination model: two brushed highlights over a rough surface, for paint, lacquer and satin. "
+     "Highlights follow the texture direction of each triangle, so that facets show unless the object "
+     "carries a "
+     "bump basis."},
 };
 
 } // namespace orl

@@ -4,6 +4,7 @@
  */
 #pragma once
 
+#include "call_argument.h"
 #include "orl_context.h"
 #include "output_request.h"
 
@@ -68,8 +69,7 @@ static_assert(sizeof(UvDerivRecord) == 56 && sizeof(XyzDerivRecord) == 56);
 template <class Record> Record* requested(miState* state) {
     if (state->user == nullptr || state->user_size != static_cast<int>(sizeof(Record)))
         return nullptr;
-    Record* const record = static_cast<Record*>(state->user);
-    return record->magic == Record::magic_number ? record : nullptr;
+    return checked(static_cast<Record*>(state->user));
 }
 
 /* Colour or intensity of the map at the state's point: transparent black, and false, when the generator

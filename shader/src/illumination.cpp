@@ -75,12 +75,11 @@ miBoolean continue_with(const IllumModel& model, miScalar soften, miColor* resul
     return record->continuation(result, state, record, model_params);
 }
 
-bool is_callable(miState* state, const IllumModel& model, const IllumRecord* record) {
+bool is_callable(miState* state, const IllumModel& model, const IllumRecord* argument) {
+    const IllumRecord* const record = checked(argument);
     if (record != nullptr && record->values != nullptr && record->continuation != nullptr)
         return true;
-    auto* const warned = instance_data_once<miBoolean>(state, model.unit, [](miBoolean&) {});
-    if (warned != nullptr && !test_and_set(*warned))
-        mi_error("\"%s\" is an illumination model: only materials can call it", shader_name(state));
+    report_wrong_caller(state, model.unit, "\"%s\" is an illumination model: only materials can call it");
     return false;
 }
 

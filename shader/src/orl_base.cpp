@@ -199,6 +199,12 @@ miBoolean pass_through(miColor* result, miState* state) {
     return mi_trace_continue(result, state);
 }
 
+void report_wrong_caller(miState* state, const char* unit, const char* format) {
+    auto* const warned = instance_data_once<miBoolean>(state, unit, [](miBoolean&) {});
+    if (warned != nullptr && !test_and_set(*warned))
+        mi_error(format, shader_name(state));
+}
+
 const char* missing_input_format(MissingInput input) {
     return missing_input_formats[static_cast<int>(input)];
 }

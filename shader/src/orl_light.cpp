@@ -485,14 +485,14 @@ bool emits_photons(miRay_type type) {
 
 template <class Rules>
 miBoolean shade(miColor* result, miState* state, const typename Rules::Params* params,
-                const VolumeLightRequest* request) {
+                const VolumeLightRequest* argument) {
     const auto* const data = instance_data<LightInstanceData>(state);
     if (data == nullptr || Rules::is_out(*data) || !eval(state, params->on))
         return miFALSE;
     if (emits_photons(state->type))
         return emit_photon(result, state, *data, Rules::kind, projector_of(state, params));
     const bool light_ray = state->type == miRAY_LIGHT;
-    if (request != nullptr) {
+    if (const VolumeLightRequest* const request = checked(argument)) {
         // Along a light ray the volume light dims other lights, which those without atmosphere shadows
         // ignore.
         if (light_ray && !eval(state, params->atmosphereShadowsOn))

@@ -225,7 +225,11 @@ miBoolean run_model(miColor* result, miState* state, const StandardMaterialParam
     record.continuation = way_of(state->type);
     record.material = &call;
     const PushedIndices indices(state, eval(state, params->indexOfRefraction));
-    return mi_call_shader_x(result, miSHADER_TEXTURE, state, model, &record);
+    const miBoolean done = mi_call_shader_x(result, miSHADER_TEXTURE, state, model, &record);
+    // Whatever shader it is, its colour shows.
+    if (done && record.shade == nullptr && !test_and_set(instance->warnedOfModel))
+        mi_warning("\"%s\": the shader in `illumination` is no illumination model", shader_name(state));
+    return done;
 }
 
 } // namespace

@@ -335,6 +335,17 @@ miColor final_color(miState* state, const StdElementParams* params, miInteger ty
     }
 }
 
+// Maps and materials are called as textures, with other records than the handler's.
+bool is_callable(miState* state, const orl_RenderElementCall* call) {
+    if (call == nullptr)
+        return false;
+    if (call_type(state) != miSHADER_TEXTURE)
+        return true;
+    report_wrong_caller(state, "orl_stdelem",
+                        "\"%s\" is a render element: only orl_RenderElementHandler can call it");
+    return false;
+}
+
 // ---- end of the render
 
 ElementRange range_of_all_threads(miState* state) {
@@ -361,7 +372,7 @@ ORL_VERSION(orl_stdelem, orl_StdRenderElements);
 
 ORL_EXPORT miBoolean orl_StdRenderElements(miColor* result, miState* state, const StdElementParams* params,
                                            orl_RenderElementCall* call) {
-    if (call == nullptr)
+    if (!is_callable(state, call))
         return miTRUE;
     const miInteger type = eval(state, params->type);
     if (type < 0 || type >= element_type_count)
@@ -387,4 +398,5 @@ ORL_EXPORT void orl_StdRenderElements_exit(miState* state, StdElementParams* par
         params->highestSpeed = std::sqrt(range.squaredSpeed);
     }
     delete_thread_data(state);
+    delete_instance_data(state);
 }

@@ -329,7 +329,7 @@ UvGenCache& cache_of(miState* state, UvGenCache& spare) {
 
 // Only a request that can be sampled counts; with any other the generator gives coordinates.
 bool is_valid(const UvBumpRequest* request) {
-    return request != nullptr && request->magic == UvBumpRequest::magic_number && request->plain != nullptr;
+    return checked(request) != nullptr && request->plain != nullptr;
 }
 
 GeneratorRequest wanted(miState* state, const UvBumpRequest* request) {

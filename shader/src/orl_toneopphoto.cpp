@@ -112,6 +112,9 @@ ORL_EXPORT void orl_ToneOpPhoto_init(miState* state, const ToneOpPhotoParams* pa
         data->transform = library.transform_color;
         data->untransform = library.untransform_color;
     }
+    if (data->enabled && data->transform == nullptr)
+        mi_warning("\"%s\" maps no colours: the library \"architectural\" or its tone mapping is missing",
+                   shader_name(state));
 }
 
 ORL_EXPORT miBoolean orl_ToneOpPhoto(miColor* result, miState* state, const ToneOpPhotoParams*) {

@@ -232,7 +232,9 @@ std::string help_footer(const CommandLine& line) {
     return "Without -o " + picture +
            ".\nA scene that renders several frames gives NAME.0001.png, NAME.0002.png and so on.\n"
            "Ctrl-C writes what is finished to NAME.partial.png; a second one ends the program at once.\n"
-           "\nExit codes: 0 rendered, 1 an error or nothing to render, 130 stopped with Ctrl-C.";
+           "\nExit codes: 0 rendered, 1 a scene, library or file could not be used or there was nothing to "
+           "render, "
+           "130 stopped with Ctrl-C. Errors that shaders report while rendering do not count.";
 }
 
 void declare(CLI::App& app, CommandLine& line) {

@@ -6,6 +6,8 @@
 #include <climits>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <span>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -17,6 +19,9 @@
 #endif
 
 #include "exports.h"
+#include "illumination.h"
+#include "orl_attenuv.h"
+#include "output_request.h"
 #include "scripted_renderer.h"
 #include "state_builder.h"
 
@@ -147,9 +152,11 @@ public:
         init(state, &instance_.params(), &wanted);
     }
 
-    miBoolean call() {
-        alignas(16) std::array<unsigned char, 1024> result{};
-        const miBoolean answer = function<Call>(name_)(result.data(), state, &instance_.params(), nullptr);
+    alignas(16) std::array<unsigned char, 1024> result; // of the last call
+
+    miBoolean call(void* argument = nullptr) {
+        result = {};
+        const miBoolean answer = function<Call>(name_)(result.data(), state, &instance_.params(), argument);
         EXPECT_TRUE(answer == miTRUE || answer == miFALSE) << answer;
         return answer;
     }
@@ -178,10 +185,10 @@ private:
         return std::count_if(pointers, pointers + count,
                              [](const void* pointer) { return pointer != nullptr; });
     }
-    void query(miQ_type code, void* result, ...) {
+    void query(miQ_type code, void* answer, ...) {
         va_list arguments;
-        va_start(arguments, result);
-        Renderer::get().mi_vquery.unscripted(code, state, miNULLTAG, result, arguments);
+        va_start(arguments, answer);
+        Renderer::get().mi_vquery.unscripted(code, state, miNULLTAG, answer, arguments);
         va_end(arguments);
     }
 
@@ -266,6 +273,70 @@ TEST_F(Module, BadStatesAndTagsAreSurvivedInTime) {
             live(shader, Fill::defaults, faults[k]);
         }
     });
+}
+
+// ---- a shader in a slot for others
+
+// What a slot hands to its shader, in a block of its own: the sanitizer sees who reads on behind it.
+struct Slot {
+    miShader_type call;
+    std::function<std::shared_ptr<void>()> argument;
+};
+template <class Record> Slot slot(miShader_type call, Record record) {
+    return {call, [record] { return std::make_shared<Record>(record); }};
+}
+
+enum Family : std::size_t { model, light, element, others };
+
+Family family_of(const orl::Unit& unit, const Shader& shader) {
+    const std::string name = shader.name;
+    const std::string from = unit.name;
+    if (name.ends_with("Illumination"))
+        return model;
+    return from == "orl_light" ? light : from == "orl_stdelem" ? element : others;
+}
+
+// The others are survived. Models, lights and elements give what they give without a record; a model and an
+// element tell why, once.
+TEST_F(Module, RecordsForOthersAreLeftAlone) {
+    const Slot maps[] = {slot(miSHADER_TEXTURE, orl::OutputRequest::color),
+                         slot(miSHADER_TEXTURE, orl::OutputRequest::mono),
+                         slot(miSHADER_TEXTURE, orl::OutputRequest::vector)};
+    const Slot illumination[] = {slot(miSHADER_TEXTURE, orl::IllumRecord{})};
+    orl::VolumeLightRequest request{};
+    request.magic = orl::VolumeLightRequest::magic_number;
+    const Slot volume_light[] = {slot(miSHADER_LIGHT, request)};
+    const Slot elements[] = {slot(miSHADER_DEFAULT, orl_RenderElementCall{0, nullptr}),
+                             slot(miSHADER_DEFAULT, orl_RenderElementCall{1, nullptr})};
+    const std::pair<Family, std::span<const Slot>> slots[] = {
+        {model, illumination}, {light, volume_light}, {element, elements}, {others, maps}};
+    const auto run = [&](const Shader& shader, miShader_type call, const std::shared_ptr<void>& argument) {
+        Life life(shader, Fill::defaults);
+        life.begin();
+        life.state->call_type = call;
+        life.call(argument.get());
+        const miBoolean answer = life.call(argument.get());
+        life.end();
+        return std::pair(answer, life.result);
+    };
+    for (const orl::Unit& unit : orl::units)
+        for (const Shader& shader : unit.shaders)
+            for (const auto& [owner, its_slots] : slots)
+                for (const Slot& slot : its_slots) {
+                    const Family family = family_of(unit, shader);
+                    if (family == owner)
+                        continue;
+                    SCOPED_TRACE(std::string(shader.name) + " in slot of family " + std::to_string(owner));
+                    const auto without = run(shader, slot.call, nullptr);
+                    const std::size_t before = renderer.messages().size();
+                    const auto with = run(shader, slot.call, slot.argument());
+                    if (family == others)
+                        continue;
+                    EXPECT_EQ(with, without);
+                    const bool tells =
+                        family == model || (family == element && slot.call == miSHADER_TEXTURE);
+                    EXPECT_EQ(renderer.messages().size() - before, tells ? 1u : 0u);
+                }
 }
 
 } // namespace

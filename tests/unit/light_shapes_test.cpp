@@ -145,7 +145,7 @@ TEST_F(LightShapes, VolumeLightIsAnsweredWithTheStretchedRanges) {
         miColor colors[6];
         miScalar attenuations[6];
         for (const int count : {1, 6})
-            EXPECT_EQ(count == 6, sample_light_in_volume(state, {77, 0.5f, 1.5f, count, points, colors, attenuations},
+            EXPECT_EQ(count == 6, sample_light_in_volume(state, {VolumeLightRequest::magic_number, 77, 0.5f, 1.5f, count, points, colors, attenuations},
                                                          {1, 2, 4, 1, 10, 20}, decay_inverse_square, 2, ProbeDistance(axis)));
         for (int k = 0; k < 6; ++k)
             EXPECT_LT(std::hypot(attenuations[k] - expected[k], colors[k].g - expected[k]), 1e-6f) << k;

@@ -301,7 +301,8 @@ TEST_F(Lights, AnswerVolumeLights) {
     const miVector point{3, 0, -4};
     miColor answer{};
     miScalar attenuation = 0;
-    const VolumeLightRequest request{lamp, 0.5f, 1.5f, 1, &point, &answer, &attenuation};
+    const VolumeLightRequest request{
+        VolumeLightRequest::magic_number, lamp, 0.5f, 1.5f, 1, &point, &answer, &attenuation};
     state->type = miRAY_EYE;
     const auto expect = [&](const auto& kind, float color, float ranges) {
         for (const float density : {0.0f, 1.0f, -1.0f}) { // no shadow, nothing else, taken from the light

@@ -109,6 +109,29 @@ TEST(StageCalls, WithoutEndAreGivenUpAndReportedOnce) {
     stage::set_message_sink(nullptr);
 }
 
+// Behind the shader's own text, and of the shader that sends it, also after it has called another.
+TEST(StageCalls, MessagesTellThePlaceOfTheirShader) {
+    std::vector<std::string> told;
+    stage::set_message_sink([&](stage::MessageLevel, std::string_view text) { told.emplace_back(text); });
+    TestScene s;
+    s.shader("inner", [&](miState*, miColor&) { mi_warning("%d\n", 1); });
+    s.shader("outer", [&](miState* state, miColor& c) {
+        mi_call_shader(&c, miSHADER_TEXTURE, state, s.tag("inner"));
+        mi_error("2");
+        mi_info("3");
+    });
+    s.build();
+    const auto file = std::make_shared<const std::string>("s.mi");
+    s.scene.database.find(s.tag("inner"))->place = {file, 7, 1};
+    s.scene.database.find(s.tag("outer"))->place = {file, 9, 3};
+    miState state = s.eye();
+    miColor result{};
+    mi_call_shader(&result, miSHADER_MATERIAL, &state, s.tag("outer"));
+    mi_error("4");
+    stage::set_message_sink(nullptr);
+    EXPECT_EQ(told, (std::vector<std::string>{"1 (s.mi:7:1)", "2 (s.mi:9:3)", "3", "4"}));
+}
+
 TEST(StageCalls, NestedCallsSeeTheirOwnTypeAndLeaveTheStateAsItWas) {
     TestScene s;
     std::vector<int> types;

@@ -1,17 +1,20 @@
 /*
  * Writes what follows from the module's declaration tables into a folder: the scene declarations
- * (orlshaders.mi), a reference page for each unit and the linkers' lists of exports (orlshaders.map for ELF,
- * orlshaders.def for Windows).
+ * (orlshaders.mi), a reference page for each unit, an index of the shaders, and the linkers' lists of exports
+ * (orlshaders.map for ELF, orlshaders.def for Windows).
  */
 #include "exports.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -64,10 +67,15 @@ constexpr const char* apply_names[miNSHADERTYPES] = {
     "displace", "emitter",  "output", nullptr,  "lightmap",    nullptr,  "state",   nullptr,
 };
 
+// Whole numbers as they are; the others as the shortest text that reads back as the same single-precision
+// number.
 std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.9g", value);
-    return text;
+    char text[64];
+    const auto whole = std::fabs(value) < 1e9 ? static_cast<long long>(value) : 0;
+    const bool is_whole = static_cast<double>(whole) == value;
+    const auto end = is_whole ? std::to_chars(text, text + sizeof text, whole)
+                              : std::to_chars(text, text + sizeof text, static_cast<float>(value));
+    return {text, end.ptr};
 }
 
 std::string default_text(const Field& field) {
@@ -194,6 +202,21 @@ std::string data_page() {
     return page.str();
 }
 
+// All shaders by name, with the page and the source that hold them.
+std::string index_page() {
+    std::map<std::string_view, const orl::Unit*> shaders;
+    for (const orl::Unit& unit : orl::units)
+        for (const Shader& shader : unit.shaders)
+            shaders[shader.name] = &unit;
+    std::string text = "# Shaders by name\n\n| shader | page | source |\n|---|---|---|\n";
+    for (const auto& [name, unit] : shaders) {
+        const std::string page = std::string(unit->name) + ".md";
+        text.append("| `").append(name).append("` | [").append(page).append("](").append(page);
+        text.append(") | `shader/src/").append(unit->name).append(".cpp` |\n");
+    }
+    return text;
+}
+
 // ---- exports
 
 std::vector<std::string> exports() {
@@ -239,6 +262,7 @@ int main(int argc, char** argv) {
     for (const orl::Unit& unit : orl::units)
         write(folder, std::string(unit.name) + ".md", unit_page(unit));
     write(folder, "orl_support.md", data_page());
+    write(folder, "index.md", index_page());
 
     const std::vector<std::string> names = exports();
     write(folder, "orlshaders.map", "{\nglobal:\n" + lines(names, "    ", ";\n") + "local:\n    *;\n};\n");

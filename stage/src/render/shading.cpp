@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 #include <mutex>
+#include <utility>
 
 #include "kit/message.h"
 #include "render/renderer.h"
@@ -13,6 +14,9 @@
 namespace stage {
 
 namespace {
+
+// What this thread runs, for messages. Reached without a call, since every call of a shader sets it.
+[[gnu::tls_model("initial-exec")]] thread_local const miFunction* running = nullptr;
 
 // What a call changes in the state, put back when it ends. The memory that it took is given back, and with it
 // the rays that it cast: the state's child is again the one that the calling shader knows. A lens shader's
@@ -22,11 +26,12 @@ public:
     CallScope(miState* state, miShader_type type, miFunction* function)
         : state_(state), arena_(context_of(state).arena), mark_(arena_.mark()), shader_(state->shader),
           child_(state->child), user_(state->user), user_size_(state->user_size), type_(state->call_type),
-          keep_rays_(type == miSHADER_LENS) {
+          running_(std::exchange(running, function)), keep_rays_(type == miSHADER_LENS) {
         state->shader = function;
         state->call_type = type;
     }
     ~CallScope() {
+        running = running_;
         state_->shader = shader_;
         state_->user = user_;
         state_->user_size = user_size_;
@@ -48,6 +53,7 @@ private:
     void* user_;
     int user_size_;
     miShader_type type_;
+    const miFunction* running_;
     bool keep_rays_;
 };
 
@@ -197,6 +203,10 @@ miBoolean call_one(void* result, miShader_type type, miState* state, Element* el
 }
 
 } // namespace
+
+const Element* running_shader() {
+    return running ? element_of(running) : nullptr;
+}
 
 // A list is lit when one of its shaders is; a shadow list ends with the first that blocks the light.
 miBoolean call_shader(void* result, miShader_type type, miState* state, miTag tag, void* arg) {

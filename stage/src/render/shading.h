@@ -11,6 +11,9 @@ namespace stage {
 // Phenomena run the root that belongs to the type, materials the shader in the type's slot.
 miBoolean call_shader(void* result, miShader_type type, miState* state, miTag tag, void* arg);
 
+// The shader instance that this thread runs, its init included; null for none.
+const Element* running_shader();
+
 inline miTag slot_of(const miMaterial& material, miShader_type type) {
     switch (type) {
     case miSHADER_SHADOW:
