@@ -55,6 +55,27 @@ TEST(StageCalls, FirstCallsInitialiseInOrderAndExitsUndoThemInReverse) {
     EXPECT_EQ(life, "init, init 1, "); // anew for the next frame
 }
 
+TEST(StageCalls, InstancesOfAShaderHaveALockEachAndOneTogether) {
+    TestScene s;
+    miLock instance[2] = {}, all[2] = {};
+    int call = 0;
+    s.shader("a", [&](miState* state, miColor&) {
+        miLock *own = nullptr, *shared = nullptr;
+        mi_query(miQ_FUNC_LOCK, state, miNULLTAG, &own);
+        mi_query(miQ_DECL_LOCK, state, miNULLTAG, &shared);
+        instance[call] = *own;
+        all[call++] = *shared;
+    });
+    s.parse("shader b a_code ()\n");
+    s.build();
+    s.call(s.tag("a"));
+    s.call(s.tag("b"));
+    EXPECT_TRUE(instance[0] && instance[1] && all[0]);
+    EXPECT_NE(instance[0], instance[1]);
+    EXPECT_EQ(all[0], all[1]);
+    EXPECT_NE(all[0], instance[0]);
+}
+
 TEST(StageCalls, ManyThreadsInitialiseOnce) {
     TestScene s;
     add_life(s);
