@@ -113,6 +113,11 @@ TEST_F(Bake, LooksAtTheTexelsPointAlongTheNormal) {
     triangles.normal_offset = -1;
     shade();
     expect_near(*org, {14, 1, 2}, 1e-5f);
+    constexpr miMatrix mirrored{-0.5f, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 7, 0, 0, 1};
+    renderer.set_to_space(scripted::Space::object, mirrored); // 14 - 2x: the front stays in front
+    met_at = {10, 1, 0};
+    EXPECT_TRUE(shade());
+    expect_near(*org, {10, 1, 2}, 1e-5f);
 
     EXPECT_FALSE(shade(0.75f)); // no triangle there
     EXPECT_FALSE(org);
