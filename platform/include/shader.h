@@ -720,6 +720,12 @@ public:
     virtual void releaseFramebuffer(Framebuffer* framebuffers) = 0;
     virtual void release() = 0;
 
+    /* The finished picture of a frame buffer, for output shaders; `index` as for mi_fb_put. P: null outside
+       of output shaders, for an index that names no buffer and for buffers of integers. What is written to
+       the image counts once it is closed. */
+    virtual miImg_image* open_output_image(miState* state, int index) = 0; /* P */
+    virtual void close_output_image(miState* state, int index) = 0;
+
 protected:
     ~Interface() = default;
 };

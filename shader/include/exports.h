@@ -14,6 +14,7 @@
 #include "orl_material.h"
 #include "orl_output.h"
 #include "orl_rendelem.h"
+#include "orl_rtt.h"
 #include "orl_stdelem.h"
 #include "orl_stduv.h"
 #include "orl_stdxyz.h"
@@ -62,6 +63,7 @@ inline constexpr Unit units[] = {
     {"orl_material", orl_material},
     {"orl_output", orl_output},
     {"orl_rendelem", orl_rendelem},
+    {"orl_rtt", orl_rtt},
     {"orl_stdelem", orl_stdelem},
     {"orl_stduv", orl_stduv},
     {"orl_stdxyz", orl_stdxyz},

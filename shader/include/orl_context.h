@@ -10,6 +10,9 @@
  * Differentials, 1999, gives the derivation and what curvature would add). A triangle then turns
  * displacements of the point into changes of whatever its corners carry.
  *
+ * While an object is baked, the edges are the steps from a texel to the next ones instead, as if the eye saw
+ * the texture square without perspective.
+ *
  * The first part is plain geometry, the second reads the state.
  */
 #pragma once
@@ -26,7 +29,7 @@ struct Lens {
     float focal;                 // distance from the eye to the image plane
     float pixel_width;           // on the image plane
     float pixel_height;          // on the image plane
-    miVector right, up, forward; // the camera's axes, of length 1
+    miVector right, up, forward; // the camera's axes, of length 1; `forward` counts with perspective only
 };
 
 /* How a value changes from one pixel to the next, right and up. */

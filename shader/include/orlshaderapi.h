@@ -301,7 +301,13 @@ struct ArchitecturalLightRecord {
     miInteger field_3; /* lights that tell the two apart clear it */
 };
 
-struct ProjectionContext; // of the object that is baked; with the baking lens
+/* How far the next texels of a baked object are, internal space. The baking lens sets it while it traces;
+   footprints read it, for the camera's pixels mean nothing there. The lens sets no VertexSource: its rays
+   meet the object itself, whose vertices the renderer tells. */
+struct ProjectionContext {
+    miVector right; /* from the texel to its neighbour on the right */
+    miVector up;
+};
 
 namespace keys {
 // clang-format off

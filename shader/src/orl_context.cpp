@@ -132,6 +132,16 @@ Path path_of(const miState* state) {
     return {state, static_cast<float>(length)};
 }
 
+// The texels of a baked object as a lens. Only below a lens shader is there anything to ask for.
+bool baking_lens_of(miState* state, const miState* eye, Lens& lens) {
+    const ProjectionContext* const texel =
+        eye->parent != nullptr ? find_record(state, keys::projection) : nullptr;
+    if (texel == nullptr)
+        return false;
+    lens = {true, 0.0f, 1.0f, 1.0f, texel->right, texel->up, {0, 0, 0}};
+    return true;
+}
+
 bool lens_of(miState* state, Lens& lens) {
     const miCamera* const camera = state->camera;
     if (camera == nullptr || camera->x_resolution < 1 || camera->y_resolution < 1)
@@ -155,9 +165,9 @@ bool lens_of(miState* state, Lens& lens) {
 Differential footprint(miState* state, Selector selector) {
     miState* const at = selector == Selector::light_ray && state->parent != nullptr ? state->parent : state;
     Lens lens;
-    if (!lens_of(state, lens))
-        return {};
     const Path path = path_of(at);
+    if (!baking_lens_of(state, path.eye, lens) && !lens_of(state, lens))
+        return {};
     if (selector == Selector::environment_ray)
         return direction_footprint(lens, path.eye->dir);
     return surface_footprint(lens, path.eye->dir, at->dir, at->normal_geom, path.length);

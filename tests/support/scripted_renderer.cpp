@@ -109,6 +109,14 @@ public:
         renderer_.pins_ -= framebuffers != nullptr;
     }
     void release() override { --renderer_.pins_; }
+    miImg_image* open_output_image(miState*, int index) override {
+        miImg_image* const image = index == 0 ? renderer_.output_image : nullptr;
+        renderer_.pins_ += image != nullptr;
+        return image;
+    }
+    void close_output_image(miState*, int index) override {
+        renderer_.pins_ -= index == 0 && renderer_.output_image != nullptr;
+    }
 
 private:
     Renderer& renderer_;
@@ -169,6 +177,7 @@ void Renderer::reset() {
     trace_color.reset();
     triangle = Triangle();
     texture_spaces = 0;
+    output_image = nullptr;
     aborted = false;
     clear_logs();
     thread_pointers_.clear();

@@ -227,11 +227,12 @@ public:
 
     void set_to_space(Space space, const miScalar* internal_to_space);
 
-    std::vector<miTag> lights;          // mi_global_lights_info, miQ_GLOBAL_LIGHTS
-    std::optional<miColor> trace_color; // what every cast ray brings back; none: miFALSE, result untouched
-    Triangle triangle;                  // mi_tri_vectors
-    int texture_spaces = 0;             // miQ_NUM_TEXTURES
-    bool aborted = false;               // mi_par_aborted
+    std::vector<miTag> lights;           // mi_global_lights_info, miQ_GLOBAL_LIGHTS
+    std::optional<miColor> trace_color;  // what every cast ray brings back; none: miFALSE, result untouched
+    Triangle triangle;                   // mi_tri_vectors
+    int texture_spaces = 0;              // miQ_NUM_TEXTURES
+    miImg_image* output_image = nullptr; // the main image, for output shaders
+    bool aborted = false;                // mi_par_aborted
 
 private:
     struct Element {

@@ -113,8 +113,8 @@ protected:
                 put(field, i, static_cast<float>(field.value.number[i]));
     }
     void put(const orl::decl::Field& field, int i, float value) {
-        const auto whole = static_cast<miInteger>(value);
         const bool real = field.type == miTYPE_SCALAR || field.type == miTYPE_COLOR;
+        const miInteger whole = real ? 0 : static_cast<miInteger>(value);
         std::memcpy(instance->bytes + field.offset + 4 * i, real ? static_cast<const void*>(&value) : &whole,
                     4);
     }

@@ -55,6 +55,21 @@ TEST(StageCalls, FirstCallsInitialiseInOrderAndExitsUndoThemInReverse) {
     EXPECT_EQ(life, "init, init 1, "); // anew for the next frame
 }
 
+TEST(StageCalls, InstancesOfAShaderHaveALockEachAndOneTogether) {
+    TestScene s;
+    std::vector<miLock> locks;
+    s.shader("a", [&](miState* state, miColor&) {
+        miLock* lock = nullptr;
+        for (const miQ_type code : {miQ_FUNC_LOCK, miQ_DECL_LOCK})
+            locks.push_back(mi_query(code, state, miNULLTAG, &lock) ? *lock : nullptr);
+    });
+    s.parse("shader b a_code ()\n");
+    s.build();
+    s.call(s.tag("a"));
+    s.call(s.tag("b"));
+    EXPECT_TRUE(locks[0] && locks[1] && locks[2] && locks[0] != locks[2] && locks[1] == locks[3]);
+}
+
 TEST(StageCalls, ManyThreadsInitialiseOnce) {
     TestScene s;
     add_life(s);

@@ -56,8 +56,6 @@ TEST(StageDemands, AreMetOrTold) {
         {"globillum accuracy 100 2", "", "2:9: \"opt\": accuracy and depth of photons are"},
         {"\"autovolume\" on", "", "2:9: \"opt\": the string option autovolume is not supported yet and"},
         {"", "framebuffer \"b\" filetype \"rla\"", "3:8: \"cam\": frame buffer \"b\": the file type is"},
-        {"", "output \"s\" ()", "3:36: \"s\": output shaders are not supported yet"},
-        {"output off", "output \"s\" ()", ""},
         {"", "resolution 32768 8193", "3:8: the camera \"cam\" asks for a picture of 32768 x 8193 pixels"},
         {"motion on shutter 1", "", "4:50: \"i\": moving lights", lamp + moves + " end instance", "\"i\""},
         {"motion off shutter 1", "", "", lamp + moves + " end instance", "\"i\""},

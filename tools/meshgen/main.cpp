@@ -33,6 +33,13 @@ int main(int argc, char** argv) {
                    "Turn about this axis during the shutter interval, its length "
                    "in radians")
         ->expected(3);
+    std::vector<std::uint32_t> charts;
+    double gutter = 0.03;
+    app.add_option("--charts", charts, "Cut the texture square into so many columns and rows of charts")
+        ->expected(2)
+        ->check(CLI::Range(1, 1000));
+    app.add_option("--gutter", gutter, "Share of a chart's place that stays free on either side")
+        ->check(CLI::Range(0.0, 0.49));
     app.add_flag("--triangles", options.triangles, "Cut quads into triangles");
 
     Mesh mesh;
@@ -79,6 +86,8 @@ int main(int argc, char** argv) {
 
     if (options.name.empty())
         options.name = app.get_subcommands().front()->get_name();
+    if (!charts.empty())
+        mesh = cut_into_charts(mesh, charts[0], charts[1], gutter);
     options.motion = {motion[0], motion[1], motion[2]};
     options.spin = {spin[0], spin[1], spin[2]};
     std::ofstream file(output, std::ios::binary);

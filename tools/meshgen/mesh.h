@@ -74,6 +74,11 @@ template <class Function> Mesh net(std::uint32_t columns, std::uint32_t rows, co
     return mesh;
 }
 
+// Cuts the texture square into columns * rows charts, each a little smaller than its place: `gutter` is the
+// share of a place's edge that stays free on either side. Every face goes to the chart that its middle lies
+// in.
+Mesh cut_into_charts(const Mesh& mesh, std::uint32_t columns, std::uint32_t rows, double gutter);
+
 // What is written beside the mesh itself.
 struct ObjectOptions {
     std::string name;

@@ -1,6 +1,8 @@
 // The shapes that are given by a formula.
 #include <algorithm>
+#include <map>
 #include <numbers>
+#include <utility>
 
 #include "mesh.h"
 
@@ -91,6 +93,37 @@ Mesh sweep(double width, double front, double back, double radius, double height
         const Vec normal{0, -exact(std::sin(turn)), exact(std::cos(turn))};
         return Vertex{point, normal, {u * width, along, 0}};
     });
+}
+
+Mesh cut_into_charts(const Mesh& mesh, std::uint32_t columns, std::uint32_t rows, double gutter) {
+    const auto place_of = [](double coordinate, std::uint32_t places) {
+        return std::min(static_cast<std::uint32_t>(coordinate * places), places - 1);
+    };
+    const auto into_place = [=](double coordinate, std::uint32_t place, std::uint32_t places) {
+        return (place + gutter + (coordinate * places - place) * (1 - 2 * gutter)) / places;
+    };
+    Mesh result;
+    std::map<std::pair<std::uint32_t, std::uint32_t>, std::uint32_t> known; // by vertex and chart
+    for (const auto& face : mesh.faces) {
+        Vec middle;
+        for (const std::uint32_t corner : face)
+            middle = middle + mesh.vertices[corner].texture * 0.25;
+        const std::uint32_t column = place_of(middle.x, columns), row = place_of(middle.y, rows);
+        std::array<std::uint32_t, 4> corners{};
+        for (std::size_t i = 0; i < face.size(); ++i) {
+            const auto [entry, added] = known.try_emplace({face[i], row * columns + column},
+                                                          static_cast<std::uint32_t>(result.vertices.size()));
+            if (added) {
+                Vertex vertex = mesh.vertices[face[i]];
+                vertex.texture = {into_place(vertex.texture.x, column, columns),
+                                  into_place(vertex.texture.y, row, rows), 0};
+                result.vertices.push_back(vertex);
+            }
+            corners[i] = entry->second;
+        }
+        result.faces.push_back(corners);
+    }
+    return result;
 }
 
 Mesh lathe(const std::vector<double>& profile, std::uint32_t columns) {

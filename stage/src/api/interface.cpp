@@ -188,6 +188,14 @@ public:
         delete static_cast<Buffers*>(framebuffers);
     }
     void release() override {}
+    miImg_image* open_output_image(miState*, int index) override {
+        stage::Renderer* renderer = stage::current_renderer();
+        return renderer ? renderer->open_output_image(index) : nullptr;
+    }
+    void close_output_image(miState*, int index) override {
+        if (stage::Renderer* renderer = stage::current_renderer())
+            renderer->close_output_image(index);
+    }
 };
 
 } // namespace

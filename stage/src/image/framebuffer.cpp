@@ -48,7 +48,42 @@ std::size_t main_buffer(std::span<const FramebufferDesc> descs) {
     return static_cast<std::size_t>(found - descs.begin());
 }
 
+// The image type in floats that has the buffer's channels.
+miImg_type image_type(const FrameBuffer& buffer) {
+    switch (buffer.channels) {
+    case 1:
+        return buffer.type->type <= miIMG_TYPE_A_FP ? miIMG_TYPE_A_FP : miIMG_TYPE_S_FP;
+    case 3:
+        return miIMG_TYPE_RGB_FP;
+    default:
+        return miIMG_TYPE_RGBA_FP;
+    }
+}
+
 } // namespace
+
+ImageMemory image_of(const FrameBuffer& buffer) {
+    const miImg_type type = image_type(buffer);
+    ImageMemory memory(buffer.width, buffer.height, type);
+    for (int y = 0; y < buffer.height; ++y)
+        for (int x = 0; x < buffer.width; ++x) {
+            const std::span<const float> p = buffer.pixel(x, y);
+            const miColor color = buffer.channels == 1   ? miColor{p[0], p[0], p[0], p[0]}
+                                  : buffer.channels == 3 ? miColor{p[0], p[1], p[2], 1.0f}
+                                                         : miColor{p[0], p[1], p[2], p[3]};
+            put_image_color(memory.image(), color, x, y);
+        }
+    return memory;
+}
+
+void take_image(FrameBuffer& buffer, const miImg_image* image) {
+    for (int y = 0; y < buffer.height; ++y)
+        for (int x = 0; x < buffer.width; ++x) {
+            const miColor color = image_color(image, x, y);
+            const std::array channels = {color.r, color.g, color.b, color.a};
+            std::ranges::copy_n(channels.begin(), buffer.channels, buffer.pixel(x, y).begin());
+        }
+}
 
 const FrameBufferType* find_framebuffer_type(std::string_view name) {
     const auto found = std::ranges::find(types, name, &FrameBufferType::name);

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "kit/image.h"
 #include "scene/scene.h"
 
 namespace stage {
@@ -45,6 +46,11 @@ private:
                static_cast<std::size_t>(channels);
     }
 };
+
+// A copy of a buffer in full precision, as the interface's image record; and the way back. Not for buffers of
+// integers.
+[[nodiscard]] ImageMemory image_of(const FrameBuffer& buffer);
+void take_image(FrameBuffer& buffer, const miImg_image* image);
 
 // The buffers of a frame: the main image first (made up when the camera names none), then the others in
 // their order. Throws SceneError at `place` for an unknown data type.

@@ -105,11 +105,6 @@ void report_camera(const World& world, const Element& element) {
     Scene& scene = world.scene;
     const auto& c = *element.as<miCamera>();
     warn_of(scene, element, {{c.frame_field != 0, "rendering of fields is", true}});
-    if (!world.options->no_output)
-        for (const Element* shader = scene.database.find(c.output);
-             shader && shader->type == miSCENE_FUNCTION;
-             shader = scene.database.find(shader->as<miFunction>()->next_function))
-            warn_once(scene, *shader, "output shaders are not supported yet: it does not run");
     const Element* buffers = scene.database.find(c.framebuffers);
     if (!buffers || buffers->type != miSCENE_FRAMEBUFFERS)
         return;

@@ -214,11 +214,52 @@ bool Renderer::render() {
     f.next.store(0, std::memory_order_relaxed);
     f.arena.execute([&] { tbb::parallel_for(0, f.arena.max_concurrency(), [&](int) { work(); }); });
     complete_ = !aborted();
-    if (!complete_)
+    if (complete_)
+        run_output_shaders();
+    else
         f.film->finish_rest();
     f.progress.reset();
     world_->scene.exit_shaders(&f.state);
     return complete_;
+}
+
+// One after the other, on this thread. Images that they leave open are closed for them.
+void Renderer::run_output_shaders() {
+    const Frame& f = *frame_;
+    if (f.camera.output == miNULLTAG || f.options.no_output)
+        return;
+    ThreadContext& context = *contexts_.front();
+    if (settings_.statistics)
+        context.statistics.start_clock();
+    const FamilyScope scope(context.statistics, Family::renderer);
+    output_images_.resize(buffers_.size());
+    miState state;
+    copy_state(state, f.state);
+    state.type = miRAY_OUTPUT;
+    state.renderer = &context;
+    miColor unused{};
+    call_shader(&unused, miSHADER_OUTPUT, &state, f.camera.output, nullptr);
+    for (std::size_t index = 0; index < output_images_.size(); ++index)
+        close_output_image(static_cast<int>(index));
+    output_images_.clear();
+}
+
+miImg_image* Renderer::open_output_image(int index) {
+    const auto number = static_cast<std::size_t>(index);
+    if (index < 0 || number >= output_images_.size() ||
+        buffers_[number].type->storage == FrameBufferType::Storage::integer)
+        return nullptr;
+    if (!output_images_[number])
+        output_images_[number] = image_of(buffers_[number]);
+    return output_images_[number]->image();
+}
+
+void Renderer::close_output_image(int index) {
+    const auto number = static_cast<std::size_t>(index);
+    if (index < 0 || number >= output_images_.size() || !output_images_[number])
+        return;
+    take_image(buffers_[number], output_images_[number]->image());
+    output_images_[number].reset();
 }
 
 // One thread's share: buckets in their order until none is left.

@@ -32,7 +32,8 @@ public:
     Renderer(Scene& scene, const RenderCommand& command, const RenderSettings& settings);
     ~Renderer();
 
-    // Renders the frame. Returns false when it was stopped before the end; what is finished is kept.
+    // Renders the frame and runs the camera's output shaders. Returns false when it was stopped before the
+    // end; what is finished is kept.
     bool render();
     // Writes the pictures (only after render); those of a frame that was stopped replace no finished ones,
     // they go to "name.partial.png". Returns the paths written. Throws std::runtime_error.
@@ -47,6 +48,10 @@ public:
     void abort() { aborted_.store(true, std::memory_order_relaxed); } // from a signal handler
     // Index for mi_fb_put by name, or -1. Index 0 is the main image.
     [[nodiscard]] int buffer_index(const char* name) const;
+    // The finished picture of a buffer, for the output shader that runs; null when none runs, and for an
+    // index without a buffer or with one of integers. Closing takes the image's pixels over.
+    miImg_image* open_output_image(int index);
+    void close_output_image(int index);
     // Thread contexts; [thread].
     [[nodiscard]] const std::vector<std::unique_ptr<ThreadContext>>& contexts() const { return contexts_; }
     miLock global_lock = nullptr;
@@ -58,6 +63,7 @@ private:
     void open_film();
     void open_contexts();
     void work();
+    void run_output_shaders();
     bool render_bucket(ThreadContext& context, std::size_t bucket);
     void render_sample(ThreadContext& context, int x, int y, std::uint32_t index, float* offset,
                        miColor* values);
@@ -68,7 +74,8 @@ private:
     std::unique_ptr<World> world_;
     RenderSettings settings_;
     std::vector<FrameBuffer> buffers_;
-    std::vector<Picture> pictures_; // of buffers_
+    std::vector<Picture> pictures_;                         // of buffers_
+    std::vector<std::optional<ImageMemory>> output_images_; // of buffers_, while output shaders run
     bool complete_ = true;
     std::vector<std::unique_ptr<ThreadContext>> contexts_;
     std::atomic<bool> aborted_{false};

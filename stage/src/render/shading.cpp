@@ -8,6 +8,7 @@
 #include <mutex>
 #include <utility>
 
+#include "kit/lock.h"
 #include "kit/message.h"
 #include "render/renderer.h"
 
@@ -100,9 +101,17 @@ private:
                      element->name.c_str(), element->place.text().c_str());
 }
 
+// Locks stay from the first call on, for all frames.
+miLock make_lock(std::shared_ptr<miLock_record>& owner) {
+    if (!owner)
+        owner.reset(create_lock(), destroy_lock);
+    return owner.get();
+}
+
 void initialise_code(ShaderCode& code, miState* state) {
     if (code.initialised.load(std::memory_order_relaxed))
         return;
+    code.lock = make_lock(code.owned_lock);
     miBoolean wants_instances = miFALSE;
     if (code.init)
         code.init(state, nullptr, &wants_instances);
@@ -121,6 +130,7 @@ void initialise_code(ShaderCode& code, miState* state) {
     auto* function = element.as<miFunction>();
     const Element& holder = parameter_holder(scene.database, element);
     function->reserved[0] = &element;
+    function->lock = make_lock(instance.lock);
     function->connection_offset = holder.as<miFunction>()->connection_offset;
     const Renderer* renderer = context_of(state).renderer;
     const std::size_t threads = renderer ? renderer->contexts().size() : 0;

@@ -97,7 +97,8 @@ struct ShaderCode {
     ExitEntry exit = nullptr;
     VersionEntry version = nullptr;
 
-    miLock lock = nullptr;                // of all instances, miQ_DECL_LOCK
+    miLock lock = nullptr; // of all instances, miQ_DECL_LOCK; from the first call on
+    std::shared_ptr<miLock_record> owned_lock;
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
     std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
@@ -125,6 +126,7 @@ struct ShaderInstance {
 
     void* user = nullptr;                 // miQ_FUNC_USERPTR
     std::vector<void*> thread_user;       // by thread number; miQ_FUNC_TLS_*
+    std::shared_ptr<miLock_record> lock;  // the one in its miFunction; from the first call on
     std::atomic<bool> initialised{false}; // ready to be called: inits have run
     bool initialising = false;            // guarded by init_guard
 };
