@@ -41,7 +41,7 @@ miScalar fog_value(const FogRange& range, miScalar depth);
 /* The exponent whose fog is the amount x: -ln(1 - x), for at least a thousandth of light left. */
 miScalar fog_exponent(miScalar x);
 
-/* A level layer of fog; `thickness` is above 0. */
+/* A level layer of fog. Whoever crosses one of thickness 0 has all of it. */
 struct FogLayer {
     enum { towards_top, towards_bottom, none };
     miScalar bottom, thickness;

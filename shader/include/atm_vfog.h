@@ -112,8 +112,8 @@ inline constexpr decl::Shader atm_vfog[] = {
     {"orl_VolumeFog", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_VOLUME), volume_fog_table::fields,
      "Fog of uneven density, everywhere or in gizmos. Rays of lights lose light to it where their lights "
      "have "
-     "shadows of the atmosphere. Rays that are longer than 100000 units pass without fog, also within a "
-     "gizmo. Not in the material editor."},
+     "shadows of the atmosphere. Ways of more than 100000 units, of a ray or of the part of it in a gizmo, "
+     "have no fog. Not in the material editor."},
 };
 
 } // namespace orl

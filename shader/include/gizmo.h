@@ -71,7 +71,7 @@ bool pass_through_gizmo(const Gizmo& gizmo, const WorldRay& ray, GizmoPassage& p
 
 /* How a shader uses its gizmos. */
 struct GizmoUse {
-    miScalar growth;      // multiplies radii and the sizes of boxes
+    miScalar growth;      // multiplies radii and the sizes of boxes; deliberate: no heights, as in the host
     GizmoShape cylinder;  // what the host's cylinders are
     miVector noise_shift; // added to the random offset of each gizmo
 };

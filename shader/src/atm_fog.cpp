@@ -51,7 +51,8 @@ miScalar fog_exponent(miScalar x) {
 }
 
 miScalar layer_exponent(const FogLayer& layer, miScalar low, miScalar high, miScalar distance) {
-    // Of the layer's thickness, from its bottom.
+    // Of the layer's thickness, from its bottom; all of a layer without thickness, whose 0 / 0 keeps the
+    // limits.
     miScalar from = std::max(0.0f, (low - layer.bottom) / layer.thickness);
     miScalar to = std::min(1.0f, (high - layer.bottom) / layer.thickness);
     if (layer.falloff == FogLayer::towards_bottom) {
@@ -61,7 +62,7 @@ miScalar layer_exponent(const FogLayer& layer, miScalar low, miScalar high, miSc
     }
     // Integral of the density 1 + 2t - 3t^2, which is 0 at the top.
     const auto integral = [](miScalar t) { return t + t * t * (1.0f - t); };
-    miScalar share = 1.0f;
+    miScalar share = 1.0f; // deliberate: of an unknown falloff, which the host takes for all of the layer
     if (layer.falloff == FogLayer::towards_top || layer.falloff == FogLayer::towards_bottom)
         share = integral(to) - integral(from);
     else if (layer.falloff == FogLayer::none)
@@ -199,14 +200,15 @@ void layered_fog(miColor& result, miState* state, const FogParams* params, const
     const miScalar one = eval(state, params->top), other = eval(state, params->bottom);
     const miScalar bottom = std::min(one, other), top = std::max(one, other);
     const miScalar low = std::min(ray.origin.z, ray.end.z), high = std::max(ray.origin.z, ray.end.z);
-    if (!(high >= bottom && low <= top && instance.thickness > 0.0f))
+    if (!(high >= bottom && low <= top))
         return;
-    const bool level = high == low;
     const miScalar noise = eval(state, params->horizonNoise)
                                ? horizon_factor(ray.dir, eval(state, params->noiseAngle), instance.noiseScale,
                                                 eval(state, params->noisePhase))
                                : 1.0f;
-    if (level) {
+    if (high == low) {
+        // Deliberate: full fog, so that the opacities themselves are the amounts and not an exponential of
+        // them.
         const Amounts full =
             fog.has_opacity_map ? Amounts{fog.opacity.r, fog.opacity.g, fog.opacity.b} : Amounts{1, 1, 1};
         return blend(result, fog.color, {full.r * noise, full.g * noise, full.b * noise});

@@ -103,6 +103,8 @@ float march_fog(const FogTexture& fog, bool exponential, const FogWay& way, floa
 
 namespace {
 
+// Deliberate: longer ways have no fog at all rather than some, as in the host. Limited steps would cover
+// little of them.
 constexpr float longest_way = 100000.0f;
 
 FogTexture read_texture(miState* state, const VolumeFogParams* params, const VolumeFogInstance& data) {

@@ -66,6 +66,16 @@ protected:
         EXPECT_TRUE(orl_Fog(&result, state, &fog.params()));
         return result;
     }
+    // Of fog with other settings.
+    template <class Change> miColor run(miColor incoming, Change change) {
+        LiveShader<FogParams> other{state, orl_Fog_init, orl_Fog_exit};
+        other.params() = fog.params();
+        change(other.params());
+        other.start();
+        orl_Fog(&incoming, state, &other.params());
+        return incoming;
+    }
+    static void as_set(FogParams&) {}
     miTag add_map(miColor value) {
         return renderer.add_shader([=](void* to, miState*, void*) {
             *static_cast<miColor*>(to) = value;
@@ -103,19 +113,33 @@ TEST_F(FogShader, GrowsWithTheDepth) {
     }
     state->type = miRAY_EYE, fog->active = miFALSE;
     EXPECT_EQ(run(clear), clear);
+    fog->active = miTRUE;
+    // A camera whose ranges are one: near up to it, far beyond.
+    set_range(20, 20);
+    EXPECT_NEAR(run({0, 0, 0, 0}, as_set).r, 0.2f, 1e-6f);
+    // Without the record amounts are ranges as well; the amount ends at 1, where the colour is the fog's.
+    state.camera.userdata = miNULLTAG;
+    for (const auto& [depth, amount] : {std::pair{0.1f, 0.2f}, {0.4f, 0.4f}, {0.7f, 0.6f}}) {
+        aim({0, 0, 0}, {0, 0, -depth});
+        EXPECT_NEAR(run({0, 0, 0, 0}, as_set).r, amount, 1e-6f) << depth;
+        EXPECT_EQ(run({0, 0, 0, 0}, [](FogParams& p) { p.nearAmount = p.farAmount = 3; }).r, 1);
+    }
 }
 
 TEST_F(FogShader, MapsColorAndOpacity) {
     fog->nearAmount = fog->farAmount = 0.5f; // the same at any depth
     fog->useColorMap = fog->useOpacityMap = miTRUE;
-    fog->colorMap = add_map({1, 1, 1, 1}), fog->opacityMap = add_map({1, 0.5f, 0, 0});
+    fog->colorMap = add_map({1, 1, 1, 1}), fog->opacityMap = add_map({0.5f, 1, 0, 0});
     fog.start();
     aim({0, 0, 0}, {0, 0, -20});
     const miColor c = run({0, 0, 0, 0.5f});
-    EXPECT_EQ(c.r, 0.5f);
-    EXPECT_EQ(c.g, 0.25f);
+    EXPECT_EQ(c.r, 0.25f);
+    EXPECT_EQ(c.g, 0.5f);
     EXPECT_EQ(c.b, 0);
     EXPECT_EQ(c.a, 1); // 1 - (1 - 1) (1 - 0.5) (1 - 0.5)
+    // Each map has a switch: the colour's alone, and the opacity's alone.
+    EXPECT_EQ(run({}, [](FogParams& p) { p.useOpacityMap = miFALSE; }), (miColor{0.5f, 0.5f, 0.5f, 0.5f}));
+    EXPECT_EQ(run({}, [](FogParams& p) { p.useColorMap = miFALSE; }), (miColor{0.25f, 0.25f, 0, 1}));
 }
 
 TEST_F(FogShader, ThickensExponentially) {
@@ -127,16 +151,13 @@ TEST_F(FogShader, ThickensExponentially) {
         aim({0, 0, -from}, {0, 0, -to});
         EXPECT_NEAR(run({0, 0, 1, 0}).b, std::pow(0.001f, (std::min(to, 100.0f) - from) / 100), 1e-5f) << to;
     }
-    fog->useOpacityMap = miTRUE, fog->opacityMap = add_map({0.5f, 0, 1, 0});
-    LiveShader<FogParams> mapped{state, orl_Fog_init, orl_Fog_exit};
-    mapped.params() = fog.params();
-    mapped.start();
     aim({0, 0, 0}, {0, 0, -100});
-    miColor c{0, 0, 1, 0};
-    orl_Fog(&c, state, &mapped.params());
+    fog->opacityMap = add_map({0.5f, 0, 1, 0});
+    const miColor c = run({0, 0, 1, 0}, [](FogParams& p) { p.useOpacityMap = miTRUE; });
     EXPECT_NEAR(c.r, 1 - std::pow(0.001f, 0.5f), 1e-5f);
     EXPECT_EQ(c.g, 0);
     EXPECT_NEAR(c.b, 0.001f, 1e-5f);
+    EXPECT_NEAR(c.a, 0.999f, 1e-5f); // of the thickest channel
 }
 
 TEST_F(FogShader, LiesInLayers) {
@@ -154,30 +175,59 @@ TEST_F(FogShader, LiesInLayers) {
     EXPECT_NEAR(run(clear).b, std::exp(-2 / 3.0f), 1e-5f);
     aim({0, 0, 3}, {3, 4, 4.5f}, false); // on to the top: -2 / 3 of 0.4 times 10 / 3 for each unit of height
     EXPECT_NEAR(run(clear).b, std::exp(-0.4f * 2 / 3 * 5 / 1.5f), 1e-5f);
+    // A layer without thickness: all of it for whoever crosses it, 0.4 * 5 / 1.5; none above.
+    const auto thin = [](FogParams& p) { p.top = p.bottom = 4; };
+    aim({0, 0, 3}, {3, 4, 4.5f});
+    EXPECT_NEAR(run(clear, thin).b, std::exp(-4 / 3.0f), 1e-5f);
+    aim({0, 0, 4.1f}, {3, 4, 5.6f});
+    EXPECT_EQ(run(clear, thin), clear);
     fog->horizonNoise = miTRUE, fog->noiseAngle = 0.5f;
     aim({0, 0, 3}, {0, 30, 3});
     EXPECT_EQ(run(clear), clear);
     aim({0, 0, 3}, {0, 1, 4.5f}); // 0.98 above the horizon: no noise
     EXPECT_NEAR(run(clear).b, std::exp(-0.2f / 1.5f), 1e-5f);
+    orl_SceneData editor{};
+    editor.material_editor = miTRUE;
+    set_scene(editor);
+    EXPECT_EQ(run(clear), clear);
+    fog->type = 0;
+    EXPECT_NE(run(clear), clear);
+}
+
+// Maps and noise in a layer: the exponent of -2 / 3 as above, at an elevation of asin(1.5 / |(3, 4, 1.5)|).
+TEST_F(FogShader, LayersTakeMapsAndNoise) {
+    fog->type = 1, fog->density = 40, fog->top = 5, fog->bottom = 2;
+    fog->horizonNoise = miTRUE, fog->noiseSize = 20, fog->noiseAngle = 0.5f, fog->noisePhase = 1.4f;
+    fog->opacityMap = add_map({1, 0.5f, 0, 1});
+    const auto mapped = [](FogParams& p) { p.useOpacityMap = miTRUE; };
+    aim({0, 0, 3}, {3, 4, 4.5f});
+    const float noise = horizon_factor(state->dir, 0.5f, 400 / 20.0f, 1.4f);
+    EXPECT_GT(noise, 0.001f + std::pow(std::asin(state->dir.z) / 0.5f, 2)); // its share: the noise is not 1
+    // the amount without a map, the exponent with one
+    EXPECT_NEAR(run({}, as_set).r, (1 - std::exp(-2 / 3.0f)) * noise, 1e-5f);
+    const miColor c = run({0, 0, 1, 0}, mapped);
+    EXPECT_NEAR(c.r, 1 - std::exp(-2 / 3.0f * noise), 1e-5f);
+    EXPECT_NEAR(c.g, 0.5f * (1 - std::exp(-1 / 3.0f * noise)), 1e-5f);
+    EXPECT_EQ(c.b, 1);
+    // level rays: all of the opacity
+    fog->horizonNoise = miFALSE;
+    aim({0, 0, 3}, {0, 30, 3});
+    EXPECT_EQ(run({0, 0, 1, 0}, mapped), (miColor{1, 0.25f, 1, 1}));
 }
 
 TEST_F(FogShader, ToleratesWhatMakesNoSense) {
     const float values[] = {0, -5, not_a_number, infinite, 1e30f};
     for (const float value : values)
-        for (const int type : {0, 1}) {
-            LiveShader<FogParams> odd{state, orl_Fog_init, orl_Fog_exit};
-            odd.params() = fog.params();
-            odd->type = type,
-            odd->noiseSize = odd->noiseAngle = odd->top = odd->bottom = odd->nearAmount = value;
-            odd->density = odd->noisePhase = value, odd->horizonNoise = odd->exponential = miTRUE;
-            odd.start();
+        for (const int type : {0, 1})
             for (const bool hits : {true, false}) {
                 aim({0, 0, 0}, {1, 2, 0.25f}, hits);
-                miColor c{0.5f, 0.5f, 0.5f, 1};
-                EXPECT_TRUE(orl_Fog(&c, state, &odd.params()));
-                EXPECT_TRUE(std::isfinite(c.r) || value != 0) << type;
+                const miColor c = run({0.5f, 0.5f, 0.5f, 1}, [=](FogParams& p) {
+                    p.type = type;
+                    p.noiseSize = p.noiseAngle = p.top = p.bottom = p.nearAmount = value;
+                    p.density = p.noisePhase = value, p.horizonNoise = p.exponential = miTRUE;
+                });
+                EXPECT_TRUE(std::isfinite(c.r) || std::isnan(value)) << type;
             }
-        }
 }
 
 TEST(Fog, VanishesOnTheHorizon) {
