@@ -104,7 +104,7 @@ miColor light_behind_fire(const miColor& incoming, const miColor& passed) {
     const float shadow = 1.0f - passed.a * 0.5f;
     const auto channel = [=](float k, float light) { return (1.0f - (1.0f - k) * 0.5f) * light * shadow; };
     return {channel(passed.r, incoming.r), channel(passed.g, incoming.g), channel(passed.b, incoming.b),
-            passed.a};
+            incoming.a}; // as the light set it: what is left for a fog behind to shade
 }
 
 // ---- rays

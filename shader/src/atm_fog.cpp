@@ -117,9 +117,14 @@ Fog fog_of(miState* state, const FogParams* params, const FogInstance& instance)
     return fog;
 }
 
+// Settings that are no numbers make no fog.
+miScalar number_or_0(miScalar amount) {
+    return std::isnan(amount) ? 0.0f : amount;
+}
+
 // What fog of an exponent, not positive, amounts to.
 miScalar amount_of(miScalar exponent) {
-    return 1.0f - numeric::exp(exponent);
+    return number_or_0(1.0f - numeric::exp(exponent));
 }
 
 Amounts amounts_of(const Fog& fog, miScalar exponent) {
@@ -157,7 +162,7 @@ bool hit_nothing(const miState* state) {
 void linear_fog(miColor& result, miState* state, const Fog& fog, const FogRange& range) {
     const miScalar value =
         hit_nothing(state) ? range.farValue : fog_value(range, depth_of(state, state->point));
-    const miScalar f = std::min(value, 1.0f);
+    const miScalar f = number_or_0(std::min(value, 1.0f));
     if (!fog.has_opacity_map)
         return blend(result, fog.color, {f, f, f});
     // Deliberate: coverage takes opacity and amount one after the other here, not as their product, as in
@@ -176,13 +181,13 @@ void exponential_fog(miColor& result, miState* state, const Fog& fog, const FogR
 }
 
 // The ray in world space; one that hit nothing is as good as endless.
-struct WorldRay {
+struct FogRay {
     miVector origin, end, dir;
 };
 
-WorldRay world_ray(miState* state) {
+FogRay fog_ray(miState* state) {
     constexpr miScalar endless = 1e9f;
-    WorldRay ray;
+    FogRay ray;
     mi_point_to_world(state, &ray.origin, &state->org);
     mi_vector_to_world(state, &ray.dir, &state->dir);
     mi_vector_normalize(&ray.dir);
@@ -196,7 +201,7 @@ WorldRay world_ray(miState* state) {
 
 void layered_fog(miColor& result, miState* state, const FogParams* params, const FogInstance& instance,
                  const Fog& fog) {
-    const WorldRay ray = world_ray(state);
+    const FogRay ray = fog_ray(state);
     const miScalar one = eval(state, params->top), other = eval(state, params->bottom);
     const miScalar bottom = std::min(one, other), top = std::max(one, other);
     const miScalar low = std::min(ray.origin.z, ray.end.z), high = std::max(ray.origin.z, ray.end.z);

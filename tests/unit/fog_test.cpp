@@ -226,7 +226,7 @@ TEST_F(FogShader, ToleratesWhatMakesNoSense) {
                     p.noiseSize = p.noiseAngle = p.top = p.bottom = p.nearAmount = value;
                     p.density = p.noisePhase = value, p.horizonNoise = p.exponential = miTRUE;
                 });
-                EXPECT_TRUE(std::isfinite(c.r) || std::isnan(value)) << type;
+                EXPECT_TRUE(std::isfinite(c.r)) << type;
             }
 }
 
