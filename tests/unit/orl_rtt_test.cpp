@@ -142,6 +142,17 @@ TEST_F(Bake, LooksAtTheTexelsPointAlongTheNormal) {
     stop();
 }
 
+TEST_F(Bake, StartsFurtherOffWhereNumbersAreCoarse) {
+    constexpr miMatrix far_away{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, -1000, 0, 0, 1};
+    renderer.set_to_space(scripted::Space::object, far_away);
+    lens.start();
+    shade();
+    // A ten-thousandth not of 4.5, the size, but of a tenth of 1004, the distance; the normal is (0.6, 0,
+    // 0.8).
+    EXPECT_NEAR(org.value().z, 0.8f * 0.01004f, 1e-6f);
+    stop();
+}
+
 TEST_F(Bake, LeavesOutWhatIsHidden) {
     lens.start();
     const miTag own = met;

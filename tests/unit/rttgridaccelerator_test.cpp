@@ -98,6 +98,20 @@ TEST(PointInTriangle, EdgesAndOrientation) {
     EXPECT_FALSE(point_in_triangle({0.25f, 0.25f}, none));
 }
 
+TEST(PointInTriangle, NeighboursLeaveNoGap) {
+    // Points that roundings throw to either side of the edge, which runs the other way in each triangle.
+    std::mt19937 random;
+    const auto one = [&] { return static_cast<float>(random()) * 0x1p-32f; };
+    int gaps = 0;
+    for (int k = 0; k < 100000; ++k) {
+        const miVector2d low{one(), one() - 1}, high{one(), one() + 1};
+        const float part = 0.25f + 0.5f * one();
+        const miVector2d p{low.u + part * (high.u - low.u), low.v + part * (high.v - low.v)};
+        gaps += !point_in_triangle(p, {low, high, {-3, 0}}) && !point_in_triangle(p, {high, low, {3, 0}});
+    }
+    EXPECT_EQ(gaps, 0);
+}
+
 TEST(TextureWeights, ClampedOneByOne) {
     const auto weights = [](float u, float v) {
         // (u - 0.5) / 2 and v / 4 for b and c
@@ -208,8 +222,8 @@ TEST_F(Grid, FindsWhatASearchFinds) {
 // ---- the build
 
 TEST_F(Grid, FiguresAndMemory) {
-    // 60 triangles give 2 * 2 cells. 58 lie in the first one, one at the right in the third, the last covers all
-    // four: 63 items; with the 5 entries of the table 68 * 4 = 272 bytes.
+    // 60 triangles give 2 * 2 cells. 58 lie in the first one, one at the right in the third, the last covers
+    // all four: 63 items; with the 5 entries of the table 68 * 4 = 272 bytes.
     std::vector<Triangle> triangles(60, dot);
     triangles[7].fill({600, 2, 0});
     triangles.back() = {Vertex{0, 0, 0}, {1000, 0, 0}, {0, 1000, 4}};
