@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <barrier>
+#include <chrono>
 #include <functional>
 #include <thread>
 #include <tuple>
@@ -21,8 +22,9 @@ void expect_near(const miVector& got, const miVector& expected, float tolerance)
     EXPECT_LE(mi_vector_dist(&got, &expected), tolerance) << got.x << ' ' << got.y << ' ' << got.z;
 }
 
-// Two triangles, 4 by 2 units, on the left half of the texture square. Their normals lean along x. Object
-// space is internal space moved by 10 along x and half as wide there.
+// Two triangles, 4 by 2 units, on the left half of the texture square. Their normals lean along x; they stand
+// where the first of two texture spaces does, the second is baked. Object space is internal space moved by 10
+// along x and half as wide there.
 class Bake : public ShaderTest {
 protected:
     std::vector<float> vertices{0, 0, 0, 0.6f, 0, 0.8f, 0,    0, 0, 4, 0, 0, 0.6f, 0, 0.8f, 0.5f, 0, 0,
@@ -35,6 +37,7 @@ protected:
     miColor result{};
     miTag met = miNULLTAG;                  // the instance that rays meet
     miVector met_at{14, 1, 0};              // and where
+    miColor seen{0.5f, 0.25f, 0, 0.5f};     // there
     std::optional<miVector> org, dir;       // of the last ray
     std::optional<ProjectionContext> texel; // and its record
 
@@ -43,8 +46,8 @@ protected:
         triangles.vertex_count = 4;
         triangles.vertex_stride = 9;
         triangles.normal_offset = 3;
-        triangles.texture_count = 1;
-        triangles.texture_offset = 6;
+        triangles.texture_count = 2;
+        triangles.texture_offset = 3;
         triangles.vertices = vertices.data();
         triangles.indices = indices.data();
         object.bbox_max = {4, 2, 0};
@@ -52,14 +55,20 @@ protected:
         constexpr miMatrix to_object{0.5f, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, -5, 0, 0, 1};
         renderer.set_to_space(scripted::Space::object, to_object);
         met = lens->object = add_instance_with(miNULLTAG, renderer.add_copy(miSCENE_OBJECT, object));
+        lens->textureSpace = 1;
+        renderer.mi_point_from_object = [this](miState* s, auto... vectors) {
+            EXPECT_TRUE(s->instance == lens->object && s->pri == nullptr); // or another space is meant
+            renderer.mi_point_from_object.unscripted(s, vectors...);
+        };
         renderer.mi_trace_eye = [this](miColor* color, miState* s, miVector* from, miVector* along) {
+            EXPECT_TRUE(s->instance == miNULLTAG && s->time == 0.0f); // the eye's, and the shutter opens
             org = *from;
             dir = *along;
             if (const auto* record = find_record(s, keys::projection))
                 texel = *record;
             s->instance = met;
             s->point = met_at;
-            *color = {0.5f, 0.25f, 0, 0.5f};
+            *color = seen;
             return miTRUE;
         };
     }
@@ -71,8 +80,12 @@ protected:
         state->raster_x = 640 * u;
         state->raster_y = 480 * v;
         state->instance = miNULLTAG;
+        state->pri = this;
+        state->time = 0.5f;
         state.run(lens, miSHADER_LENS);
-        return orl_rtt_lens(&result, state, &lens.params());
+        const miBoolean lit = orl_rtt_lens(&result, state, &lens.params());
+        EXPECT_EQ(state->time, 0.5f);
+        return lit;
     }
     // Ends the instance before the test does.
     void stop() {
@@ -86,6 +99,7 @@ protected:
 };
 
 TEST_F(Bake, LooksAtTheTexelsPointAlongTheNormal) {
+    lens->selection = renderer.add_userdata("\2", 1); // the usual texel is on the edge of both triangles
     lens.start();
     EXPECT_EQ(renderer.pins(), 0);
     EXPECT_TRUE(shade());
@@ -116,9 +130,26 @@ TEST_F(Bake, LooksAtTheTexelsPointAlongTheNormal) {
     EXPECT_TRUE(shade());
     expect_near(*org, {10, 1, 2}, 1e-5f);
 
-    EXPECT_FALSE(shade(0.75f)); // no triangle there
-    EXPECT_FALSE(org);
+    seen.g = not_a_number;
+    EXPECT_TRUE(shade());
+    EXPECT_EQ(result, (miColor{0, 0, 0, 1}));
+
+    // No triangle there, one that is not selected, and one without a normal.
+    EXPECT_FALSE(shade(0.75f) || org || shade(0.375f, 0.25f) || org);
+    vertices[18] = 0;
+    EXPECT_FALSE(shade() || org);
     EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
+    stop();
+}
+
+TEST_F(Bake, StartsFurtherOffWhereNumbersAreCoarse) {
+    constexpr miMatrix far_away{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, -1000, 0, 0, 1};
+    renderer.set_to_space(scripted::Space::object, far_away);
+    lens.start();
+    shade();
+    // A ten-thousandth not of 4.5, the size, but of a tenth of 1004, the distance; the normal is (0.6, 0,
+    // 0.8).
+    EXPECT_NEAR(org.value().z, 0.8f * 0.01004f, 1e-6f);
     stop();
 }
 
@@ -128,7 +159,7 @@ TEST_F(Bake, LeavesOutWhatIsHidden) {
     const std::tuple<miTag, miVector, float> cases[] = {
         {miNULLTAG, {0, 0, 0}, 0.0f},  // nothing is met
         {own + 1, {14, 1, 0}, 0.0f},   // another instance
-        {own, {14, 1.1f, 0}, 0.0f},    // another part
+        {own, {14, 1.001f, 0}, 0.0f},  // another part
         {own, {14, 1.0001f, 0}, 1.0f}, // the neighbour across an edge
     };
     for (const auto& [instance, at, alpha] : cases) {
@@ -183,6 +214,10 @@ TEST_F(Bake, ThreadsShareOneGrid) {
     lens.start();
     mi_init_lock(&lens.function().lock);
     renderer.mi_trace_eye = [](miColor*, miState*, miVector*, miVector*) { return miTRUE; };
+    renderer.mi_mem_int_test_allocate = [this](auto... arguments) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // so that all come while one builds
+        return renderer.mi_mem_int_test_allocate.unscripted(arguments...);
+    };
     std::barrier all_at_once(8);
     std::vector<std::thread> threads;
     for (short k = 0; k < 8; ++k)

@@ -98,6 +98,20 @@ TEST(PointInTriangle, EdgesAndOrientation) {
     EXPECT_FALSE(point_in_triangle({0.25f, 0.25f}, none));
 }
 
+TEST(PointInTriangle, NeighboursLeaveNoGap) {
+    // Points that roundings throw to either side of the edge, which runs the other way in each triangle.
+    std::mt19937 random;
+    const auto one = [&] { return static_cast<float>(random()) * 0x1p-32f; };
+    int gaps = 0;
+    for (int k = 0; k < 100000; ++k) {
+        const miVector2d low{one(), one() - 1}, high{one(), one() + 1};
+        const float part = 0.25f + 0.5f * one();
+        const miVector2d p{low.u + part * (high.u - low.u), low.v + part * (high.v - low.v)};
+        gaps += !point_in_triangle(p, {low, high, {-3, 0}}) && !point_in_triangle(p, {high, low, {3, 0}});
+    }
+    EXPECT_EQ(gaps, 0);
+}
+
 TEST(TextureWeights, ClampedOneByOne) {
     const auto weights = [](float u, float v) {
         // (u - 0.5) / 2 and v / 4 for b and c
@@ -208,9 +222,10 @@ TEST_F(Grid, FindsWhatASearchFinds) {
 // ---- the build
 
 TEST_F(Grid, FiguresAndMemory) {
-    // 60 triangles give 2 * 2 cells. 59 lie in the first one, the last covers all four: 63 items; with the 5
-    // entries of the table 68 * 4 = 272 bytes.
+    // 60 triangles give 2 * 2 cells. 58 lie in the first one, one at the right in the third, the last covers
+    // all four: 63 items; with the 5 entries of the table 68 * 4 = 272 bytes.
     std::vector<Triangle> triangles(60, dot);
+    triangles[7].fill({600, 2, 0});
     triangles.back() = {Vertex{0, 0, 0}, {1000, 0, 0}, {0, 1000, 4}};
     Mesh mesh(triangles);
     build(mesh);
@@ -219,7 +234,7 @@ TEST_F(Grid, FiguresAndMemory) {
          "RTT acceleration structure created: 272 bytes allocated, 63 items in 5 voxels."}};
     EXPECT_EQ(renderer.messages(), expected);
     EXPECT_EQ(renderer.resources().live_bytes - before.live_bytes, 272);
-    EXPECT_EQ(std::vector<miUint>(grid.cells, grid.cells + 5), (std::vector<miUint>{0, 60, 61, 62, 63}));
+    EXPECT_EQ(std::vector<miUint>(grid.cells, grid.cells + 5), (std::vector<miUint>{0, 59, 60, 62, 63}));
     TexelTriangle found;
     ASSERT_TRUE(find_texel_triangle(grid, mesh.triangles, {250.0f / lattice, 500.0f / lattice}, found));
     EXPECT_NEAR(found.weights.a, 0.25f, 1e-6f);
@@ -231,14 +246,14 @@ TEST_F(Grid, FiguresAndMemory) {
 TEST_F(Grid, Selection) {
     constexpr const char* too_short =
         "RTT Projection: Invalid triangle selection. Ignoring triangle selection.";
-    Mesh mesh(std::vector<Triangle>(34, large));
+    Mesh mesh(std::vector<Triangle>(48, large));
     const struct {
         std::vector<unsigned char> bits;
         int size;
         std::vector<miUint> items;
     } cases[] = {
         {{0, 0x81, 0, 0, 2}, 5, {3 * 8, 3 * 15, 3 * 33}},
-        {{1, 0, 0x80, 0xff, 0xff}, 3, {0, 3 * 23}}, // 24 bits are enough for 34 / 2
+        {{1, 0, 0x80, 0xff, 0xff}, 3, {0, 3 * 23}}, // 24 bits are just enough: 48 / 2
         {{0, 0, 0, 0, 0}, 5, {}},
     };
     for (const auto& [bits, size, items] : cases) {
@@ -254,7 +269,7 @@ TEST_F(Grid, Selection) {
         renderer.clear_logs();
         grid.selection = refused;
         build(mesh);
-        EXPECT_EQ(grid.item_count, 34u);
+        EXPECT_EQ(grid.item_count, 48u);
         EXPECT_EQ(errors(), std::vector<std::string>{too_short});
         release_grid(grid);
     }
@@ -275,6 +290,8 @@ TEST_F(Grid, Failures) {
         {"no texture vertices", unknown, [](Mesh& m, int&) { m.triangles.texture_offset = -1; }},
         {"index beyond the last vertex", unknown, [](Mesh& m, int&) { m.indices[100] = 180; }},
         {"too many", unknown, [](Mesh& m, int&) { m.triangles.triangle_count = 0x60000000; }},
+        // 86 * 86 cells of 150000 items each: more bytes than 32 bits count.
+        {"too many items", memory, [](Mesh& m, int&) { m = Mesh(std::vector<Triangle>(150000, large)); }},
         {"no memory for the cells", memory, [](Mesh&, int& granted) { granted = 0; }},
         {"no memory for the items", memory, [](Mesh&, int& granted) { granted = 1; }},
     };
