@@ -101,8 +101,8 @@ TEST_F(FireEffect, EvenFlamesHaveTheClosedForm) {
     const auto lit = [&](float inner, float outer, float light) {
         return (1 - (1 - channel(inner, outer, 1)) * 0.5f) * light * (1 - t * 0.5f);
     };
-    expect_near(shade(fire, carried), {lit(1, 0.8f, 0.3f), lit(0.8f, 0.2f, 0.6f), lit(0.2f, 0.1f, 0.9f), carried.a},
-                1e-6f);
+    expect_near(shade(fire, carried),
+                {lit(1, 0.8f, 0.3f), lit(0.8f, 0.2f, 0.6f), lit(0.2f, 0.1f, 0.9f), carried.a}, 1e-6f);
     state->volume = miNULLTAG;
     EXPECT_EQ(shade(fire, carried), carried);
     state->type = miRAY_EYE;
