@@ -56,8 +56,9 @@ inline miUint grid_cell(miUint cells_per_side, miScalar coordinate) {
 
 /* Whether p is on the same side of all three edges. Zero counts as the positive side. Deliberate, as the host
    decides it: points on an edge are therefore inside a triangle that runs counter-clockwise and outside a
-   mirrored one. Neighbours leave no gap but for those points. Without area, a triangle contains all points of
-   the line that its vertices lie on. Nothing is inside where a coordinate is no number. */
+   mirrored one. Neighbours leave no other gap, and the look-up closes that one. Without area, a triangle
+   contains all points of the line that its vertices lie on. Nothing is inside where a coordinate is no
+   number. */
 inline bool point_in_triangle(const miVector2d& p, const TextureCorners& t) {
     // From p, so that the two sides of an edge differ in nothing but the sign, roundings included.
     const miScalar au = t.a.u - p.u, av = t.a.v - p.v;
@@ -93,10 +94,10 @@ void release_grid(RttGridAccelerator& grid);
 
 /* The triangle that covers the texel at p, or false. Looks into the one cell that p lies in and takes the
    first of its items that contains p: that with the largest third texture coordinate, of equals the first of
-   the object. Triangles without area cover nothing. `mesh` is that of the grid's object, to be kept accessed
-   by the caller. No allocation, no lock; time grows with the number of items in the cell. Deliberate: a
-   triangle that reaches from below -1/N into the square stands in the cells above its other vertices and not
-   in those below, so its texels there are not found. */
+   the object. Edges belong to a triangle, mirrored or not; triangles without area cover nothing. `mesh` is
+   that of the grid's object, to be kept accessed by the caller. No allocation, no lock; time grows with the
+   number of items in the cell. Deliberate: a triangle that reaches from below -1/N into the square stands in
+   the cells above its other vertices and not in those below, so its texels there are not found. */
 bool find_texel_triangle(const RttGridAccelerator& grid, const miTriangles& mesh, const miVector2d& p,
                          TexelTriangle& found);
 

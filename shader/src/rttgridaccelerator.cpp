@@ -58,7 +58,7 @@ public:
         return sum == sum ? sum : -std::numeric_limits<miScalar>::infinity();
     }
 
-    // False only where point_in_triangle is; all three edges at once. The point stands in `texel` twice.
+    // False only where `covers` is; all three edges at once. The point stands in `texel` twice.
     bool may_contain(__m128 texel, miUint item) const {
         const __m128 a = load_point(vertex(item, 0));
         const __m128 ab = _mm_sub_ps(_mm_loadh_pi(a, two_floats(vertex(item, 1))), texel);
@@ -68,8 +68,9 @@ public:
         const __m128 next_u = _mm_shuffle_ps(u, u, _MM_SHUFFLE(0, 0, 2, 1)); // b, c, a, a
         const __m128 next_v = _mm_shuffle_ps(v, v, _MM_SHUFFLE(0, 0, 2, 1));
         const __m128 sides = _mm_sub_ps(_mm_mul_ps(u, next_v), _mm_mul_ps(v, next_u));
-        const int negative = _mm_movemask_ps(_mm_cmplt_ps(sides, _mm_setzero_ps()));
-        return ((negative + 1) & 15) <= 1; // none, or all four
+        const int negative = _mm_movemask_ps(_mm_cmplt_ps(sides, _mm_setzero_ps())),
+                  positive = _mm_movemask_ps(_mm_cmpgt_ps(sides, _mm_setzero_ps()));
+        return negative == 0 || positive == 0;
     }
 
 private:
@@ -319,6 +320,18 @@ void release_grid(RttGridAccelerator& grid) {
     grid.built = miFALSE;
 }
 
+namespace {
+
+// A mirrored triangle is asked the other way round, so that its edges belong to it too: texels often lie
+// exactly on the diagonal of a chart.
+bool covers(const TextureCorners& t, const miVector2d& p) {
+    const miScalar area = doubled_area(t);
+    return std::isfinite(area) && area != 0.0f &&
+           (point_in_triangle(p, t) || point_in_triangle(p, {t.a, t.c, t.b}));
+}
+
+} // namespace
+
 bool find_texel_triangle(const RttGridAccelerator& grid, const miTriangles& mesh, const miVector2d& p,
                          TexelTriangle& found) {
     if (!is_built(grid))
@@ -332,7 +345,7 @@ bool find_texel_triangle(const RttGridAccelerator& grid, const miTriangles& mesh
         if (!space.may_contain(texel, *item))
             continue;
         const TextureCorners corners = space.corners(*item);
-        if (!point_in_triangle(p, corners) || doubled_area(corners) == 0.0f)
+        if (!covers(corners, p))
             continue;
         found = {*item, texture_weights(p, corners)};
         return true;

@@ -160,7 +160,7 @@ int side(const Vertex& a, const Vertex& b, int u, int v) {
 bool covers(const Triangle& t, int u, int v) {
     const int ab = side(t[0], t[1], u, v), bc = side(t[1], t[2], u, v), ca = side(t[2], t[0], u, v);
     const bool has_area = ab + bc + ca != 0;
-    return has_area && ((ab >= 0 && bc >= 0 && ca >= 0) || (ab < 0 && bc < 0 && ca < 0));
+    return has_area && ((ab >= 0 && bc >= 0 && ca >= 0) || (ab <= 0 && bc <= 0 && ca <= 0));
 }
 
 // Whether the triangle is listed in the column or row of the coordinate x.
