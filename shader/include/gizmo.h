@@ -35,9 +35,9 @@ struct Gizmo {
 };
 static_assert(sizeof(Gizmo) == 128);
 
-/* The part of a ray from `near` to `far`, in lengths of its direction. */
+/* The part of a ray from `enter` to `leave`, in lengths of its direction. */
 struct RaySpan {
-    float near, far;
+    float enter, leave;
 };
 
 /* Clips a span of a ray in gizmo space to the gizmo; false where nothing is left of it. */

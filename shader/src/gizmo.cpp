@@ -53,8 +53,8 @@ bool clip_round(const miVector& org, const miVector& dir, float radius_squared, 
     if (!(room >= 0.0f))
         return false;
     const float half = std::sqrt(room / squared);
-    span.near = std::max(span.near, middle - half);
-    span.far = std::min(span.far, middle + half);
+    span.enter = std::max(span.enter, middle - half);
+    span.leave = std::min(span.leave, middle + half);
     return true;
 }
 
@@ -63,8 +63,8 @@ bool clip_slab(float org, float dir, float low, float high, RaySpan& span) {
     if (dir == 0.0f)
         return org >= low && org <= high;
     const float a = (low - org) / dir, b = (high - org) / dir;
-    span.near = std::max(span.near, std::min(a, b));
-    span.far = std::min(span.far, std::max(a, b));
+    span.enter = std::max(span.enter, std::min(a, b));
+    span.leave = std::min(span.leave, std::max(a, b));
     return !std::isnan(a) && !std::isnan(b);
 }
 
@@ -165,7 +165,7 @@ FalloffOfPoints* falloff_of(GizmoShape shape) {
 } // namespace
 
 bool clip(const Gizmo& gizmo, const miVector& org, const miVector& dir, RaySpan& span) {
-    return clip_shape(gizmo, org, dir, span) && span.far > span.near;
+    return clip_shape(gizmo, org, dir, span) && span.leave > span.enter;
 }
 
 float falloff(const Gizmo& gizmo, const miVector& point) {
@@ -210,8 +210,8 @@ bool pass_through_gizmo(const Gizmo& gizmo, const WorldRay& ray, GizmoPassage& p
     RaySpan span{0.0f, ray.length * scale};
     if (!clip(gizmo, org, passage.dir, span))
         return false;
-    passage.start = along(org, passage.dir, span.near);
-    passage.length = span.far - span.near;
+    passage.start = along(org, passage.dir, span.enter);
+    passage.length = span.leave - span.enter;
     return true;
 }
 

@@ -29,10 +29,10 @@ const Case cases[] = {{"sphere", GizmoTest::sphere, for_fog, {0, 0, 0}, 1 / 1.5f
 
 // By hand, from the data of the fixture.
 bool inside(const Case& which, const miVector& p) {
-    const float wide = std::hypot(p.x, p.y), far = std::hypot(p.x, p.y, p.z);
+    const float wide = std::hypot(p.x, p.y), out = std::hypot(p.x, p.y, p.z);
     switch (&which - cases) {
     case 0:
-        return far < 1.5f;
+        return out < 1.5f;
     case 1:
         return wide < 0.8f && std::fabs(p.z) < 1.2f;
     case 2:
@@ -40,7 +40,7 @@ bool inside(const Case& which, const miVector& p) {
     case 3:
         return std::fabs(p.x) < 0.6f && std::fabs(p.y) < 1.3f && std::fabs(p.z) < 0.9f;
     default:
-        return far < 1.3f && p.z > 0;
+        return out < 1.3f && p.z > 0;
     }
 }
 
@@ -80,12 +80,12 @@ TEST(Gizmo, SpansOfRaysAreWhatLiesInside) {
             const bool hit = clip(gizmo, org, dir, span);
             hits += hit;
             if (first < 0.0f) {
-                EXPECT_TRUE(!hit || span.far - span.near < 2 * spacing);
+                EXPECT_TRUE(!hit || span.leave - span.enter < 2 * spacing);
                 continue;
             }
             ASSERT_TRUE(hit);
-            EXPECT_NEAR(span.near, first, 1.5f * spacing);
-            EXPECT_NEAR(span.far, last, 1.5f * spacing);
+            EXPECT_NEAR(span.enter, first, 1.5f * spacing);
+            EXPECT_NEAR(span.leave, last, 1.5f * spacing);
         }
         EXPECT_GT(hits, 30);
     }
@@ -132,7 +132,7 @@ TEST(Gizmo, RaysThatHardlyMeetIt) {
     // From far away the chord through the centre still is 3 long, to the digits of the distance.
     RaySpan span{0.0f, 1e6f};
     ASSERT_TRUE(clip(shape_gizmo(round.data, round.use), {-1e5f, 0, 0}, {1, 0, 0}, span));
-    EXPECT_NEAR(span.far - span.near, 3.0f, 0.02f);
+    EXPECT_NEAR(span.leave - span.enter, 3.0f, 0.02f);
 }
 
 TEST(Gizmo, SizesThatAreNoneLeaveNoSpace) {
