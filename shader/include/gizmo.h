@@ -56,6 +56,8 @@ void falloff(const Gizmo& gizmo, const float* x, const float* y, const float* z,
 struct WorldRay {
     miVector org, dir; // dir has length 1
     float length;      // 1e9 for a ray that hit nothing
+    miVector end;      // of one that hit something
+    bool from_afar;    // light of a source so far away that `org` has lost its digits
 };
 
 /* False for a ray without length. */

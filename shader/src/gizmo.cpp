@@ -181,12 +181,12 @@ void falloff(const Gizmo& gizmo, const float* x, const float* y, const float* z,
 // ---- rays
 
 bool world_ray(miState* state, WorldRay& ray) {
-    constexpr float nowhere = 1e9f;
+    constexpr float nowhere = 1e9f, afar = 1e5f;
     mi_point_to_world(state, &ray.org, &state->org);
+    ray.end = ray.org;
     if (state->dist > 0.0) {
-        miVector end;
-        mi_point_to_world(state, &end, &state->point);
-        ray.dir = {end.x - ray.org.x, end.y - ray.org.y, end.z - ray.org.z};
+        mi_point_to_world(state, &ray.end, &state->point);
+        ray.dir = {ray.end.x - ray.org.x, ray.end.y - ray.org.y, ray.end.z - ray.org.z};
     } else {
         mi_vector_to_world(state, &ray.dir, &state->dir);
     }
@@ -195,12 +195,30 @@ bool world_ray(miState* state, WorldRay& ray) {
         return false;
     ray.length = state->dist > 0.0 ? length : nowhere;
     ray.dir = {ray.dir.x / length, ray.dir.y / length, ray.dir.z / length};
+    ray.from_afar = state->type == miRAY_LIGHT && state->dist > 0.0 && length > afar;
     return true;
 }
+
+namespace {
+
+// Light from afar counts within 10000 units of where it falls: from there on its way is known to a
+// thousandth.
+WorldRay near_its_end(const WorldRay& ray) {
+    constexpr float reach = 1e4f;
+    WorldRay rest = ray;
+    rest.org = along(ray.end, ray.dir, -reach);
+    rest.length = reach;
+    rest.from_afar = false;
+    return rest;
+}
+
+} // namespace
 
 bool pass_through_gizmo(const Gizmo& gizmo, const WorldRay& ray, GizmoPassage& passage) {
     if (gizmo.shape == GizmoShape::none)
         return false;
+    if (ray.from_afar)
+        return pass_through_gizmo(gizmo, near_its_end(ray), passage);
     const miVector org = transform_point(gizmo.to_gizmo, ray.org);
     const miVector dir = transform_vector(gizmo.to_gizmo, ray.dir);
     const float scale = std::sqrt(dot(dir, dir));

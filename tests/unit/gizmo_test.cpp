@@ -163,6 +163,24 @@ TEST(Gizmo, GrowthAndNoiseOffset) {
     EXPECT_NEAR(gizmo.noise_offset.z, 193.3042 - 10, 1e-3);
 }
 
+// A light 1e7 units away, where a float has steps of 1: neighbouring points still see smooth chords of the
+// ball of radius 1.5. A ray through the point (x, 0, -5) along (0.6, 0, 0.8) has the distance 0.8 x + 3 from
+// the middle.
+TEST_F(GizmoTest, LightFromAfarIsSmooth) {
+    Gizmo gizmo = shape_gizmo(sphere, {1, GizmoShape::standing_cylinder, {}});
+    gizmo.to_gizmo = {{1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0}};
+    state->type = miRAY_LIGHT, state->dist = 1e7;
+    for (float x = -4.5f; x < -3.0f; x += 0.037f) {
+        state->point = {x, 0, -5};
+        state->org = {x + 6e6f, 0, -5 + 8e6f};
+        WorldRay ray;
+        GizmoPassage passage;
+        ASSERT_TRUE(world_ray(state, ray) && pass_through_gizmo(gizmo, ray, passage));
+        const float off = 0.8f * x + 3;
+        EXPECT_NEAR(passage.length, 2 * std::sqrt(2.25f - off * off), 0.01f) << x;
+    }
+}
+
 struct Nodes {
     decl::Array<miTag> list;
 };
