@@ -14,12 +14,11 @@
 //     illumination_bench            times
 //     illumination_bench --count    runs each case `counted_calls` times, for bench/instructions, which also
 //                                   tells how many of the instructions are the module's
-#include "allocation_count.h"
-#include "kit/memory.h"
 #include "mi/parser.h"
 #include "peer_report.h"
 #include "render/renderer.h"
 #include "render/shading.h"
+#include "sample_allocations.h"
 #include "scene/libraries.h"
 
 #include <benchmark/benchmark.h>
@@ -358,16 +357,10 @@ void print_shares(Surface& surface) {
 }
 
 bool nothing_allocates(Surface& surface) {
-    const auto made = [] {
-        return static_cast<long long>(bench::allocations()) + stage::memory_counts().allocations;
-    };
-    const long long before = made();
-    for (const Case& c : surface.cases())
-        counted_samples(surface, c);
-    const long long since = made() - before;
-    std::printf("\nallocations in %d samples of each: %lld (%lld before them)\n", counted_calls, since,
-                before);
-    return since == 0 && before > 0;
+    return bench::nothing_allocates(counted_calls, [&] {
+        for (const Case& c : surface.cases())
+            counted_samples(surface, c);
+    });
 }
 
 } // namespace

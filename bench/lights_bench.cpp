@@ -5,12 +5,11 @@
 //     lights_bench --count    calls each case `counted_calls` times, for bench/instructions
 //
 // Lights stand on every sample's path, so none of them may allocate.
-#include "allocation_count.h"
-#include "kit/memory.h"
 #include "mi/parser.h"
 #include "orlshaderapi.h"
 #include "peer_report.h"
 #include "render/renderer.h"
+#include "sample_allocations.h"
 #include "scene/libraries.h"
 
 #include <benchmark/benchmark.h>
@@ -198,18 +197,11 @@ bool lights_the_point(Lamps& lamps, const Case& c) {
     return false;
 }
 
-// False: the lights allocate.
 bool nothing_allocates(Lamps& lamps) {
-    const auto made = [] {
-        return static_cast<long long>(bench::allocations()) + stage::memory_counts().allocations;
-    };
-    const long long before = made();
-    for (const Case& c : lamps.cases())
-        counted_samples(lamps, c);
-    const long long since = made() - before;
-    std::printf("\nallocations in %d samples of each: %lld (%lld before them)\n", counted_calls, since,
-                before);
-    return since == 0 && before > 0;
+    return bench::nothing_allocates(counted_calls, [&] {
+        for (const Case& c : lamps.cases())
+            counted_samples(lamps, c);
+    });
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include "declaration.h"
 #include "light_samples.h"
 #include "orlshaderapi.h"
+#include "output_request.h"
 
 #include <array>
 #include <atomic>
@@ -216,10 +217,6 @@ inline void multiply(miColor& color, const miColor& by) {
     color.r *= by.r;
     color.g *= by.g;
     color.b *= by.b;
-}
-
-inline miScalar average(const miColor& c) {
-    return (c.r + c.g + c.b) * 0.33333334f;
 }
 
 /* One sample, with what the light has just told about it in its record. Where it told no cosine, the record

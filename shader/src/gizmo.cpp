@@ -246,7 +246,7 @@ bool fills_space(std::initializer_list<miScalar> sizes) {
 
 bool copy_map(miState* state, miQ_type query, miTag node, AffineMap& map) {
     const miScalar* m = nullptr;
-    if (!mi_query(query, state, node, &m) || m == nullptr || m[15] == 0.0f)
+    if (!mi_query(query, state, node, &m) || m == nullptr)
         return false;
     for (int row = 0; row < 4; ++row)
         for (int column = 0; column < 3; ++column)

@@ -96,9 +96,9 @@ void add_self_illumination(IllumRecord* record) {
         add(record->selfIllumination, channel);
         return;
     }
-    if (!(average(channel) > 0.0f))
+    if (!(intensity(channel) > 0.0f))
         return;
-    const miScalar amount = std::min(average(channel), 1.0f);
+    const miScalar amount = std::min(intensity(channel), 1.0f);
     const miColor& diffuse = slot_value(*record, slot_diffuse, white);
     record->selfIllumination = {diffuse.r * amount, diffuse.g * amount, diffuse.b * amount, 0};
     const miColor rest{1.0f - amount, 1.0f - amount, 1.0f - amount, 0};
@@ -113,7 +113,7 @@ void multiply_ambient_and_specular(IllumRecord* record) {
 
 void multiply_by_channels(IllumRecord* record) {
     multiply_ambient_and_specular(record);
-    record->diffuseLightLevel = average(record->diffuse);
+    record->diffuseLightLevel = intensity(record->diffuse);
     multiply(record->diffuse, slot_value(*record, slot_diffuse, white));
 }
 

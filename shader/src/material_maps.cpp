@@ -75,7 +75,7 @@ void map_color_channel(miState* state, IllumRecord* record, int channel, miTag m
 void map_scalar_channel(miState* state, miColor& channel, miTag map, miScalar amount) {
     miColor mono;
     if (call_map(&mono, state, map, OutputRequest::mono))
-        channel.r = mix_into_channel(channel.r, average(mono), amount);
+        channel.r = mix_into_channel(channel.r, intensity(mono), amount);
 }
 
 } // namespace

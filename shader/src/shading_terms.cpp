@@ -138,7 +138,7 @@ void RoughDiffuse::diffuse(const LightSample& sample, LightSums& sums) const {
     const auto scaled = [&](miScalar c) { return c * level * sample.diffuse; };
     add(sums.diffuse, sample.color,
         miColor{scaled(reflected.r), scaled(reflected.g), scaled(reflected.b), 0});
-    sums.diffuseLevel += share.grey() * sample.diffuse * average(sample.color);
+    sums.diffuseLevel += share.grey() * sample.diffuse * intensity(sample.color);
 }
 
 } // namespace orl

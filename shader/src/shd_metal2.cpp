@@ -37,7 +37,7 @@ MetalLobe::MetalLobe(const IllumRecord& record)
       soften_(record.soften), n_v_(-mi_vector_dot(&normal_, &view_)) {
     const miScalar roughness = limit(1.0f - record.channel[basic_channel::glossiness].r, 0.00001f, 0.99999f);
     sharpness_ = 1.0f / (roughness * roughness);
-    reflectance_ = average(diffuse_);
+    reflectance_ = intensity(diffuse_);
     if (reflectance_ >= 1.0f)
         reflectance_ = 0.9999f;
     reflectance_ = std::max(reflectance_, 0.0f);

@@ -101,7 +101,7 @@ void Strauss::highlight(const LightSample& sample, LightSums& sums) const {
     const miScalar height = reflected(theta) * (numeric::pow(base, exponent_) * 1.3f);
     const miScalar own = own_color(theta);
     add(sums.specular, sample.color, height * (1.0f - own));
-    add(sums.specular, color_, height * own * average(sample.color));
+    add(sums.specular, color_, height * own * intensity(sample.color));
 }
 
 // A surface whose material has a reflection map shows it: dull ones 0.3 of it, mirrors all.
@@ -138,7 +138,7 @@ void shade(miState* state, IllumRecord* record, const void*) {
     miColor ambient{};
     add(ambient, record->channel[color], 0.5f * model.diffuse_share());
     multiply(record->ambient, ambient);
-    record->diffuseLightLevel = average(record->diffuse);
+    record->diffuseLightLevel = intensity(record->diffuse);
     multiply(record->diffuse, record->channel[color]);
     transmit_with(record->features | feature_traced_transparency, state, record);
     reflect(record, model);

@@ -67,7 +67,7 @@ struct BackLight : PlainDiffuse {
 void add_back_light(miState* state, IllumRecord* record) {
     const miColor& color = record->channel[translucent];
     const miScalar level = record->channel[translucent_level].r;
-    if (!(average(color) > 0.0f && level > 0.0f))
+    if (!(intensity(color) > 0.0f && level > 0.0f))
         return;
     const OtherSide other_side(state);
     for_each_light(state, BackLight{}, [&](const LightSums& sums) {

@@ -67,7 +67,7 @@ TEST_P(Contract, LightAndHighlights) {
         EXPECT_NEAR(split.diffuseLightLevel, one.diffuseLightLevel, 1e-4f);
 
         shade({lamp(90.01f, 180)}); // from behind
-        EXPECT_TRUE(average(record.diffuse) == 0 && average(record.specular) == 0);
+        EXPECT_TRUE(intensity(record.diffuse) == 0 && intensity(record.specular) == 0);
 
         Lamp bent = lamp(0, 89);
         bent.told = {1, 0.4f, 0, 3};
@@ -76,7 +76,7 @@ TEST_P(Contract, LightAndHighlights) {
             set("soften", 0.4f); // acts below it
             EXPECT_EQ(shade({bent}).specular, plain);
             set("soften", 0.8f);
-            EXPECT_TRUE(average(plain) < 1e-10f || average(shade({bent}).specular) != average(plain));
+            EXPECT_TRUE(intensity(plain) < 1e-10f || intensity(shade({bent}).specular) != intensity(plain));
         }
         // The highlight stands by the light's own angle; only Ward's is a reflectance, times the cosine.
         set("soften", 0);
@@ -95,15 +95,15 @@ TEST_P(Contract, LightAndHighlights) {
         }
         bent.told->affectFlags = 3;
         if (set("specularLevel*", 0)) {
-            EXPECT_EQ(average(shade({bent}).specular), 0);
+            EXPECT_EQ(intensity(shade({bent}).specular), 0);
         }
     }
     // Highlights stand where a mirror would show the light, not towards the viewer.
     use("");
     set("specularLevel*", 1), set("glossiness*", 0.8f), look_from(30, 70);
-    const float there = average(shade({{grey(1), {from(30, 250)}}}).specular);
+    const float there = intensity(shade({{grey(1), {from(30, 250)}}}).specular);
     EXPECT_GT(there, 0);
-    EXPECT_LT(average(shade({{grey(1), {from(30, 70)}}}).specular), there * 0.01f);
+    EXPECT_LT(intensity(shade({{grey(1), {from(30, 70)}}}).specular), there * 0.01f);
 }
 
 // Half of the diffuse colour's 0.5 shines by itself and takes that half of the light away, or a colour comes
@@ -141,8 +141,8 @@ TEST_P(Contract, ElementsAddUp) {
                 r.channel[channel_of(r, slot)] = {0.2f, 0.4f, 0.6f, 0};
         };
         shade({lamp(0, 90)});
-        EXPECT_EQ(average(record.reflection) > 0, k / 6 != 0);
-        EXPECT_EQ(average(record.refraction) > 0, k / 3 % 2 && record.features & feature_refraction) << k;
+        EXPECT_EQ(intensity(record.reflection) > 0, k / 6 != 0);
+        EXPECT_EQ(intensity(record.refraction) > 0, k / 3 % 2 && record.features & feature_refraction) << k;
         miColor sum = behind;
         multiply(sum, record.elementTransparency);
         for (const miColor& c :
@@ -523,7 +523,7 @@ TEST_F(Models, Strauss) {
         expect_near(record.diffuse,
                     {0.8f * c.r * row.diffuse, 0.4f * c.g * row.diffuse, 0.2f * c.b * row.diffuse, 0});
         expect_near(record.specular, row.specular, 2e-5f);
-        EXPECT_NEAR(record.diffuseLightLevel, average(c) * row.diffuse, 1e-5f);
+        EXPECT_NEAR(record.diffuseLightLevel, intensity(c) * row.diffuse, 1e-5f);
     }
     // Opacity 0.4, of which falloff leaves 0.3; half of a reflection map, seen at 60 degrees.
     look_from(60, 180), set("glossiness", 0.5f), set("metalness", 0.5f);

@@ -157,7 +157,7 @@ TEST_F(Illumination, RefractionComesFirstAndModelsMayForbidIt) {
     transmit_light(state, &record); // factor 0.75 * 0.5, filter 1 - 0.375
     EXPECT_FLOAT_EQ(record.opacityFactor, 0.375f);
     expect_near(record.refraction, {0.25f, 0.5f, 0.625f, 0});
-    EXPECT_EQ(average(record.filter[0]) + average(record.filter[1]), 0);
+    EXPECT_EQ(intensity(record.filter[0]) + intensity(record.filter[1]), 0);
     record.features = 0;
     transmit_light(state, &record);
     EXPECT_FLOAT_EQ(record.opacityFactor, 0.375f); // left alone
