@@ -17,6 +17,7 @@
 #include "render/camera.h"
 #include "render/demands.h"
 #include "render/film.h"
+#include "render/photons.h"
 #include "render/progress.h"
 #include "render/sampling.h"
 #include "render/shading.h"
@@ -210,6 +211,7 @@ void Renderer::open_contexts() {
 
 bool Renderer::render() {
     Frame& f = *frame_;
+    trace_photons(*this);
     f.progress = std::make_unique<Progress>(f.film->bucket_count(), settings_.progress);
     f.next.store(0, std::memory_order_relaxed);
     f.arena.execute([&] { tbb::parallel_for(0, f.arena.max_concurrency(), [&](int) { work(); }); });
