@@ -22,6 +22,12 @@ if(TARGET orlshaders AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT ORL_SANITIZ
         DEPENDS orlshaders)
     orl_add_command_test(no_help_texts
         COMMAND ${ORL_BASH} ${CMAKE_CURRENT_SOURCE_DIR}/no-help-texts $<TARGET_FILE:orlshaders>
-            ${PROJECT_BINARY_DIR}/shader
+            ${PROJECT_SOURCE_DIR}/docs/shaders
         DEPENDS orlshaders)
+endif()
+# The shaders' pages say what the declarations say.
+if(TARGET orl_declare)
+    orl_add_command_test(shader_pages
+        COMMAND orl_declare --check-pages ${PROJECT_SOURCE_DIR}/docs/shaders
+        DEPENDS orl_declare)
 endif()

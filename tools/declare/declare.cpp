@@ -1,7 +1,11 @@
 /*
- * Writes what follows from the module's declaration tables into a folder: the scene declarations
- * (orlshaders.mi), a reference page for each unit, an index of the shaders, and the linkers' lists of exports
- * (orlshaders.map for ELF, orlshaders.def for Windows).
+ * Writes what follows from the module's declaration tables: into a build folder the scene declarations
+ * (orlshaders.mi) and the linkers' lists of exports (orlshaders.map for ELF, orlshaders.def for Windows); and
+ * into the shaders' pages what they say of declarations. A page is written by hand but for its blocks
+ *
+ *     <!-- declared: summary -->     help, result, version, kinds, source
+ *     <!-- declared: parameters -->  the table of parameters
+ *     <!-- end -->
  */
 #include "exports.h"
 
@@ -15,6 +19,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -101,6 +106,20 @@ std::string apply_text(unsigned apply) {
     return text;
 }
 
+// Switches have no range worth telling, and from 1e30 on a bound is none.
+std::string range_text(const Field& field) {
+    if (field.type == miTYPE_BOOLEAN)
+        return "";
+    constexpr double unbounded = 1e30;
+    const Range& range = field.range;
+    const bool low = range.lowest > -unbounded, high = range.highest < unbounded;
+    if (low && high)
+        return number(range.lowest) + " to " + number(range.highest);
+    if (low)
+        return "at least " + number(range.lowest);
+    return high ? "at most " + number(range.highest) : "";
+}
+
 // ---- scene declarations
 
 // A type and what bears it, as in `vector "point"`. Members stand in braces behind the word struct.
@@ -113,15 +132,29 @@ std::string typed(miParam_type type, const FieldList& members, const char* name)
     return std::string("struct { ") + text + " } \"" + name + '"';
 }
 
+// What stands behind a parameter: what it does, its unit and range.
+std::string comment(const Field& field) {
+    std::string text = field.help;
+    const std::string range = range_text(field), unit = field.unit;
+    if (!range.empty() || !unit.empty())
+        text.append(" [")
+            .append(range)
+            .append(range.empty() || unit.empty() ? "" : " ")
+            .append(unit)
+            .append("]");
+    return text.empty() ? text : text.insert(0, " # ");
+}
+
 std::string parameters(const FieldList& fields) {
     std::string text;
+    std::size_t left = fields.count;
     for (const Field& field : fields) {
-        text += text.empty() ? "" : ",";
         text += std::string("\n    ") + (field.array ? "array " : "") +
                 typed(field.type, field.members, field.name);
         const std::string value = default_text(field);
         if (!value.empty())
             text.append(" ").append(value);
+        text.append(--left ? "," : "").append(comment(field));
     }
     return text.empty() ? "()" : "(" + text + "\n)";
 }
@@ -132,8 +165,9 @@ std::string scene_declarations() {
     for (const orl::Unit& unit : orl::units) {
         mi << "\n# ---- " << unit.name << "\n";
         for (const Shader& shader : unit.shaders) {
-            mi << "\ndeclare shader " << typed(shader.result, shader.result_members, shader.name) << ' '
-               << parameters(shader.fields) << "\n    version " << shader.version << '\n';
+            mi << "\n# " << shader.help << "\ndeclare shader "
+               << typed(shader.result, shader.result_members, shader.name) << ' ' << parameters(shader.fields)
+               << "\n    version " << shader.version << '\n';
             if (const std::string apply = apply_text(shader.apply); !apply.empty())
                 mi << "    apply " << apply << '\n';
             mi << "end declare\n";
@@ -141,21 +175,12 @@ std::string scene_declarations() {
     }
     mi << "\n# ---- data that the host attaches to scenes, nodes and objects\n";
     for (const Data& data : orl::host_data)
-        mi << "\ndeclare data \"" << data.name << "\" " << parameters(data.fields) << "\n    version "
-           << data.version << "\nend declare\n";
+        mi << "\n# " << data.help << "\ndeclare data \"" << data.name << "\" " << parameters(data.fields)
+           << "\n    version " << data.version << "\nend declare\n";
     return mi.str();
 }
 
 // ---- reference pages
-
-std::string range_text(const Range& range) {
-    const bool low = std::isfinite(range.lowest), high = std::isfinite(range.highest);
-    if (low && high)
-        return number(range.lowest) + " to " + number(range.highest);
-    if (low)
-        return "at least " + number(range.lowest);
-    return high ? "at most " + number(range.highest) : "";
-}
 
 std::string page_type(miParam_type type, const FieldList& members) {
     if (type != miTYPE_STRUCT)
@@ -174,47 +199,56 @@ std::string field_table(const FieldList& fields) {
     for (const Field& field : fields)
         text += std::string("| `") + field.name + "` | " + (field.array ? "array of " : "") +
                 page_type(field.type, field.members) + " | " + default_text(field) + " | " +
-                range_text(field.range) + " | " + field.unit + " | " + field.help + " |\n";
+                range_text(field) + " | " + field.unit + " | " + field.help + " |\n";
     return text;
 }
 
-std::string unit_page(const orl::Unit& unit) {
-    std::ostringstream page;
-    page << "# " << unit.name << "\n";
-    for (const Shader& shader : unit.shaders) {
-        page << "\n## " << shader.name << "\n\n"
-             << shader.help << "\n\nResult: " << page_type(shader.result, shader.result_members)
-             << ". Version " << shader.version << ".";
-        if (const std::string apply = apply_text(shader.apply); !apply.empty())
-            page << " Used as: " << apply << '.';
-        page << "\n\n" << field_table(shader.fields);
-    }
-    return page.str();
+std::string summary(const orl::Unit& unit, const Shader& shader) {
+    std::string text = std::string(shader.help) +
+                       "\n\nResult: " + page_type(shader.result, shader.result_members) + ". Version " +
+                       std::to_string(shader.version) + ".";
+    if (const std::string apply = apply_text(shader.apply); !apply.empty())
+        text += " Used as: " + apply + '.';
+    const std::string source = std::string(unit.name) + ".cpp";
+    return text + " Source: [" + source + "](../../shader/src/" + source + ").\n";
 }
 
-std::string data_page() {
-    std::ostringstream page;
-    page << "# orl_support\n";
+std::string host_data() {
+    std::string text;
     for (const Data& data : orl::host_data)
-        page << "\n## " << data.name << "\n\n"
-             << data.help << " Version " << data.version << ".\n\n"
-             << field_table(data.fields);
-    return page.str();
+        text.append(text.empty() ? "## " : "\n## ")
+            .append(data.name)
+            .append("\n\n")
+            .append(data.help)
+            .append(" Version ")
+            .append(std::to_string(data.version))
+            .append(".\n\n")
+            .append(field_table(data.fields));
+    return text;
 }
 
-// All shaders by name, with the page and the source that hold them.
-std::string index_page() {
-    std::map<std::string_view, const orl::Unit*> shaders;
+// All shaders, by name.
+std::string shader_list() {
+    std::map<std::string_view, const char*> shaders;
     for (const orl::Unit& unit : orl::units)
         for (const Shader& shader : unit.shaders)
-            shaders[shader.name] = &unit;
-    std::string text = "# Shaders by name\n\n| shader | page | source |\n|---|---|---|\n";
-    for (const auto& [name, unit] : shaders) {
-        const std::string page = std::string(unit->name) + ".md";
-        text.append("| `").append(name).append("` | [").append(page).append("](").append(page);
-        text.append(") | `shader/src/").append(unit->name).append(".cpp` |\n");
-    }
+            shaders[shader.name] = shader.help;
+    std::string text = "| shader | |\n|---|---|\n";
+    for (const auto& [name, help] : shaders)
+        text.append("| [`").append(name).append("`](").append(name).append(".md) | ").append(help).append(
+            " |\n");
     return text;
+}
+
+// Gives the blocks of that name another text; false when there is none, or one without an end.
+bool replace_block(std::string& page, const std::string& name, const std::string& text) {
+    const std::string start = "<!-- declared: " + name + " -->\n", end = "<!-- end -->";
+    const std::size_t from = page.find(start);
+    const std::size_t to = from == std::string::npos ? from : page.find(end, from);
+    if (to == std::string::npos)
+        return false;
+    page.replace(from + start.size(), to - from - start.size(), text);
+    return true;
 }
 
 // ---- exports
@@ -241,30 +275,67 @@ std::string lines(const std::vector<std::string>& names, const char* before, con
     return text;
 }
 
-void write(const std::string& folder, const std::string& file, const std::string& text) {
-    std::ofstream out(folder + '/' + file, std::ios::binary);
+std::string read(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary);
     out << text;
     if (!out.flush()) {
-        std::cerr << "declare: cannot write " << folder << '/' << file << '\n';
+        std::cerr << "declare: cannot write " << path << '\n';
         std::exit(1);
     }
+}
+
+void write_for_build(const std::string& folder) {
+    write(folder + "/orlshaders.mi", scene_declarations());
+    const std::vector<std::string> names = exports();
+    write(folder + "/orlshaders.map", "{\nglobal:\n" + lines(names, "    ", ";\n") + "local:\n    *;\n};\n");
+    write(folder + "/orlshaders.def", "LIBRARY orlshaders.dll\nEXPORTS\n" + lines(names, "    ", "\n"));
+}
+
+using Blocks = std::vector<std::pair<std::string, std::string>>; // name, text
+
+// Brings the blocks of a page up to date, or only says whether they are.
+bool update_page(const std::string& path, const Blocks& blocks, bool check) {
+    const std::string before = read(path);
+    std::string page = before;
+    for (const auto& [name, text] : blocks)
+        if (!replace_block(page, name, text)) {
+            std::cerr << path << ": no block \"declared: " << name << "\"\n";
+            return false;
+        }
+    if (page == before)
+        return true;
+    if (check)
+        std::cerr << path << " says other things than the declaration: run orl_declare --pages\n";
+    else
+        write(path, page);
+    return !check;
+}
+
+bool update_pages(const std::string& folder, bool check) {
+    bool good = update_page(folder + "/README.md", {{"list", shader_list()}}, check);
+    good &= update_page(folder + "/host_data.md", {{"data", host_data()}}, check);
+    for (const orl::Unit& unit : orl::units)
+        for (const Shader& shader : unit.shaders)
+            good &= update_page(
+                folder + '/' + shader.name + ".md",
+                {{"summary", summary(unit, shader)}, {"parameters", field_table(shader.fields)}}, check);
+    return good;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    const std::string_view first = argc > 1 ? argv[1] : "";
+    if (argc == 3 && (first == "--pages" || first == "--check-pages"))
+        return update_pages(argv[2], first == "--check-pages") ? 0 : 1;
     if (argc != 2) {
-        std::cerr << "usage: declare FOLDER\n";
+        std::cerr << "usage: declare FOLDER, or declare --pages|--check-pages FOLDER_OF_PAGES\n";
         return 1;
     }
-    const std::string folder = argv[1];
-    write(folder, "orlshaders.mi", scene_declarations());
-    for (const orl::Unit& unit : orl::units)
-        write(folder, std::string(unit.name) + ".md", unit_page(unit));
-    write(folder, "orl_support.md", data_page());
-    write(folder, "index.md", index_page());
-
-    const std::vector<std::string> names = exports();
-    write(folder, "orlshaders.map", "{\nglobal:\n" + lines(names, "    ", ";\n") + "local:\n    *;\n};\n");
-    write(folder, "orlshaders.def", "LIBRARY orlshaders.dll\nEXPORTS\n" + lines(names, "    ", "\n"));
+    write_for_build(argv[1]);
 }
