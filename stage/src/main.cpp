@@ -75,6 +75,16 @@ stage::MessageLog& message_log() {
     return *log;
 }
 
+// What was installed with this program: looked into last.
+void add_installed_folders(std::vector<std::string>& search_path) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
+    for (const char* installed : {ORL_INSTALLED_LIBRARIES, ORL_INSTALLED_SCENES})
+        if (const fs::path path = (folder / installed).lexically_normal(); fs::is_directory(path, error))
+            search_path.push_back(path.string());
+}
+
 // Renders the frames of one scene file.
 class Session {
 public:
@@ -185,6 +195,7 @@ int Session::run() {
     stage::Scene scene;
     stage::set_current_scene(&scene);
     scene.search_path = line_.libraries;
+    add_installed_folders(scene.search_path);
     Dl_info own{};
     if (dladdr(reinterpret_cast<const void*>(&stage::current_renderer), &own) && own.dli_fname)
         scene.libraries->set_module_handle(dlopen(own.dli_fname, RTLD_NOW | RTLD_NOLOAD));
