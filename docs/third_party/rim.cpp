@@ -1,4 +1,5 @@
-// A material around another one: its silhouette glows in the colour that the host draws the node's wires with.
+// A material around another one: its silhouette glows in the colour that the host draws the node's wires
+// with.
 #include <cmath>
 
 #include "orlshaders.h"
@@ -17,7 +18,8 @@ extern "C" DLLEXPORT miBoolean rim(miColor* result, miState* state, RimParams* p
     // The material, whatever kind of ray asks. Only what is seen gets a rim: no shadows, no photons.
     const miBoolean shaded = CallMaterial(result, state, *mi_eval_tag(&params->material), nullptr);
     const orl_NodeData* node = GetNodeData(state->instance);
-    const bool seen = state->type == miRAY_EYE || state->type == miRAY_REFLECT || state->type == miRAY_REFRACT;
+    const bool seen =
+        state->type == miRAY_EYE || state->type == miRAY_REFLECT || state->type == miRAY_REFRACT;
     if (!shaded || !node || !seen)
         return shaded;
 

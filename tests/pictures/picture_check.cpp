@@ -9,7 +9,7 @@
 // a rectangle, which begins at (X, Y) from the lower left, lies between two numbers.
 // --sum demands that the layers' colours add up to the picture's.
 // --save stores the picture as a reference, in half floats: only after looking at it.
-// When it does not agree with the reference, picture, reference and enlarged difference are left in FOLDER.
+// When it does not agree with the reference, new.png, reference.png and difference.png are left in FOLDER.
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -62,28 +62,23 @@ std::vector<float> pixels_of(const ImageBuf& image) {
     return values;
 }
 
-// Picture, reference and ten times their difference side by side, each pixel enlarged to 4 by 4.
+// Picture, reference and ten times their difference as they are on a display, each pixel enlarged to 4 by 4,
+// for tools/picture-report.
 void write_evidence(const fs::path& folder, const ImageBuf& picture, const ImageBuf& reference) {
     fs::create_directories(folder);
-    picture.write((folder / "picture.exr").string());
-    reference.write((folder / "reference.exr").string());
     const int colors = std::min(3, picture.nchannels());
-    const int width = picture.spec().width, height = picture.spec().height, zoom = 4;
-    const std::vector<float> a = pixels_of(picture), b = pixels_of(reference);
-    const auto n = static_cast<std::size_t>(picture.nchannels());
-    ImageBuf sheet(ImageSpec(width * 3 * zoom, height * zoom, colors, TypeFloat));
-    for (ImageBuf::Iterator<float> out(sheet); !out.done(); ++out) {
-        const int part = out.x() / (width * zoom), x = out.x() / zoom % width, y = out.y() / zoom;
-        for (int c = 0; c < colors; ++c) {
-            const std::size_t i = (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                                   static_cast<std::size_t>(x)) *
-                                      n +
-                                  static_cast<std::size_t>(c);
-            out[c] = part == 0 ? a[i] : part == 1 ? b[i] : 10 * std::abs(a[i] - b[i]);
-        }
+    const ImageBuf difference = ImageBufAlgo::mul(ImageBufAlgo::absdiff(picture, reference), 10.0f);
+    for (const auto& [name, image] :
+         {std::pair{"new", &picture}, {"reference", &reference}, {"difference", &difference}}) {
+        constexpr int zoom = 4;
+        const ImageSpec& spec = image->spec();
+        ImageBuf shown(ImageSpec(spec.width * zoom, spec.height * zoom, colors, TypeFloat));
+        for (ImageBuf::Iterator<float> out(shown); !out.done(); ++out)
+            for (int c = 0; c < colors; ++c)
+                out[c] = image->getchannel(out.x() / zoom, out.y() / zoom, 0, c);
+        ImageBufAlgo::pow(shown, shown, 1 / 2.2f);
+        shown.write((folder / name).string() + ".png", TypeUInt8);
     }
-    ImageBufAlgo::pow(sheet, sheet, 1 / 2.2f);
-    sheet.write((folder / "picture_reference_difference.png").string(), TypeUInt8);
 }
 
 bool agrees(const ImageBuf& picture, const ImageBuf& reference, const Rule& rule) {
@@ -231,7 +226,8 @@ int main(int argc, char** argv) {
                 return;
             good = false;
             write_evidence(output, picture, reference);
-            std::cerr << "see " << (fs::path(output) / "picture_reference_difference.png").string() << '\n';
+            std::cerr << "see " << (fs::path(output) / "difference.png").string()
+                      << ", or tools/picture-report\n";
         };
         if (!rms.empty())
             good = as_far_off(picture, load(reference_path), rms) && good;
