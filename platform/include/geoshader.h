@@ -260,11 +260,14 @@ typedef struct miInstance {
     miUint1 caustic;
     miUint1 globillum;
     miUint1 finalgather;
-    miUint1 face;             /* P: 'f', 'b', 'a' or 0 */
-    miUint1 exclusive_lights; /* P: the light list names the lights that do not act */
-    miTag light_list;         /* P: array of light instances, or null for all lights of the scene */
-    int light_list_size;      /* P */
-    miTag parameters;         /* P: user data block with the instance's parameters */
+    miUint1 face;                    /* P: 'f', 'b', 'a' or 0 */
+    miUint1 exclusive_lights;        /* P: the light list names the lights that do not act */
+    miTag light_list;                /* P: array of light instances, or null for all lights of the scene */
+    int light_list_size;             /* P */
+    miTag parameters;                /* P: user data block with the instance's parameters */
+    miTag shadow_light_list;         /* P: array of the lights whose shadows it casts, or null for all */
+    int shadow_light_list_size;      /* P */
+    miUint1 exclusive_shadow_lights; /* P: that list names the lights whose shadows it does not cast */
 } miInstance;
 
 typedef struct miGroup {

@@ -74,7 +74,7 @@ typedef void mia_tonemap_api_map_function(const mia_tonemap_parameters* params, 
  * mi_ward_glossy, mi_ward_anisglossy, mi_schlick_scatter, mi_choose_lobe and its kin, mi_luminance, the
  * photon functions, mi_opacity_set, mi_fb_put, mi_point_transform and its kin, mi_tri_vectors, the image
  * functions other than mi_img_put_color, mi_colorprofile_ciexyz_to_render, mi_shaderstate_set and _get, the
- * mi_mem_int family, locks and messages; of the interface object, open_output_image.
+ * mi_mem_int family, locks and messages; of the interface object, open_output_image, createLightList.
  */
 
 #endif

@@ -1,8 +1,9 @@
-// The interface object: the camera's named frame buffers for shader libraries.
+// The interface object: the camera's named frame buffers and lists of lights for shader libraries.
 #include <array>
 #include <string_view>
 
 #include "api/api.h"
+#include "api/light_list.h"
 
 namespace {
 
@@ -196,6 +197,15 @@ public:
         if (stage::Renderer* renderer = stage::current_renderer())
             renderer->close_output_image(index);
     }
+    mi::shader_v3::LightList* createLightList(miState* state, miTag* list, int n) override {
+        return stage::light_list_of(state, list, n, nullptr);
+    }
+    mi::shader_v3::LightList* createLightList(miState* state, const miVector& axis, miScalar cone_cosine,
+                                              miTag* list, int n) override {
+        const stage::LightCone cone{axis, cone_cosine};
+        return stage::light_list_of(state, list, n, &cone);
+    }
+    void releaseLightList(mi::shader_v3::LightList*) override {} // goes with the shader's other memory
 };
 
 } // namespace

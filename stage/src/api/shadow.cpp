@@ -65,8 +65,10 @@ public:
                                            static_cast<std::uint32_t>(RayMask::shadow), hit))
                 return false;
             near_ = hit.distance + std::max(step_, hit.distance * 1e-6);
-            kind = passage(context_.world->scene,
-                           context_.world->instances[hit.instance].material_of(hit.triangle));
+            const WorldInstance& instance = context_.world->instances[hit.instance];
+            if (!instance.casts_shadow_of(light_->light_instance))
+                continue;
+            kind = passage(context_.world->scene, instance.material_of(hit.triangle));
             if (kind != Passage::free)
                 return true;
         }
@@ -128,6 +130,17 @@ miBoolean trace_sorted(miColor* result, miState* light) {
 
 // ---- segments ----
 
+// Casts to the next surface that casts the light's shadow; the others are as if they were not there.
+bool cast_shadow_ray(RayFrame& frame, double near, double far) {
+    const World& world = *context_of(&frame.state).world;
+    while (cast(frame, near, far, RayMask::shadow)) {
+        if (world.instances[frame.hit.instance].casts_shadow_of(frame.state.light_instance))
+            return true;
+        near = frame.hit.distance + std::max(start_distance(&frame.state), frame.hit.distance * 1e-6);
+    }
+    return false;
+}
+
 // One piece of the way from the point to the light, of which `remaining` is left: up to the next surface,
 // whose shader goes on from there by itself, or to the light. Volumes act on each piece.
 miBoolean trace_segment(miColor* result, miState* from, const miState& light, double near, double remaining,
@@ -140,7 +153,7 @@ miBoolean trace_segment(miColor* result, miState* from, const miState& light, do
     state.volume = volume;
     const World& world = *context_of(from).world;
     ++context_of(from).statistics.shadow_rays;
-    if (!cast(frame, near, remaining * nearly_all, RayMask::shadow)) {
+    if (!cast_shadow_ray(frame, near, remaining * nearly_all)) {
         state.dist = remaining;
         state.point = light.org;
     } else {

@@ -62,20 +62,29 @@ Space object_space(const miState* state, MovingSpace& storage) {
 
 namespace {
 
-// The instance alone places a light's space. A shader that measures points in it misses an `origin`, though
-// the rays start there: told once for each light.
+void tell_once(std::atomic<bool>& told, const Element& light, const char* what) {
+    if (!told.load(std::memory_order_relaxed) && !told.exchange(true))
+        send_message(MessageLevel::warning, "%s: light \"%s\": its shader measures %s",
+                     light.place.text().c_str(), light.name.c_str(), what);
+}
+
+// The instance alone places and turns a light's space. A shader that measures points in it misses an
+// `origin`, though the rays start there, and a `direction`, though they may go there: told once for each
+// light.
 Space light_space_of_points(const miState* state) {
     const WorldLight* light = current_light(state);
-    const miVector origin = light ? light->light->origin : miVector{};
-    if (origin.x != 0.0f || origin.y != 0.0f || origin.z != 0.0f) {
-        Element& element = *world_of(state)->scene.database.find(light->light_tag);
-        if (!element.origin_missed.load(std::memory_order_relaxed) && !element.origin_missed.exchange(true))
-            send_message(
-                MessageLevel::warning,
-                "%s: light \"%s\": its shader measures from where the instance stands and does not see "
-                "the origin, which is not 0: place the instance there instead",
-                element.place.text().c_str(), element.name.c_str());
-    }
+    if (!light)
+        return space_of(light);
+    Element& element = *world_of(state)->scene.database.find(light->light_tag);
+    const miVector &origin = light->light->origin, &direction = light->light->direction;
+    if (origin.x != 0.0f || origin.y != 0.0f || origin.z != 0.0f)
+        tell_once(element.origin_missed, element,
+                  "from where the instance stands and does not see the origin, which is not 0: place the "
+                  "instance there instead");
+    if (light->light->type != miLIGHT_ORIGIN && direction.z > -0.9999f)
+        tell_once(element.direction_missed, element,
+                  "along -z of the instance and does not see the direction, which is another: turn the "
+                  "instance instead");
     return space_of(light);
 }
 

@@ -176,6 +176,7 @@ private:
     void texture_bytes(Element& element, miParam_type kind);
     void writable_texture(Element& element, miParam_type kind);
     void light_profile();
+    void read_profile(Element& element, const Token& file);
     void user_data();
     std::vector<std::byte> byte_strings();
     std::vector<std::byte> data_file(const Token& name);
@@ -191,6 +192,8 @@ private:
     bool instance_lists(miInstance& i);
     void instance_materials(miInstance& i);
     void instance_lights(miInstance& i);
+    // A list of lights for the instance: a tag array, or null for all; its length.
+    std::pair<miTag, int> light_list();
     void group();
     miUint1 mode(int most);
     void attach_data(std::vector<std::pair<Token, miTag>>& chain, miTag& head);

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "mi/parser_impl.h"
+#include "scene/light_profile.h"
 
 namespace stage::mi {
 
@@ -211,11 +212,21 @@ void Parser::light_profile() {
             if (element.file.empty())
                 warn(place_of(file), "cannot find the file \"" + std::string(file.value) +
                                          "\" of the light profile \"" + element.name + '"');
+            else
+                read_profile(element, file);
         } else {
             fail_unknown("a light profile", "format, file or end lightprofile");
         }
     }
     end_of("lightprofile");
+}
+
+void Parser::read_profile(Element& element, const Token& file) {
+    try {
+        element.profile = std::make_shared<const LightProfile>(read_light_profile_file(element.file));
+    } catch (const SceneError& error) {
+        fail(file, "light profile \"" + element.name + "\": " + error.what());
+    }
 }
 
 // ---- user data -----------------------------------------------------------------------------------

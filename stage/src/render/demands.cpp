@@ -46,15 +46,13 @@ void report_light(Scene& scene, const Element& element) {
                   l.caustic_emit_photons || l.global_emit_photons,
               "photons are"},
              {l.use_shadow_maps != miFALSE, "shadow maps are"},
-             {l.visible && l.area != miLIGHT_NONE, "a visible light is"},
-             {l.area == miLIGHT_OBJECT || l.area == miLIGHT_USER, "an area of this kind is", true}});
+             {l.visible && l.area != miLIGHT_NONE && !is_seen(l),
+              "a visible light that is directional or of a user's area is"}});
 }
 
 void report_instance(Scene& scene, const Element& element) {
     const auto& i = *element.as<miInstance>();
-    warn_of(scene, element,
-            {{i.light_list != miNULLTAG, "a list of lights is"},
-             {i.parameters != miNULLTAG, "parameters of an instance are"}});
+    warn_of(scene, element, {{i.parameters != miNULLTAG, "parameters of an instance are"}});
 }
 
 void report_texture(Scene& scene, const Element& element) {

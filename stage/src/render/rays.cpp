@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "render/shading.h"
 #include "render/vector.h"
@@ -42,9 +43,26 @@ miBoolean pass_hull(miColor* result, RayFrame& hull) {
     return shade(result, frame);
 }
 
+// The light's own shader gives its colour: the type of the ray tells it that it is looked at, not asked to
+// light. A light that does not answer is not there.
+miBoolean shade_light(miColor* result, RayFrame& frame, const WorldLight& light) {
+    miState& state = frame.state;
+    const miTag outer = std::exchange(state.light_instance, light.instance);
+    state.refraction_volume = state.volume;
+    const miBoolean lit = call_shader(result, miSHADER_LIGHT, &state, light.light->shader, nullptr);
+    state.light_instance = outer;
+    if (!lit)
+        return pass_hull(result, frame);
+    result->a = 1.0f;
+    return miTRUE;
+}
+
 miBoolean shade_hit(miColor* result, RayFrame& frame) {
     miState& state = frame.state;
-    const Scene& scene = context_of(&state).world->scene;
+    const World& world = *context_of(&state).world;
+    if (const int light = world.instances[frame.hit.instance].light; light >= 0)
+        return shade_light(result, frame, world.lights[static_cast<std::size_t>(light)]);
+    const Scene& scene = world.scene;
     const MaterialSlots slots(scene, state.material);
     const miTag shader = slots[miSHADER_MATERIAL];
     if (!shader)

@@ -2,21 +2,20 @@
 #include "render/world.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <unordered_set>
 
+#include "kit/matrix.h"
 #include "render/affine.h"
 #include "render/demands.h"
 #include "render/embree_scene.h"
+#include "render/vector.h"
 
 namespace stage {
 
-namespace {
-
-constexpr int deepest_group = 256; // a graph this deep contains itself
-
 constexpr miUint1 flag_inherits = 2;
-constexpr miUint1 casts = 1, receives = 2; // bits of an object's reflection, refraction and transparency
 
 // What an instance hands down to what it contains.
 struct Inherited {
@@ -28,12 +27,21 @@ struct Inherited {
     miTag light_list = miNULLTAG;
     int light_count = 0;
     bool exclusive_lights = false;
+    miTag shadow_light_list = miNULLTAG;
+    int shadow_light_count = 0;
+    bool exclusive_shadow_lights = false;
     miUint1 visible = flag_inherits, shadow = flag_inherits, trace = flag_inherits,
             reflection = flag_inherits, refraction = flag_inherits, transparency = flag_inherits,
             finalgather = flag_inherits;
     miUint1 face = 0;
     bool no_motion = false;
 };
+
+namespace {
+
+constexpr int deepest_group = 256; // a graph this deep contains itself
+
+constexpr miUint1 casts = 1, receives = 2; // bits of an object's reflection, refraction and transparency
 
 bool is_null_matrix(const miScalar* m) {
     return std::all_of(m, m + 16, [](miScalar v) { return v == 0.0f; });
@@ -92,6 +100,11 @@ Inherited inherit(const Inherited& parent, const Element& element, const miInsta
         in.light_count = instance.light_list_size;
         in.exclusive_lights = instance.exclusive_lights != 0;
     }
+    if (instance.shadow_light_list) {
+        in.shadow_light_list = instance.shadow_light_list;
+        in.shadow_light_count = instance.shadow_light_list_size;
+        in.exclusive_shadow_lights = instance.exclusive_shadow_lights != 0;
+    }
     inherit_flag(in.visible, instance.visible);
     inherit_flag(in.shadow, instance.shadow);
     inherit_flag(in.trace, instance.trace);
@@ -113,6 +126,13 @@ miUint1 mode_of(miUint1 inherited, miUint1 of_object) {
 
 bool switch_of(miUint1 inherited, miUint1 of_object) {
     return (inherited == flag_inherits ? of_object : inherited) != 0;
+}
+
+std::span<const miTag> tag_list(const Database& database, miTag list, int count) {
+    const Element* element = database.find(list);
+    if (!element || element->type != miSCENE_TAGS || count <= 0)
+        return {};
+    return {element->as<miTag>(), std::min(static_cast<std::size_t>(count), element->size / sizeof(miTag))};
 }
 
 std::uint32_t bit(RayMask mask, bool on) {
@@ -139,8 +159,8 @@ private:
     void visit_group(const Element& group, const Inherited& in, int depth);
     void add_object(Element& instance, const Element& object, const Inherited& in);
     void add_light(Element& instance, const Element& light, const Inherited& in);
+    void add_light_mesh(const WorldLight& light, const Inherited& in);
     void check_labels(const WorldInstance& w, const Element& instance, const Element& object) const;
-    std::span<const miTag> tag_list(miTag list, int count) const;
     Element& leaf_for_path(Element& instance);
 
     World& world_;
@@ -216,13 +236,6 @@ Element& Flattener::leaf_for_path(Element& instance) {
     return copy;
 }
 
-std::span<const miTag> Flattener::tag_list(miTag list, int count) const {
-    const Element* element = world_.scene.database.find(list);
-    if (!element || element->type != miSCENE_TAGS || count <= 0)
-        return {};
-    return {element->as<miTag>(), std::min(static_cast<std::size_t>(count), element->size / sizeof(miTag))};
-}
-
 void Flattener::add_object(Element& instance, const Element& object_element, const Inherited& in) {
     const auto* object = object_element.as<miObject>();
     if (!object->triangles || object->triangles->triangle_count == 0)
@@ -259,12 +272,9 @@ void Flattener::add_object(Element& instance, const Element& object_element, con
 
     w.override_material = in.override_material;
     if (in.material_count > 0)
-        w.materials = tag_list(in.material, in.material_count);
+        w.materials = tag_list(world_.scene.database, in.material, in.material_count);
     else
         w.material = in.material;
-    w.has_light_list = in.light_list != miNULLTAG;
-    w.exclusive_lights = in.exclusive_lights;
-    w.lights = tag_list(in.light_list, in.light_count);
     w.label = record->label ? record->label : object->label;
     check_labels(w, leaf, object_element);
 
@@ -291,10 +301,36 @@ void Flattener::add_light(Element& instance, const Element& light, const Inherit
     if (moves(in))
         warn_once(world_.scene, instance, "moving lights are not supported yet: it stays where it starts");
     w.instance = leaf_for_path(instance).tag;
+    w.placed = instance.tag;
     w.light_tag = light.tag;
     w.light = light.as<miLight>();
+    w.area = &world_.light_areas_.emplace_back(world_.scene.database, *w.light);
+    if (is_seen(*w.light))
+        add_light_mesh(w, in);
     world_.lights.push_back(w);
     light_spaces_.push_back(in);
+}
+
+// Seen by the eye and in reflections; neither a light nor its shadow ray is stopped by it, and gathering,
+// which would count its light a second time, does not see it.
+void Flattener::add_light_mesh(const WorldLight& light, const Inherited& in) {
+    const LightMesh& mesh = world_.light_meshes_.emplace_back(world_.scene.database, *light.light);
+    if (mesh.triangles.triangle_count == 0)
+        return;
+    WorldInstance w;
+    w.tag = light.instance;
+    w.object_tag = light.light_tag;
+    w.object = &mesh.object;
+    w.triangles = &mesh.triangles;
+    w.light = static_cast<int>(world_.lights.size());
+    const bool trace = switch_of(in.trace, 1);
+    w.mask = bit(RayMask::primary, switch_of(in.visible, 1)) | bit(RayMask::trace, trace) |
+             bit(RayMask::reflection, trace && switch_of(in.reflection, 1)) |
+             bit(RayMask::refraction, trace && switch_of(in.refraction, 1)) |
+             bit(RayMask::transparency, trace && switch_of(in.transparency, 1));
+    w.label = light.light->label;
+    world_.instances.push_back(w);
+    instance_spaces_.push_back(in);
 }
 
 miTag WorldInstance::material_of(std::uint32_t triangle) const {
@@ -344,7 +380,61 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         light_index_.emplace(w.instance, static_cast<std::uint32_t>(i));
         light_tags.push_back(w.instance);
     }
+    find_light_lists(flat.instance_spaces());
+    measure();
     embree_ = std::make_unique<EmbreeScene>(*this);
+}
+
+void World::find_light_lists(const std::vector<Inherited>& instance_spaces) {
+    for (std::size_t i = 0; i < instances.size(); ++i) {
+        WorldInstance& w = instances[i];
+        const Inherited& in = instance_spaces[i];
+        w.lights = light_tags;
+        if (in.light_list)
+            w.lights = light_lists_.find(*this, tag_list(scene.database, in.light_list, in.light_count),
+                                         in.exclusive_lights);
+        w.casts_all_shadows = in.shadow_light_list == miNULLTAG;
+        if (!w.casts_all_shadows)
+            w.shadow_lights = light_lists_.find(
+                *this, tag_list(scene.database, in.shadow_light_list, in.shadow_light_count),
+                in.exclusive_shadow_lights);
+    }
+}
+
+// The ball about the box, in world space, so that it is the same whatever the internal space.
+void World::measure() {
+    constexpr float infinity = std::numeric_limits<float>::infinity();
+    miVector low{infinity, infinity, infinity}, high{-infinity, -infinity, -infinity};
+    const auto include = [&](const miVector& point, const miScalar* to_internal) {
+        const miVector p = transform_point(transform_point(point, to_internal), internal_to_world.m);
+        low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+        high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    };
+    for (const WorldInstance& w : instances) {
+        const miVector &a = w.object->bbox_min, &b = w.object->bbox_max;
+        for (unsigned k = 0; k < 8; ++k) {
+            const miVector corner{k & 1 ? b.x : a.x, k & 2 ? b.y : a.y, k & 4 ? b.z : a.z};
+            include(corner, w.to_internal.m);
+            include(corner, w.motion_to_internal.m);
+        }
+    }
+    for (const WorldLight& w : lights)
+        include(w.light->origin, w.to_internal.m);
+    include({}, camera_to_internal.m);
+    const miVector half = (high - low) * 0.5f;
+    const float radius = length(half);
+    if (!(radius > 0.0f) || !std::isfinite(radius))
+        return;
+    center_ = transform_point(low + half, world_to_internal.m);
+    const miVector unit = transform_vector({1.0f, 0.0f, 0.0f}, world_to_internal.m);
+    radius_ = double{radius} * length(unit);
+}
+
+// Fog and fire reach beyond the meshes and have no bounds that the stage knows: room is left for them.
+double World::way_from_afar(const miVector& point, const miVector& dir) const {
+    constexpr double room = 16.0;
+    const miVector from_center = point - center_;
+    return std::max(double{dot(from_center, dir)}, -radius_) + room * radius_;
 }
 
 World::~World() = default;

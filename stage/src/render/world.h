@@ -2,12 +2,16 @@
 // camera, and the ray casting structure over it.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <span>
 #include <unordered_map>
 #include <vector>
 
+#include "render/light_area.h"
+#include "render/light_lists.h"
 #include "scene/scene.h"
 
 // Identifies a hit primitive completely: what miState::pri points to.
@@ -51,21 +55,29 @@ struct WorldInstance {
     miTag material = miNULLTAG;       // inherited; or:
     std::span<const miTag> materials; // inherited list, indexed by the labels of a tagged object
     bool override_material = false;
-    bool exclusive_lights = false;
-    bool has_light_list = false;
-    std::span<const miTag> lights; // the instance's light list
+    std::span<const miTag> lights;        // light instances that its shaders are to ask
+    bool casts_all_shadows = true;        // or only those of:
+    std::span<const miTag> shadow_lights; // light instances
+    int light = -1;                       // of the mesh of a visible light: its index in World::lights
     miUint label = 0;
     [[nodiscard]] miTag material_of(std::uint32_t triangle) const;
+    [[nodiscard]] bool casts_shadow_of(miTag light_instance) const {
+        return casts_all_shadows ||
+               std::find(shadow_lights.begin(), shadow_lights.end(), light_instance) != shadow_lights.end();
+    }
 };
 
 struct WorldLight {
-    miTag instance = miNULLTAG;
+    miTag instance = miNULLTAG; // a leaf, as WorldInstance::tag
+    miTag placed = miNULLTAG;   // the instance in the scene
     miTag light_tag = miNULLTAG;
     const miLight* light = nullptr;
+    const LightArea* area = nullptr;
     Matrix to_internal; // light to internal space
     Matrix from_internal;
 };
 
+struct Inherited;   // render/world.cpp: what an instance hands down
 struct EmbreeScene; // render/embree_scene.h, the only place that includes Embree
 
 class World {
@@ -97,11 +109,24 @@ public:
     bool intersect(const miVector& org, const miVector& dir, double near, double far, float time,
                    std::uint32_t mask, miRc_intersection& hit) const;
 
+    // Length of a ray along `dir`, normalised, that starts well before everything in the scene and ends at
+    // `point`: the way of light that comes from no place.
+    [[nodiscard]] double way_from_afar(const miVector& point, const miVector& dir) const;
+
     // Bytes that the ray casting structure takes.
     [[nodiscard]] std::size_t memory() const;
 
 private:
+    friend class Flattener;
+    void find_light_lists(const std::vector<Inherited>& instance_spaces);
+    void measure();
+
     std::unique_ptr<EmbreeScene> embree_;
+    std::deque<LightArea> light_areas_;
+    std::deque<LightMesh> light_meshes_;
+    LightLists light_lists_;
+    miVector center_{};   // of the scene, internal space
+    double radius_ = 1.0; // of a ball about it that holds all things, lights and the camera
     std::unordered_map<miTag, std::uint32_t> instance_index_, light_index_;
 };
 

@@ -144,6 +144,8 @@ struct Geometry {
 
 // A texture or frame image; defined by stage/src/image.
 class Image;
+// What a light profile's file says (scene/light_profile.h).
+struct LightProfile;
 // The named frame buffers of a camera.
 struct FramebufferDesc {
     std::string name;
@@ -186,8 +188,10 @@ struct Element {
     std::vector<miTag> state_shaders;       // miSCENE_OPTIONS: in the order of their calls
     std::atomic<bool> lacks_energy{false};  // miSCENE_LIGHT: states none, and no shader has asked for it yet
     std::atomic<bool> origin_missed{false}; // miSCENE_LIGHT: told that its shader does not see the origin
-    float texture_filter = 1.0f;            // miSCENE_IMAGE: scale of the filter, when the image asks for one
-    std::string texture_file_type;          // miSCENE_IMAGE, writable: file format, "" by the file's name
+    std::atomic<bool> direction_missed{false};   // miSCENE_LIGHT: the same of its direction
+    std::shared_ptr<const LightProfile> profile; // miSCENE_LIGHTPROFILE: null when its file is missing
+    float texture_filter = 1.0f;   // miSCENE_IMAGE: scale of the filter, when the image asks for one
+    std::string texture_file_type; // miSCENE_IMAGE, writable: file format, "" by the file's name
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
