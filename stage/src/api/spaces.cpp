@@ -69,7 +69,7 @@ void tell_once(std::atomic<bool>& told, const Element& light, const char* what) 
 }
 
 // The instance alone places and turns a light's space. A shader that measures points in it misses an
-// `origin`, though the rays start there, and a `direction`, though they may go there: told once for each
+// `origin`, though the rays start there, and a spot's `direction`: told once for each
 // light.
 Space light_space_of_points(const miState* state) {
     const WorldLight* light = current_light(state);
@@ -81,7 +81,7 @@ Space light_space_of_points(const miState* state) {
         tell_once(element.origin_missed, element,
                   "from where the instance stands and does not see the origin, which is not 0: place the "
                   "instance there instead");
-    if (light->light->type != miLIGHT_ORIGIN && direction.z > -0.9999f)
+    if (light->light->type == miLIGHT_SPOT && direction.z > -0.9999f)
         tell_once(element.direction_missed, element,
                   "along -z of the instance and does not see the direction, which is another: turn the "
                   "instance instead");

@@ -72,14 +72,14 @@ public:
             fail(std::string(what) + " must not be negative");
         return static_cast<float>(value);
     }
-    std::vector<float> angles(int count, const char* what, double highest) {
+    std::vector<float> angles(int count, const std::string& what, double highest) {
         std::vector<float> angles;
         for (int k = 0; k < count; ++k) {
-            const double angle = number(what);
+            const double angle = number(("a " + what).c_str());
             if (!(angle >= 0.0 && angle <= highest))
-                fail(std::string(what) + " must lie from 0 to " + std::to_string(static_cast<int>(highest)));
+                fail("a " + what + " must lie from 0 to " + std::to_string(static_cast<int>(highest)));
             if (!angles.empty() && !(static_cast<float>(angle) > angles.back()))
-                fail(std::string(what) + "s must ascend");
+                fail(what + "s must ascend");
             angles.push_back(static_cast<float>(angle));
         }
         return angles;
@@ -180,8 +180,8 @@ LightProfile read_light_profile(std::string_view text, const std::string& name) 
     reader.number("the watts");
 
     LightProfile profile;
-    profile.vertical = reader.angles(verticals, "a vertical angle", 180.0);
-    profile.horizontal = reader.angles(horizontals, "a horizontal angle", 360.0);
+    profile.vertical = reader.angles(verticals, "vertical angle", 180.0);
+    profile.horizontal = reader.angles(horizontals, "horizontal angle", 360.0);
     if (!covers_circle(profile.horizontal))
         reader.fail("horizontal angles must be 0 alone or run from 0 to 90, 180 or 360, or from 90 to 270");
     for (int k = 0; k < verticals * horizontals; ++k)
