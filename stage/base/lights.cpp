@@ -73,9 +73,13 @@ BASE_VERSION(base_profile_light, 1)
 BASE_EXPORT miBoolean base_profile_light(miColor* result, miState* state, base_profile_light_params* params) {
     miColor color = *mi_eval_color(&params->color);
     const miTag profile = *mi_eval_tag(&params->profile);
+    const bool lights = state->type == miRAY_LIGHT; // otherwise the lamp is looked at, against its light
+    miVector dir = state->dir;
+    if (!lights)
+        mi_vector_neg(&dir);
     if (profile != miNULLTAG)
-        color = color * mi_lightprofile_value(state, profile, &state->dir);
-    if (state->type != miRAY_LIGHT) {
+        color = color * mi_lightprofile_value(state, profile, &dir);
+    if (!lights) {
         *result = color;
         return miTRUE;
     }

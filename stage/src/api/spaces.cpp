@@ -69,8 +69,7 @@ void tell_once(std::atomic<bool>& told, const Element& light, const char* what) 
 }
 
 // The instance alone places and turns a light's space. A shader that measures points in it misses an
-// `origin`, though the rays start there, and a spot's `direction`: told once for each
-// light.
+// `origin`, though the rays start there, and a spot's `direction`: told once for each light.
 Space light_space_of_points(const miState* state) {
     const WorldLight* light = current_light(state);
     if (!light)

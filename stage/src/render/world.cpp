@@ -15,7 +15,13 @@
 
 namespace stage {
 
+namespace {
+
+constexpr int deepest_group = 256; // a graph this deep contains itself
+
 constexpr miUint1 flag_inherits = 2;
+
+constexpr miUint1 casts = 1, receives = 2; // bits of an object's reflection, refraction and transparency
 
 // What an instance hands down to what it contains.
 struct Inherited {
@@ -36,12 +42,6 @@ struct Inherited {
     miUint1 face = 0;
     bool no_motion = false;
 };
-
-namespace {
-
-constexpr int deepest_group = 256; // a graph this deep contains itself
-
-constexpr miUint1 casts = 1, receives = 2; // bits of an object's reflection, refraction and transparency
 
 bool is_null_matrix(const miScalar* m) {
     return std::all_of(m, m + 16, [](miScalar v) { return v == 0.0f; });
@@ -147,6 +147,7 @@ public:
     Flattener(World& world, const RenderCommand& command) : world_(world), command_(command) {}
 
     void run();
+    void find_light_lists(); // once the world has its lights
     [[nodiscard]] const std::optional<Inherited>& camera() const { return camera_; }
     [[nodiscard]] const std::vector<Inherited>& instance_spaces() const { return instance_spaces_; }
     [[nodiscard]] const std::vector<Inherited>& light_spaces() const { return light_spaces_; }
@@ -311,8 +312,8 @@ void Flattener::add_light(Element& instance, const Element& light, const Inherit
     light_spaces_.push_back(in);
 }
 
-// Seen by the eye and in reflections; neither a light nor its shadow ray is stopped by it, and gathering,
-// which would count its light a second time, does not see it.
+// Seen by the eye, in mirrors and through glass. It is in nobody's way: not in that of shadow rays, probes
+// and photons; and gathering, which would count its light a second time, does not see it.
 void Flattener::add_light_mesh(const WorldLight& light, const Inherited& in) {
     const LightMesh& mesh = world_.light_meshes_.emplace_back(world_.scene.database, *light.light);
     if (mesh.triangles.triangle_count == 0)
@@ -324,13 +325,30 @@ void Flattener::add_light_mesh(const WorldLight& light, const Inherited& in) {
     w.triangles = &mesh.triangles;
     w.light = static_cast<int>(world_.lights.size());
     const bool trace = switch_of(in.trace, 1);
-    w.mask = bit(RayMask::primary, switch_of(in.visible, 1)) | bit(RayMask::trace, trace) |
+    w.mask = bit(RayMask::primary, switch_of(in.visible, 1)) |
              bit(RayMask::reflection, trace && switch_of(in.reflection, 1)) |
              bit(RayMask::refraction, trace && switch_of(in.refraction, 1)) |
              bit(RayMask::transparency, trace && switch_of(in.transparency, 1));
     w.label = light.light->label;
     world_.instances.push_back(w);
     instance_spaces_.push_back(in);
+}
+
+void Flattener::find_light_lists() {
+    const auto lights_of = [this](miTag list, int count, bool exclusive) {
+        return world_.light_lists_.find(world_, tag_list(world_.scene.database, list, count), exclusive);
+    };
+    for (std::size_t i = 0; i < world_.instances.size(); ++i) {
+        WorldInstance& w = world_.instances[i];
+        const Inherited& in = instance_spaces_[i];
+        w.lights = world_.light_tags;
+        if (in.light_list)
+            w.lights = lights_of(in.light_list, in.light_count, in.exclusive_lights);
+        w.casts_all_shadows = in.shadow_light_list == miNULLTAG;
+        if (!w.casts_all_shadows)
+            w.shadow_lights =
+                lights_of(in.shadow_light_list, in.shadow_light_count, in.exclusive_shadow_lights);
+    }
 }
 
 miTag WorldInstance::material_of(std::uint32_t triangle) const {
@@ -380,25 +398,9 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         light_index_.emplace(w.instance, static_cast<std::uint32_t>(i));
         light_tags.push_back(w.instance);
     }
-    find_light_lists(flat.instance_spaces());
+    flat.find_light_lists();
     measure();
     embree_ = std::make_unique<EmbreeScene>(*this);
-}
-
-void World::find_light_lists(const std::vector<Inherited>& instance_spaces) {
-    for (std::size_t i = 0; i < instances.size(); ++i) {
-        WorldInstance& w = instances[i];
-        const Inherited& in = instance_spaces[i];
-        w.lights = light_tags;
-        if (in.light_list)
-            w.lights = light_lists_.find(*this, tag_list(scene.database, in.light_list, in.light_count),
-                                         in.exclusive_lights);
-        w.casts_all_shadows = in.shadow_light_list == miNULLTAG;
-        if (!w.casts_all_shadows)
-            w.shadow_lights = light_lists_.find(
-                *this, tag_list(scene.database, in.shadow_light_list, in.shadow_light_count),
-                in.exclusive_shadow_lights);
-    }
 }
 
 // The ball about the box, in world space, so that it is the same whatever the internal space.

@@ -77,7 +77,6 @@ struct WorldLight {
     Matrix from_internal;
 };
 
-struct Inherited;   // render/world.cpp: what an instance hands down
 struct EmbreeScene; // render/embree_scene.h, the only place that includes Embree
 
 class World {
@@ -118,7 +117,6 @@ public:
 
 private:
     friend class Flattener;
-    void find_light_lists(const std::vector<Inherited>& instance_spaces);
     void measure();
 
     std::unique_ptr<EmbreeScene> embree_;

@@ -197,6 +197,8 @@ LightProfile read_light_profile(std::string_view text, const std::string& name) 
 
 LightProfile read_light_profile_file(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw SceneError(path + ": cannot be read");
     std::string text;
     for (char c; text.size() <= largest_file && file.get(c);)
         text.push_back(c);
