@@ -178,7 +178,7 @@ void Parser::statement() {
         fail_expected("an entity after 'incremental'");
     fail(word,
          "expected a command or an entity (options, camera, texture, material, light, object, instance, "
-         "instgroup, shader, data, lightprofile), found " +
+         "instgroup, shader, data, lightprofile, colorprofile), found " +
              describe(word));
 }
 
@@ -187,6 +187,7 @@ bool Parser::entity(const Token& word) {
     static const std::unordered_map<std::string_view, Read> entities = {
         {"options", &Parser::options},   {"camera", &Parser::camera},
         {"material", &Parser::material}, {"light", &Parser::light},
+        {"colorprofile", &Parser::color_profile},
         {"object", &Parser::object},     {"instance", &Parser::instance},
         {"instgroup", &Parser::group},   {"shader", &Parser::shader_element},
         {"data", &Parser::user_data},    {"lightprofile", &Parser::light_profile},

@@ -176,6 +176,7 @@ private:
     void texture_bytes(Element& element, miParam_type kind);
     void writable_texture(Element& element, miParam_type kind);
     void light_profile();
+    void color_profile();
     void user_data();
     std::vector<std::byte> byte_strings();
     std::vector<std::byte> data_file(const Token& name);

@@ -144,6 +144,7 @@ struct Geometry {
 
 // A texture or frame image; defined by stage/src/image.
 class Image;
+struct ColorProfile;
 // The named frame buffers of a camera.
 struct FramebufferDesc {
     std::string name;
@@ -188,6 +189,7 @@ struct Element {
     std::atomic<bool> origin_missed{false}; // miSCENE_LIGHT: told that its shader does not see the origin
     float texture_filter = 1.0f;            // miSCENE_IMAGE: scale of the filter, when the image asks for one
     std::string texture_file_type;          // miSCENE_IMAGE, writable: file format, "" by the file's name
+    const ColorProfile* profile = nullptr;  // miSCENE_IMAGE: how its pixels are stored; null as they are
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
