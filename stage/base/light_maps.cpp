@@ -70,14 +70,16 @@ void fill(miImg_image* image, const Chart& chart, miScalar reach) {
     for (int y = first(chart.y, height); y < end(chart.y, height); ++y)
         for (int x = first(chart.x, width); x < end(chart.x, width); ++x) {
             miScalar weight[3];
-            if (!chart.weights(static_cast<miScalar>(x) + 0.5f, static_cast<miScalar>(y) + 0.5f, reach, weight))
+            if (!chart.weights(static_cast<miScalar>(x) + 0.5f, static_cast<miScalar>(y) + 0.5f, reach,
+                               weight))
                 continue;
             miColor there{};
             if (reach > 0.0f)
                 mi_img_get_color(image, &there, x, y);
             if (there.a > 0.0f)
                 continue;
-            miColor color = *chart.color[0] * weight[0] + *chart.color[1] * weight[1] + *chart.color[2] * weight[2];
+            miColor color =
+                *chart.color[0] * weight[0] + *chart.color[1] * weight[1] + *chart.color[2] * weight[2];
             color.a = 1.0f;
             mi_img_put_color(image, &color, x, y);
         }
@@ -132,7 +134,8 @@ void finish(Baking& baking) {
 
 BASE_VERSION(base_light_map, 1)
 
-BASE_EXPORT void base_light_map_init(miState* state, base_light_map_params* params, miBoolean* wants_instances) {
+BASE_EXPORT void base_light_map_init(miState* state, base_light_map_params* params,
+                                     miBoolean* wants_instances) {
     if (!params) {
         *wants_instances = miTRUE;
         return;

@@ -317,8 +317,7 @@ std::shared_ptr<Image> load(Element& element) {
         return Image::missing();
     try {
         std::shared_ptr<Image> image =
-            held ? load_held(element)
-                 : Image::read(element.file, header->filter != miFALSE, element.profile);
+            held ? load_held(element) : Image::read(element.file, header->filter != miFALSE, element.profile);
         image->record()->local = header->local;
         image->record()->writable = header->writable;
         image->record()->real_name = header->real_name;

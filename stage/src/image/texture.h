@@ -37,8 +37,8 @@ public:
     // the two nearest levels for a broken level.
     [[nodiscard]] miColor lookup(float u, float v, float level = 0.0f) const;
 
-    // An edit makes all pixels 0 and lets nobody else begin one (false) until it ends, which makes the coarser
-    // levels anew.
+    // An edit makes all pixels 0 and lets nobody else begin one (false) until it ends, which makes the
+    // coarser levels anew.
     bool begin_edit();
     bool end_edit(); // false when none has begun
 
@@ -55,8 +55,8 @@ private:
 };
 
 // The image of a miSCENE_IMAGE element, read at the first use. What cannot be read is reported once, with the
-// element's name and place, and is an image that is not valid from then on. Thread-safe. A writable one begins
-// with the pixels of its file, if that is there and has the texture's size, else black.
+// element's name and place, and is an image that is not valid from then on. Thread-safe. A writable one
+// begins with the pixels of its file, if that is there and has the texture's size, else black.
 Image& image_of(Element& element);
 
 // Opens a writable texture for light maps, black; null, and a message with its place, when it is none, is

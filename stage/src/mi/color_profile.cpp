@@ -1,10 +1,11 @@
 // Colour profiles.
-#include "mi/parser_impl.h"
 #include "scene/color_profile.h"
+#include "mi/parser_impl.h"
 
 namespace stage::mi {
 
-// `primaries`, `white` and `gamma` have the defaults of the render space; `matrix` takes the primaries' place.
+// `primaries`, `white` and `gamma` have the defaults of the render space; `matrix` takes the primaries'
+// place.
 void Parser::color_profile() {
     const Token word = name("the name of the colour profile");
     Element& element = define(word, miSCENE_COLORPROFILE, sizeof(ColorProfile), "colour profile");
@@ -37,9 +38,10 @@ void Parser::color_profile() {
         }
     }
     if (!profile.settle())
-        fail(lexer_.peek(), "the colour profile \"" + element.name +
-                                "\" tells no colours apart: its primaries lie on a line, or its matrix has no "
-                                "inverse");
+        fail(lexer_.peek(),
+             "the colour profile \"" + element.name +
+                 "\" tells no colours apart: its primaries lie on a line, or its matrix has no "
+                 "inverse");
     end_of("colorprofile");
     *element.as<ColorProfile>() = profile;
 }

@@ -335,8 +335,7 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
     bool premultiplied = b.premultiplied;
     bool given = false;
     static const std::pair<const char*, std::string FramebufferDesc::*> texts[] = {
-        {"filename", &FramebufferDesc::filename},
-        {"filetype", &FramebufferDesc::filetype}};
+        {"filename", &FramebufferDesc::filename}, {"filetype", &FramebufferDesc::filetype}};
     static const std::pair<const char*, bool FramebufferDesc::*> flags[] = {
         {"filtering", &FramebufferDesc::filtering}, {"dod", &FramebufferDesc::dod},
         {"primary", &FramebufferDesc::primary},     {"tiled", &FramebufferDesc::tiled},

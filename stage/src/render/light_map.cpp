@@ -68,8 +68,7 @@ private:
         std::vector<std::uint32_t>& numbers = numbers_[material];
         part.triangles.push_back(triangle);
         for (std::uint32_t corner = 0; corner < 3; ++corner) {
-            std::uint32_t& number =
-                numbers[instance.triangles->indices[std::size_t{3} * triangle + corner]];
+            std::uint32_t& number = numbers[instance.triangles->indices[std::size_t{3} * triangle + corner]];
             if (number == UINT32_MAX) {
                 number = static_cast<std::uint32_t>(part.vertices.size());
                 part.vertices.push_back({triangle, corner});

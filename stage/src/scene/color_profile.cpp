@@ -107,11 +107,10 @@ miColor ColorProfile::decoded(const miColor& stored) const {
 }
 
 miColor ColorProfile::encoded(const miColor& color) const {
-    const Vector linear =
-        from_render *
-        Vector{static_cast<double>(color.r), static_cast<double>(color.g), static_cast<double>(color.b)};
-    return color_of(
-        {stored_of(linear[0], gamma), stored_of(linear[1], gamma), stored_of(linear[2], gamma)}, color.a);
+    const Vector linear = from_render * Vector{static_cast<double>(color.r), static_cast<double>(color.g),
+                                               static_cast<double>(color.b)};
+    return color_of({stored_of(linear[0], gamma), stored_of(linear[1], gamma), stored_of(linear[2], gamma)},
+                    color.a);
 }
 
 } // namespace stage

@@ -17,7 +17,8 @@ struct Chromaticity {
 inline constexpr std::array<Chromaticity, 3> render_primaries{{{0.64, 0.33}, {0.30, 0.60}, {0.15, 0.06}}};
 inline constexpr Chromaticity render_white{0.3127, 0.3290};
 
-using Matrix3 = std::array<double, 9>; // rows one after another, for columns of red, green, blue or of X, Y, Z
+using Matrix3 =
+    std::array<double, 9>; // rows one after another, for columns of red, green, blue or of X, Y, Z
 
 // Linear components to CIE 1931 XYZ, so that all of them at 1 give white with Y = 1. Not finite when the
 // primaries lie on a line.
