@@ -116,14 +116,14 @@ std::byte* store(std::byte* to, float value, FrameBufferType::Storage storage) {
     return to + sizeof value;
 }
 
-// A pixel in the colours of the buffer's profile, if it has one and holds colours.
+// A pixel in the colours of the buffer's profile, if it has one.
 std::array<float, 4> profiled(const FrameBuffer& buffer, int x, int y, float scale = 1.0f) {
     std::array<float, 4> values{};
     std::ranges::copy(buffer.pixel(x, y), values.begin());
-    if (!buffer.type->is_color())
+    if (!buffer.profile)
         return values;
-    const miColor linear = {values[0] * scale, values[1] * scale, values[2] * scale, values[3]};
-    const miColor stored = buffer.profile ? buffer.profile->encoded(linear) : linear;
+    const miColor stored =
+        buffer.profile->encoded({values[0] * scale, values[1] * scale, values[2] * scale, values[3]});
     return {stored.r, stored.g, stored.b, stored.a};
 }
 

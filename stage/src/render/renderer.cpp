@@ -174,10 +174,12 @@ void Renderer::open_buffers() {
     buffers_ = make_framebuffers(descs, camera.x_resolution, camera.y_resolution,
                                  element ? element->place : frame_->place);
     for (FrameBuffer& buffer : buffers_) {
+        if (!buffer.type->is_color() || buffer.desc.colorprofile.empty())
+            continue;
         const Element* profile = world_->scene.database.find(std::string_view(buffer.desc.colorprofile));
         if (profile && profile->type == miSCENE_COLORPROFILE)
             buffer.profile = profile->as<ColorProfile>();
-        else if (!buffer.desc.colorprofile.empty() && element)
+        else
             warn_once(world_->scene, *element,
                       "frame buffer \"" + buffer.desc.name + "\": there is no colour profile \"" +
                           buffer.desc.colorprofile + '"');
