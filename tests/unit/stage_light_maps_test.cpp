@@ -58,6 +58,26 @@ TEST(ColorProfile, AgreesWithPublishedNumbers) {
     EXPECT_THROW(decoded("gamma 0", {}), stage::SceneError);
 }
 
+TEST(ByteTexture, HasOneToFourComponents) {
+    const std::pair<std::string, miColor> cases[] = {
+        {"1 1 '33'", {0.2f, 0.2f, 0.2f, 1}},
+        {"1 1 '3366'", {0.2f, 0.2f, 0.2f, 0.4f}},
+        {"1 1 '0033ff'", {0, 0.2f, 1, 1}},
+        {"1 1 2 '000033330000ffff'", {0, 0.2f, 0, 1}}, // low byte first
+        {"1 1 4 '000020c1'", {-10, -10, -10, 1}},
+        {"2 1 '33663366'", {0.2f, 0.2f, 0.2f, 0.4f}},
+    };
+    for (const auto& [bytes, expected] : cases)
+        for (const std::string filter : {"", "filter "}) {
+            Stage stage;
+            stage.parse(filter + "color texture \"t\" " + bytes);
+            miVector middle{0.5f, 0.5f, 0};
+            miColor color{};
+            EXPECT_TRUE(mi_lookup_color_texture(&color, &stage.state, stage.tag("t"), &middle));
+            expect_color(color, expected, 1e-6, bytes);
+        }
+}
+
 TEST(WritableTexture, IsEditedKeptAndWritten) {
     const std::string file = std::string(orl_test_output_dir) + "/written.png";
     std::filesystem::remove(file);
