@@ -27,7 +27,8 @@ typedef enum miScene_type {
     miSCENE_FRAMEBUFFERS = 12, /* P: the frame buffers of a camera */
     miSCENE_IMAGE = 13,
     miSCENE_LIGHTPROFILE = 14,
-    miSCENE_TAGS = 15 /* P: array of tags, for example the materials of an instance */
+    miSCENE_TAGS = 15,        /* P: array of tags, for example the materials of an instance */
+    miSCENE_COLORPROFILE = 16 /* P: what the colour profile of a texture says */
 } miScene_type;
 
 #define miSCENE_FUNCDECL miSCENE_FUNCTION_DECL

@@ -45,6 +45,22 @@ void mi_state_set_pri(miState* state, const struct miRc_intersection* pri, miUin
 #endif
 
 /*
+ * The extra argument of a light-map shader in mesh mode: one instance with the triangles that its material is
+ * on, and what the shader gave for their vertices. A light map is called in vertex mode for all vertices of
+ * all its instances before it is called in mesh mode, once for each instance.
+ */
+typedef struct miLightmap_mesh {
+    const struct miRc_intersection* pri; /* with one of `triangles`, for mi_state_set_pri */
+    miUint triangle_count;
+    const miUint* triangles; /* numbers in the object's tessellation */
+    const miUint* corners;   /* three for each triangle: the numbers of their vertices' results */
+    miUint vertex_count;
+    miUint result_size;  /* bytes of a result */
+    const void* results; /* vertex_count of them, one after another */
+    miUint remaining;    /* calls in mesh mode that this light map has yet to come; 0: this is the last */
+} miLightmap_mesh;
+
+/*
  * The tone-map functions of the renderer's architectural library: photographic exposure. A block is filled,
  * handed to mia_tonemap_api_init, used on any number of threads, and handed to mia_tonemap_api_exit. Raster
  * positions are in pixels from the lower left corner.

@@ -30,6 +30,7 @@ struct FrameBufferType {
 struct FrameBuffer {
     FramebufferDesc desc;
     const FrameBufferType* type = nullptr;
+    const ColorProfile* profile = nullptr; // of the file; null: the format's own
     int width = 0, height = 0, channels = 4;
     std::vector<float> pixels;
     [[nodiscard]] bool filtered() const { return type->filtered && desc.filtering; }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cctype>
 #include <cerrno>
@@ -16,6 +17,8 @@
 #include <stdexcept>
 #include <system_error>
 #include <vector>
+
+#include "scene/color_profile.h"
 
 namespace stage {
 
@@ -113,6 +116,17 @@ std::byte* store(std::byte* to, float value, FrameBufferType::Storage storage) {
     return to + sizeof value;
 }
 
+// A pixel in the colours of the buffer's profile, if it has one.
+std::array<float, 4> profiled(const FrameBuffer& buffer, int x, int y, float scale = 1.0f) {
+    std::array<float, 4> values{};
+    std::ranges::copy(buffer.pixel(x, y), values.begin());
+    if (!buffer.profile)
+        return values;
+    const miColor stored =
+        buffer.profile->encoded({values[0] * scale, values[1] * scale, values[2] * scale, values[3]});
+    return {stored.r, stored.g, stored.b, stored.a};
+}
+
 void write_exr(const std::string& path, std::span<const FrameBuffer* const> buffers,
                const std::string& compression) {
     const int width = buffers.front()->width, height = buffers.front()->height;
@@ -127,7 +141,8 @@ void write_exr(const std::string& path, std::span<const FrameBuffer* const> buff
         }
     spec.nchannels = static_cast<int>(spec.channelnames.size());
     spec.attribute("compression", compression.empty() ? "zip" : compression);
-    spec.attribute("oiio:ColorSpace", "Linear");
+    if (!buffers.front()->profile)
+        spec.attribute("oiio:ColorSpace", "Linear");
     // The format's writer puts in the time of day otherwise, and the same picture would not be the same file.
     spec.attribute("DateTime", "2000:01:01 00:00:00");
 
@@ -137,9 +152,9 @@ void write_exr(const std::string& path, std::span<const FrameBuffer* const> buff
     for (int y = height - 1; y >= 0; --y)
         for (int x = 0; x < width; ++x)
             for (const FrameBuffer* buffer : buffers) {
-                const std::span<const float> pixel = buffer->pixel(x, y);
-                for (const float value : pixel)
-                    to = store(to, value, buffer->type->storage);
+                const std::array<float, 4> values = profiled(*buffer, x, y);
+                for (int c = 0; c < buffer->channels; ++c)
+                    to = store(to, values[static_cast<std::size_t>(c)], buffer->type->storage);
             }
     write_rows(path, "exr", spec, TypeDesc::UNKNOWN, packed);
 }
@@ -151,7 +166,8 @@ std::byte eight_bits(float value) {
 void write_png(const std::string& path, const FrameBuffer& buffer) {
     const auto channels = static_cast<std::size_t>(buffer.channels);
     ImageSpec spec(buffer.width, buffer.height, buffer.channels, TypeDesc::UINT8);
-    spec.attribute("oiio:ColorSpace", "sRGB");
+    if (!buffer.profile)
+        spec.attribute("oiio:ColorSpace", "sRGB");
     spec.attribute("oiio:UnassociatedAlpha", 1);
     std::vector<std::byte> bytes;
     bytes.reserve(buffer.pixels.size());
@@ -161,8 +177,11 @@ void write_png(const std::string& path, const FrameBuffer& buffer) {
             const float alpha = channels == 4 ? pixel[3] : 1.0f;
             const float scale =
                 alpha > 0.0f && alpha < 1.0f && buffer.desc.premultiplied ? 1.0f / alpha : 1.0f;
+            const std::array<float, 4> values = profiled(buffer, x, y, scale);
             for (std::size_t c = 0; c < channels; ++c)
-                bytes.push_back(eight_bits(c == 3 ? alpha : srgb_of_linear(pixel[c] * scale)));
+                bytes.push_back(eight_bits(c == 3           ? alpha
+                                           : buffer.profile ? values[c]
+                                                            : srgb_of_linear(pixel[c] * scale)));
         }
     write_rows(path, "png", spec, TypeDesc::UINT8, bytes);
 }
@@ -238,6 +257,25 @@ void write_picture(const Picture& picture) {
         write_exr(picture.path, picture.buffers, picture.compression);
     else
         write_png(picture.path, *picture.buffers.front());
+}
+
+void write_image(const std::string& path, const std::string& format, const miImg_image& image) {
+    const TypeDesc type = image.bits == 8    ? TypeDesc::UINT8
+                          : image.bits == 16 ? TypeDesc::UINT16
+                                             : TypeDesc::FLOAT;
+    ImageSpec spec(image.width, image.height, image.comp, type);
+    spec.attribute("oiio:UnassociatedAlpha", 1);
+    spec.attribute("DateTime", "2000:01:01 00:00:00");
+    std::vector<float> values;
+    for (int y = image.height - 1; y >= 0; --y)
+        for (int x = 0; x < image.width; ++x) {
+            const miColor c = image_color(&image, x, y);
+            const float components[] = {c.r, c.g, c.b, c.a};
+            values.insert(values.end(), components, components + image.comp);
+        }
+    std::vector<std::byte> bytes(values.size() * sizeof(float));
+    std::memcpy(bytes.data(), values.data(), bytes.size());
+    write_rows(path, format.empty() ? format_of(path) : format, spec, TypeDesc::FLOAT, bytes);
 }
 
 std::string before_ending(const std::string& path, const std::string& mark) {

@@ -40,6 +40,10 @@ void check_picture(const Picture& picture);
 // with the path.
 void write_picture(const Picture& picture);
 
+// Writes an image as it is: its numbers, in its number of bits where the format has such. The format is the
+// one that is named, or the path's ending. As above in everything else.
+void write_image(const std::string& path, const std::string& format, const miImg_image& image);
+
 // Whether write_picture knows a format ("png", "exr").
 [[nodiscard]] bool is_picture_format(const std::string& format);
 

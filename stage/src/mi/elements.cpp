@@ -335,9 +335,7 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
     bool premultiplied = b.premultiplied;
     bool given = false;
     static const std::pair<const char*, std::string FramebufferDesc::*> texts[] = {
-        {"filename", &FramebufferDesc::filename},
-        {"filetype", &FramebufferDesc::filetype},
-        {"colorprofile", &FramebufferDesc::colorprofile}};
+        {"filename", &FramebufferDesc::filename}, {"filetype", &FramebufferDesc::filetype}};
     static const std::pair<const char*, bool FramebufferDesc::*> flags[] = {
         {"filtering", &FramebufferDesc::filtering}, {"dod", &FramebufferDesc::dod},
         {"primary", &FramebufferDesc::primary},     {"tiled", &FramebufferDesc::tiled},
@@ -349,6 +347,9 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
         } else if (const auto f = std::find_if(std::begin(flags), std::end(flags), is_next);
                    f != std::end(flags)) {
             b.*(f->second) = on_off();
+        } else if (accept("colorprofile")) {
+            b.colorprofile =
+                resolve(name("the name of a colour profile"), miSCENE_COLORPROFILE, "colour profile").name;
         } else if (accept("premultiplied")) {
             premultiplied = on_off();
             given = true;

@@ -177,6 +177,7 @@ private:
     void writable_texture(Element& element, miParam_type kind);
     void light_profile();
     void read_profile(Element& element, const Token& file);
+    void color_profile();
     void user_data();
     std::vector<std::byte> byte_strings();
     std::vector<std::byte> data_file(const Token& name);

@@ -35,8 +35,7 @@ void report_material(Scene& scene, const Element& element, const miOptions& opti
     warn_of(scene, element,
             {{m.displace != miNULLTAG && !options.no_displace, "displacement is", true},
              {m.contour != miNULLTAG, "contours are", true},
-             {m.photon != miNULLTAG || m.photonvol != miNULLTAG, "photons are", true},
-             {m.lightmap != miNULLTAG, "light maps are", true}});
+             {m.photon != miNULLTAG || m.photonvol != miNULLTAG, "photons are", true}});
 }
 
 void report_light(Scene& scene, const Element& element) {
@@ -53,13 +52,6 @@ void report_light(Scene& scene, const Element& element) {
 void report_instance(Scene& scene, const Element& element) {
     const auto& i = *element.as<miInstance>();
     warn_of(scene, element, {{i.parameters != miNULLTAG, "parameters of an instance are"}});
-}
-
-void report_texture(Scene& scene, const Element& element) {
-    const auto& t = *element.as<miImg_image>();
-    warn_of(scene, element,
-            {{t.colorprofile != miNULLTAG, "a colour profile is"},
-             {t.writable && !element.file.empty(), "the file of a writable texture is"}});
 }
 
 bool differ(const miColor& a, const miColor& b) {
@@ -113,8 +105,7 @@ void report_camera(const World& world, const Element& element) {
                  {b.tiled, "tiling is", true},
                  {b.quality >= 0, "quality is", true},
                  {b.dpi != 0, "dpi is", true},
-                 {!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true},
-                 {!b.colorprofile.empty(), "a colour profile is", true}},
+                 {!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true}},
                 "frame buffer \"" + b.name + "\": ");
 }
 
@@ -223,8 +214,6 @@ void report_unsupported(const World& world, const RenderCommand& command) {
             report_instance(scene, element);
         else if (element.type == miSCENE_OBJECT)
             warn_of(scene, element, {{element.as<miObject>()->select != 0, "select is"}});
-        else if (element.type == miSCENE_IMAGE)
-            report_texture(scene, element);
         else if (element.record == world.options)
             report_options(scene, element);
         else if (element.record == world.camera)

@@ -17,10 +17,12 @@
 #include "render/camera.h"
 #include "render/demands.h"
 #include "render/film.h"
+#include "render/light_map.h"
 #include "render/photons.h"
 #include "render/progress.h"
 #include "render/sampling.h"
 #include "render/shading.h"
+#include "scene/color_profile.h"
 
 namespace stage {
 
@@ -171,6 +173,17 @@ void Renderer::open_buffers() {
         descs = element->framebuffers;
     buffers_ = make_framebuffers(descs, camera.x_resolution, camera.y_resolution,
                                  element ? element->place : frame_->place);
+    for (FrameBuffer& buffer : buffers_) {
+        if (!buffer.type->is_color() || buffer.desc.colorprofile.empty())
+            continue;
+        const Element* profile = world_->scene.database.find(std::string_view(buffer.desc.colorprofile));
+        if (profile && profile->type == miSCENE_COLORPROFILE)
+            buffer.profile = profile->as<ColorProfile>();
+        else
+            warn_once(world_->scene, *element,
+                      "frame buffer \"" + buffer.desc.name + "\": there is no colour profile \"" +
+                          buffer.desc.colorprofile + '"');
+    }
     pictures_ = pictures_of(buffers_, settings_.outputs, settings_.default_output);
     for (const Picture& picture : pictures_)
         check_picture(picture);
@@ -212,6 +225,7 @@ void Renderer::open_contexts() {
 bool Renderer::render() {
     Frame& f = *frame_;
     trace_photons(*this);
+    run_light_maps(*this);
     f.progress = std::make_unique<Progress>(f.film->bucket_count(), settings_.progress);
     f.next.store(0, std::memory_order_relaxed);
     f.arena.execute([&] { tbb::parallel_for(0, f.arena.max_concurrency(), [&](int) { work(); }); });
@@ -419,6 +433,10 @@ std::vector<std::string> Renderer::write_pictures() {
         written.push_back(picture.path);
     }
     return written;
+}
+
+const miState& Renderer::first_state() const {
+    return frame_->state;
 }
 
 Statistics Renderer::statistics() const {

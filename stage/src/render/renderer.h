@@ -52,6 +52,8 @@ public:
     // index without a buffer or with one of integers. Closing takes the image's pixels over.
     miImg_image* open_output_image(int index);
     void close_output_image(int index);
+    // What every state begins with, before its sample, thread and ray are known.
+    [[nodiscard]] const miState& first_state() const;
     // Thread contexts; [thread].
     [[nodiscard]] const std::vector<std::unique_ptr<ThreadContext>>& contexts() const { return contexts_; }
     miLock global_lock = nullptr;
