@@ -74,8 +74,6 @@ void report_options(Scene& scene, const Element& element) {
             {{!element.state_shaders.empty(), "state shaders are"},
              {o.caustic || o.globillum, "photons are", true},
              {tunes_photons(o, usual), "accuracy and depth of photons are", true},
-             {o.finalgather != 0, "final gathering is", true},
-             {o.finalgather_rays != usual.finalgather_rays, "the number of final gathering's rays is", true},
              {differ(o.contrast, usual.contrast), "contrast is", true},
              {differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
              {o.min_samples != usual.min_samples && o.min_samples < o.max_samples,

@@ -26,6 +26,7 @@ constexpr std::pair<const char*, Count> ray_counts[] = {
     {"shadow", &Statistics::shadow_rays},
     {"environment", &Statistics::environment_rays},
     {"probe", &Statistics::probe_rays},
+    {"gathering", &Statistics::gathering_rays},
 };
 
 constexpr std::array<const char*, static_cast<std::size_t>(Family::count)> family_names = {

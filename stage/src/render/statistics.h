@@ -29,7 +29,7 @@ struct Statistics {
     std::uint64_t samples = 0, bad_samples = 0; // bad: NaN or infinite
     std::uint64_t eye_rays = 0, reflection_rays = 0, refraction_rays = 0, transparent_rays = 0,
                   continued_rays = 0, shadow_rays = 0, environment_rays = 0, probe_rays = 0,
-                  light_samples = 0;
+                  gathering_rays = 0, light_samples = 0;
 
     using Clock = std::chrono::steady_clock;
     struct Work {

@@ -266,6 +266,7 @@ void Flattener::add_object(Element& instance, const Element& object_element, con
     w.receives_reflection = (reflection & receives) != 0;
     w.receives_refraction = (refraction & receives) != 0;
     w.receives_transparency = (transparency & receives) != 0;
+    w.receives_finalgather = (finalgather & receives) != 0;
     const int general_face = world_.options->face;
     w.face = in.face        ? in.face
              : object->face ? object->face

@@ -52,6 +52,7 @@ struct WorldInstance {
     std::uint32_t mask = 0; // RayMask bits
     miUint1 face = 'a';     // which sides are seen
     bool receives_reflection = true, receives_refraction = true, receives_transparency = true;
+    bool receives_finalgather = true;
     miTag material = miNULLTAG;       // inherited; or:
     std::span<const miTag> materials; // inherited list, indexed by the labels of a tagged object
     bool override_material = false;

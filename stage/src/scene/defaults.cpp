@@ -25,7 +25,7 @@ miOptions default_options() {
     o.shadow = 1;
     o.face = 'a';
     o.filter = 'b';
-    o.finalgather_rays = 1000;
+    o.finalgather_rays = 64;
     o.photon_reflection_depth = o.photon_refraction_depth = o.photon_trace_depth = 5;
     return o;
 }
