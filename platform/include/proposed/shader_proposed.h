@@ -45,6 +45,23 @@ void mi_state_set_pri(miState* state, const struct miRc_intersection* pri, miUin
 #endif
 
 /*
+ * State shaders, which the options name. Their extra argument points to a miState_event. "state" is the
+ * sample's first state, before its first shader and after its last; "sample" is each call of a lens, material,
+ * environment or volume shader that a ray brings about, with the result that this shader is given.
+ */
+typedef enum miState_call {
+    miSTATE_CALL_INIT,
+    miSTATE_CALL_EXIT,
+    miSTATE_CALL_SAMPLE_INIT,
+    miSTATE_CALL_SAMPLE_EXIT
+} miState_call;
+
+typedef struct miState_event {
+    int call;   /* miSTATE_CALL_* */
+    int shader; /* miSHADER_* of the call that a sample event belongs to, else miSHADER_STATE */
+} miState_event;
+
+/*
  * The tone-map functions of the renderer's architectural library: photographic exposure. A block is filled,
  * handed to mia_tonemap_api_init, used on any number of threads, and handed to mia_tonemap_api_exit. Raster
  * positions are in pixels from the lower left corner.

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdio>
 #include <stdexcept>
 #include <thread>
 
@@ -172,8 +173,10 @@ void Renderer::open_buffers() {
     buffers_ = make_framebuffers(descs, camera.x_resolution, camera.y_resolution,
                                  element ? element->place : frame_->place);
     pictures_ = pictures_of(buffers_, settings_.outputs, settings_.default_output);
-    for (const Picture& picture : pictures_)
+    for (Picture& picture : pictures_) {
+        picture.grading = grading_of(*world_->options);
         check_picture(picture);
+    }
 }
 
 void Renderer::open_film() {
@@ -221,7 +224,10 @@ bool Renderer::render() {
     else
         f.film->finish_rest();
     f.progress.reset();
-    world_->scene.exit_shaders(&f.state);
+    miState state;
+    copy_state(state, f.state);
+    state.renderer = contexts_.front().get();
+    world_->scene.exit_shaders(&state);
     return complete_;
 }
 
@@ -252,7 +258,7 @@ miImg_image* Renderer::open_output_image(int index) {
         buffers_[number].type->storage == FrameBufferType::Storage::integer)
         return nullptr;
     if (!output_images_[number])
-        output_images_[number] = image_of(buffers_[number]);
+        output_images_[number] = image_of(buffers_[number], !frame_->options.nopremult);
     return output_images_[number]->image();
 }
 
@@ -260,7 +266,7 @@ void Renderer::close_output_image(int index) {
     const auto number = static_cast<std::size_t>(index);
     if (index < 0 || number >= output_images_.size() || !output_images_[number])
         return;
-    take_image(buffers_[number], output_images_[number]->image());
+    take_image(buffers_[number], output_images_[number]->image(), !frame_->options.nopremult);
     output_images_[number].reset();
 }
 
@@ -416,6 +422,8 @@ std::vector<std::string> Renderer::write_pictures() {
         if (!complete_)
             picture.path = before_ending(picture.path, ".partial");
         write_picture(picture);
+        if (complete_) // what an earlier frame of this name left
+            std::remove(before_ending(picture.path, ".partial").c_str());
         written.push_back(picture.path);
     }
     return written;

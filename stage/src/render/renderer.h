@@ -46,6 +46,12 @@ public:
     [[nodiscard]] Statistics statistics() const;
     [[nodiscard]] bool aborted() const { return aborted_.load(std::memory_order_relaxed); }
     void abort() { aborted_.store(true, std::memory_order_relaxed); } // from a signal handler
+    // Stops the frame because of a mistake, which the caller has reported.
+    void give_up() {
+        gave_up_.store(true, std::memory_order_relaxed);
+        abort();
+    }
+    [[nodiscard]] bool gave_up() const { return gave_up_.load(std::memory_order_relaxed); }
     // Index for mi_fb_put by name, or -1. Index 0 is the main image.
     [[nodiscard]] int buffer_index(const char* name) const;
     // The finished picture of a buffer, for the output shader that runs; null when none runs, and for an
@@ -78,7 +84,7 @@ private:
     std::vector<std::optional<ImageMemory>> output_images_; // of buffers_, while output shaders run
     bool complete_ = true;
     std::vector<std::unique_ptr<ThreadContext>> contexts_;
-    std::atomic<bool> aborted_{false};
+    std::atomic<bool> aborted_{false}, gave_up_{false};
 };
 
 // The renderer of the frame that is being rendered, for interface functions without a state; null between
