@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "kit/color.h"
 #include "kit/lock.h"
 #include "kit/matrix.h"
 #include "kit/message.h"
@@ -368,6 +369,9 @@ void Renderer::take_buffers(const ThreadContext& context, const miState& state, 
         case miIMG_TYPE_TAG:
             values[b].r = std::bit_cast<float>(hit ? state.label : 0u);
             break;
+        case miIMG_TYPE_BIT:
+            values[b].r = std::bit_cast<float>(hit ? 1u : 0u);
+            break;
         case miIMG_TYPE_COVERAGE:
             values[b].r = hit ? 1.0f : 0.0f;
             break;
@@ -379,6 +383,8 @@ void Renderer::take_buffers(const ThreadContext& context, const miState& state, 
         default:
             if (buffer.type->is_color())
                 values[b] = values[0];
+            else if (buffer.type->is_intensity())
+                values[b].r = luminance(values[0], world_->options->luminance_weight);
         }
     }
 }
