@@ -139,8 +139,8 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     print_warnings(scene);
     const auto most = line_.quiet ? stage::MessageLevel::warning : stage::MessageLevel::debug;
     if (scene.verbosity >= 0)
-        stage::set_message_level(static_cast<stage::MessageLevel>(
-            std::clamp(scene.verbosity, static_cast<int>(stage::MessageLevel::error), static_cast<int>(most))));
+        stage::set_message_level(static_cast<stage::MessageLevel>(std::clamp(
+            scene.verbosity, static_cast<int>(stage::MessageLevel::error), static_cast<int>(most))));
     ++frames_;
     const Clock::time_point start = Clock::now();
     stage::FrameTimes times;

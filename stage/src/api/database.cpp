@@ -47,8 +47,8 @@ STAGE_API miTag mi_api_name_lookup(char* name) {
     return element ? element->tag : miNULLTAG;
 }
 
-// Never null, since shaders do not test. A tag that names nothing stops the frame; until the shader that asked
-// has returned it reads a record of zeros.
+// Never null, since shaders do not test. A tag that names nothing stops the frame; until the shader that
+// asked has returned it reads a record of zeros.
 STAGE_API void* mi_db_access(miTag tag) {
     stage::Element* element = find(tag);
     if (!element) {

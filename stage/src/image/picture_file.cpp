@@ -145,7 +145,8 @@ Window occupied_window(std::span<const FrameBuffer* const> buffers) {
         for (int y = 0; y < buffer->height; ++y)
             for (int x = 0; x < buffer->width; ++x) {
                 const std::span<const float> pixel = buffer->pixel(x, y);
-                if (std::ranges::all_of(pixel, [](float v) { return std::bit_cast<std::uint32_t>(v) << 1 == 0; }))
+                if (std::ranges::all_of(pixel,
+                                        [](float v) { return std::bit_cast<std::uint32_t>(v) << 1 == 0; }))
                     continue;
                 w = {std::min(w.x0, x), std::min(w.y0, y), std::max(w.x1, x + 1), std::max(w.y1, y + 1)};
             }
@@ -154,8 +155,7 @@ Window occupied_window(std::span<const FrameBuffer* const> buffers) {
 
 void write_exr(const std::string& path, std::span<const FrameBuffer* const> buffers) {
     const FrameBuffer& first = *buffers.front();
-    const Window window =
-        first.desc.dod ? occupied_window(buffers) : Window{0, 0, first.width, first.height};
+    const Window window = first.desc.dod ? occupied_window(buffers) : Window{0, 0, first.width, first.height};
     ImageSpec spec(window.x1 - window.x0, window.y1 - window.y0, 0, TypeDesc::FLOAT);
     spec.x = window.x0;
     spec.y = first.height - window.y1; // files count rows from the top
@@ -274,12 +274,11 @@ void write_single(const std::string& path, const std::string& format, const Fram
     const bool curve = type != TypeDesc::FLOAT && (buffer.type->is_color() || buffer.type->is_intensity());
     const float largest = type == TypeDesc::UINT8 ? 255.0f : 65535.0f;
     ImageSpec spec(buffer.width, buffer.height, channels, type);
-    if (curve && grading.gamma == 1.0f)
-        spec.attribute("oiio:ColorSpace", "sRGB");
-    else if (curve)
-        spec.attribute("oiio:ColorSpace", "GammaCorrected" + std::to_string(grading.gamma));
-    else
-        spec.attribute("oiio:ColorSpace", "Linear");
+    if (format != "tif") // whose writer spoils a file in memory when it notes the curve
+        spec.attribute("oiio:ColorSpace", !curve ? "Linear"
+                                          : grading.gamma == 1.0f
+                                              ? "sRGB"
+                                              : "GammaCorrected" + std::to_string(grading.gamma));
     if (type != TypeDesc::FLOAT)
         spec.attribute("oiio:UnassociatedAlpha", 1);
     set_attributes(spec, buffer.desc, format);
@@ -343,10 +342,10 @@ std::vector<Picture> pictures_of(std::span<const FrameBuffer> buffers, std::span
         if (desc.filename.empty())
             continue;
         // The main image's file takes the other buffers along as layers, where the format can.
-        pictures.push_back({desc.filename,
-                            is_picture_format(desc.filetype) ? plain_format(desc.filetype)
-                                                             : format_of(desc.filename),
-                            buffer == all.front() ? all : std::vector{buffer}});
+        pictures.push_back(
+            {desc.filename,
+             is_picture_format(desc.filetype) ? plain_format(desc.filetype) : format_of(desc.filename),
+             buffer == all.front() ? all : std::vector{buffer}});
     }
     if (pictures.empty())
         pictures.push_back({default_output, format_of(default_output), all});

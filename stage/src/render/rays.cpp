@@ -50,8 +50,8 @@ miBoolean shade_hit(miColor* result, RayFrame& frame) {
     if (!shader)
         return pass_hull(result, frame);
     // Not the shader of a phenomenon: others may follow it in a list.
-    const miBoolean lit = call_ray_shader(result, miSHADER_MATERIAL, &state,
-                                          slots.is_material() ? shader : state.material);
+    const miBoolean lit =
+        call_ray_shader(result, miSHADER_MATERIAL, &state, slots.is_material() ? shader : state.material);
     if (is_opaque(scene, state.material))
         result->a = 1.0f;
     return lit;

@@ -243,8 +243,8 @@ miBoolean call_shader(void* result, miShader_type type, miState* state, miTag ta
     const bool forwards = call == miSTATE_CALL_INIT || call == miSTATE_CALL_SAMPLE_INIT;
     const Database& database = context_of(state).world->scene.database;
     for (std::size_t i = 0; i < shaders.size(); ++i)
-        call_one(result, miSHADER_STATE, state,
-                 database.find(shaders[forwards ? i : shaders.size() - 1 - i]), &event);
+        call_one(result, miSHADER_STATE, state, database.find(shaders[forwards ? i : shaders.size() - 1 - i]),
+                 &event);
 }
 
 miBoolean call_ray_shader(miColor* result, miShader_type type, miState* state, miTag tag) {
