@@ -85,10 +85,7 @@ void report_options(Scene& scene, const Element& element) {
              {tunes_photons(o, usual), "accuracy and depth of photons are", true},
              {o.finalgather != 0, "final gathering is", true},
              {o.finalgather_rays != usual.finalgather_rays, "the number of final gathering's rays is", true},
-             {differ(o.contrast, usual.contrast), "contrast is", true},
              {differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
-             {o.min_samples != usual.min_samples && o.min_samples < o.max_samples,
-              "a least number of samples below the largest is", true},
              {o.max_samples < 0, "fewer than one sample for a pixel is", true},
              {o.jitter < 0.0f || o.jitter > 1.0f, "jitter outside 0 to 1 is", true}});
     for (const auto& [name, value] : element.string_options)

@@ -15,6 +15,8 @@
 
 namespace stage {
 
+struct BucketSamples; // render/film.h
+
 struct RenderSettings {
     int threads = 0;                          // 0: all
     std::optional<std::array<int, 4>> region; // xl, yl, xh, yh inclusive, pixels, (0, 0) lower left
@@ -64,6 +66,10 @@ public:
 
 private:
     struct Frame; // what only the implementation needs
+    struct PixelSamples;
+    struct SampleNumber { // sample `index` of `grid` by `grid`
+        std::uint32_t index, grid;
+    };
 
     void open_buffers();
     void open_film();
@@ -71,7 +77,9 @@ private:
     void work();
     void run_output_shaders();
     bool render_bucket(ThreadContext& context, std::size_t bucket);
-    void render_sample(ThreadContext& context, int x, int y, std::uint32_t index, float* offset,
+    bool sample_as_needed(ThreadContext& context, BucketSamples& samples);
+    bool sample_pixel(ThreadContext& context, int x, int y, PixelSamples& samples);
+    void render_sample(ThreadContext& context, int x, int y, SampleNumber number, float* offset,
                        miColor* values);
     void take_buffers(const ThreadContext& context, const miState& state, miColor* values);
     void check_sample(ThreadContext& context, const miState& state, miColor* values);
