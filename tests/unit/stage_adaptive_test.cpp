@@ -39,8 +39,9 @@ Frame render(const std::string& options, int threads, const std::string& camera 
     return frame;
 }
 
-// In one bucket all pixels have one sample, in the middle: 1 up to column 7, 0 from column 8 on. These two differ from
-// each other and take 4 more; those of column 7 agree, those of column 8 do not, and it takes 16 more.
+// In one bucket all pixels have one sample, in the middle: 1 up to column 7, 0 from column 8 on. These two
+// differ from each other and take 4 more; those of column 7 agree, those of column 8 do not, and it takes 16
+// more.
 TEST(StageSamplesAsNeeded, GoWherePixelsDiffer) {
     const Frame frame = render("samples 0 2 contrast 0.1 0.1 0.1 0.1 task size 16", 1);
     EXPECT_EQ(frame.samples, 16 * (16 + 2 * 4 + 16));

@@ -26,7 +26,7 @@ TEST(StageGrading, OfImagesThatShadersWrite) {
         {{.clip = Clip::alpha}, {0.25f, 0.5f, -1.0f, 0.25f}, {64, 64, 0, 64}},
         {{.clip = Clip::raw}, {0.25f, 0.5f, 7.0f, 0.25f}, {64, 128, 255, 64}},
         {{.premultiply = false}, {0.25f, 0.5f, 0.0f, 0.5f}, {128, 255, 0, 128}}, // divided by 0.5
-        {{.dither = true}, {0.25f, 0.5f, 0.0f, 1.0f}, {63, 127, 0, 255}}, // at (0, 0) 1 / 128 is added
+        {{.dither = true}, {0.25f, 0.5f, 0.0f, 1.0f}, {63, 127, 0, 255}},        // at (0, 0) 1 / 128 is added
         {{.desaturate = true, .luminance_weight = {0.5f, 0.5f, 0.0f, 0.0f}},
          {1.5f, 0.0f, 0.75f, 1.0f}, // grey 0.75; a third of the way remains: 1, 0.5, 0.75
          {255, 128, 191, 255}},
@@ -50,21 +50,35 @@ TEST(StageGrading, OfImagesThatShadersWrite) {
     }
 }
 
-// A pixel of 1 in each type, and what its file says of itself: the value's type, the number of channels, and the first
-// channel's value where it is read as in [0, 1].
+// A pixel of 1 in each type, and what its file says of itself: the value's type, the number of channels, and
+// the first channel's value where it is read as in [0, 1].
 TEST(StagePictureFormats, EachDataTypeInEachFormat) {
     const fs::path folder = fs::path(orl_test_output_dir) / "stage_formats";
     fs::create_directories(folder);
     const struct {
         const char *datatype, *format, *expected;
     } cases[] = {
-        {"rgba", "png", "uint8 4 1"},     {"rgba_16", "png", "uint16 4 1"}, {"rgb_fp", "png", "uint8 3 1"},
-        {"a", "png", "uint8 1 1"},        {"s_16", "png", "uint16 1 1"},    {"n", "png", "uint8 3 1"},
-        {"vta", "png", "uint8 3 1"},      {"bit", "png", "uint8 1 1"},      {"tag", "png", "uint16 1 1.5259e-05"},
-        {"rgba", "jpg", "uint8 3 1"},     {"coverage", "jpg", "uint8 1 1"}, {"rgba", "tif", "uint8 4 1"},
-        {"rgba_16", "tif", "uint16 4 1"}, {"rgba_fp", "tif", "float 4 1"},  {"z", "tif", "float 1 1"},
-        {"rgba_h", "hdr", "float 3 1"},   {"s", "hdr", "float 3 1"},        {"m", "exr", "float 3 1"},
-        {"rgb_16", "exr", "half 3 1"},    {"vts", "exr", "float 2 1"},      {"tag", "exr", "uint 1 2.3283e-10"},
+        {"rgba", "png", "uint8 4 1"},
+        {"rgba_16", "png", "uint16 4 1"},
+        {"rgb_fp", "png", "uint8 3 1"},
+        {"a", "png", "uint8 1 1"},
+        {"s_16", "png", "uint16 1 1"},
+        {"n", "png", "uint8 3 1"},
+        {"vta", "png", "uint8 3 1"},
+        {"bit", "png", "uint8 1 1"},
+        {"tag", "png", "uint16 1 1.5259e-05"},
+        {"rgba", "jpg", "uint8 3 1"},
+        {"coverage", "jpg", "uint8 1 1"},
+        {"rgba", "tif", "uint8 4 1"},
+        {"rgba_16", "tif", "uint16 4 1"},
+        {"rgba_fp", "tif", "float 4 1"},
+        {"z", "tif", "float 1 1"},
+        {"rgba_h", "hdr", "float 3 1"},
+        {"s", "hdr", "float 3 1"},
+        {"m", "exr", "float 3 1"},
+        {"rgb_16", "exr", "half 3 1"},
+        {"vts", "exr", "float 2 1"},
+        {"tag", "exr", "uint 1 2.3283e-10"},
     };
     for (const auto& c : cases) {
         stage::FramebufferDesc desc;
@@ -79,7 +93,8 @@ TEST(StagePictureFormats, EachDataTypeInEachFormat) {
         stage::write_picture({path, c.format, {&buffer}});
         const auto file = OIIO::ImageInput::open(path);
         ASSERT_TRUE(file) << path << OIIO::geterror();
-        std::vector<float> pixels(file->spec().image_pixels() * static_cast<std::size_t>(file->spec().nchannels));
+        std::vector<float> pixels(file->spec().image_pixels() *
+                                  static_cast<std::size_t>(file->spec().nchannels));
         ASSERT_TRUE(file->read_image(0, 0, 0, -1, OIIO::TypeDesc::FLOAT, pixels.data()));
         std::ostringstream got;
         got.precision(5);

@@ -76,8 +76,9 @@ TEST(StageTags, ThatNameNothingAreAnsweredAndDoNoHarm) {
         for (const miTag tag : tags) {
             const stage::Element* element = s.scene.database.find(tag);
             const bool function = element && element->type == miSCENE_FUNCTION;
-            const bool light = element && (element->type == miSCENE_INSTANCE || element->type == miSCENE_LIGHT ||
-                                           element->type == miSCENE_GROUP); // of which any may be or hold a light
+            const bool light =
+                element && (element->type == miSCENE_INSTANCE || element->type == miSCENE_LIGHT ||
+                            element->type == miSCENE_GROUP); // of which any may be or hold a light
             EXPECT_EQ(mi_db_type(tag), element ? element->type : 0);
             EXPECT_EQ(mi_db_size(tag) > 0, element && element->size > 0);
             mi_db_flush(tag);
@@ -105,7 +106,8 @@ TEST(StageTags, ThatNameNothingAreAnsweredAndDoNoHarm) {
     });
     s.call(s.tag("ask"));
     stage::set_message_sink(nullptr);
-    EXPECT_EQ(std::ranges::count_if(errors, [](const auto& e) { return e.starts_with("mi_db_access: tag"); }), 4);
+    EXPECT_EQ(std::ranges::count_if(errors, [](const auto& e) { return e.starts_with("mi_db_access: tag"); }),
+              4);
 }
 
 // Stopped, told, and exits run: the frame ends as one that the user stopped.
