@@ -49,7 +49,8 @@ TEST(StageDemands, AreMetOrTold) {
     const std::string made = R"(instance "i" geometry "s" () end instance)";
     const Case cases[] = {
         // the defaults, and what is so anyway
-        {"samples -2 1 contrast .1 .2 .1 gamma 2 colorclip raw dither on caustic accuracy 100 samplelock on", "", ""},
+        {"samples -2 1 contrast .1 .2 .1 gamma 2 colorclip raw dither on caustic accuracy 100 samplelock on",
+         "", ""},
         {"time contrast .1 .2 .1", "",
          "2:9: \"opt\": time contrast is not supported yet and without effect outside of"},
         {"globillum accuracy 100 2", "", "2:9: \"opt\": accuracy and depth of photons are"},
