@@ -46,8 +46,8 @@ void mi_state_set_pri(miState* state, const struct miRc_intersection* pri, miUin
 
 /*
  * State shaders, which the options name. Their extra argument points to a miState_event. "state" is the
- * sample's first state, before its first shader and after its last; "sample" is each call of a lens, material,
- * environment or volume shader that a ray brings about, with the result that this shader is given.
+ * sample's first state, before its first shader and after its last; "sample" is each call of a lens,
+ * material, environment or volume shader that a ray brings about, with the result that this shader is given.
  */
 typedef enum miState_call {
     miSTATE_CALL_INIT,
