@@ -89,7 +89,7 @@ private:
 
     const CommandLine& line_;
     int frames_ = 0;
-    bool stopped_ = false;
+    bool stopped_ = false, failed_ = false;
     std::size_t warnings_ = 0;
     double rendering_ = 0.0; // seconds
     std::vector<std::string> first_pictures_;
@@ -137,10 +137,10 @@ void Session::print_warnings(const stage::Scene& scene) {
 
 void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     print_warnings(scene);
+    const auto most = line_.quiet ? stage::MessageLevel::warning : stage::MessageLevel::debug;
     if (scene.verbosity >= 0)
-        stage::set_message_level(static_cast<stage::MessageLevel>(
-            std::clamp(scene.verbosity, static_cast<int>(stage::MessageLevel::error),
-                       static_cast<int>(stage::MessageLevel::debug))));
+        stage::set_message_level(static_cast<stage::MessageLevel>(std::clamp(
+            scene.verbosity, static_cast<int>(stage::MessageLevel::error), static_cast<int>(most))));
     ++frames_;
     const Clock::time_point start = Clock::now();
     stage::FrameTimes times;
@@ -176,6 +176,7 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     if (!complete)
         std::fprintf(stderr, "stopped: what was finished is in %s; no finished picture was replaced\n",
                      pictures.front().c_str());
+    failed_ = renderer.gave_up();
     // While the pictures were written too: no other frame follows.
     if (renderer.aborted())
         throw Stopped{};
@@ -203,7 +204,7 @@ int Session::run() {
         std::fprintf(stderr, "%s has no render statement: nothing to do (scenes may include it)\n",
                      line_.scene.c_str());
     stage::set_current_scene(nullptr);
-    return stopped_ ? 130 : frames_ > 0 ? 0 : 1;
+    return failed_ ? 1 : stopped_ ? 130 : frames_ > 0 ? 0 : 1;
 }
 
 // An option's check: the error's text, or nothing.
@@ -232,8 +233,8 @@ std::string help_footer(const CommandLine& line) {
     return "Without -o " + picture +
            ".\nA scene that renders several frames gives NAME.0001.png, NAME.0002.png and so on.\n"
            "Ctrl-C writes what is finished to NAME.partial.png; a second one ends the program at once.\n"
-           "\nExit codes: 0 rendered, 1 a scene, library or file could not be used or there was nothing to "
-           "render, "
+           "\nExit codes: 0 rendered, 1 a scene, library or file could not be used, a shader asked for what "
+           "does not exist, or there was nothing to render, "
            "130 stopped with Ctrl-C. Errors that shaders report while rendering do not count.";
 }
 
@@ -241,8 +242,8 @@ void declare(CLI::App& app, CommandLine& line) {
     app.add_option("scene", line.scene, "scene file; the ending .mi may be left out");
     app.add_option(
            "-o,--output", line.outputs,
-           "picture to write, .png (as on a display) or .exr (linear, with all frame buffers); may be "
-           "given several times")
+           "picture to write, .png, .jpg or .tif (as on a display), .exr (linear, with all frame buffers) or "
+           ".hdr (linear); may be given several times")
         ->check(check_output)
         ->allow_extra_args(false);
     app.add_option("-L,--library-path", line.libraries,
@@ -266,7 +267,7 @@ void declare(CLI::App& app, CommandLine& line) {
         ->check(CLI::IsMember({"world", "camera"}));
     app.add_flag("--stats", line.statistics,
                  "print rays, samples, and calls and time of each family of shaders");
-    app.add_flag("--quiet", line.quiet, "no progress line");
+    app.add_flag("--quiet", line.quiet, "no progress line, and of messages only warnings and errors");
     // For ./render.
     app.add_option("--default-scene", line.default_scene)->group("");
     app.add_option("--default-folder", line.default_folder)->group("");
@@ -301,6 +302,8 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : 1; // help is no failure
     }
     std::signal(SIGINT, stop_rendering);
+    if (line.quiet)
+        stage::set_message_level(stage::MessageLevel::warning);
     stage::set_message_sink(
         [](stage::MessageLevel level, std::string_view text) { message_log().take(level, text); });
     int code = 1;

@@ -49,10 +49,10 @@ TEST(StageDemands, AreMetOrTold) {
     const std::string made = R"(instance "i" geometry "s" () end instance)";
     const Case cases[] = {
         // the defaults, and what is so anyway
-        {"samples -2 1 contrast .1 .1 .1 gamma 1 colorclip rgb caustic accuracy 100 samplelock on", "", ""},
-        {"samples 0 1", "", "2:9: \"opt\": a least number of samples below"},
-        {"contrast .1 .2 .1", "",
-         "2:9: \"opt\": contrast is not supported yet and without effect outside of"},
+        {"samples -2 1 contrast .1 .2 .1 gamma 2 colorclip raw dither on caustic accuracy 100 samplelock on",
+         "", ""},
+        {"time contrast .1 .2 .1", "",
+         "2:9: \"opt\": time contrast is not supported yet and without effect outside of"},
         {"globillum accuracy 100 2", "", "2:9: \"opt\": accuracy and depth of photons are"},
         {"\"autovolume\" on", "", "2:9: \"opt\": the string option autovolume is not supported yet and"},
         {"", "framebuffer \"b\" filetype \"rla\"", "3:8: \"cam\": frame buffer \"b\": the file type is"},

@@ -1,17 +1,29 @@
 // Image functions of the interface: single pixels, sizes and levels, colour spaces, light maps.
 #include "api/api.h"
+#include "image/grading.h"
 #include "image/texture.h"
 #include "kit/color.h"
 #include "kit/image.h"
+#include "render/renderer.h"
+
+namespace {
+
+// As the options of the frame say, or as they are without any.
+stage::Grading grading() {
+    const stage::Renderer* renderer = stage::current_renderer();
+    return renderer ? stage::grading_of(*renderer->world().options) : stage::Grading{};
+}
+
+} // namespace
 
 STAGE_API void mi_img_get_color(miImg_image* image, miColor* color, int x, int y) {
     if (color)
-        *color = stage::image_color(image, x, y);
+        *color = stage::graded_color(image, x, y, grading());
 }
 
 STAGE_API void mi_img_put_color(miImg_image* image, miColor* color, int x, int y) {
     if (color)
-        stage::put_image_color(image, *color, x, y);
+        stage::put_graded_color(image, *color, x, y, grading());
 }
 
 STAGE_API int mi_img_get_width(miImg_image* image) {

@@ -71,20 +71,11 @@ void report_options(Scene& scene, const Element& element) {
     const auto& o = *element.as<miOptions>();
     const miOptions usual = default_options();
     warn_of(scene, element,
-            {{!element.state_shaders.empty(), "state shaders are"},
-             {o.caustic || o.globillum, "photons are", true},
+            {{o.caustic || o.globillum, "photons are", true},
              {tunes_photons(o, usual), "accuracy and depth of photons are", true},
-             {differ(o.contrast, usual.contrast), "contrast is", true},
              {differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
-             {o.min_samples != usual.min_samples && o.min_samples < o.max_samples,
-              "a least number of samples below the largest is", true},
              {o.max_samples < 0, "fewer than one sample for a pixel is", true},
-             {o.jitter < 0.0f || o.jitter > 1.0f, "jitter outside 0 to 1 is", true},
-             {o.gamma != usual.gamma, "gamma is", true},
-             {o.colorclip != usual.colorclip, "colorclip is", true},
-             {o.nopremult != miFALSE, "premultiply off is", true},
-             {o.dither != miFALSE, "dithering is", true},
-             {o.desaturate != miFALSE, "desaturation is", true}});
+             {o.jitter < 0.0f || o.jitter > 1.0f, "jitter outside 0 to 1 is", true}});
     for (const auto& [name, value] : element.string_options)
         warn_of(scene, element, {{true, "is"}}, "the string option " + name + ' ');
 }
@@ -99,10 +90,6 @@ void report_camera(const World& world, const Element& element) {
     for (const FramebufferDesc& b : buffers->framebuffers)
         warn_of(scene, element,
                 {{b.useopacity, "weighting by opacity is", true},
-                 {b.dod, "dod is", true},
-                 {b.tiled, "tiling is", true},
-                 {b.quality >= 0, "quality is", true},
-                 {b.dpi != 0, "dpi is", true},
                  {!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true}},
                 "frame buffer \"" + b.name + "\": ");
 }

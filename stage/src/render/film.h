@@ -41,6 +41,8 @@ public:
     [[nodiscard]] PixelRect
     bucket_rect(std::size_t bucket) const; // buckets run from the upper left, row by row
 
+    [[nodiscard]] const PixelRect& sampled_rect() const { return sampled_; } // what all buckets cover
+
     // Memory for the samples of a bucket, to be filled before `finish`. Any thread; each bucket once.
     BucketSamples& begin(std::size_t bucket);
     // Filters every bucket whose surroundings are complete now.

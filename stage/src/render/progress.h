@@ -14,7 +14,8 @@ namespace stage {
 
 class Progress {
 public:
-    Progress(std::size_t total, bool enabled);
+    // `work` says what is going on: "rendering".
+    Progress(std::size_t total, bool enabled, std::string work = "rendering");
     ~Progress(); // ends the line
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -24,6 +25,7 @@ public:
 private:
     const std::size_t total_;
     const bool enabled_, terminal_;
+    const std::string work_;
     const std::chrono::steady_clock::time_point start_;
     std::atomic<std::size_t> done_{0};
     std::mutex guard_;

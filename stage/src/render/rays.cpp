@@ -68,8 +68,8 @@ miBoolean shade_hit(miColor* result, RayFrame& frame) {
     if (!shader)
         return pass_hull(result, frame);
     // Not the shader of a phenomenon: others may follow it in a list.
-    const miBoolean lit = call_shader(result, miSHADER_MATERIAL, &state,
-                                      slots.is_material() ? shader : state.material, nullptr);
+    const miBoolean lit =
+        call_ray_shader(result, miSHADER_MATERIAL, &state, slots.is_material() ? shader : state.material);
     if (is_opaque(scene, state.material))
         result->a = 1.0f;
     return lit;
@@ -168,13 +168,13 @@ miBoolean shade_surface(miColor* result, RayFrame& frame) {
     if (state.pri)
         return shade_hit(result, frame);
     const miTag environment = state.environment ? state.environment : state.camera->environment;
-    return call_shader(result, miSHADER_ENVIRONMENT, &state, environment, nullptr);
+    return call_ray_shader(result, miSHADER_ENVIRONMENT, &state, environment);
 }
 
 miBoolean apply_volume(miColor* result, miState* state, miBoolean lit) {
     if (!state->volume || state->options->no_volume)
         return lit;
-    return call_shader(result, miSHADER_VOLUME, state, state->volume, nullptr) || lit;
+    return call_ray_shader(result, miSHADER_VOLUME, state, state->volume) || lit;
 }
 
 miBoolean shade(miColor* result, RayFrame& frame) {
@@ -246,7 +246,7 @@ miBoolean continue_eye_ray(miColor* result, miState* state) {
     miBoolean lit;
     if (position < context.lenses.size()) {
         context.lens_position = position + 1;
-        lit = call_shader(result, miSHADER_LENS, &frame.state, context.lenses[position], nullptr);
+        lit = call_ray_shader(result, miSHADER_LENS, &frame.state, context.lenses[position]);
         context.lens_position = position;
     } else {
         if (context.lenses.empty())
@@ -266,9 +266,12 @@ miBoolean shade_eye_sample(miColor* result, RayFrame& frame) {
         collect_lenses(context.world->scene.database, state.camera->lens, context.lenses);
     state.child = nullptr;
     context.lens_position = context.lenses.empty() ? 0 : 1;
-    if (context.lenses.empty())
-        return trace_eye_ray(result, frame);
-    return call_shader(result, miSHADER_LENS, &state, context.lenses[0], nullptr);
+    call_state_shaders(result, &state, miSTATE_CALL_INIT);
+    const miBoolean lit = context.lenses.empty()
+                              ? trace_eye_ray(result, frame)
+                              : call_ray_shader(result, miSHADER_LENS, &state, context.lenses[0]);
+    call_state_shaders(result, &state, miSTATE_CALL_EXIT);
+    return lit;
 }
 
 } // namespace stage

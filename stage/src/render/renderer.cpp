@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstdio>
 #include <stdexcept>
 #include <thread>
 
+#include "kit/color.h"
 #include "kit/lock.h"
 #include "kit/matrix.h"
 #include "kit/message.h"
@@ -43,6 +45,13 @@ std::uint32_t sample_grid(const RenderSettings& settings, const miOptions& optio
     if (settings.samples)
         return static_cast<std::uint32_t>(std::max(1L, std::lround(std::sqrt(*settings.samples))));
     return 1u << std::clamp(options.max_samples, 0, most_samples_power);
+}
+
+// Of the samples that every pixel takes before it is known whether it needs more: less than one is one.
+std::uint32_t first_grid(const RenderSettings& settings, const miOptions& options) {
+    const std::uint32_t most = sample_grid(settings, options);
+    return settings.samples ? most
+                            : std::min(most, 1u << std::clamp(options.min_samples, 0, most_samples_power));
 }
 
 // The camera of the frame: other resolutions keep the width of the view and the shape of the pixels.
@@ -95,6 +104,21 @@ bool is_finite(const miColor& c) {
     return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
 }
 
+// The least and the largest of some colours, channel by channel.
+struct ColorRange {
+    miColor least{INFINITY, INFINITY, INFINITY, INFINITY};
+    miColor most{-INFINITY, -INFINITY, -INFINITY, -INFINITY};
+    void take(const miColor& c) {
+        least = {std::min(least.r, c.r), std::min(least.g, c.g), std::min(least.b, c.b),
+                 std::min(least.a, c.a)};
+        most = {std::max(most.r, c.r), std::max(most.g, c.g), std::max(most.b, c.b), std::max(most.a, c.a)};
+    }
+    [[nodiscard]] bool within(const miColor& contrast) const {
+        return most.r - least.r <= contrast.r && most.g - least.g <= contrast.g &&
+               most.b - least.b <= contrast.b && most.a - least.a <= contrast.a;
+    }
+};
+
 miColor color_of(const miVector& v) {
     return {v.x, v.y, v.z, 0.0f};
 }
@@ -113,6 +137,36 @@ void set_current_scene(Scene* scene) {
     loaded = scene;
 }
 
+// The samples of one pixel, fewer than the film has room for.
+struct Renderer::PixelSamples {
+    PixelSamples(std::uint32_t most, std::size_t buffer_count)
+        : grid(most), buffers(buffer_count), offsets(std::size_t{2} * most * most),
+          values(std::size_t{most} * most * buffer_count) {}
+
+    std::uint32_t grid;
+    std::size_t buffers;
+    std::vector<float> offsets;
+    std::vector<miColor> values;
+
+    void add_to(ColorRange& range) const {
+        for (std::size_t s = 0; s < std::size_t{grid} * grid; ++s)
+            range.take(values[s * buffers]);
+    }
+    // As `fine` by `fine` samples: each stands for those of its cell, in their middles.
+    void spread(std::uint32_t fine, float* to_offsets, miColor* to_values) const {
+        const std::uint32_t cells = fine / grid;
+        for (std::uint32_t s = 0; s < fine * fine; ++s) {
+            const std::uint32_t x = s % fine, y = s / fine;
+            const std::size_t from = std::size_t{y / cells} * grid + x / cells;
+            to_offsets[2 * s] =
+                cells == 1 ? offsets[2 * from] : (static_cast<float>(x) + 0.5f) / static_cast<float>(fine);
+            to_offsets[2 * s + 1] = cells == 1 ? offsets[2 * from + 1]
+                                               : (static_cast<float>(y) + 0.5f) / static_cast<float>(fine);
+            std::copy_n(&values[from * buffers], buffers, to_values + s * buffers);
+        }
+    }
+};
+
 struct Renderer::Frame {
     explicit Frame(int threads)
         : parallelism(tbb::global_control::max_allowed_parallelism, static_cast<std::size_t>(threads)),
@@ -126,7 +180,9 @@ struct Renderer::Frame {
     std::unique_ptr<Projection> projection;
     std::unique_ptr<Film> film;
     std::unique_ptr<Progress> progress;
-    std::uint32_t grid = 1;
+    std::uint32_t grid = 1;       // samples of a pixel along one axis, at most
+    std::uint32_t first_grid = 1; // and at least
+    std::uint32_t frame_seed = 0; // 0 when every frame has the same random numbers
     float jitter = 0.0f;
     miVector eye{};                    // of a perspective camera, internal space
     bool camera_keeps_lengths = false; // its rays arrive in internal space with the length that they have
@@ -152,6 +208,9 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     f.camera_keeps_lengths = keeps_lengths(world_->camera_to_internal.m);
     f.eye = transform_point({0.0f, 0.0f, 0.0f}, world_->camera_to_internal.m);
     f.grid = sample_grid(settings, *world_->options);
+    f.first_grid = first_grid(settings, *world_->options);
+    if (!world_->options->samplelock) // pictures are at most 2^16 pixels wide
+        f.frame_seed = static_cast<std::uint32_t>(f.camera.frame) << 16;
     f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
     open_buffers();
     open_film();
@@ -185,8 +244,10 @@ void Renderer::open_buffers() {
                           buffer.desc.colorprofile + '"');
     }
     pictures_ = pictures_of(buffers_, settings_.outputs, settings_.default_output);
-    for (const Picture& picture : pictures_)
+    for (Picture& picture : pictures_) {
+        picture.grading = grading_of(*world_->options);
         check_picture(picture);
+    }
 }
 
 void Renderer::open_film() {
@@ -235,7 +296,10 @@ bool Renderer::render() {
     else
         f.film->finish_rest();
     f.progress.reset();
-    world_->scene.exit_shaders(&f.state);
+    miState state;
+    copy_state(state, f.state);
+    state.renderer = contexts_.front().get();
+    world_->scene.exit_shaders(&state);
     return complete_;
 }
 
@@ -266,7 +330,7 @@ miImg_image* Renderer::open_output_image(int index) {
         buffers_[number].type->storage == FrameBufferType::Storage::integer)
         return nullptr;
     if (!output_images_[number])
-        output_images_[number] = image_of(buffers_[number]);
+        output_images_[number] = image_of(buffers_[number], !frame_->options.nopremult);
     return output_images_[number]->image();
 }
 
@@ -274,7 +338,7 @@ void Renderer::close_output_image(int index) {
     const auto number = static_cast<std::size_t>(index);
     if (index < 0 || number >= output_images_.size() || !output_images_[number])
         return;
-    take_image(buffers_[number], output_images_[number]->image());
+    take_image(buffers_[number], output_images_[number]->image(), !frame_->options.nopremult);
     output_images_[number].reset();
 }
 
@@ -298,6 +362,8 @@ void Renderer::work() {
 // False when the frame was stopped inside.
 bool Renderer::render_bucket(ThreadContext& context, std::size_t bucket) {
     BucketSamples& samples = frame_->film->begin(bucket);
+    if (frame_->first_grid < frame_->grid)
+        return sample_as_needed(context, samples);
     const std::uint32_t count = frame_->grid * frame_->grid;
     std::size_t index = 0;
     for (int y = samples.rect.y0; y < samples.rect.y1; ++y)
@@ -305,20 +371,72 @@ bool Renderer::render_bucket(ThreadContext& context, std::size_t bucket) {
             if (aborted())
                 return false;
             for (std::uint32_t s = 0; s < count; ++s, ++index)
-                render_sample(context, x, y, s, &samples.offsets[2 * index],
+                render_sample(context, x, y, {s, frame_->grid}, &samples.offsets[2 * index],
                               &samples.values[index * buffers_.size()]);
         }
     context.records.clear_rect();
     return true;
 }
 
-void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t index, float* offset,
+// A pixel whose first samples agree with each other and with those of the pixels around it is done; another
+// takes four times as many, until these agree or there are enough. Pixels around the bucket are sampled too,
+// so that no picture depends on how it is divided. False when the frame was stopped inside.
+bool Renderer::sample_as_needed(ThreadContext& context, BucketSamples& samples) {
+    const Frame& f = *frame_;
+    const PixelRect& rect = samples.rect;
+    const PixelRect around =
+        PixelRect{rect.x0 - 1, rect.y0 - 1, rect.x1 + 1, rect.y1 + 1}.cut(f.film->sampled_rect());
+    PixelSamples first(f.first_grid, buffers_.size()), more(f.grid, buffers_.size());
+    std::vector<PixelSamples> firsts(
+        static_cast<std::size_t>(around.width()) * static_cast<std::size_t>(around.height()), first);
+    const auto first_of = [&](int x, int y) -> PixelSamples& {
+        return firsts[static_cast<std::size_t>(y - around.y0) * static_cast<std::size_t>(around.width()) +
+                      static_cast<std::size_t>(x - around.x0)];
+    };
+    for (int y = around.y0; y < around.y1; ++y)
+        for (int x = around.x0; x < around.x1; ++x)
+            if (!sample_pixel(context, x, y, first_of(x, y)))
+                return false;
+    std::size_t index = 0;
+    const std::size_t count = std::size_t{f.grid} * f.grid;
+    for (int y = rect.y0; y < rect.y1; ++y)
+        for (int x = rect.x0; x < rect.x1; ++x, index += count) {
+            ColorRange range;
+            for (int v = std::max(y - 1, around.y0); v < std::min(y + 2, around.y1); ++v)
+                for (int u = std::max(x - 1, around.x0); u < std::min(x + 2, around.x1); ++u)
+                    first_of(u, v).add_to(range);
+            const PixelSamples* taken = &first_of(x, y);
+            for (more.grid = f.first_grid; !range.within(f.options.contrast) && more.grid < f.grid;) {
+                more.grid *= 2;
+                if (!sample_pixel(context, x, y, more))
+                    return false;
+                taken = &more;
+                range = {};
+                more.add_to(range);
+            }
+            taken->spread(f.grid, &samples.offsets[2 * index], &samples.values[index * buffers_.size()]);
+        }
+    context.records.clear_rect();
+    return true;
+}
+
+bool Renderer::sample_pixel(ThreadContext& context, int x, int y, PixelSamples& samples) {
+    if (aborted())
+        return false;
+    for (std::uint32_t s = 0; s < samples.grid * samples.grid; ++s)
+        render_sample(context, x, y, {s, samples.grid}, &samples.offsets[2 * s],
+                      &samples.values[s * samples.buffers]);
+    return true;
+}
+
+void Renderer::render_sample(ThreadContext& context, int x, int y, SampleNumber number, float* offset,
                              miColor* values) {
     const Frame& f = *frame_;
-    context.pixel_x = static_cast<std::uint32_t>(x);
+    const std::uint32_t index = number.index;
+    context.pixel_x = static_cast<std::uint32_t>(x) + f.frame_seed;
     context.pixel_y = static_cast<std::uint32_t>(y);
     context.sample = index;
-    const PixelSample place = pixel_sample(context.pixel_x, context.pixel_y, index, f.grid, f.jitter);
+    const PixelSample place = pixel_sample(context.pixel_x, context.pixel_y, index, number.grid, f.jitter);
     context.sample_seed = place.seed;
     context.sample_dimension = 0;
     context.random_state = mix_bits(place.seed);
@@ -376,6 +494,9 @@ void Renderer::take_buffers(const ThreadContext& context, const miState& state, 
         case miIMG_TYPE_TAG:
             values[b].r = std::bit_cast<float>(hit ? state.label : 0u);
             break;
+        case miIMG_TYPE_BIT:
+            values[b].r = std::bit_cast<float>(hit ? 1u : 0u);
+            break;
         case miIMG_TYPE_COVERAGE:
             values[b].r = hit ? 1.0f : 0.0f;
             break;
@@ -387,6 +508,8 @@ void Renderer::take_buffers(const ThreadContext& context, const miState& state, 
         default:
             if (buffer.type->is_color())
                 values[b] = values[0];
+            else if (buffer.type->is_intensity())
+                values[b].r = luminance(values[0], world_->options->luminance_weight);
         }
     }
 }
@@ -430,6 +553,8 @@ std::vector<std::string> Renderer::write_pictures() {
         if (!complete_)
             picture.path = before_ending(picture.path, ".partial");
         write_picture(picture);
+        if (complete_) // what an earlier frame of this name left
+            std::remove(before_ending(picture.path, ".partial").c_str());
         written.push_back(picture.path);
     }
     return written;

@@ -15,6 +15,8 @@
 
 namespace stage {
 
+struct BucketSamples; // render/film.h
+
 struct RenderSettings {
     int threads = 0;                          // 0: all
     std::optional<std::array<int, 4>> region; // xl, yl, xh, yh inclusive, pixels, (0, 0) lower left
@@ -46,6 +48,12 @@ public:
     [[nodiscard]] Statistics statistics() const;
     [[nodiscard]] bool aborted() const { return aborted_.load(std::memory_order_relaxed); }
     void abort() { aborted_.store(true, std::memory_order_relaxed); } // from a signal handler
+    // Stops the frame because of a mistake, which the caller has reported.
+    void give_up() {
+        gave_up_.store(true, std::memory_order_relaxed);
+        abort();
+    }
+    [[nodiscard]] bool gave_up() const { return gave_up_.load(std::memory_order_relaxed); }
     // Index for mi_fb_put by name, or -1. Index 0 is the main image.
     [[nodiscard]] int buffer_index(const char* name) const;
     // The finished picture of a buffer, for the output shader that runs; null when none runs, and for an
@@ -60,6 +68,10 @@ public:
 
 private:
     struct Frame; // what only the implementation needs
+    struct PixelSamples;
+    struct SampleNumber { // sample `index` of `grid` by `grid`
+        std::uint32_t index, grid;
+    };
 
     void open_buffers();
     void open_film();
@@ -67,7 +79,9 @@ private:
     void work();
     void run_output_shaders();
     bool render_bucket(ThreadContext& context, std::size_t bucket);
-    void render_sample(ThreadContext& context, int x, int y, std::uint32_t index, float* offset,
+    bool sample_as_needed(ThreadContext& context, BucketSamples& samples);
+    bool sample_pixel(ThreadContext& context, int x, int y, PixelSamples& samples);
+    void render_sample(ThreadContext& context, int x, int y, SampleNumber number, float* offset,
                        miColor* values);
     void take_buffers(const ThreadContext& context, const miState& state, miColor* values);
     void check_sample(ThreadContext& context, const miState& state, miColor* values);
@@ -80,7 +94,7 @@ private:
     std::vector<std::optional<ImageMemory>> output_images_; // of buffers_, while output shaders run
     bool complete_ = true;
     std::vector<std::unique_ptr<ThreadContext>> contexts_;
-    std::atomic<bool> aborted_{false};
+    std::atomic<bool> aborted_{false}, gave_up_{false};
 };
 
 // The renderer of the frame that is being rendered, for interface functions without a state; null between

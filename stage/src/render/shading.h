@@ -11,6 +11,14 @@ namespace stage {
 // Phenomena run the root that belongs to the type, materials the shader in the type's slot.
 miBoolean call_shader(void* result, miShader_type type, miState* state, miTag tag, void* arg);
 
+// Runs the shader that a ray calls for, a lens, material, environment or volume shader, between the state
+// shaders' calls for it.
+miBoolean call_ray_shader(miColor* result, miShader_type type, miState* state, miTag tag);
+
+// Runs the state shaders of the options.
+void call_state_shaders(miColor* result, miState* state, miState_call call,
+                        miShader_type shader = miSHADER_STATE);
+
 // The shader instance that this thread runs, its init included; null for none.
 const Element* running_shader();
 

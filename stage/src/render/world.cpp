@@ -365,6 +365,7 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
     options = scene.database.record<miOptions>(command.options, miSCENE_OPTIONS);
     if (!options)
         throw SceneError(command.place, "the options to render with do not exist");
+    state_shaders = scene.database.find(command.options)->state_shaders;
     Flattener flat(*this, command);
     flat.run();
 

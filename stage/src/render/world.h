@@ -93,6 +93,7 @@ public:
     miTag camera_instance = miNULLTAG;
     const miCamera* camera = nullptr;
     const miOptions* options = nullptr;
+    std::span<const miTag> state_shaders; // of the options, in the order of their calls
     Matrix world_to_internal, internal_to_world;
     Matrix camera_to_internal, internal_to_camera;
     std::vector<WorldInstance> instances;
