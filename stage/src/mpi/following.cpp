@@ -74,6 +74,7 @@ private:
             if (!speak())
                 rest();
         }
+        tell_stop();
         MPI_Send(nullptr, 0, MPI_INT, 0, left, MPI_COMM_WORLD);
         if (is_over)
             return;

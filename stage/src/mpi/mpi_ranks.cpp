@@ -107,7 +107,7 @@ private:
         if (!own.empty())
             std::fprintf(stderr, "%s\n", own.c_str());
         for (std::size_t k = 1; k < errors.size(); ++k)
-            if (!errors[k].empty() && (own.empty() || !errors[k].ends_with("): " + own)))
+            if (heads_[k].ending && !errors[k].empty() && (own.empty() || !errors[k].ends_with("): " + own)))
                 std::fprintf(stderr, "%s\n", errors[k].c_str());
     }
 
