@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "scene/scene.h"
@@ -87,6 +86,7 @@ public:
     std::vector<WorldLight> lights;
     std::vector<miTag> light_tags; // instances of `lights`, in order
     bool moving = false;           // something moves and the options ask for motion
+    bool all_block = true;         // what casts shadows lets no light through
     [[nodiscard]] bool shutter_opens() const { return options->motion && options->shutter > 0.0f; }
 
     [[nodiscard]] const WorldInstance* find_instance(miTag tag) const;
@@ -97,12 +97,16 @@ public:
     bool intersect(const miVector& org, const miVector& dir, double near, double far, float time,
                    std::uint32_t mask, miRc_intersection& hit) const;
 
+    // Whether there is a hit: what `intersect` returns, sooner.
+    [[nodiscard]] bool occluded(const miVector& org, const miVector& dir, double near, double far, float time,
+                                std::uint32_t mask) const;
+
     // Bytes that the ray casting structure takes.
     [[nodiscard]] std::size_t memory() const;
 
 private:
     std::unique_ptr<EmbreeScene> embree_;
-    std::unordered_map<miTag, std::uint32_t> instance_index_, light_index_;
+    std::vector<std::uint32_t> instance_index_, light_index_; // [tag], UINT32_MAX for none
 };
 
 } // namespace stage
