@@ -448,7 +448,7 @@ bool World::intersect(const miVector& org, const miVector& dir, double near, dou
         hit = {};
         return false;
     }
-    hit.instance = ray.hit.instID[0];
+    hit.instance = hit_instance(ray.hit.instID[0], ray.hit.geomID);
     hit.triangle = ray.hit.primID;
     hit.u = ray.hit.u;
     hit.v = ray.hit.v;
