@@ -197,10 +197,11 @@ void register_cases() {
     for (const int light_count : {0, 1, 2, 4})
         for (const int threads : {1, 2}) {
             const std::string name = subject(light_count, threads);
-            benchmark::RegisterBenchmark((name + "ours").c_str(), stage_rays, threads, light_count)
-                ->UseRealTime();
-            benchmark::RegisterBenchmark((name + "bare Embree").c_str(), bare_rays, threads, light_count)
-                ->UseRealTime();
+            for (auto* run :
+                 {benchmark::RegisterBenchmark((name + "ours").c_str(), stage_rays, threads, light_count),
+                  benchmark::RegisterBenchmark((name + "bare Embree").c_str(), bare_rays, threads,
+                                               light_count)})
+                run->MeasureProcessCPUTime()->UseRealTime();
         }
 }
 

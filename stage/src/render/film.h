@@ -66,6 +66,7 @@ private:
                 std::vector<float>& sums) const;
 
     std::span<FrameBuffer> buffers_;
+    std::vector<std::uint8_t> filtered_; // by buffer: its samples are averaged
     PixelRect crop_, sampled_;
     PixelFilter filter_;
     std::uint32_t samples_, central_;
