@@ -183,8 +183,8 @@ void print_processor_times() {
         for (const char* peer : {"POV-Ray, sphere", "POV-Ray, triangles"}) {
             const double ours = processor_times()[subject(threads) + "ours"];
             const double theirs = processor_times()[subject(threads) + peer];
-            std::printf("%-40s %-32s %14.3f %14.3f %8.3f\n", subject(threads).c_str(), peer, ours, theirs,
-                        ours / theirs);
+            std::printf("ball, %d thread(s) %22s %-32s %14.3f %14.3f %8.3f\n", threads, "", peer, ours,
+                        theirs, ours / theirs);
         }
 }
 
