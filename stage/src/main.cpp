@@ -7,8 +7,11 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,6 +19,7 @@
 #include "kit/message.h"
 #include "message_log.h"
 #include "mi/parser.h"
+#include "render/ranks.h"
 #include "render/renderer.h"
 #include "scene/libraries.h"
 #include "scene/scene.h"
@@ -61,9 +65,13 @@ std::string numbered(const std::string& path, int number) {
     return stage::before_ending(path, digits);
 }
 
+bool silent = false; // another process tells the user
+
 // On a terminal a message takes the place of the progress line, which comes again below it.
 void show_message(stage::MessageLevel level, std::string_view text) {
     static const bool terminal = isatty(STDERR_FILENO) != 0;
+    if (silent && level != stage::MessageLevel::fatal)
+        return;
     if (terminal)
         std::fputs("\r\033[K", stderr);
     stage::write_message(level, text);
@@ -75,19 +83,38 @@ stage::MessageLog& message_log() {
     return *log;
 }
 
+// What a process has to tell of a frame: its statistics, then its messages.
+std::string report_of(const stage::Statistics& statistics) {
+    static_assert(std::is_trivially_copyable_v<stage::Statistics>);
+    std::string report(sizeof statistics, ' ');
+    std::memcpy(report.data(), &statistics, sizeof statistics);
+    return report + message_log().hand_over();
+}
+
+stage::Statistics take_report(const std::string& report) {
+    stage::Statistics statistics;
+    std::memcpy(static_cast<void*>(&statistics), report.data(), sizeof statistics);
+    message_log().take_over(report.substr(sizeof statistics));
+    return statistics;
+}
+
 // Renders the frames of one scene file.
 class Session {
 public:
-    explicit Session(const CommandLine& line) : line_(line) {}
+    Session(const CommandLine& line, stage::Ranks& ranks) : line_(line), ranks_(ranks) {}
     int run();
 
 private:
     void frame(stage::Scene& scene, const stage::RenderCommand& command);
+    void meet_others(const stage::Renderer& renderer);
+    stage::Statistics collect(const stage::Renderer& renderer);
+    void write(stage::Renderer& renderer, const stage::Statistics& statistics, stage::FrameTimes& times);
     [[nodiscard]] stage::RenderSettings settings() const;
     void number_first_frame();
     void print_warnings(const stage::Scene& scene);
 
     const CommandLine& line_;
+    stage::Ranks& ranks_;
     int frames_ = 0;
     bool stopped_ = false, failed_ = false;
     std::size_t warnings_ = 0;
@@ -110,6 +137,7 @@ stage::RenderSettings Session::settings() const {
     s.camera_space = line_.space == "camera";
     s.statistics = line_.statistics;
     s.progress = !line_.quiet;
+    s.ranks = &ranks_;
     s.outputs = line_.outputs;
     s.default_output = std::filesystem::path(line_.scene).stem().string() + ".png";
     if (frames_ > 1) {
@@ -131,8 +159,26 @@ void Session::number_first_frame() {
 }
 
 void Session::print_warnings(const stage::Scene& scene) {
-    for (; warnings_ < scene.warnings.size(); ++warnings_)
+    for (; ranks_.leads() && warnings_ < scene.warnings.size(); ++warnings_)
         std::fprintf(stderr, "warning: %s\n", scene.warnings[warnings_].c_str());
+}
+
+// Ready to render: the same frame, as far as that can be seen.
+void Session::meet_others(const stage::Renderer& renderer) {
+    const std::vector<std::string> outlines = ranks_.meet(renderer.outline());
+    for (std::size_t k = 1; k < outlines.size(); ++k)
+        if (outlines[k] != outlines[0])
+            throw std::runtime_error("process " + std::to_string(k) +
+                                     " has read another scene: " + outlines[k] + "; here " + outlines[0]);
+}
+
+// The sum over all processes, and all their messages, for the leading one.
+stage::Statistics Session::collect(const stage::Renderer& renderer) {
+    stage::Statistics sum = renderer.statistics();
+    const std::vector<std::string> reports = ranks_.meet(ranks_.leads() ? "" : report_of(sum));
+    for (std::size_t k = 1; ranks_.leads() && k < reports.size(); ++k)
+        sum += take_report(reports[k]);
+    return sum;
 }
 
 void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
@@ -146,11 +192,25 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     stage::FrameTimes times;
     stage::Renderer renderer(scene, command, settings());
     times.build = since(start);
+    meet_others(renderer);
 
     const Clock::time_point rendering = Clock::now();
-    const bool complete = renderer.render();
+    renderer.render();
     times.render = since(rendering);
+    const stage::Statistics statistics = collect(renderer);
+    if (ranks_.leads())
+        write(renderer, statistics, times);
+    rendering_ += since(start);
+    ranks_.meet(
+        ""); // nobody reads on before the pictures are written: they may be textures of the next frame
+    failed_ = renderer.gave_up();
+    // While the pictures were written too: no other frame follows.
+    if (renderer.aborted())
+        throw Stopped{};
+}
 
+void Session::write(stage::Renderer& renderer, const stage::Statistics& statistics,
+                    stage::FrameTimes& times) {
     const Clock::time_point writing = Clock::now();
     message_log().summarise();
     if (frames_ == 2)
@@ -160,11 +220,9 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     if (frames_ == 1 && (!line_.outputs.empty() || pictures.front() == settings().default_output))
         first_pictures_ = pictures;
     times.write = since(writing);
-    rendering_ += since(start);
 
     for (const std::string& picture : pictures)
         std::printf("%s\n", picture.c_str());
-    const stage::Statistics statistics = renderer.statistics();
     if (line_.statistics)
         stage::print_statistics(stdout, statistics, times, renderer.world().memory());
     if (statistics.bad_samples > 0)
@@ -173,13 +231,9 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
             static_cast<unsigned long long>(statistics.bad_samples),
             static_cast<unsigned long long>(statistics.samples),
             100.0 * static_cast<double>(statistics.bad_samples) / static_cast<double>(statistics.samples));
-    if (!complete)
+    if (!renderer.complete())
         std::fprintf(stderr, "stopped: what was finished is in %s; no finished picture was replaced\n",
                      pictures.front().c_str());
-    failed_ = renderer.gave_up();
-    // While the pictures were written too: no other frame follows.
-    if (renderer.aborted())
-        throw Stopped{};
 }
 
 int Session::run() {
@@ -198,9 +252,9 @@ int Session::run() {
         stopped_ = true;
     }
     print_warnings(scene);
-    if (line_.statistics)
+    if (line_.statistics && ranks_.leads())
         std::printf("%-16s %15.3f s\n", "time to read", since(start) - rendering_);
-    if (frames_ == 0)
+    if (frames_ == 0 && ranks_.leads())
         std::fprintf(stderr, "%s has no render statement: nothing to do (scenes may include it)\n",
                      line_.scene.c_str());
     stage::set_current_scene(nullptr);
@@ -290,29 +344,48 @@ void complete(CommandLine& line) {
         line.outputs = {line.default_folder + "/" + fs::path(line.scene).stem().string() + ".png"};
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv, stage::Ranks& ranks) {
     CommandLine line;
     CLI::App app{"Renders a scene with its shader libraries."};
     declare(app, line);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 1; // help is no failure
+        std::ostringstream unseen;
+        const int code = ranks.leads() ? app.exit(error) : app.exit(error, unseen, unseen);
+        return ranks.end(code == 0 ? 0 : 1, ""); // help is no failure
     }
     std::signal(SIGINT, stop_rendering);
     if (line.quiet)
         stage::set_message_level(stage::MessageLevel::warning);
+    if (ranks.count() > 1)
+        std::signal(SIGTERM, stop_rendering); // what mpirun makes of Ctrl-C
+    silent = !ranks.leads();
+    if (silent && !std::freopen("/dev/null", "w", stdout)) // scenes may echo something
+        std::fclose(stdout);
     stage::set_message_sink(
         [](stage::MessageLevel level, std::string_view text) { message_log().take(level, text); });
     int code = 1;
+    std::string failure;
     try {
         complete(line);
-        code = Session(line).run();
+        code = Session(line, ranks).run();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
+        failure = error.what();
     }
+    code = ranks.end(code, failure);
     message_log().summarise();
     return code;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        const std::unique_ptr<stage::Ranks> ranks = stage::join_ranks();
+        return run(argc, argv, *ranks);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
 }

@@ -59,6 +59,8 @@ typedef struct miLightmap_mesh {
     const void* results; /* vertex_count of them, one after another */
     miUint remaining;    /* calls in mesh mode that this light map has yet to come; 0: this is the last */
 } miLightmap_mesh;
+
+/*
  * State shaders, which the options name. Their extra argument points to a miState_event. "state" is the
  * sample's first state, before its first shader and after its last; "sample" is each call of a lens,
  * material, environment or volume shader that a ray brings about, with the result that this shader is given.

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "api/api.h"
-#include "render/shading.h"
+#include "render/passage.h"
 #include "render/vector.h"
 
 namespace stage {
@@ -16,18 +16,6 @@ constexpr int shadows_off = 0, shadows_sorted = 'l', shadows_in_segments = 's';
 
 // Of the way to the light, so that the light's own place does not count.
 constexpr double nearly_all = 1.0 - 1e-6;
-
-enum class Passage { blocked, filtered, free };
-
-// A surface blocks unless its material has a shadow shader or, without any material shader, only bounds a
-// volume.
-Passage passage(const Scene& scene, miTag material) {
-    if (is_opaque(scene, material))
-        return Passage::blocked;
-    if (material_slot(scene, material, miSHADER_SHADOW))
-        return Passage::filtered;
-    return material_slot(scene, material, miSHADER_MATERIAL) ? Passage::blocked : Passage::free;
-}
 
 miBoolean block(miColor* result) {
     *result = {};
@@ -90,6 +78,21 @@ miBoolean filter_at(miColor* result, miState* light, const miRc_intersection& hi
     frame.hit.distance = light->dist - hit.distance;
     set_intersection(frame, true);
     return filter(result, &frame.state);
+}
+
+// Where every surface blocks, one is enough, whichever it is.
+miBoolean trace_to_any(miColor* result, const miState* light) {
+    ThreadContext& context = context_of(light);
+    const double near = std::max(start_distance(light), light->shadow_tol);
+    const double far = light->dist * nearly_all;
+    if (near >= far)
+        return miTRUE;
+    ++context.statistics.shadow_rays;
+    const FamilyScope time(context.statistics, Family::ray_casting);
+    return context.world->occluded(light->point, -light->dir, near, far, shutter_fraction(light),
+                                   static_cast<std::uint32_t>(RayMask::shadow))
+               ? block(result)
+               : miTRUE;
 }
 
 miBoolean trace_simple(miColor* result, miState* light) {
@@ -184,6 +187,8 @@ STAGE_API miBoolean mi_trace_shadow(miColor* result, miState* state) {
     const miOptions& options = *state->options;
     if (options.shadow == stage::shadows_off || !options.trace)
         return miTRUE;
+    if (options.shadow != stage::shadows_in_segments && stage::context_of(state).world->all_block)
+        return stage::trace_to_any(result, state);
     if (options.shadow == stage::shadows_sorted)
         return stage::trace_sorted(result, state);
     if (options.shadow != stage::shadows_in_segments)

@@ -187,12 +187,13 @@ struct Renderer::Frame {
     miVector eye{};                    // of a perspective camera, internal space
     bool camera_keeps_lengths = false; // its rays arrive in internal space with the length that they have
     miState state{};                   // of every eye ray, before its sample is known
-    std::atomic<std::size_t> next{0};  // bucket
+    BucketSource* buckets = nullptr;
     std::atomic<bool> reported_bad_value{false}; // of no particular shader
 };
 
 Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSettings& settings)
-    : frame_(std::make_unique<Frame>(thread_count(settings.threads))), settings_(settings) {
+    : frame_(std::make_unique<Frame>(thread_count(settings.threads))), settings_(settings),
+      ranks_(settings.ranks ? *settings.ranks : alone_) {
     Frame& f = *frame_;
     f.place = command.place;
     // Inside the arena, so that building is limited to its threads too.
@@ -246,7 +247,8 @@ void Renderer::open_buffers() {
     pictures_ = pictures_of(buffers_, settings_.outputs, settings_.default_output);
     for (Picture& picture : pictures_) {
         picture.grading = grading_of(*world_->options);
-        check_picture(picture);
+        if (leads())
+            check_picture(picture);
     }
 }
 
@@ -285,16 +287,22 @@ void Renderer::open_contexts() {
 
 bool Renderer::render() {
     Frame& f = *frame_;
+    // First, so that the others learn of it whatever happens behind.
+    const std::unique_ptr<BucketSource> buckets =
+        ranks_.share({*f.film, aborted_, f.arena.max_concurrency(), [this] { frame_->progress->advance(); }});
+    f.buckets = buckets.get();
     trace_photons(*this);
     run_light_maps(*this);
-    f.progress = std::make_unique<Progress>(f.film->bucket_count(), settings_.progress);
-    f.next.store(0, std::memory_order_relaxed);
+    f.progress = std::make_unique<Progress>(f.film->bucket_count(), settings_.progress && leads());
     f.arena.execute([&] { tbb::parallel_for(0, f.arena.max_concurrency(), [&](int) { work(); }); });
+    buckets->close();
     complete_ = !aborted();
-    if (complete_)
-        run_output_shaders();
-    else
-        f.film->finish_rest();
+    if (leads()) {
+        if (complete_)
+            run_output_shaders();
+        else
+            f.film->finish_rest();
+    }
     f.progress.reset();
     miState state;
     copy_state(state, f.state);
@@ -350,12 +358,10 @@ void Renderer::work() {
     if (settings_.statistics)
         context.statistics.start_clock();
     const FamilyScope scope(context.statistics, Family::renderer);
-    while (!aborted()) {
-        const std::size_t bucket = f.next.fetch_add(1, std::memory_order_relaxed);
-        if (bucket >= f.film->bucket_count() || !render_bucket(context, bucket))
+    while (const std::optional<std::size_t> bucket = f.buckets->next()) {
+        if (!render_bucket(context, *bucket))
             return;
-        f.film->finish(bucket);
-        f.progress->advance();
+        f.buckets->rendered(*bucket);
     }
 }
 
@@ -569,6 +575,14 @@ Statistics Renderer::statistics() const {
     for (const auto& context : contexts_)
         sum += context->statistics;
     return sum;
+}
+
+std::string Renderer::outline() const {
+    const auto number = [](auto n, const char* what) { return std::to_string(n) + what; };
+    return number(frame_->camera.x_resolution, " by ") + number(frame_->camera.y_resolution, " pixels, ") +
+           number(frame_->film->bucket_count(), " buckets, ") +
+           number(frame_->grid * frame_->grid, " samples, ") + number(buffers_.size(), " frame buffers, ") +
+           number(world_->instances.size(), " instances");
 }
 
 int Renderer::buffer_index(const char* name) const {

@@ -11,6 +11,7 @@
 #include "image/framebuffer.h"
 #include "image/picture_file.h"
 #include "render/context.h"
+#include "render/ranks.h"
 #include "render/world.h"
 
 namespace stage {
@@ -27,6 +28,7 @@ struct RenderSettings {
     bool progress = true;             // a line on the error stream
     std::vector<std::string> outputs; // pictures of the main image, .png or .exr; empty for the camera's own
     std::string default_output = "out.png"; // when neither these nor the scene name any
+    Ranks* ranks = nullptr;                 // who renders the frame; null: this process alone
 };
 
 class Renderer {
@@ -35,10 +37,11 @@ public:
     ~Renderer();
 
     // Renders the frame and runs the camera's output shaders. Returns false when it was stopped before the
-    // end; what is finished is kept.
+    // end; what is finished is kept. Of several processes all render and the leading one has the picture.
     bool render();
-    // Writes the pictures (only after render); those of a frame that was stopped replace no finished ones,
-    // they go to "name.partial.png". Returns the paths written. Throws std::runtime_error.
+    // Writes the pictures (only after render, in the leading process); those of a frame that was stopped
+    // replace no finished ones, they go to "name.partial.png". Returns the paths written. Throws
+    // std::runtime_error.
     std::vector<std::string> write_pictures();
 
     [[nodiscard]] const World& world() const { return *world_; }
@@ -46,6 +49,11 @@ public:
         return buffers_;
     } // [0] is the main image
     [[nodiscard]] Statistics statistics() const;
+    // Names what processes that render together must agree on.
+    [[nodiscard]] std::string outline() const;
+    // Whether this process, of those that render together, writes files.
+    [[nodiscard]] bool leads() const { return ranks_.leads(); }
+    [[nodiscard]] bool complete() const { return complete_; }
     [[nodiscard]] bool aborted() const { return aborted_.load(std::memory_order_relaxed); }
     void abort() { aborted_.store(true, std::memory_order_relaxed); } // from a signal handler
     // Stops the frame because of a mistake, which the caller has reported.
@@ -89,6 +97,8 @@ private:
     std::unique_ptr<Frame> frame_;
     std::unique_ptr<World> world_;
     RenderSettings settings_;
+    Ranks alone_;
+    Ranks& ranks_;
     std::vector<FrameBuffer> buffers_;
     std::vector<Picture> pictures_;                         // of buffers_
     std::vector<std::optional<ImageMemory>> output_images_; // of buffers_, while output shaders run

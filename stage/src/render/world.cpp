@@ -11,6 +11,7 @@
 #include "render/affine.h"
 #include "render/demands.h"
 #include "render/embree_scene.h"
+#include "render/passage.h"
 #include "render/vector.h"
 
 namespace stage {
@@ -360,6 +361,37 @@ miTag WorldInstance::material_of(std::uint32_t triangle) const {
     return own == miNULLTAG || (override_material && inherited != miNULLTAG) ? inherited : own;
 }
 
+namespace {
+
+// Remembers the place of a tag; the first one counts.
+void note(std::vector<std::uint32_t>& index, miTag tag, std::size_t place) {
+    if (tag >= index.size())
+        index.resize(std::size_t{tag} + 1, UINT32_MAX);
+    if (index[tag] == UINT32_MAX)
+        index[tag] = static_cast<std::uint32_t>(place);
+}
+
+// Whether the instance lets no light through, wherever it casts a shadow.
+bool blocks(const Scene& scene, const WorldInstance& instance) {
+    if (!(instance.mask & static_cast<std::uint32_t>(RayMask::shadow)))
+        return true;
+    const miTriangles& triangles = *instance.triangles;
+    const miUint count =
+        triangles.materials ? triangles.triangle_count : std::min(triangles.triangle_count, 1u);
+    miTag last = miNULLTAG;
+    for (miUint k = 0; k < count; ++k) {
+        const miTag material = instance.material_of(k);
+        if (k > 0 && material == last)
+            continue;
+        last = material;
+        if (passage(scene, material) != Passage::blocked)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
 World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
     : scene(the_scene), camera_instance(command.camera_instance) {
     options = scene.database.record<miOptions>(command.options, miSCENE_OPTIONS);
@@ -391,13 +423,14 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         (in.motion_to_world * from_world).store(w.motion_to_internal.m);
         w.mirrored = to_internal.determinant() < 0.0;
         moving = moving || (w.has_motion && shutter_opens());
-        instance_index_.emplace(w.tag, static_cast<std::uint32_t>(i));
+        all_block = all_block && blocks(scene, w);
+        note(instance_index_, w.tag, i);
     }
     for (std::size_t i = 0; i < lights.size(); ++i) {
         WorldLight& w = lights[i];
         (flat.light_spaces()[i].to_world * from_world).store(w.to_internal.m);
         (to_world * flat.light_spaces()[i].to_local).store(w.from_internal.m);
-        light_index_.emplace(w.instance, static_cast<std::uint32_t>(i));
+        note(light_index_, w.instance, i);
         light_tags.push_back(w.instance);
     }
     flat.find_light_lists();
@@ -448,36 +481,60 @@ std::size_t World::memory() const {
 }
 
 const WorldInstance* World::find_instance(miTag tag) const {
-    const auto found = instance_index_.find(tag);
-    return found == instance_index_.end() ? nullptr : &instances[found->second];
+    return tag < instance_index_.size() && instance_index_[tag] != UINT32_MAX
+               ? &instances[instance_index_[tag]]
+               : nullptr;
 }
 
 const WorldLight* World::find_light(miTag instance) const {
-    const auto found = light_index_.find(instance);
-    return found == light_index_.end() ? nullptr : &lights[found->second];
+    return instance < light_index_.size() && light_index_[instance] != UINT32_MAX
+               ? &lights[light_index_[instance]]
+               : nullptr;
+}
+
+namespace {
+
+void start_query(SideContext& context, const World& world, bool rejects_sides) {
+    rtcInitIntersectContext(&context.embree);
+    context.world = &world;
+    if (rejects_sides)
+        context.embree.filter = reject_hidden_side;
+}
+
+void set_ray(RTCRay& ray, const miVector& org, const miVector& dir, double near, double far, float time,
+             std::uint32_t mask) {
+    ray.org_x = org.x;
+    ray.org_y = org.y;
+    ray.org_z = org.z;
+    ray.tnear = static_cast<float>(near);
+    ray.dir_x = dir.x;
+    ray.dir_y = dir.y;
+    ray.dir_z = dir.z;
+    ray.time = time;
+    ray.tfar = static_cast<float>(far);
+    ray.mask = mask;
+    ray.id = 0;
+    ray.flags = 0;
+}
+
+} // namespace
+
+bool World::occluded(const miVector& org, const miVector& dir, double near, double far, float time,
+                     std::uint32_t mask) const {
+    SideContext context;
+    start_query(context, *this, embree_->rejects_sides);
+    RTCRay ray;
+    set_ray(ray, org, dir, near, far, time, mask);
+    rtcOccluded1(embree_->top, &context.embree, &ray);
+    return ray.tfar < 0.0f;
 }
 
 bool World::intersect(const miVector& org, const miVector& dir, double near, double far, float time,
                       std::uint32_t mask, miRc_intersection& hit) const {
     SideContext context;
-    rtcInitIntersectContext(&context.embree);
-    context.world = this;
-    if (embree_->rejects_sides)
-        context.embree.filter = reject_hidden_side;
-
+    start_query(context, *this, embree_->rejects_sides);
     RTCRayHit ray;
-    ray.ray.org_x = org.x;
-    ray.ray.org_y = org.y;
-    ray.ray.org_z = org.z;
-    ray.ray.tnear = static_cast<float>(near);
-    ray.ray.dir_x = dir.x;
-    ray.ray.dir_y = dir.y;
-    ray.ray.dir_z = dir.z;
-    ray.ray.time = time;
-    ray.ray.tfar = static_cast<float>(far);
-    ray.ray.mask = mask;
-    ray.ray.id = 0;
-    ray.ray.flags = 0;
+    set_ray(ray.ray, org, dir, near, far, time, mask);
     ray.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     ray.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(embree_->top, &context.embree, &ray);
@@ -485,7 +542,7 @@ bool World::intersect(const miVector& org, const miVector& dir, double near, dou
         hit = {};
         return false;
     }
-    hit.instance = ray.hit.instID[0];
+    hit.instance = hit_instance(ray.hit.instID[0], ray.hit.geomID);
     hit.triangle = ray.hit.primID;
     hit.u = ray.hit.u;
     hit.v = ray.hit.v;

@@ -7,7 +7,6 @@
 #include <deque>
 #include <memory>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "render/light_area.h"
@@ -100,6 +99,7 @@ public:
     std::vector<WorldLight> lights;
     std::vector<miTag> light_tags; // instances of `lights`, in order
     bool moving = false;           // something moves and the options ask for motion
+    bool all_block = true;         // what casts shadows lets no light through
     [[nodiscard]] bool shutter_opens() const { return options->motion && options->shutter > 0.0f; }
 
     [[nodiscard]] const WorldInstance* find_instance(miTag tag) const;
@@ -113,6 +113,9 @@ public:
     // Length of a ray along `dir`, normalised, that starts well before everything in the scene and ends at
     // `point`: the way of light that comes from no place.
     [[nodiscard]] double way_from_afar(const miVector& point, const miVector& dir) const;
+    // Whether there is a hit: what `intersect` returns, sooner.
+    [[nodiscard]] bool occluded(const miVector& org, const miVector& dir, double near, double far, float time,
+                                std::uint32_t mask) const;
 
     // Bytes that the ray casting structure takes.
     [[nodiscard]] std::size_t memory() const;
@@ -127,7 +130,7 @@ private:
     LightLists light_lists_;
     miVector center_{};   // of the scene, internal space
     double radius_ = 1.0; // of a ball about it that holds all things, lights and the camera
-    std::unordered_map<miTag, std::uint32_t> instance_index_, light_index_;
+    std::vector<std::uint32_t> instance_index_, light_index_; // [tag], UINT32_MAX for none
 };
 
 } // namespace stage
