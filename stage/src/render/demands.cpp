@@ -110,8 +110,7 @@ void report_camera(const World& world, const Element& element) {
         return;
     for (const FramebufferDesc& b : buffers->framebuffers)
         warn_of(scene, element,
-                {{b.useopacity, "weighting by opacity is", true},
-                 {b.dod, "dod is", true},
+                {{b.dod, "dod is", true},
                  {b.tiled, "tiling is", true},
                  {b.quality >= 0, "quality is", true},
                  {b.dpi != 0, "dpi is", true},
@@ -194,6 +193,8 @@ void apply_demands(Scene& scene, miOptions& options) {
             options.shadow = demanded_mode(declared.shadow_mode);
         if (declared.trace_mode == "on")
             options.trace = miTRUE;
+        if (declared.refuses_scanline)
+            options.scanline = 0;
     }
 }
 

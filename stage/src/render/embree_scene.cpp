@@ -69,17 +69,17 @@ void EmbreeScene::build(const World& world) {
         const bool deforming = moving && instance.triangles->motion_offset >= 0;
         RTCScene& object = built[{instance.triangles, deforming}];
         if (!object) {
-            object = add_object(*instance.triangles, deforming);
+            object = add_object(*instance.triangles, deforming, world.options->shutter);
             check(device, world.scene.database.find(instance.object_tag));
         }
-        add_instance(instance, static_cast<unsigned>(i), object, moving);
+        add_instance(instance, static_cast<unsigned>(i), object, moving, world.options->shutter);
         rejects_sides = rejects_sides || instance.face != 'a';
     }
     rtcCommitScene(top);
     check(device, nullptr);
 }
 
-RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
+RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving, float shutter) {
     RTCScene scene = rtcNewScene(device);
     objects_.push_back(scene);
     rtcSetSceneFlags(
@@ -107,7 +107,7 @@ RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
             const float* vertex = triangles.vertices + i * stride;
             for (std::size_t k = 0; k < 3; ++k)
                 end[stride * i + k] =
-                    vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k];
+                    vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k] * shutter;
         }
     }
     rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, triangles.indices, 0,
@@ -119,15 +119,18 @@ RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
     return scene;
 }
 
-void EmbreeScene::add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving) {
+void EmbreeScene::add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving,
+                               float shutter) {
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_INSTANCE);
     rtcSetGeometryInstancedScene(geometry, object);
     rtcSetGeometryMask(geometry, instance.mask);
     rtcSetGeometryTimeStepCount(geometry, moving ? 2 : 1);
     // Row vectors in rows are column vectors in columns: the same 16 floats.
     rtcSetGeometryTransform(geometry, 0, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, instance.to_internal.m);
+    Matrix closing;
     if (moving)
-        rtcSetGeometryTransform(geometry, 1, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, instance.motion_to_internal.m);
+        rtcSetGeometryTransform(geometry, 1, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR,
+                                blend(instance.to_internal, instance.motion_to_internal, shutter, closing).m);
     rtcCommitGeometry(geometry);
     rtcAttachGeometryByID(top, geometry, index);
     rtcReleaseGeometry(geometry);

@@ -26,8 +26,9 @@ struct EmbreeScene {
 
 private:
     void build(const World& world);
-    RTCScene add_object(const miTriangles& triangles, bool moving);
-    void add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving);
+    RTCScene add_object(const miTriangles& triangles, bool moving, float shutter);
+    void add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving,
+                      float shutter);
     void release();
 
     std::vector<RTCScene> objects_;

@@ -65,6 +65,7 @@ private:
     void work();
     void run_output_shaders();
     bool render_bucket(ThreadContext& context, std::size_t bucket);
+    void move_camera(ThreadContext& context, float time) const;
     void render_sample(ThreadContext& context, int x, int y, std::uint32_t index, float* offset,
                        miColor* values);
     void take_buffers(const ThreadContext& context, const miState& state, miColor* values);

@@ -288,8 +288,7 @@ void Flattener::check_labels(const WorldInstance& w, const Element& instance, co
 
 void Flattener::add_light(Element& instance, const Element& light, const Inherited& in) {
     WorldLight w;
-    if (moves(in))
-        warn_once(world_.scene, instance, "moving lights are not supported yet: it stays where it starts");
+    w.has_motion = moves(in);
     w.instance = leaf_for_path(instance).tag;
     w.light_tag = light.tag;
     w.light = light.as<miLight>();
@@ -314,9 +313,6 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
     flat.run();
 
     const Inherited& view = *flat.camera();
-    if (flat.moves(view))
-        warn_once(scene, *scene.database.find(camera_instance),
-                  "a moving camera is not supported yet: it stays where it starts");
     camera_space = camera_space || options->render_space == 'c';
     const Affine from_world = camera_space ? view.to_local : Affine{}; // to internal space
     const Affine to_world = camera_space ? view.to_world : Affine{};
@@ -325,6 +321,8 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
     // In camera space these two are the identity itself, not a product that rounds near it.
     (camera_space ? Affine{} : view.to_world).store(camera_to_internal.m);
     (camera_space ? Affine{} : view.to_local).store(internal_to_camera.m);
+    (view.motion_to_world * from_world).store(camera_motion_to_internal.m);
+    moving = camera_moves = flat.moves(view);
 
     for (std::size_t i = 0; i < instances.size(); ++i) {
         WorldInstance& w = instances[i];
@@ -341,6 +339,8 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         WorldLight& w = lights[i];
         (flat.light_spaces()[i].to_world * from_world).store(w.to_internal.m);
         (to_world * flat.light_spaces()[i].to_local).store(w.from_internal.m);
+        (flat.light_spaces()[i].motion_to_world * from_world).store(w.motion_to_internal.m);
+        moving = moving || w.has_motion;
         light_index_.emplace(w.instance, static_cast<std::uint32_t>(i));
         light_tags.push_back(w.instance);
     }
@@ -379,7 +379,7 @@ bool World::intersect(const miVector& org, const miVector& dir, double near, dou
     ray.ray.dir_x = dir.x;
     ray.ray.dir_y = dir.y;
     ray.ray.dir_z = dir.z;
-    ray.ray.time = time;
+    ray.ray.time = moving ? std::clamp(time / options->shutter, 0.0f, 1.0f) : 0.0f;
     ray.ray.tfar = static_cast<float>(far);
     ray.ray.mask = mask;
     ray.ray.id = 0;
