@@ -334,7 +334,7 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t
     state.raster_x = static_cast<miScalar>(raster_x);
     state.raster_y = static_cast<miScalar>(raster_y);
     state.time = world_->moving
-                     ? sample_time(context.pixel_x, context.pixel_y, index) * world_->options->shutter
+                     ? sample_time(context.pixel_x, context.pixel_y, index, f.grid) * world_->options->shutter
                      : 0.0f;
     if (world_->camera_moves)
         move_camera(context, state.time);
