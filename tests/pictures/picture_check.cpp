@@ -6,9 +6,8 @@
 //
 // --mirrored demands that the picture is its own mirror image, left and right.
 // --within demands that no pixel is off the reference or mirror image by more.
-// --strays demands that at most that share of the pixels is off the reference by more than the limit, and by
-// more than a thousandth of that limit relatively: single samples may have fallen on the other side of an
-// edge.
+// --strays demands that at most that share of the pixels is off the reference by more than the limit, which
+// also counts relatively: single samples may have fallen on the other side of an edge.
 // --rms demands, in place of agreement, that the root mean square of the difference from the reference within
 // a rectangle, which begins at (X, Y) from the lower left, lies between two numbers.
 // --sum demands that the layers' colours add up to the picture's.
@@ -233,7 +232,7 @@ int main(int argc, char** argv) {
         if (!layers.empty())
             good = adds_up(picture, layers) && good;
         const auto compare = [&](const ImageBuf& reference) {
-            const Rule rule = !strays.empty()  ? Rule{strays[1], strays[1] / 1000, strays[0], INFINITY}
+            const Rule rule = !strays.empty()  ? Rule{strays[1], strays[1], strays[0], INFINITY}
                               : limit->empty() ? Rule{}
                                                : Rule{within, 0, 0, 0};
             if (agrees(picture, reference, rule))
