@@ -20,11 +20,11 @@ protected:
     // A pane that tells an opacity, none at all for a negative one.
     void pane(const std::string& name, float z, miColor color, float opacity) {
         s.shader(name + "_shader", [=](miState* state, miColor& c) {
-            miColor told = {opacity, opacity, opacity, opacity};
+            miColor of_pane = {opacity, opacity, opacity, opacity}, behind;
             c = color;
             EXPECT_TRUE(state->scanline);
-            EXPECT_FALSE(mi_trace_transparent(&color, state)) << "is the rasterizer's work";
-            EXPECT_TRUE(opacity < 0.0f || mi_opacity_set(state, &told));
+            EXPECT_FALSE(mi_trace_transparent(&behind, state)) << "is the rasterizer's work";
+            EXPECT_TRUE(opacity < 0.0f || mi_opacity_set(state, &of_pane));
         });
         s.square(name, {0.0f, 0.0f, z}, "shader " + name + "_shader");
     }
