@@ -1,10 +1,13 @@
 // Judges a rendered picture: against values worked out by hand, and against a reference picture.
 //
-//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--mirrored] [--within LIMIT]
+//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--mirrored] [--within LIMIT] [--strays
+//   SHARE LIMIT]
 //       [--rms X Y WIDTH HEIGHT LEAST MOST]... [--output FOLDER] [--save FILE.exr] [--sum LAYER...]
 //
 // --mirrored demands that the picture is its own mirror image, left and right.
 // --within demands that no pixel is off the reference or mirror image by more.
+// --strays demands that at most that share of the pixels is off the reference by more than the limit, which
+// also counts relatively: single samples may have fallen on the other side of an edge.
 // --rms demands, in place of agreement, that the root mean square of the difference from the reference within
 // a rectangle, which begins at (X, Y) from the lower left, lies between two numbers.
 // --sum demands that the layers' colours add up to the picture's.
@@ -212,6 +215,8 @@ int main(int argc, char** argv) {
     app.add_option("--expect", expect_path, "File of values worked out by hand");
     app.add_option("--reference", reference_path, "Picture to agree with");
     app.add_flag("--mirrored", mirrored, "The picture is its own mirror image");
+    std::vector<float> strays;
+    app.add_option("--strays", strays, "Share of pixels that may be off by more than a limit")->expected(2);
     CLI::Option* limit = app.add_option("--within", within, "No pixel may be off by more");
     app.add_option("--rms", rms, "Root mean square difference from the reference in a rectangle")
         ->type_size(6);
@@ -227,7 +232,10 @@ int main(int argc, char** argv) {
         if (!layers.empty())
             good = adds_up(picture, layers) && good;
         const auto compare = [&](const ImageBuf& reference) {
-            if (agrees(picture, reference, limit->empty() ? Rule{} : Rule{within, 0, 0, 0}))
+            const Rule rule = !strays.empty()  ? Rule{strays[1], strays[1], strays[0], INFINITY}
+                              : limit->empty() ? Rule{}
+                                               : Rule{within, 0, 0, 0};
+            if (agrees(picture, reference, rule))
                 return;
             good = false;
             write_evidence(output, picture, reference);

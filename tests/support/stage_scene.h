@@ -123,6 +123,8 @@ public:
         context.world = world.get();
     }
 
+    [[nodiscard]] const stage::RenderCommand& command() const { return command_; }
+
     // The state of an eye sample that looks down from (x, y, 10).
     miState eye(float x = 0.0f, float y = 0.0f) {
         miState state{};

@@ -76,8 +76,7 @@ struct Placement {
 };
 
 inline constexpr Placement object_place = {{-2.0, 3.0, 0.5}, {5.0, -1.0, 2.0}, 0.7, -0.4};
-inline constexpr Placement object_end = {
-    {-2.0, 3.0, 0.5}, {6.0, 1.0, 2.0}, 0.7, -0.4}; // as the shutter closes
+inline constexpr Placement object_end = {{-2.0, 3.0, 0.5}, {6.0, 1.0, 2.0}, 0.7, -0.4}; // at time 1
 inline constexpr Placement light_place = {{1.5, 1.5, 2.5}, {0.0, 8.0, 1.0}, -1.2, 0.3};
 inline constexpr Placement camera_place = {{1.0, 1.0, 1.0}, {1.0, 2.0, 9.0}, -0.2, 0.5};
 

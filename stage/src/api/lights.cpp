@@ -48,11 +48,15 @@ AreaSample stratified_sample(ThreadContext& context, const WorldLight& light, co
 // Sets start, direction and length of the ray from the light to the state's point.
 void aim(miState& state, const World& world, const WorldLight& light, const miVector& offset) {
     const miLight& record = *light.light;
+    Matrix blended;
+    const Matrix& place =
+        light.has_motion ? blend(light.to_internal, light.motion_to_internal, shutter_time(&state), blended)
+                         : light.to_internal;
     if (record.type == miLIGHT_DIRECTION) {
-        state.dir = normalized(transform_vector(record.direction, light.to_internal.m));
+        state.dir = normalized(transform_vector(record.direction, place.m));
         state.dist = world.way_from_afar(state.point, state.dir);
         if (record.dirlight_has_org) {
-            const miVector origin = transform_point(record.origin + offset, light.to_internal.m);
+            const miVector origin = transform_point(record.origin + offset, place.m);
             const double from_plane = dot(state.point - origin, state.dir);
             if (from_plane > 0.0)
                 state.dist = from_plane;
@@ -60,7 +64,7 @@ void aim(miState& state, const World& world, const WorldLight& light, const miVe
         state.org = point_on_ray(state.point, state.dir, -state.dist);
         return;
     }
-    state.org = transform_point(record.origin + offset, light.to_internal.m);
+    state.org = transform_point(record.origin + offset, place.m);
     const miVector way = state.point - state.org;
     const double squared = double{way.x} * way.x + double{way.y} * way.y + double{way.z} * way.z;
     state.dist = std::sqrt(squared);

@@ -5,9 +5,9 @@
 #include <cstring>
 
 #include "api/api.h"
-#include "api/unsupported.h"
 #include "image/framebuffer.h"
 #include "render/sample_points.h"
+#include "render/shading.h"
 
 namespace stage {
 namespace {
@@ -122,11 +122,15 @@ STAGE_API miBoolean mi_fb_get(miState* state, int index, void* value) {
     return miTRUE;
 }
 
-// Only the primary hit has an opacity of its own in the picture: elsewhere there is nothing to be missed.
-STAGE_API miBoolean mi_opacity_set(miState* state, miColor*) {
-    if (!miRAY_PRIMARY(state->type))
+// Only a hit of the rasterizer has an opacity in the picture. Elsewhere materials themselves trace what lies
+// behind them, so nothing is missed.
+STAGE_API miBoolean mi_opacity_set(miState* state, miColor* opacity) {
+    if (!stage::from_rasterizer(state))
         return miFALSE;
-    STAGE_UNSUPPORTED();
+    stage::ThreadContext& context = stage::context_of(state);
+    context.opacity = *opacity;
+    ++context.opacities_told;
+    return miTRUE;
 }
 
 // With a counter: the points of a set of *n, until it is exhausted. Without: one point for each sample of the

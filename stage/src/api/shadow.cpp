@@ -49,7 +49,7 @@ public:
         while (near_ < far) {
             ++context_.statistics.shadow_rays;
             const FamilyScope time(context_.statistics, Family::ray_casting);
-            if (!context_.world->intersect(light_->point, towards_, near_, far, shutter_fraction(light_),
+            if (!context_.world->intersect(light_->point, towards_, near_, far, shutter_time(light_),
                                            static_cast<std::uint32_t>(RayMask::shadow), hit))
                 return false;
             near_ = hit.distance + std::max(step_, hit.distance * 1e-6);
@@ -89,7 +89,7 @@ miBoolean trace_to_any(miColor* result, const miState* light) {
         return miTRUE;
     ++context.statistics.shadow_rays;
     const FamilyScope time(context.statistics, Family::ray_casting);
-    return context.world->occluded(light->point, -light->dir, near, far, shutter_fraction(light),
+    return context.world->occluded(light->point, -light->dir, near, far, shutter_time(light),
                                    static_cast<std::uint32_t>(RayMask::shadow))
                ? block(result)
                : miTRUE;

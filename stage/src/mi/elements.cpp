@@ -98,7 +98,7 @@ bool Parser::options_rays(miOptions& o) {
         o.render_space = lexer_.next().is("camera") ? 'c' : 'o';
         expect("space");
     } else if (accept("scanline")) {
-        o.scanline = on_off();
+        o.scanline = accept("rapid") ? int{'r'} : int{on_off()};
     } else if (accept("lens")) {
         o.no_lens = !on_off();
     } else if (accept("volume")) {

@@ -89,8 +89,7 @@ void report_camera(const World& world, const Element& element) {
         return;
     for (const FramebufferDesc& b : buffers->framebuffers)
         warn_of(scene, element,
-                {{b.useopacity, "weighting by opacity is", true},
-                 {!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true}},
+                {{!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true}},
                 "frame buffer \"" + b.name + "\": ");
 }
 
@@ -168,6 +167,8 @@ void apply_demands(Scene& scene, miOptions& options) {
             options.shadow = demanded_mode(declared.shadow_mode);
         if (declared.trace_mode == "on")
             options.trace = miTRUE;
+        if (declared.refuses_scanline)
+            options.scanline = 0;
     }
 }
 

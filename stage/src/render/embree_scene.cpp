@@ -83,7 +83,7 @@ void EmbreeScene::build(const World& world) {
         const bool deforming = moving && instance.triangles->motion_offset >= 0;
         rejects_sides = rejects_sides || instance.face != 'a';
         if (!moving && uses[instance.triangles] == 1 && is_identity(instance.to_internal)) {
-            RTCGeometry geometry = make_geometry(*instance.triangles, false);
+            RTCGeometry geometry = make_geometry(*instance.triangles, false, 0.0f);
             rtcSetGeometryMask(geometry, instance.mask);
             rtcCommitGeometry(geometry);
             rtcAttachGeometryByID(top, geometry, static_cast<unsigned>(i));
@@ -93,16 +93,16 @@ void EmbreeScene::build(const World& world) {
         }
         RTCScene& object = built[{instance.triangles, deforming}];
         if (!object) {
-            object = add_object(*instance.triangles, deforming);
+            object = add_object(*instance.triangles, deforming, world.options->shutter);
             check(device, world.scene.database.find(instance.object_tag));
         }
-        add_instance(instance, static_cast<unsigned>(i), object, moving);
+        add_instance(instance, static_cast<unsigned>(i), object, moving, world.options->shutter);
     }
     rtcCommitScene(top);
     check(device, nullptr);
 }
 
-RTCGeometry EmbreeScene::make_geometry(const miTriangles& triangles, bool moving) {
+RTCGeometry EmbreeScene::make_geometry(const miTriangles& triangles, bool moving, float shutter) {
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
     const std::size_t stride = static_cast<std::size_t>(triangles.vertex_stride);
     rtcSetGeometryTimeStepCount(geometry, moving ? 2 : 1);
@@ -126,7 +126,7 @@ RTCGeometry EmbreeScene::make_geometry(const miTriangles& triangles, bool moving
             const float* vertex = triangles.vertices + i * stride;
             for (std::size_t k = 0; k < 3; ++k)
                 end[stride * i + k] =
-                    vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k];
+                    vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k] * shutter;
         }
     }
     rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, triangles.indices, 0,
@@ -134,12 +134,12 @@ RTCGeometry EmbreeScene::make_geometry(const miTriangles& triangles, bool moving
     return geometry;
 }
 
-RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
+RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving, float shutter) {
     RTCScene scene = rtcNewScene(device);
     objects_.push_back(scene);
     rtcSetSceneFlags(
         scene, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
-    RTCGeometry geometry = make_geometry(triangles, moving);
+    RTCGeometry geometry = make_geometry(triangles, moving, shutter);
     rtcCommitGeometry(geometry);
     rtcAttachGeometryByID(scene, geometry, 0);
     rtcReleaseGeometry(geometry);
@@ -147,15 +147,18 @@ RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
     return scene;
 }
 
-void EmbreeScene::add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving) {
+void EmbreeScene::add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving,
+                               float shutter) {
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_INSTANCE);
     rtcSetGeometryInstancedScene(geometry, object);
     rtcSetGeometryMask(geometry, instance.mask);
     rtcSetGeometryTimeStepCount(geometry, moving ? 2 : 1);
     // Row vectors in rows are column vectors in columns: the same 16 floats.
     rtcSetGeometryTransform(geometry, 0, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, instance.to_internal.m);
+    Matrix closing;
     if (moving)
-        rtcSetGeometryTransform(geometry, 1, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, instance.motion_to_internal.m);
+        rtcSetGeometryTransform(geometry, 1, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR,
+                                blend(instance.to_internal, instance.motion_to_internal, shutter, closing).m);
     rtcCommitGeometry(geometry);
     rtcAttachGeometryByID(top, geometry, index);
     rtcReleaseGeometry(geometry);

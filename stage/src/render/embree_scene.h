@@ -27,9 +27,10 @@ struct EmbreeScene {
 
 private:
     void build(const World& world);
-    RTCGeometry make_geometry(const miTriangles& triangles, bool moving);
-    RTCScene add_object(const miTriangles& triangles, bool moving);
-    void add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving);
+    RTCGeometry make_geometry(const miTriangles& triangles, bool moving, float shutter);
+    RTCScene add_object(const miTriangles& triangles, bool moving, float shutter);
+    void add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving,
+                      float shutter);
     void release();
 
     std::vector<RTCScene> objects_;

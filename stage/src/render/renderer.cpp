@@ -206,7 +206,7 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     world_->camera = &f.camera;
     check_camera(scene, command, f.camera);
     f.projection = std::make_unique<Projection>(f.camera);
-    f.camera_keeps_lengths = keeps_lengths(world_->camera_to_internal.m);
+    f.camera_keeps_lengths = !world_->camera_moves && keeps_lengths(world_->camera_to_internal.m);
     f.eye = transform_point({0.0f, 0.0f, 0.0f}, world_->camera_to_internal.m);
     f.grid = sample_grid(settings, *world_->options);
     f.first_grid = first_grid(settings, *world_->options);
@@ -270,6 +270,8 @@ void Renderer::open_contexts() {
         context->thread = static_cast<short>(thread);
         context->buffers.values.resize(buffers_.size());
         context->buffers.written.resize(buffers_.size());
+        if (world_->camera_moves)
+            move_camera(*context, 0.0f);
         contexts_.push_back(std::move(context));
     }
     miState& state = f.state;
@@ -435,6 +437,15 @@ bool Renderer::sample_pixel(ThreadContext& context, int x, int y, PixelSamples& 
     return true;
 }
 
+// Blends the camera's place as those of instances are. A blend that is flat, as half-way through half a turn,
+// shows nothing in any case.
+void Renderer::move_camera(ThreadContext& context, float time) const {
+    const Matrix& place = blend(world_->camera_to_internal, world_->camera_motion_to_internal, time,
+                                context.moved_camera_to_internal);
+    if (!matrix_invert(context.moved_internal_to_camera.m, place.m))
+        context.moved_internal_to_camera = world_->internal_to_camera;
+}
+
 void Renderer::render_sample(ThreadContext& context, int x, int y, SampleNumber number, float* offset,
                              miColor* values) {
     const Frame& f = *frame_;
@@ -460,12 +471,17 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, SampleNumber 
     const double raster_x = double{place.x} + x, raster_y = double{place.y} + y;
     state.raster_x = static_cast<miScalar>(raster_x);
     state.raster_y = static_cast<miScalar>(raster_y);
+    state.time = world_->moving
+                     ? sample_time(context.pixel_x, context.pixel_y, index, f.grid) * world_->options->shutter
+                     : 0.0f;
+    if (world_->camera_moves)
+        move_camera(context, state.time);
     const CameraRay ray = f.projection->ray(raster_x, raster_y);
-    state.org = f.camera.orthographic ? transform_point(ray.org, world_->camera_to_internal.m) : f.eye;
-    state.dir = transform_vector(ray.dir, world_->camera_to_internal.m);
+    const Matrix& camera = camera_to_internal(context);
+    state.org = f.camera.orthographic || world_->camera_moves ? transform_point(ray.org, camera.m) : f.eye;
+    state.dir = transform_vector(ray.dir, camera.m);
     if (!f.camera_keeps_lengths)
         mi_vector_normalize(&state.dir);
-    state.time = world_->moving ? sample_time(context.pixel_x, context.pixel_y, index) : 0.0f;
 
     const ArenaScope scope(context.arena);
     values[0] = {};
@@ -487,15 +503,16 @@ void Renderer::take_buffers(const ThreadContext& context, const miState& state, 
             continue;
         switch (buffer.type->type) {
         case miIMG_TYPE_Z: // distance from the plane of the eye, 0 where nothing was hit
-            values[b].r = hit ? -transform_point(state.point, world_->internal_to_camera.m).z : 0.0f;
+            values[b].r = hit ? -transform_point(state.point, internal_to_camera(context).m).z : 0.0f;
             break;
         case miIMG_TYPE_N: // in camera space, as motion
             if (hit)
-                values[b] = color_of(transform_vector_transposed(state.normal, world_->camera_to_internal.m));
+                values[b] =
+                    color_of(transform_vector_transposed(state.normal, camera_to_internal(context).m));
             break;
         case miIMG_TYPE_M:
             if (hit)
-                values[b] = color_of(transform_vector(state.motion, world_->internal_to_camera.m));
+                values[b] = color_of(transform_vector(state.motion, internal_to_camera(context).m));
             break;
         case miIMG_TYPE_TAG:
             values[b].r = std::bit_cast<float>(hit ? state.label : 0u);

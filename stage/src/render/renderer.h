@@ -87,6 +87,7 @@ private:
     void work();
     void run_output_shaders();
     bool render_bucket(ThreadContext& context, std::size_t bucket);
+    void move_camera(ThreadContext& context, float time) const;
     bool sample_as_needed(ThreadContext& context, BucketSamples& samples);
     bool sample_pixel(ThreadContext& context, int x, int y, PixelSamples& samples);
     void render_sample(ThreadContext& context, int x, int y, SampleNumber number, float* offset,

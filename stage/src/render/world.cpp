@@ -301,8 +301,7 @@ void Flattener::check_labels(const WorldInstance& w, const Element& instance, co
 
 void Flattener::add_light(Element& instance, const Element& light, const Inherited& in) {
     WorldLight w;
-    if (moves(in))
-        warn_once(world_.scene, instance, "moving lights are not supported yet: it stays where it starts");
+    w.has_motion = moves(in);
     w.instance = leaf_for_path(instance).tag;
     w.placed = instance.tag;
     w.light_tag = light.tag;
@@ -402,9 +401,6 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
     flat.run();
 
     const Inherited& view = *flat.camera();
-    if (flat.moves(view))
-        warn_once(scene, *scene.database.find(camera_instance),
-                  "a moving camera is not supported yet: it stays where it starts");
     camera_space = camera_space || options->render_space == 'c';
     const Affine from_world = camera_space ? view.to_local : Affine{}; // to internal space
     const Affine to_world = camera_space ? view.to_world : Affine{};
@@ -413,6 +409,8 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
     // In camera space these two are the identity itself, not a product that rounds near it.
     (camera_space ? Affine{} : view.to_world).store(camera_to_internal.m);
     (camera_space ? Affine{} : view.to_local).store(internal_to_camera.m);
+    (view.motion_to_world * from_world).store(camera_motion_to_internal.m);
+    moving = camera_moves = flat.moves(view);
 
     for (std::size_t i = 0; i < instances.size(); ++i) {
         WorldInstance& w = instances[i];
@@ -430,6 +428,8 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         WorldLight& w = lights[i];
         (flat.light_spaces()[i].to_world * from_world).store(w.to_internal.m);
         (to_world * flat.light_spaces()[i].to_local).store(w.from_internal.m);
+        (flat.light_spaces()[i].motion_to_world * from_world).store(w.motion_to_internal.m);
+        moving = moving || w.has_motion;
         note(light_index_, w.instance, i);
         light_tags.push_back(w.instance);
     }
@@ -519,12 +519,17 @@ void set_ray(RTCRay& ray, const miVector& org, const miVector& dir, double near,
 
 } // namespace
 
+// From 0 to 1 at the shutter's closing.
+float World::time_in_shutter(float time) const {
+    return moving ? std::clamp(time / options->shutter, 0.0f, 1.0f) : 0.0f;
+}
+
 bool World::occluded(const miVector& org, const miVector& dir, double near, double far, float time,
                      std::uint32_t mask) const {
     SideContext context;
     start_query(context, *this, embree_->rejects_sides);
     RTCRay ray;
-    set_ray(ray, org, dir, near, far, time, mask);
+    set_ray(ray, org, dir, near, far, time_in_shutter(time), mask);
     rtcOccluded1(embree_->top, &context.embree, &ray);
     return ray.tfar < 0.0f;
 }
@@ -534,7 +539,7 @@ bool World::intersect(const miVector& org, const miVector& dir, double near, dou
     SideContext context;
     start_query(context, *this, embree_->rejects_sides);
     RTCRayHit ray;
-    set_ray(ray.ray, org, dir, near, far, time, mask);
+    set_ray(ray.ray, org, dir, near, far, time_in_shutter(time), mask);
     ray.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     ray.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(embree_->top, &context.embree, &ray);

@@ -45,7 +45,7 @@ struct WorldInstance {
     const miTriangles* triangles = nullptr;
     Matrix to_internal; // object to internal space
     Matrix from_internal;
-    Matrix motion_to_internal; // at the end of the shutter interval; equals to_internal when nothing moves
+    Matrix motion_to_internal; // at time 1 of the shutter; equals to_internal when nothing moves
     bool mirrored = false;     // to_internal turns orientation around
     bool has_motion = false;
     std::uint32_t mask = 0; // RayMask bits
@@ -75,7 +75,17 @@ struct WorldLight {
     const LightArea* area = nullptr;
     Matrix to_internal; // light to internal space
     Matrix from_internal;
+    Matrix motion_to_internal; // at time 1 of the shutter
+    bool has_motion = false;
 };
+
+// A place that moves, at a time of the shutter: matrices are blended, as the rays see them. `blended` is
+// memory for that.
+inline const Matrix& blend(const Matrix& start, const Matrix& at_one, float time, Matrix& blended) {
+    for (std::size_t i = 0; i < 16; ++i)
+        blended.m[i] = start.m[i] + (at_one.m[i] - start.m[i]) * time;
+    return blended;
+}
 
 struct EmbreeScene; // render/embree_scene.h, the only place that includes Embree
 
@@ -97,16 +107,18 @@ public:
     Matrix camera_to_internal, internal_to_camera;
     std::vector<WorldInstance> instances;
     std::vector<WorldLight> lights;
-    std::vector<miTag> light_tags; // instances of `lights`, in order
-    bool moving = false;           // something moves and the options ask for motion
+    std::vector<miTag> light_tags;    // instances of `lights`, in order
+    bool moving = false;              // something moves and the options ask for motion
+    bool camera_moves = false;        // while the shutter is open:
+    Matrix camera_motion_to_internal; // at time 1
     bool all_block = true;         // what casts shadows lets no light through
     [[nodiscard]] bool shutter_opens() const { return options->motion && options->shutter > 0.0f; }
 
     [[nodiscard]] const WorldInstance* find_instance(miTag tag) const;
     [[nodiscard]] const WorldLight* find_light(miTag instance) const;
 
-    // Nearest hit with near < distance < far, among instances with a bit of `mask`. `time` in [0, 1]:
-    // shutter.
+    // Nearest hit with near < distance < far, among instances with a bit of `mask`. `time` from 0 to the
+    // shutter's closing.
     bool intersect(const miVector& org, const miVector& dir, double near, double far, float time,
                    std::uint32_t mask, miRc_intersection& hit) const;
 
@@ -123,6 +135,7 @@ public:
 private:
     friend class Flattener;
     void measure();
+    [[nodiscard]] float time_in_shutter(float time) const;
 
     std::unique_ptr<EmbreeScene> embree_;
     std::deque<LightArea> light_areas_;

@@ -76,6 +76,7 @@ struct Declaration {
     std::uint32_t apply = 0;              // bit n for miShader_type n
     std::string shadow_mode;              // demanded mode: "", "off", "on", "sort", "segments"
     std::string trace_mode;               // demanded: "", "off", "on"
+    bool refuses_scanline = false;        // demands that every ray is traced
     ShaderCode* code = nullptr;           // of a shader: found in the libraries at the first use
     std::shared_ptr<PhenomenonBody> body; // of a phenomenon
     [[nodiscard]] const Param* find(std::string_view param) const;
@@ -101,8 +102,10 @@ struct ShaderCode {
     std::shared_ptr<miLock_record> owned_lock;
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
-    std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
-    std::atomic<bool> reported_depth{false};     // calls that led too deep were reported once
+    std::atomic<bool> reported_bad_value{false};     // a NaN or infinite result was reported once
+    std::atomic<bool> reported_depth{false};         // calls that led too deep were reported once
+    std::atomic<bool> reported_bent_ray{false};      // so was a lens shader that the rasterizer cannot follow
+    std::atomic<bool> reported_stray_eye_ray{false}; // and an eye ray of what is no lens shader
 };
 
 // What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
