@@ -31,6 +31,7 @@ struct CommandLine {
     int threads = 0;
     std::vector<int> region, resolution;
     int samples = 0;
+    std::uint64_t seed = 0;
     std::string space = "world";
     bool statistics = false, quiet = false;
 };
@@ -107,6 +108,7 @@ stage::RenderSettings Session::settings() const {
         s.resolution = {r[0], r[1]};
     if (line_.samples > 0)
         s.samples = line_.samples;
+    s.seed = line_.seed;
     s.camera_space = line_.space == "camera";
     s.statistics = line_.statistics;
     s.progress = !line_.quiet;
@@ -150,6 +152,7 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     const Clock::time_point rendering = Clock::now();
     const bool complete = renderer.render();
     times.render = since(rendering);
+    times.photons = renderer.photon_time();
 
     const Clock::time_point writing = Clock::now();
     message_log().summarise();
@@ -262,6 +265,8 @@ void declare(CLI::App& app, CommandLine& line) {
     app.add_option("--samples", line.samples,
                    "samples for each pixel, a square number; default: the scene's, 1 when it says nothing")
         ->check(check_samples);
+    app.add_option("--seed", line.seed,
+                   "another number gives a picture with other noise; default: 0");
     app.add_option("--space", line.space, "internal space of the renderer: world, the default, or camera")
         ->check(CLI::IsMember({"world", "camera"}));
     app.add_flag("--stats", line.statistics,

@@ -1,26 +1,13 @@
-// Indirect light. Neither photon maps nor gathering exist yet.
+// Indirect light: photons. Gathering does not exist yet.
 #include "api/unsupported.h"
+#include "render/photons.h"
 
-namespace {
-
-// A scene that asks for no indirect light has none, and that is supported.
-bool is_indirectly_lit(const miState* state) {
-    const miOptions& options = *state->options;
-    return options.caustic || options.globillum || options.finalgather;
+STAGE_API miBoolean mi_compute_irradiance(miColor* result, miState* state) {
+    return stage::photon_irradiance(result, state, false, stage::caustic_photons | stage::global_photons);
 }
 
-} // namespace
-
-STAGE_API miBoolean mi_compute_irradiance(miColor*, miState* state) {
-    if (!is_indirectly_lit(state))
-        return miFALSE;
-    STAGE_UNSUPPORTED();
-}
-
-STAGE_API miBoolean mi_compute_irradiance_backside(miColor*, miState* state) {
-    if (!is_indirectly_lit(state))
-        return miFALSE;
-    STAGE_UNSUPPORTED();
+STAGE_API miBoolean mi_compute_irradiance_backside(miColor* result, miState* state) {
+    return stage::photon_irradiance(result, state, true, stage::caustic_photons | stage::global_photons);
 }
 
 STAGE_API miBoolean mi_compute_avg_radiance(miColor*, miState*, miUchar, void*) {
@@ -28,9 +15,5 @@ STAGE_API miBoolean mi_compute_avg_radiance(miColor*, miState*, miUchar, void*) 
 }
 
 STAGE_API miBoolean mi_compute_directional_irradiance(miColor*, miVector*, miState*) {
-    STAGE_UNSUPPORTED();
-}
-
-STAGE_API miBoolean mi_compute_volume_irradiance(miColor*, miState*) {
     STAGE_UNSUPPORTED();
 }

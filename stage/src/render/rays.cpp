@@ -93,7 +93,7 @@ miTag volume_behind(const miState* state) {
     for (const miState* s = state->parent; s; s = s->parent)
         if (s->instance == state->instance && enters(*s))
             return s->volume;
-    return context_of(state).world->camera->volume;
+    return miRAY_PHOTON(state->type) ? miNULLTAG : context_of(state).world->camera->volume;
 }
 
 RayFrame& new_ray(miState* parent, miRay_type type) {

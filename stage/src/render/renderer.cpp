@@ -192,6 +192,7 @@ void Renderer::open_contexts() {
         context->renderer = this;
         context->world = world_.get();
         context->thread = static_cast<short>(thread);
+        context->seed = settings_.seed;
         context->buffers.values.resize(buffers_.size());
         context->buffers.written.resize(buffers_.size());
         contexts_.push_back(std::move(context));
@@ -209,9 +210,15 @@ void Renderer::open_contexts() {
     state.ior = state.ior_in = state.importance = 1.0f;
 }
 
+const miState& Renderer::frame_state() const {
+    return frame_->state;
+}
+
 bool Renderer::render() {
     Frame& f = *frame_;
-    trace_photons(*this);
+    const Statistics::Clock::time_point start = Statistics::Clock::now();
+    f.arena.execute([&] { photons_ = trace_photons(*this); });
+    photon_time_ = std::chrono::duration<double>(Statistics::Clock::now() - start).count();
     f.progress = std::make_unique<Progress>(f.film->bucket_count(), settings_.progress);
     f.next.store(0, std::memory_order_relaxed);
     f.arena.execute([&] { tbb::parallel_for(0, f.arena.max_concurrency(), [&](int) { work(); }); });
@@ -304,7 +311,7 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t
     context.pixel_x = static_cast<std::uint32_t>(x);
     context.pixel_y = static_cast<std::uint32_t>(y);
     context.sample = index;
-    const PixelSample place = pixel_sample(context.pixel_x, context.pixel_y, index, f.grid, f.jitter);
+    const PixelSample place = pixel_sample(context.pixel_x, context.pixel_y, index, f.grid, f.jitter, context.seed);
     context.sample_seed = place.seed;
     context.sample_dimension = 0;
     context.random_state = mix_bits(place.seed);
@@ -327,7 +334,7 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t
     state.dir = transform_vector(ray.dir, world_->camera_to_internal.m);
     if (!f.camera_keeps_lengths)
         mi_vector_normalize(&state.dir);
-    state.time = world_->moving ? sample_time(context.pixel_x, context.pixel_y, index) : 0.0f;
+    state.time = world_->moving ? sample_time(context.pixel_x, context.pixel_y, index, context.seed) : 0.0f;
 
     const ArenaScope scope(context.arena);
     values[0] = {};
