@@ -101,9 +101,10 @@ private:
     double length_;
 };
 
-bool has_rays_left(const PhotonPath& path) {
+bool has_rays_left(PhotonPath& path) {
     if (path.rays < most_rays)
         return true;
+    path.endless = true;
     report(&ShaderCode::reported_depth, "photons go on without end; given up");
     return false;
 }

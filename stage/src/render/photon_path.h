@@ -28,6 +28,7 @@ struct PhotonPath {
     bool keeps_volume;    // photons in volumes are kept too
     float exponent;       // power changes with distance ^ exponent
     std::uint32_t emission = 0;
+    bool endless = false; // a photon was given up because it went on without end
     std::vector<KeptPhoton> surface, volume;
 
     // of the ray in flight

@@ -129,9 +129,15 @@ bool Tracer::run(const Pass& pass, Collection& all) {
         if (renderer_.aborted())
             return false;
         const std::uint64_t before = kept_;
-        for (std::size_t b = 0; b < paths.size() && kept_ < pass.wanted; ++b)
+        bool endless = false;
+        for (std::size_t b = 0; b < paths.size() && kept_ < pass.wanted && !endless; ++b) {
             take(pass, paths[b], size_of(b), surface, all.volume);
+            endless = paths[b].endless;
+        }
         progress_.advance(kept_ - before);
+        // The other photons would take as long. What was kept is used.
+        if (endless)
+            break;
     }
     // Each carries its share of the light's energy.
     const float share = 1.0f / static_cast<float>(std::max<std::uint64_t>(emitted_, 1));
@@ -167,7 +173,7 @@ void Tracer::trace_batch(const Pass& pass, std::uint64_t first, std::uint64_t co
     path.exponent = pass.light->light->type == miLIGHT_DIRECTION ? 0.0f
                                                                  : 2.0f - 2.0f * pass.light->light->exponent;
     context.photon = &path;
-    for (std::uint64_t i = first; i < first + count && !renderer_.aborted(); ++i)
+    for (std::uint64_t i = first; i < first + count && !renderer_.aborted() && !path.endless; ++i)
         emit(context, pass, static_cast<std::uint32_t>(i));
     context.photon = nullptr;
     context.records.clear_rect();
