@@ -1,5 +1,5 @@
-// The photon map beside nanoflann alone over the same positions: building, and looking up the 100 nearest photons
-// within a radius. The radius holds 200 on average, so that it is the number that ends most searches.
+// The photon map beside nanoflann alone over the same positions: building, and looking up the 100 nearest
+// photons within a radius. The radius holds 200 on average, so that it is the number that ends most searches.
 #include "peer_report.h"
 #include "render/photon_map.h"
 

@@ -136,8 +136,9 @@ struct base_smoke_params {
 
 BASE_VERSION(base_smoke, 1)
 
-// Photons that meet the smoke in a unit of volume go on in all directions alike. A surface turns an irradiance E
-// into a colour E; light that leaves in 4 pi rather than over a matt surface's pi has a quarter of that.
+// Photons that meet the smoke in a unit of volume go on in all directions alike. A surface turns an
+// irradiance E into a colour E; light that leaves in 4 pi rather than over a matt surface's pi has a quarter
+// of that.
 BASE_EXPORT miBoolean base_smoke(miColor* result, miState* state, base_smoke_params* params) {
     const miColor color = *mi_eval_color(&params->color);
     const miScalar density = *mi_eval_scalar(&params->density);

@@ -265,8 +265,7 @@ void declare(CLI::App& app, CommandLine& line) {
     app.add_option("--samples", line.samples,
                    "samples for each pixel, a square number; default: the scene's, 1 when it says nothing")
         ->check(check_samples);
-    app.add_option("--seed", line.seed,
-                   "another number gives a picture with other noise; default: 0");
+    app.add_option("--seed", line.seed, "another number gives a picture with other noise; default: 0");
     app.add_option("--space", line.space, "internal space of the renderer: world, the default, or camera")
         ->check(CLI::IsMember({"world", "camera"}));
     app.add_flag("--stats", line.statistics,

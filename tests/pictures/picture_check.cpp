@@ -11,9 +11,9 @@
 // --sum demands that the layers' colours add up to the picture's.
 // --save stores the picture as a reference, in half floats: only after looking at it.
 // --noise judges a picture of random samples: block for block against the mean and variance of others.
-// --save-noise stores mean and variance of the picture and --more of it, rendered with other seeds (at least 16
-// together): only after looking at them.
-// When it does not agree with the reference, picture, reference and enlarged difference are left in FOLDER.
+// --save-noise stores mean and variance of the picture and --more of it, rendered with other seeds (at least
+// 16 together): only after looking at them. When it does not agree with the reference, picture, reference and
+// enlarged difference are left in FOLDER.
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>

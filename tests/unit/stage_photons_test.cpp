@@ -12,8 +12,8 @@ using namespace stage_test;
 using stage::Photon;
 using stage::PhotonMap;
 
-// A light in a shell of 2 by 2 by 2 within a closed room of 6 by 6 by 6, about the origin. What the shell does
-// to photons is the test's; the walls keep them.
+// A light in a shell of 2 by 2 by 2 within a closed room of 6 by 6 by 6, about the origin. What the shell
+// does to photons is the test's; the walls keep them.
 class Room : public TestScene {
 public:
     Room() {
@@ -22,7 +22,8 @@ public:
     }
     template <class F> void enclose(F shell, const std::string& light, const std::string& flags = "") {
         shader("shell", shell);
-        this->light("lamp", {}, light + " energy 1 2 3 caustic photons 2000 20000 globillum photons 2000 20000");
+        this->light("lamp", {},
+                    light + " energy 1 2 3 caustic photons 2000 20000 globillum photons 2000 20000");
         for (const auto& [name, half] : {std::pair{"shell", 1}, std::pair{"wall", 3}}) {
             std::ostringstream text;
             text << "material " << name << "_m photon = '" << name << "' end material object " << name
@@ -107,7 +108,9 @@ TEST(StagePhotons, CarryTheEnergyOfTheLight) {
 TEST(StagePhotons, AreKeptByWhatTheyHaveMet) {
     const auto specular = [](miState* s, miColor& e) { return pass(s, e); };
     const auto glossy = [](miState* s, miColor& e) { return mi_photon_transmission_glossy(&e, s, &s->dir); };
-    const auto diffuse = [](miState* s, miColor& e) { return mi_photon_transmission_diffuse(&e, s, &s->dir); };
+    const auto diffuse = [](miState* s, miColor& e) {
+        return mi_photon_transmission_diffuse(&e, s, &s->dir);
+    };
     const auto straight = [](miState* s, miColor& e) { return mi_photon_transparent(&e, s); };
     const auto bad = [](miState* s, miColor&) {
         miColor energy{std::numeric_limits<float>::quiet_NaN(), 0, 0, 0};
@@ -124,10 +127,14 @@ TEST(StagePhotons, AreKeptByWhatTheyHaveMet) {
         bool caustic, global;
         std::string told;
     } cases[] = {
-        {specular, "", true, false, ""},       {glossy, "", true, false, ""},
-        {diffuse, "", false, true, ""},        {straight, "", false, false, ""},
-        {specular, "caustic off", false, false, ""}, {diffuse, "globillum off", false, false, ""},
-        {bad, "", false, false, "shell_code"}, {endless, "", false, false, "shell_code"},
+        {specular, "", true, false, ""},
+        {glossy, "", true, false, ""},
+        {diffuse, "", false, true, ""},
+        {straight, "", false, false, ""},
+        {specular, "caustic off", false, false, ""},
+        {diffuse, "globillum off", false, false, ""},
+        {bad, "", false, false, "shell_code"},
+        {endless, "", false, false, "shell_code"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
@@ -149,13 +156,14 @@ TEST(StagePhotons, AreKeptByWhatTheyHaveMet) {
     }
 }
 
-// Photons of power 1 at a distance of 0.01 on a plane, and as many on its back with twice the power: 10000 for
-// each unit of area. Those on a wall beside it do not count. In space, 1e6 for each unit of volume.
+// Photons of power 1 at a distance of 0.01 on a plane, and as many on its back with twice the power: 10000
+// for each unit of area. Those on a wall beside it do not count. In space, 1e6 for each unit of volume.
 TEST(StagePhotons, LieAsDenselyAsTheyLie) {
     std::vector<Photon> surface, space;
     for (int i = -50; i < 50; ++i)
         for (int j = -50; j < 50; ++j) {
-            const float x = (static_cast<float>(i) + 0.5f) * 0.01f, y = (static_cast<float>(j) + 0.5f) * 0.01f;
+            const float x = (static_cast<float>(i) + 0.5f) * 0.01f,
+                        y = (static_cast<float>(j) + 0.5f) * 0.01f;
             surface.push_back({{x, y, 0.0f}, {0, 0, 1}, {1, 0, 0}});
             surface.push_back({{x, y, 0.0f}, {0, 0, -1}, {2, 0, 0}});
             surface.push_back({{0.05f, x, y}, {-1, 0, 0}, {5, 0, 0}});
@@ -169,9 +177,10 @@ TEST(StagePhotons, LieAsDenselyAsTheyLie) {
         std::size_t photons;
         float cone, density, within; // relative: the border of a disc is as rough as the grid
     } cases[] = {
-        {1, 0.2f, 1000, 0.0f, 1e4f, 0.02f},   // the radius holds 1257
-        {1, 0.1f, 1000, 0.0f, 1e4f, 0.03f},   // and here 314
-        {-1, 0.2f, 1000, 0.0f, 2e4f, 0.02f},  {1, 0.2f, 1000, 1.1f, 1e4f, 0.02f}, {1, 0.1f, 1000, 2.0f, 1e4f, 0.02f},
+        {1, 0.2f, 1000, 0.0f, 1e4f, 0.02f}, // the radius holds 1257
+        {1, 0.1f, 1000, 0.0f, 1e4f, 0.03f}, // and here 314
+        {-1, 0.2f, 1000, 0.0f, 2e4f, 0.02f}, {1, 0.2f, 1000, 1.1f, 1e4f, 0.02f},
+        {1, 0.1f, 1000, 2.0f, 1e4f, 0.02f},
     };
     miColor density;
     for (const auto& c : cases) {
@@ -182,7 +191,8 @@ TEST(StagePhotons, LieAsDenselyAsTheyLie) {
     }
     ASSERT_TRUE(stage::volume_density(&density, air, {0, 0, 0}, {0.07f, 1000, 0.0f, buffer.data()}));
     EXPECT_NEAR(density.r, 1e6f, 0.05e6f); // 1000 fill a radius of 0.062
-    EXPECT_FALSE(stage::surface_density(&density, map, {0, 0, 0.3f}, {0, 0, 1}, {0.2f, 9, 0.0f, buffer.data()}));
+    EXPECT_FALSE(
+        stage::surface_density(&density, map, {0, 0, 0.3f}, {0, 0, 1}, {0.2f, 9, 0.0f, buffer.data()}));
     EXPECT_EQ(density.r, 0.0f);
 }
 

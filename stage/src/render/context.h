@@ -98,7 +98,7 @@ struct ThreadContext {
     Statistics statistics;
 
     // current sample
-    RayFrame eye; // the camera's state; without lens shaders also that of the eye ray
+    RayFrame eye;           // the camera's state; without lens shaders also that of the eye ray
     std::uint64_t seed = 0; // of the frame
     std::uint32_t pixel_x = 0, pixel_y = 0, sample = 0;
     std::uint64_t sample_seed = 0;      // the same for the same pixel and sample in every run and thread

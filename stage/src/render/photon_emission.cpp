@@ -20,8 +20,7 @@ constexpr float two_pi = 2.0f * std::numbers::pi_v<float>;
 // ---- directions and places, in light space; numbers in [0, 1)
 
 miVector about(const miVector& axis, float across, float along, float turn) {
-    const miVector other =
-        std::fabs(axis.x) < 0.5f ? miVector{1.0f, 0.0f, 0.0f} : miVector{0.0f, 1.0f, 0.0f};
+    const miVector other = std::fabs(axis.x) < 0.5f ? miVector{1.0f, 0.0f, 0.0f} : miVector{0.0f, 1.0f, 0.0f};
     const miVector a = normalized(cross(other, axis)), b = cross(axis, a);
     const float angle = two_pi * turn;
     return a * (across * std::cos(angle)) + b * (across * std::sin(angle)) + axis * along;

@@ -38,8 +38,7 @@ class OnSurface {
 public:
     OnSurface(const std::vector<Photon>& photons, const miVector& point, const miVector& normal)
         : photons_(photons), point_(point), normal_(normal),
-          rounding_(1e-5f *
-                    std::max({std::fabs(point.x), std::fabs(point.y), std::fabs(point.z), 1e-3f})) {}
+          rounding_(1e-5f * std::max({std::fabs(point.x), std::fabs(point.y), std::fabs(point.z), 1e-3f})) {}
 
     bool operator()(float squared, std::uint32_t index) const {
         const Photon& photon = photons_[index];

@@ -36,7 +36,8 @@ void report(std::atomic<bool> ShaderCode::*flag, const char* text) {
 bool is_usable(const miColor& energy, const miVector& v) {
     if (std::isfinite(energy.r) && std::isfinite(energy.g) && std::isfinite(energy.b) && is_finite(v))
         return true;
-    report(&ShaderCode::reported_bad_value, "a photon with NaN or infinite energy, point or direction is lost");
+    report(&ShaderCode::reported_bad_value,
+           "a photon with NaN or infinite energy, point or direction is lost");
     return false;
 }
 
@@ -83,7 +84,8 @@ PhotonWay way_after(PhotonWay way, miRay_type type) {
 // Keeps what the path knows of the ray in flight while another one flies.
 class NextRay {
 public:
-    NextRay(PhotonPath& path, PhotonWay way, double length) : path_(path), way_(path.way), length_(path.length) {
+    NextRay(PhotonPath& path, PhotonWay way, double length)
+        : path_(path), way_(path.way), length_(path.length) {
         path.way = way;
         path.length = length;
         ++path.rays;
@@ -132,8 +134,8 @@ miBoolean pass_hull(const miColor& energy, RayFrame& hull) {
     return follow(energy, frame, start_distance(&state));
 }
 
-// The volume decides first: where it returns false, the photon went elsewhere or ended inside. Then the photon
-// shader of the surface; a surface without one absorbs.
+// The volume decides first: where it returns false, the photon went elsewhere or ended inside. Then the
+// photon shader of the surface; a surface without one absorbs.
 miBoolean arrive(miColor* energy, RayFrame& frame) {
     miState& state = frame.state;
     if (state.volume && !state.options->no_volume) {

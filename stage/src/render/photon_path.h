@@ -24,16 +24,16 @@ enum class PhotonWay : std::uint8_t {
 
 // What a thread knows of the photon that it follows.
 struct PhotonPath {
-    PhotonKinds pass;     // the kind of photon that is kept on surfaces
-    bool keeps_volume;    // photons in volumes are kept too
-    float exponent;       // power changes with distance ^ exponent
+    PhotonKinds pass;  // the kind of photon that is kept on surfaces
+    bool keeps_volume; // photons in volumes are kept too
+    float exponent;    // power changes with distance ^ exponent
     std::uint32_t emission = 0;
     bool endless = false; // a photon was given up because it went on without end
     std::vector<KeptPhoton> surface, volume;
 
     // of the ray in flight
     PhotonWay way = PhotonWay::direct;
-    double length = 0.0; // from the light to its start
+    double length = 0.0;    // from the light to its start
     std::uint32_t rays = 0; // since the emission
 };
 
@@ -41,7 +41,8 @@ struct PhotonPath {
 miBoolean send_photon_from_light(const miColor& energy, miState* state);
 // Send it on from the state's surface. False where the path ends: too deep, or the surface does not cast.
 miBoolean send_photon_reflected(const miColor& energy, miState* state, miRay_type type, const miVector& dir);
-miBoolean send_photon_transmitted(const miColor& energy, miState* state, miRay_type type, const miVector& dir);
+miBoolean send_photon_transmitted(const miColor& energy, miState* state, miRay_type type,
+                                  const miVector& dir);
 // From the state's point, in the same volume.
 miBoolean send_photon_scattered(const miColor& energy, miState* state, const miVector& dir);
 

@@ -19,12 +19,12 @@ namespace stage {
 
 namespace {
 
-constexpr std::uint32_t batch_size = 256;    // emissions that one thread makes in a row
-constexpr std::uint32_t most_batches = 1024; // in one round
+constexpr std::uint32_t batch_size = 256;          // emissions that one thread makes in a row
+constexpr std::uint32_t most_batches = 1024;       // in one round
 constexpr std::uint32_t photon_rows = 0x80000000u; // of pixels, above those of all pictures
 
-// A light that does not say how often it emits gives up after so many photons for each one asked for, and much
-// earlier when none has been kept.
+// A light that does not say how often it emits gives up after so many photons for each one asked for, and
+// much earlier when none has been kept.
 constexpr std::uint64_t usual_limit = 1000, most_in_vain = 200000;
 
 // The photons of one kind of one light.
@@ -46,8 +46,8 @@ bool is_black(const miColor& c) {
     return c.r == 0.0f && c.g == 0.0f && c.b == 0.0f;
 }
 
-// What falls into volumes is kept once: by the global photons of a light where it has any, else by the caustic
-// ones.
+// What falls into volumes is kept once: by the global photons of a light where it has any, else by the
+// caustic ones.
 std::vector<Pass> passes_of(const World& world) {
     const miOptions& options = *world.options;
     std::vector<Pass> passes;
@@ -170,8 +170,8 @@ void Tracer::trace_batch(const Pass& pass, std::uint64_t first, std::uint64_t co
     path.pass = pass.kind;
     path.keeps_volume = pass.keeps_volume;
     // A beam does not fall off, so it has no law to change.
-    path.exponent = pass.light->light->type == miLIGHT_DIRECTION ? 0.0f
-                                                                 : 2.0f - 2.0f * pass.light->light->exponent;
+    path.exponent =
+        pass.light->light->type == miLIGHT_DIRECTION ? 0.0f : 2.0f - 2.0f * pass.light->light->exponent;
     context.photon = &path;
     for (std::uint64_t i = first; i < first + count && !renderer_.aborted() && !path.endless; ++i)
         emit(context, pass, static_cast<std::uint32_t>(i));
@@ -205,8 +205,8 @@ void Tracer::emit(ThreadContext& context, const Pass& pass, std::uint32_t index)
 }
 
 // Takes a batch over: all of it, or what was kept up to the emission that completed the number.
-void Tracer::take(const Pass& pass, const PhotonPath& path, std::uint64_t count,
-                  std::vector<Photon>& surface, std::vector<Photon>& volume) {
+void Tracer::take(const Pass& pass, const PhotonPath& path, std::uint64_t count, std::vector<Photon>& surface,
+                  std::vector<Photon>& volume) {
     auto s = path.surface.begin();
     auto v = path.volume.begin();
     while (kept_ < pass.wanted && (s != path.surface.end() || v != path.volume.end())) {
@@ -231,10 +231,11 @@ void Tracer::take(const Pass& pass, const PhotonPath& path, std::uint64_t count,
 void Tracer::tell(const Pass& pass) const {
     if (kept_ >= pass.wanted || (pass.limited && kept_ > 0))
         return;
-    warn_once(renderer_.world().scene, *renderer_.world().scene.database.find(pass.light->light_tag),
-              std::string(pass.kind == caustic_photons ? "of the caustic photons " : "of the global photons ") +
-                  std::to_string(kept_) + " of " + std::to_string(pass.wanted) + " were kept, after " +
-                  std::to_string(emitted_) + " were emitted");
+    warn_once(
+        renderer_.world().scene, *renderer_.world().scene.database.find(pass.light->light_tag),
+        std::string(pass.kind == caustic_photons ? "of the caustic photons " : "of the global photons ") +
+            std::to_string(kept_) + " of " + std::to_string(pass.wanted) + " were kept, after " +
+            std::to_string(emitted_) + " were emitted");
 }
 
 } // namespace
@@ -255,10 +256,9 @@ std::shared_ptr<const PhotonMaps> trace_photons(Renderer& renderer) {
             return nullptr;
     renderer.contexts().front()->statistics.photons_kept +=
         all.caustic.size() + all.global.size() + all.volume.size();
-    return std::shared_ptr<const PhotonMaps>(new PhotonMaps{PhotonMap(std::move(all.caustic)),
-                                                            PhotonMap(std::move(all.global)),
-                                                            PhotonMap(std::move(all.volume)),
-                                                            tracer.scene_radius()});
+    return std::shared_ptr<const PhotonMaps>(
+        new PhotonMaps{PhotonMap(std::move(all.caustic)), PhotonMap(std::move(all.global)),
+                       PhotonMap(std::move(all.volume)), tracer.scene_radius()});
 }
 
 // ---- looking up

@@ -24,8 +24,8 @@ struct PhotonMaps {
 };
 
 // Fills the frame's photon maps before its first bucket, when its options ask for any, on the threads of the
-// calling arena. The maps do not depend on their number. Null when there are no photons, and when the frame was
-// stopped.
+// calling arena. The maps do not depend on their number. Null when there are no photons, and when the frame
+// was stopped.
 std::shared_ptr<const PhotonMaps> trace_photons(Renderer& renderer);
 
 // Irradiance (power for each area) that the photons of those kinds bring to the state's point, on the side

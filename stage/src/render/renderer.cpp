@@ -311,7 +311,8 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, std::uint32_t
     context.pixel_x = static_cast<std::uint32_t>(x);
     context.pixel_y = static_cast<std::uint32_t>(y);
     context.sample = index;
-    const PixelSample place = pixel_sample(context.pixel_x, context.pixel_y, index, f.grid, f.jitter, context.seed);
+    const PixelSample place =
+        pixel_sample(context.pixel_x, context.pixel_y, index, f.grid, f.jitter, context.seed);
     context.sample_seed = place.seed;
     context.sample_dimension = 0;
     context.random_state = mix_bits(place.seed);

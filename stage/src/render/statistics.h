@@ -77,7 +77,8 @@ private:
 };
 
 struct FrameTimes { // seconds
-    double build = 0.0, photons = 0.0, render = 0.0, write = 0.0; // photons: before the picture, part of render
+    double build = 0.0, photons = 0.0, render = 0.0,
+           write = 0.0; // photons: before the picture, part of render
 };
 
 // Prints the tables of a frame: samples, rays by kind, families of shaders, memory and time. `scene_bytes` is

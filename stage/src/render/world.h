@@ -45,8 +45,8 @@ struct WorldInstance {
     Matrix motion_to_internal; // at the end of the shutter interval; equals to_internal when nothing moves
     bool mirrored = false;     // to_internal turns orientation around
     bool has_motion = false;
-    std::uint32_t mask = 0; // RayMask bits
-    miUint1 face = 'a';     // which sides are seen
+    std::uint32_t mask = 0;             // RayMask bits
+    miUint1 face = 'a';                 // which sides are seen
     miUint1 caustic = 3, globillum = 3; // bit 0: sends photons on, bit 1: keeps them
     bool receives_reflection = true, receives_refraction = true, receives_transparency = true;
     miTag material = miNULLTAG;       // inherited; or:
