@@ -35,6 +35,7 @@ struct CommandLine {
     int threads = 0;
     std::vector<int> region, resolution;
     int samples = 0;
+    std::uint64_t seed = 0;
     std::string space = "world";
     bool statistics = false, quiet = false;
 };
@@ -134,6 +135,7 @@ stage::RenderSettings Session::settings() const {
         s.resolution = {r[0], r[1]};
     if (line_.samples > 0)
         s.samples = line_.samples;
+    s.seed = line_.seed;
     s.camera_space = line_.space == "camera";
     s.statistics = line_.statistics;
     s.progress = !line_.quiet;
@@ -197,6 +199,7 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     const Clock::time_point rendering = Clock::now();
     renderer.render();
     times.render = since(rendering);
+    times.photons = renderer.photon_time();
     const stage::Statistics statistics = collect(renderer);
     if (ranks_.leads())
         write(renderer, statistics, times);
@@ -317,6 +320,7 @@ void declare(CLI::App& app, CommandLine& line) {
     app.add_option("--samples", line.samples,
                    "samples for each pixel, a square number; default: the scene's, 1 when it says nothing")
         ->check(check_samples);
+    app.add_option("--seed", line.seed, "another number gives a picture with other noise; default: 0");
     app.add_option("--space", line.space, "internal space of the renderer: world, the default, or camera")
         ->check(CLI::IsMember({"world", "camera"}));
     app.add_flag("--stats", line.statistics,

@@ -53,7 +53,6 @@ TEST(StageDemands, AreMetOrTold) {
          "", ""},
         {"time contrast .1 .2 .1", "",
          "2:9: \"opt\": time contrast is not supported yet and without effect outside of"},
-        {"globillum accuracy 100 2", "", "2:9: \"opt\": accuracy and depth of photons are"},
         {"\"autovolume\" on", "", "2:9: \"opt\": the string option autovolume is not supported yet and"},
         {"", "framebuffer \"b\" filetype \"rla\"", "3:8: \"cam\": frame buffer \"b\": the file type is"},
         {"", "resolution 32768 8193", "3:8: the camera \"cam\" asks for a picture of 32768 x 8193 pixels"},

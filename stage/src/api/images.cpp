@@ -54,7 +54,9 @@ STAGE_API miImg_image* mi_lightmap_edit(void** handle, miTag texture) {
     return image;
 }
 
+// Of several processes one writes the file.
 STAGE_API void mi_lightmap_edit_end(void* handle) {
+    const stage::Renderer* renderer = stage::current_renderer();
     if (handle)
-        stage::finish_texture(*static_cast<stage::Element*>(handle));
+        stage::finish_texture(*static_cast<stage::Element*>(handle), !renderer || renderer->leads());
 }

@@ -68,7 +68,3 @@ STAGE_API miBoolean mi_compute_directional_irradiance(miColor* result, miVector*
     *dir = length(towards) > 0.0f ? normalized(towards) : state->normal;
     return lit;
 }
-
-STAGE_API miBoolean mi_compute_volume_irradiance(miColor*, miState*) {
-    STAGE_UNSUPPORTED();
-}

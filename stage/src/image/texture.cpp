@@ -317,7 +317,8 @@ std::shared_ptr<Image> load(Element& element) {
         return Image::missing();
     try {
         std::shared_ptr<Image> image =
-            held ? load_held(element) : Image::read(element.file, header->filter != miFALSE, element.color_profile);
+            held ? load_held(element)
+                 : Image::read(element.file, header->filter != miFALSE, element.color_profile);
         image->record()->local = header->local;
         image->record()->writable = header->writable;
         image->record()->real_name = header->real_name;
@@ -357,9 +358,9 @@ miImg_image* edit_texture(Element& element) {
     return image.record();
 }
 
-void finish_texture(Element& element) {
+void finish_texture(Element& element, bool write) {
     Image& image = image_of(element);
-    if (!image.end_edit() || element.file.empty())
+    if (!image.end_edit() || element.file.empty() || !write)
         return;
     try {
         const miImg_image* pixels = image.record();
@@ -369,7 +370,8 @@ void finish_texture(Element& element) {
                            static_cast<miImg_type>(element.as<miImg_image>()->type));
         for (int y = 0; y < pixels->height; ++y)
             for (int x = 0; x < pixels->width; ++x)
-                put_image_color(stored.image(), element.color_profile->encoded(image_color(pixels, x, y)), x, y);
+                put_image_color(stored.image(), element.color_profile->encoded(image_color(pixels, x, y)), x,
+                                y);
         write_image(element.file, element.texture_file_type, *stored.image());
     } catch (const std::exception& problem) {
         report(element, problem.what());

@@ -60,8 +60,8 @@ private:
 Image& image_of(Element& element);
 
 // Opens a writable texture for light maps, black; null, and a message with its place, when it is none, is
-// missing, or is open already. Finishing it writes its file, if it has one.
+// missing, or is open already. Finishing it writes its file, if it has one and `write` says so.
 miImg_image* edit_texture(Element& element);
-void finish_texture(Element& element);
+void finish_texture(Element& element, bool write);
 
 } // namespace stage

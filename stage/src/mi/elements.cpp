@@ -124,6 +124,8 @@ bool Parser::options_photons(miOptions& o) {
     if (accept("caustic")) {
         if (accept("accuracy"))
             accuracy(o.caustic_accuracy, o.caustic_radius);
+        else if (accept("filter"))
+            o.caustic_filter_const = caustic_filter();
         else
             o.caustic = on_off();
     } else if (accept("globillum")) {
@@ -186,6 +188,17 @@ bool Parser::options_sampling(miOptions& o) {
         return false;
     }
     return true;
+}
+
+// The constant of a cone, 0 for a box, which weighs all photons the same.
+float Parser::caustic_filter() {
+    if (choice({{"box", 0}, {"cone", 1}}) == 0)
+        return 0.0f;
+    const Token at = lexer_.peek();
+    const float constant = at_number() ? scalar() : default_options().caustic_filter_const;
+    if (!(constant >= 1.0f))
+        fail(at, "the constant of the cone filter must be 1 or more");
+    return constant;
 }
 
 void Parser::options_filter(miOptions& o) {

@@ -157,6 +157,7 @@ private:
     bool options_sampling(miOptions& o);
     bool options_picture(miOptions& o);
     void options_filter(miOptions& o);
+    float caustic_filter();
     void options_text(Element& element);
     void camera();
     bool camera_lens(miCamera& c, const Element& element);

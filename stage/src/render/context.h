@@ -16,6 +16,7 @@
 namespace stage {
 
 class Renderer;
+struct PhotonPath; // render/photon_path.h
 
 // Memory in last-in, first-out order. Grows by chunks that are kept, so a warm arena does not allocate.
 class Arena {
@@ -100,6 +101,7 @@ struct ThreadContext {
     Matrix moved_camera_to_internal{},
         moved_internal_to_camera{}; // at the sample's time, of a camera that moves
     RayFrame eye;                   // the camera's state; without lens shaders also that of the eye ray
+    std::uint64_t seed = 0;         // of the frame
     std::uint32_t pixel_x = 0, pixel_y = 0, sample = 0;
     std::uint64_t sample_seed = 0;      // the same for the same pixel and sample in every run and thread
     std::uint32_t sample_dimension = 0; // next dimension of the sample's sequence
@@ -109,6 +111,8 @@ struct ThreadContext {
     // are given up because they lead too deep
     std::uintptr_t outermost_call = 0;
     bool calls_given_up = false;
+
+    PhotonPath* photon = nullptr; // that the thread follows; null while it renders
 
     const Element* bad_shader = nullptr; // the sample's first shader whose color was not finite
     std::array<SampleLoop, 8> loops{};

@@ -34,17 +34,13 @@ void report_material(Scene& scene, const Element& element, const miOptions& opti
     const auto& m = *element.as<miMaterial>();
     warn_of(scene, element,
             {{m.displace != miNULLTAG && !options.no_displace, "displacement is", true},
-             {m.contour != miNULLTAG, "contours are", true},
-             {m.photon != miNULLTAG || m.photonvol != miNULLTAG, "photons are", true}});
+             {m.contour != miNULLTAG, "contours are", true}});
 }
 
 void report_light(Scene& scene, const Element& element) {
     const auto& l = *element.as<miLight>();
     warn_of(scene, element,
-            {{l.emitter != miNULLTAG || l.caustic_store_photons || l.global_store_photons ||
-                  l.caustic_emit_photons || l.global_emit_photons,
-              "photons are"},
-             {l.use_shadow_maps != miFALSE, "shadow maps are"},
+            {{l.use_shadow_maps != miFALSE, "shadow maps are"},
              {l.visible && l.area != miLIGHT_NONE && !is_seen(l),
               "a visible light that is directional or of a user's area is"}});
 }
@@ -58,22 +54,11 @@ bool differ(const miColor& a, const miColor& b) {
     return a.r != b.r || a.g != b.g || a.b != b.b || a.a != b.a;
 }
 
-bool tunes_photons(const miOptions& o, const miOptions& usual) {
-    return o.caustic_accuracy != usual.caustic_accuracy || o.caustic_radius != usual.caustic_radius ||
-           o.globillum_accuracy != usual.globillum_accuracy || o.globillum_radius != usual.globillum_radius ||
-           o.photonvol_accuracy != usual.photonvol_accuracy || o.photonvol_radius != usual.photonvol_radius ||
-           o.photon_reflection_depth != usual.photon_reflection_depth ||
-           o.photon_refraction_depth != usual.photon_refraction_depth ||
-           o.photon_trace_depth != usual.photon_trace_depth;
-}
-
 void report_options(Scene& scene, const Element& element) {
     const auto& o = *element.as<miOptions>();
     const miOptions usual = default_options();
     warn_of(scene, element,
-            {{o.caustic || o.globillum, "photons are", true},
-             {tunes_photons(o, usual), "accuracy and depth of photons are", true},
-             {differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
+            {{differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
              {o.max_samples < 0, "fewer than one sample for a pixel is", true},
              {o.jitter < 0.0f || o.jitter > 1.0f, "jitter outside 0 to 1 is", true}});
     for (const auto& [name, value] : element.string_options)

@@ -144,7 +144,7 @@ miVector motion_of(const WorldInstance& instance, const Corners& corners) {
 void set_material(miState& state, const World& world, const WorldInstance& instance, std::uint32_t triangle) {
     state.material = instance.material_of(triangle);
     const MaterialSlots slots(world.scene, state.material);
-    state.refraction_volume = slots[miSHADER_VOLUME];
+    state.refraction_volume = slots[miRAY_PHOTON(state.type) ? miSHADER_PHOTONVOL : miSHADER_VOLUME];
     const miTag environment = slots[miSHADER_ENVIRONMENT];
     state.environment = environment ? environment : world.camera->environment;
 }

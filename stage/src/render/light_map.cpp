@@ -165,7 +165,7 @@ private:
     // As if a ray had met the corner from outside, straight from above and after no way at all.
     void stand_on(const Part& part, const Part::Vertex& vertex, miRay_type type) {
         miState& state = frame_.state;
-        copy_state(state, renderer_.first_state());
+        copy_state(state, renderer_.frame_state());
         state.type = type;
         state.thread = context_.thread;
         state.renderer = &context_;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <utility>
@@ -37,8 +38,8 @@ Progress::~Progress() {
         std::fputc('\n', stderr);
 }
 
-void Progress::advance() {
-    const std::size_t done = done_.fetch_add(1, std::memory_order_relaxed) + 1;
+void Progress::advance(std::size_t parts) {
+    const std::size_t done = std::min(done_.fetch_add(parts, std::memory_order_relaxed) + parts, total_);
     if (!enabled_)
         return;
     const std::unique_lock<std::mutex> lock(guard_, std::try_to_lock);

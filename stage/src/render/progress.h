@@ -20,7 +20,7 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    void advance(); // one part is done; any thread
+    void advance(std::size_t parts = 1); // so many more are done; any thread
 
 private:
     const std::size_t total_;

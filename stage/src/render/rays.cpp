@@ -112,7 +112,7 @@ miTag volume_behind(const miState* state) {
     for (const miState* s = state->parent; s; s = s->parent)
         if (s->instance == state->instance && enters(*s))
             return s->volume;
-    return context_of(state).world->camera->volume;
+    return miRAY_PHOTON(state->type) ? miNULLTAG : context_of(state).world->camera->volume;
 }
 
 RayFrame& new_ray(miState* parent, miRay_type type) {
@@ -315,9 +315,8 @@ miBoolean shade_eye_sample(miColor* result, RayFrame& frame) {
     context.lens_position = context.lenses.empty() ? 0 : 1;
     context.in_lens = !context.lenses.empty();
     call_state_shaders(result, &state, miSTATE_CALL_INIT);
-    const miBoolean lit = context.in_lens
-                              ? call_ray_shader(result, miSHADER_LENS, &state, context.lenses[0])
-                              : trace_eye_ray(result, frame);
+    const miBoolean lit = context.in_lens ? call_ray_shader(result, miSHADER_LENS, &state, context.lenses[0])
+                                          : trace_eye_ray(result, frame);
     call_state_shaders(result, &state, miSTATE_CALL_EXIT);
     return lit;
 }

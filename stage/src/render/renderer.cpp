@@ -182,7 +182,6 @@ struct Renderer::Frame {
     std::unique_ptr<Progress> progress;
     std::uint32_t grid = 1;       // samples of a pixel along one axis, at most
     std::uint32_t first_grid = 1; // and at least
-    std::uint32_t frame_seed = 0; // 0 when every frame has the same random numbers
     float jitter = 0.0f;
     miVector eye{};                    // of a perspective camera, internal space
     bool camera_keeps_lengths = false; // its rays arrive in internal space with the length that they have
@@ -210,8 +209,6 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     f.eye = transform_point({0.0f, 0.0f, 0.0f}, world_->camera_to_internal.m);
     f.grid = sample_grid(settings, *world_->options);
     f.first_grid = first_grid(settings, *world_->options);
-    if (!world_->options->samplelock) // pictures are at most 2^16 pixels wide
-        f.frame_seed = static_cast<std::uint32_t>(f.camera.frame) << 16;
     f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
     open_buffers();
     open_film();
@@ -263,11 +260,15 @@ void Renderer::open_film() {
 
 void Renderer::open_contexts() {
     Frame& f = *frame_;
+    // The same random numbers in every frame, unless the options want others.
+    const std::uint64_t seed =
+        settings_.seed + (f.options.samplelock ? 0 : static_cast<std::uint64_t>(f.camera.frame) << 32);
     for (int thread = 0; thread < f.arena.max_concurrency(); ++thread) {
         auto context = std::make_unique<ThreadContext>();
         context->renderer = this;
         context->world = world_.get();
         context->thread = static_cast<short>(thread);
+        context->seed = seed;
         context->buffers.values.resize(buffers_.size());
         context->buffers.written.resize(buffers_.size());
         if (world_->camera_moves)
@@ -287,13 +288,19 @@ void Renderer::open_contexts() {
     state.ior = state.ior_in = state.importance = 1.0f;
 }
 
+const miState& Renderer::frame_state() const {
+    return frame_->state;
+}
+
 bool Renderer::render() {
     Frame& f = *frame_;
     // First, so that the others learn of it whatever happens behind.
     const std::unique_ptr<BucketSource> buckets =
         ranks_.share({*f.film, aborted_, f.arena.max_concurrency(), [this] { frame_->progress->advance(); }});
     f.buckets = buckets.get();
-    trace_photons(*this);
+    const Statistics::Clock::time_point start = Statistics::Clock::now();
+    f.arena.execute([&] { photons_ = trace_photons(*this); });
+    photon_time_ = std::chrono::duration<double>(Statistics::Clock::now() - start).count();
     run_light_maps(*this);
     f.progress = std::make_unique<Progress>(f.film->bucket_count(), settings_.progress && leads());
     f.arena.execute([&] { tbb::parallel_for(0, f.arena.max_concurrency(), [&](int) { work(); }); });
@@ -450,10 +457,11 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, SampleNumber 
                              miColor* values) {
     const Frame& f = *frame_;
     const std::uint32_t index = number.index;
-    context.pixel_x = static_cast<std::uint32_t>(x) + f.frame_seed;
+    context.pixel_x = static_cast<std::uint32_t>(x);
     context.pixel_y = static_cast<std::uint32_t>(y);
     context.sample = index;
-    const PixelSample place = pixel_sample(context.pixel_x, context.pixel_y, index, number.grid, f.jitter);
+    const PixelSample place =
+        pixel_sample(context.pixel_x, context.pixel_y, index, number.grid, f.jitter, context.seed);
     context.sample_seed = place.seed;
     context.sample_dimension = 0;
     context.random_state = mix_bits(place.seed);
@@ -471,9 +479,9 @@ void Renderer::render_sample(ThreadContext& context, int x, int y, SampleNumber 
     const double raster_x = double{place.x} + x, raster_y = double{place.y} + y;
     state.raster_x = static_cast<miScalar>(raster_x);
     state.raster_y = static_cast<miScalar>(raster_y);
-    state.time = world_->moving
-                     ? sample_time(context.pixel_x, context.pixel_y, index, f.grid) * world_->options->shutter
-                     : 0.0f;
+    state.time = world_->moving ? sample_time(context.pixel_x, context.pixel_y, index, f.grid, context.seed) *
+                                      world_->options->shutter
+                                : 0.0f;
     if (world_->camera_moves)
         move_camera(context, state.time);
     const CameraRay ray = f.projection->ray(raster_x, raster_y);
@@ -581,10 +589,6 @@ std::vector<std::string> Renderer::write_pictures() {
         written.push_back(picture.path);
     }
     return written;
-}
-
-const miState& Renderer::first_state() const {
-    return frame_->state;
 }
 
 Statistics Renderer::statistics() const {

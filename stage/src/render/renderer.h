@@ -11,6 +11,7 @@
 #include "image/framebuffer.h"
 #include "image/picture_file.h"
 #include "render/context.h"
+#include "render/photons.h"
 #include "render/ranks.h"
 #include "render/world.h"
 
@@ -23,6 +24,7 @@ struct RenderSettings {
     std::optional<std::array<int, 4>> region; // xl, yl, xh, yh inclusive, pixels, (0, 0) lower left
     std::optional<std::array<int, 2>> resolution;
     std::optional<int> samples;       // samples for each pixel: a square number, 1, 4, 9, ...
+    std::uint64_t seed = 0;           // of all random numbers
     bool camera_space = false;        // internal space is the camera's
     bool statistics = false;          // take the times of shaders
     bool progress = true;             // a line on the error stream
@@ -44,6 +46,7 @@ public:
     // std::runtime_error.
     std::vector<std::string> write_pictures();
 
+    [[nodiscard]] const RenderSettings& settings() const { return settings_; }
     [[nodiscard]] const World& world() const { return *world_; }
     [[nodiscard]] const std::vector<FrameBuffer>& buffers() const {
         return buffers_;
@@ -68,10 +71,13 @@ public:
     // index without a buffer or with one of integers. Closing takes the image's pixels over.
     miImg_image* open_output_image(int index);
     void close_output_image(int index);
-    // What every state begins with, before its sample, thread and ray are known.
-    [[nodiscard]] const miState& first_state() const;
     // Thread contexts; [thread].
     [[nodiscard]] const std::vector<std::unique_ptr<ThreadContext>>& contexts() const { return contexts_; }
+    // The state of every eye ray, before its sample is known.
+    [[nodiscard]] const miState& frame_state() const;
+    // Null for a frame without photons.
+    [[nodiscard]] const PhotonMaps* photon_maps() const { return photons_.get(); }
+    [[nodiscard]] double photon_time() const { return photon_time_; } // seconds
     miLock global_lock = nullptr;
 
 private:
@@ -103,6 +109,8 @@ private:
     std::vector<FrameBuffer> buffers_;
     std::vector<Picture> pictures_;                         // of buffers_
     std::vector<std::optional<ImageMemory>> output_images_; // of buffers_, while output shaders run
+    std::shared_ptr<const PhotonMaps> photons_;
+    double photon_time_ = 0.0;
     bool complete_ = true;
     std::vector<std::unique_ptr<ThreadContext>> contexts_;
     std::atomic<bool> aborted_{false}, gave_up_{false};

@@ -43,7 +43,7 @@ inline std::uint32_t sobol(std::uint32_t index, unsigned dimension) {
 // order and a scrambling of its own.
 inline void sample_point(double* sample, const ThreadContext& context, std::uint32_t set, std::uint32_t index,
                          unsigned dimensions) {
-    const std::uint64_t pixel = pixel_seed(context.pixel_x, context.pixel_y);
+    const std::uint64_t pixel = pixel_seed(context.pixel_x, context.pixel_y, context.seed);
     for (unsigned d = 0; d < dimensions; ++d) {
         const std::uint64_t pair = mix_bits(pixel ^ mix_bits((std::uint64_t{set} << 16) | (d / 2)));
         const std::uint32_t shuffled = scrambled(index, static_cast<std::uint32_t>(pair));

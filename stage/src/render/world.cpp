@@ -39,7 +39,7 @@ struct Inherited {
     bool exclusive_shadow_lights = false;
     miUint1 visible = flag_inherits, shadow = flag_inherits, trace = flag_inherits,
             reflection = flag_inherits, refraction = flag_inherits, transparency = flag_inherits,
-            finalgather = flag_inherits;
+            finalgather = flag_inherits, caustic = flag_inherits, globillum = flag_inherits;
     miUint1 face = 0;
     bool no_motion = false;
 };
@@ -113,6 +113,8 @@ Inherited inherit(const Inherited& parent, const Element& element, const miInsta
     inherit_flag(in.refraction, instance.refraction);
     inherit_flag(in.transparency, instance.transparency);
     inherit_flag(in.finalgather, instance.finalgather);
+    inherit_flag(in.caustic, instance.caustic);
+    inherit_flag(in.globillum, instance.globillum);
     if (instance.face)
         in.face = instance.face;
     return in;
@@ -264,6 +266,8 @@ void Flattener::add_object(Element& instance, const Element& object_element, con
              bit(RayMask::refraction, trace && (refraction & casts)) |
              bit(RayMask::transparency, trace && (transparency & casts)) |
              bit(RayMask::finalgather, trace && (finalgather & casts));
+    w.caustic = mode_of(in.caustic, object->caustic);
+    w.globillum = mode_of(in.globillum, object->globillum);
     w.receives_reflection = (reflection & receives) != 0;
     w.receives_refraction = (refraction & receives) != 0;
     w.receives_transparency = (transparency & receives) != 0;

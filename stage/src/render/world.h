@@ -48,8 +48,9 @@ struct WorldInstance {
     Matrix motion_to_internal; // at time 1 of the shutter; equals to_internal when nothing moves
     bool mirrored = false;     // to_internal turns orientation around
     bool has_motion = false;
-    std::uint32_t mask = 0; // RayMask bits
-    miUint1 face = 'a';     // which sides are seen
+    std::uint32_t mask = 0;             // RayMask bits
+    miUint1 face = 'a';                 // which sides are seen
+    miUint1 caustic = 3, globillum = 3; // bit 0: sends photons on, bit 1: keeps them
     bool receives_reflection = true, receives_refraction = true, receives_transparency = true;
     bool receives_finalgather = true;
     miTag material = miNULLTAG;       // inherited; or:
@@ -111,7 +112,7 @@ public:
     bool moving = false;              // something moves and the options ask for motion
     bool camera_moves = false;        // while the shutter is open:
     Matrix camera_motion_to_internal; // at time 1
-    bool all_block = true;         // what casts shadows lets no light through
+    bool all_block = true;            // what casts shadows lets no light through
     [[nodiscard]] bool shutter_opens() const { return options->motion && options->shutter > 0.0f; }
 
     [[nodiscard]] const WorldInstance* find_instance(miTag tag) const;
