@@ -567,6 +567,28 @@ TEST_F(Models, TransmissionFilter) {
     }
 }
 
+TEST_F(Models, TransparencyIsTraced) {
+    use("Blinn"), shade({});
+    int seen = 0; // reflection level, use_background, use_sky
+    renderer.mi_trace_transparent = [&](miColor* result, miState* s) {
+        const EnvironmentSwitches* const switches = find_record(s, keys::environment_switches);
+        seen = s->reflection_level * 100 + switches->use_background * 10 + switches->use_sky;
+        *result = {0.5f, 1, 2, 0.75f};
+        return s->type == miRAY_SHADOW ? miFALSE : miTRUE;
+    };
+    state->reflection_level = 3;
+    for (const auto& [type, expected] : {std::pair{miRAY_SHADOW, 211},
+                                         {miRAY_TRANSPARENT, 211},
+                                         {miRAY_REFLECT, 210},
+                                         {miRAY_REFRACT, 210},
+                                         {miRAY_EYE, 211}}) {
+        state->type = type;
+        EXPECT_EQ(trace_transparency(state), (type == miRAY_SHADOW ? miColor{} : miColor{0.5f, 1, 2, 0.75f}));
+        EXPECT_TRUE(seen == expected && state->reflection_level == 3) << seen;
+    }
+    EXPECT_EQ(find_record(state, keys::environment_switches), nullptr);
+}
+
 TEST_F(Models, Combines) {
     use("Blinn"), shade({});
     record.ambient = grey(0.1f), record.diffuse = grey(0.2f), record.selfIllumination = grey(0.3f);

@@ -8,6 +8,7 @@
 using namespace orl;
 
 ENTRY_POINT(orl_passthru, void, PassthruParams);
+ENTRY_POINT(orl_WireColor, miColor, WireColorParams);
 ENTRY_POINT(orl_is_material_editor, miInteger, void);
 ENTRY_POINT(orl_MaterialToShader, miColor, MaterialToShaderParams);
 INIT_AND_EXIT(orl_MaterialToShader, MaterialToShaderParams);
@@ -314,6 +315,22 @@ TEST_F(UtilShaders, GammaOfOneBuildsNoTableAndMissingImagesAreBlack) {
         state->tex_list = nullptr;
         for (const miTag texture : {miNULLTAG, miTag{9999}})
             EXPECT_EQ(shade(texture), (miColor{0, 0, 0, 0}));
+    }
+}
+
+// Pictures show the three; any other number takes each colour by its own share.
+TEST_F(UtilShaders, WireColorChannelsThatAreNone) {
+    scripted::ShaderInstance<WireColorParams> wire;
+    wire->a = {1, 1, 1, 0.5f};
+    wire->b = {0, 0, 4, 1};
+    orl_NodeData node{};
+    node.color_r = 0.25f, node.color_g = 0.5f, node.color_b = 0.75f, node.visibility = 0.5f;
+    set_node(node);
+    state.run(wire);
+    for (const int channel : {4, -1}) { // blue: 0.75 + 4 * 0.25
+        wire->channel = channel;
+        EXPECT_TRUE(orl_WireColor(&result, state, &wire.params()));
+        EXPECT_EQ(result, (miColor{0.25f, 0.5f, 1.75f, 0.5f})) << channel;
     }
 }
 
