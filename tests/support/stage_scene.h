@@ -47,6 +47,7 @@ public:
     stage::Scene scene;
     std::unique_ptr<stage::World> world;
     stage::ThreadContext context;
+    stage::RenderCommand command; // the last one
 
     SceneText() { stage::set_current_scene(&scene); }
     ~SceneText() { stage::set_current_scene(nullptr); }
@@ -54,8 +55,9 @@ public:
 
     void parse(const std::string& text, bool camera_space = false) {
         stage::parse_text(scene, text, "scene.mi",
-                          [&](stage::Scene& read, const stage::RenderCommand& command) {
-                              world = std::make_unique<stage::World>(read, command, camera_space);
+                          [&](stage::Scene& read, const stage::RenderCommand& given) {
+                              command = given;
+                              world = std::make_unique<stage::World>(read, given, camera_space);
                               context.world = world.get();
                           });
     }
@@ -137,8 +139,6 @@ public:
         parse("incremental camera cam " + camera + " end camera instgroup root 'cam_inst'" + members_ +
               " end instgroup render root cam_inst opt\n");
     }
-
-    [[nodiscard]] const stage::RenderCommand& command() const { return command_; }
 
     // The state of an eye sample that looks down from (x, y, 10).
     miState eye(float x = 0.0f, float y = 0.0f) {

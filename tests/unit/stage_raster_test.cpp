@@ -115,7 +115,7 @@ TEST(StageRasterBuffers, FollowTheOpacityOrTheFirstLayer) {
     stage::RenderSettings settings;
     settings.threads = 1;
     settings.progress = false;
-    stage::Renderer renderer(s.scene, s.command(), settings);
+    stage::Renderer renderer(s.scene, s.command, settings);
     ASSERT_TRUE(renderer.render());
     EXPECT_EQ(renderer.buffers()[1].pixel(0, 0)[0], 0.25f + 0.5f * 1.0f);
     EXPECT_EQ(renderer.buffers()[2].pixel(0, 0)[0], 0.25f);
