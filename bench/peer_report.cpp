@@ -19,6 +19,22 @@ Times& results() {
     return times;
 }
 
+Times& processor_times() {
+    static Times times;
+    return times;
+}
+
+void take(Times& times, const std::string& name, double time) {
+    const auto [entry, added] = times.try_emplace(name, time);
+    if (!added)
+        entry->second = std::min(entry->second, time);
+}
+
+double find(const Times& times, const char* name) {
+    const auto found = times.find(name);
+    return found == times.end() ? 0.0 : found->second;
+}
+
 double nanoseconds(const benchmark::BenchmarkReporter::Run& run) {
     const auto items = run.counters.find("items_per_second");
     if (items != run.counters.end())
@@ -39,10 +55,9 @@ public:
                 std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
                 continue;
             }
-            const double time = nanoseconds(run);
-            const auto [entry, added] = results().try_emplace(run.run_name.function_name, time);
-            if (!added)
-                entry->second = std::min(entry->second, time);
+            take(results(), run.run_name.function_name, nanoseconds(run));
+            take(processor_times(), run.run_name.function_name,
+                 run.cpu_accumulated_time / static_cast<double>(run.iterations) * 1e9);
         }
     }
 };
@@ -91,8 +106,11 @@ int run_beside_peers(int argc, char** argv) {
 }
 
 double fastest(const char* name) {
-    const auto found = results().find(name);
-    return found == results().end() ? 0.0 : found->second;
+    return find(results(), name);
+}
+
+double least_processor_time(const char* name) {
+    return find(processor_times(), name);
 }
 
 } // namespace bench

@@ -17,5 +17,7 @@ int run_beside_peers(int argc, char** argv);
 
 // After a run: the fastest time of a benchmark in nanoseconds, 0 for one that did not run.
 double fastest(const char* name);
+// The least processor time of an iteration, of all threads where the benchmark measures the whole process.
+double least_processor_time(const char* name);
 
 } // namespace bench

@@ -1,5 +1,6 @@
-// The stage's primary rays with a constant shader beside a bare loop of rtcIntersect1 over the same triangles
-// with the same camera, in one thread and in two, and how both gain from the second thread.
+// The stage's primary rays with a constant shader, and with a shadow ray to each of some lights, beside a
+// bare Embree loop that casts the same rays over the same triangles: rtcIntersect1 from the same camera, and
+// rtcOccluded1 to the same lights. In one thread and in two, and how both gain from the second thread.
 #include "mi/parser.h"
 #include "peer_report.h"
 #include "render/camera.h"
@@ -12,6 +13,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -20,15 +22,34 @@ namespace {
 constexpr int resolution = 512;
 constexpr int grid = 200; // cells of the mesh along each axis
 
-// A rolling landscape that fills the picture.
-std::string scene_text() {
-    std::string text = "link \"" ORL_FILE_STAGE_BASE "\"\n"
-                       "declare shader color \"base_constant\" (color \"color\") version 1 end declare\n"
-                       "options \"opt\" samples 0 0 jitter 0 end options\n"
-                       "camera \"cam\" focal 1 aperture 1 aspect 1 resolution 512 512 end camera\n"
-                       "instance \"cam_inst\" \"cam\" end instance\n"
-                       "material \"m\" \"base_constant\" (\"color\" 0.5 0.5 0.5) end material\n"
-                       "object \"land\" visible trace group\n";
+// Over the landscape, low enough that hills lie in each other's shadow.
+constexpr miVector lights[] = {
+    {-5.0f, 4.0f, -6.0f}, {5.0f, 3.0f, -6.5f}, {0.0f, -6.0f, -6.0f}, {3.0f, 6.0f, -5.0f}};
+
+// A rolling landscape that fills the picture, in a constant colour or under some of the lights.
+std::string scene_text(int light_count) {
+    std::string text =
+        "link \"" ORL_FILE_STAGE_BASE "\"\nlink \"" ORL_FILE_TRIVIAL_SHADERS "\"\n"
+        "declare shader color \"base_constant\" (color \"color\") version 1 end declare\n"
+        "declare shader color \"trivial_material\" (array light \"lights\") version 1 end declare\n"
+        "declare shader color \"trivial_light\" () version 1 end declare\n"
+        "options \"opt\" samples 0 0 jitter 0 shadow on end options\n"
+        "camera \"cam\" focal 1 aperture 1 aspect 1 resolution 512 512 end camera\n"
+        "instance \"cam_inst\" \"cam\" end instance\n";
+    std::string names, members;
+    for (int k = 0; k < light_count; ++k) {
+        const std::string name = "lamp" + std::to_string(k);
+        const miVector& at = lights[k];
+        text += "light \"" + name + "\" \"trivial_light\" () origin " + std::to_string(at.x) + ' ' +
+                std::to_string(at.y) + ' ' + std::to_string(at.z) + " end light\ninstance \"" + name +
+                "_inst\" \"" + name + "\" end instance\n";
+        names += (k ? ", \"" : "\"") + name + "_inst\"";
+        members += " \"" + name + "_inst\"";
+    }
+    text += light_count == 0
+                ? "material \"m\" \"base_constant\" (\"color\" 0.5 0.5 0.5) end material\n"
+                : "material \"m\" opaque \"trivial_material\" (\"lights\" [" + names + "]) end material\n";
+    text += "object \"land\" visible shadow trace group\n";
     const auto coordinate = [](int i) { return (static_cast<float>(i) / grid - 0.5f) * 12.0f; };
     for (int j = 0; j <= grid; ++j)
         for (int i = 0; i <= grid; ++i) {
@@ -44,9 +65,9 @@ std::string scene_text() {
             text += "p \"m\" " + std::to_string(a) + ' ' + std::to_string(b) + ' ' + std::to_string(c) + '\n';
             text += "p \"m\" " + std::to_string(a) + ' ' + std::to_string(c) + ' ' + std::to_string(d) + '\n';
         }
-    text +=
-        "end group end object\ninstance \"land_inst\" \"land\" end instance\n"
-        "instgroup \"root\" \"cam_inst\" \"land_inst\" end instgroup\nrender \"root\" \"cam_inst\" \"opt\"\n";
+    text += "end group end object\ninstance \"land_inst\" \"land\" end instance\n"
+            "instgroup \"root\" \"cam_inst\" \"land_inst\"" +
+            members + " end instgroup\nrender \"root\" \"cam_inst\" \"opt\"\n";
     return text;
 }
 
@@ -54,19 +75,21 @@ struct Loaded {
     stage::Scene scene;
     std::optional<stage::RenderCommand> command;
 
-    Loaded() {
+    explicit Loaded(int light_count) {
         stage::set_current_scene(&scene);
-        stage::parse_text(scene, scene_text(), "landscape",
+        stage::parse_text(scene, scene_text(light_count), "landscape",
                           [this](stage::Scene&, const stage::RenderCommand& c) { command = c; });
     }
-    static Loaded& get() {
-        static Loaded loaded;
-        return loaded;
+    static Loaded& get(int light_count) {
+        static std::map<int, Loaded> loaded;
+        Loaded& scene = loaded.try_emplace(light_count, light_count).first->second;
+        stage::set_current_scene(&scene.scene);
+        return scene;
     }
 };
 
-void stage_rays(benchmark::State& run, int threads) {
-    Loaded& loaded = Loaded::get();
+void stage_rays(benchmark::State& run, int threads, int light_count) {
+    Loaded& loaded = Loaded::get(light_count);
     stage::RenderSettings settings;
     settings.threads = threads;
     settings.progress = false;
@@ -75,9 +98,6 @@ void stage_rays(benchmark::State& run, int threads) {
         renderer.render();
     run.SetItemsProcessed(static_cast<std::int64_t>(run.iterations()) * resolution * resolution);
 }
-BENCHMARK_CAPTURE(stage_rays, one, 1)->Name("primary rays, one thread/ours")->UseRealTime();
-BENCHMARK_CAPTURE(stage_rays, two, 2)->Name("primary rays, two threads/ours")->UseRealTime();
-
 // The same triangles in a scene of Embree's alone.
 class BareScene {
 public:
@@ -107,7 +127,7 @@ public:
     BareScene(const BareScene&) = delete;
     BareScene& operator=(const BareScene&) = delete;
 
-    unsigned trace_row(const stage::Projection& projection, int y) const {
+    unsigned trace_row(const stage::Projection& projection, int y, int light_count) const {
         unsigned sum = 0;
         RTCIntersectContext context;
         rtcInitIntersectContext(&context);
@@ -126,17 +146,35 @@ public:
             hit.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
             rtcIntersect1(scene_, &context, &hit);
             sum += hit.hit.primID;
+            for (int k = 0; hit.hit.geomID != RTC_INVALID_GEOMETRY_ID && k < light_count; ++k)
+                sum += occluded(context, hit.ray, lights[k]);
         }
         return sum;
     }
 
 private:
+    // From where the ray ended towards the light.
+    unsigned occluded(RTCIntersectContext& context, const RTCRay& ray, const miVector& light) const {
+        RTCRay shadow{};
+        shadow.org_x = ray.org_x + ray.tfar * ray.dir_x;
+        shadow.org_y = ray.org_y + ray.tfar * ray.dir_y;
+        shadow.org_z = ray.org_z + ray.tfar * ray.dir_z;
+        shadow.dir_x = light.x - shadow.org_x;
+        shadow.dir_y = light.y - shadow.org_y;
+        shadow.dir_z = light.z - shadow.org_z;
+        shadow.tnear = 1e-5f;
+        shadow.tfar = 1.0f;
+        shadow.mask = ~0u;
+        rtcOccluded1(scene_, &context, &shadow);
+        return shadow.tfar < 0.0f;
+    }
+
     RTCDevice device_;
     RTCScene scene_;
 };
 
-void bare_rays(benchmark::State& run, int threads) {
-    Loaded& loaded = Loaded::get();
+void bare_rays(benchmark::State& run, int threads, int light_count) {
+    Loaded& loaded = Loaded::get(0);
     const stage::Element* object = loaded.scene.database.find("land");
     const stage::Element* camera = loaded.scene.database.find("cam");
     const BareScene bare(*object->as<miObject>()->triangles);
@@ -144,23 +182,52 @@ void bare_rays(benchmark::State& run, int threads) {
     tbb::task_arena arena(threads);
     for (auto _ : run)
         arena.execute([&] {
-            tbb::parallel_for(0, resolution,
-                              [&](int y) { benchmark::DoNotOptimize(bare.trace_row(projection, y)); });
+            tbb::parallel_for(0, resolution, [&](int y) {
+                benchmark::DoNotOptimize(bare.trace_row(projection, y, light_count));
+            });
         });
     run.SetItemsProcessed(static_cast<std::int64_t>(run.iterations()) * resolution * resolution);
 }
-BENCHMARK_CAPTURE(bare_rays, one, 1)->Name("primary rays, one thread/bare rtcIntersect1")->UseRealTime();
-BENCHMARK_CAPTURE(bare_rays, two, 2)->Name("primary rays, two threads/bare rtcIntersect1")->UseRealTime();
+std::string subject(int light_count, int threads) {
+    return "primary rays, " + std::to_string(light_count) + " lights, " + std::to_string(threads) +
+           (threads == 1 ? " thread/" : " threads/");
+}
+
+void register_cases() {
+    for (const int light_count : {0, 1, 2, 4})
+        for (const int threads : {1, 2}) {
+            const std::string name = subject(light_count, threads);
+            for (auto* run :
+                 {benchmark::RegisterBenchmark((name + "ours").c_str(), stage_rays, threads, light_count),
+                  benchmark::RegisterBenchmark((name + "bare Embree").c_str(), bare_rays, threads,
+                                               light_count)})
+                run->MeasureProcessCPUTime()->UseRealTime();
+        }
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
+    register_cases();
     const int code = bench::run_beside_peers(argc, argv);
-    const double ours =
-        bench::fastest("primary rays, one thread/ours") / bench::fastest("primary rays, two threads/ours");
-    const double peer = bench::fastest("primary rays, one thread/bare rtcIntersect1") /
-                        bench::fastest("primary rays, two threads/bare rtcIntersect1");
-    std::printf("\ngain from the second thread: ours %.3f, bare loop %.3f, ratio %.3f\n", ours, peer,
-                ours / peer);
+    // Tells more than time where other programs run too.
+    std::printf("\n%-40s %10s %14s %8s\n", "processor time of a sample [ns]", "ours", "bare Embree", "ratio");
+    for (const int light_count : {0, 1, 2, 4}) {
+        const auto time = [&](const char* who) {
+            return bench::least_processor_time((subject(light_count, 1) + who).c_str()) / resolution /
+                   resolution;
+        };
+        std::printf("%d lights %31s %10.0f %14.0f %8.3f\n", light_count, "", time("ours"),
+                    time("bare Embree"), time("ours") / time("bare Embree"));
+    }
+    std::printf("\n%-40s %10s %14s %8s\n", "gain from the second thread", "ours", "bare Embree", "ratio");
+    for (const int light_count : {0, 1, 2, 4}) {
+        const auto gain = [&](const char* who) {
+            return bench::fastest((subject(light_count, 1) + who).c_str()) /
+                   bench::fastest((subject(light_count, 2) + who).c_str());
+        };
+        const double ours = gain("ours"), peer = gain("bare Embree");
+        std::printf("%d lights %31s %10.3f %14.3f %8.3f\n", light_count, "", ours, peer, ours / peer);
+    }
     return code;
 }

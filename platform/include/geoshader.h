@@ -27,7 +27,8 @@ typedef enum miScene_type {
     miSCENE_FRAMEBUFFERS = 12, /* P: the frame buffers of a camera */
     miSCENE_IMAGE = 13,
     miSCENE_LIGHTPROFILE = 14,
-    miSCENE_TAGS = 15 /* P: array of tags, for example the materials of an instance */
+    miSCENE_TAGS = 15,        /* P: array of tags, for example the materials of an instance */
+    miSCENE_COLORPROFILE = 16 /* P: what the colour profile of a texture says */
 } miScene_type;
 
 #define miSCENE_FUNCDECL miSCENE_FUNCTION_DECL
@@ -260,11 +261,14 @@ typedef struct miInstance {
     miUint1 caustic;
     miUint1 globillum;
     miUint1 finalgather;
-    miUint1 face;             /* P: 'f', 'b', 'a' or 0 */
-    miUint1 exclusive_lights; /* P: the light list names the lights that do not act */
-    miTag light_list;         /* P: array of light instances, or null for all lights of the scene */
-    int light_list_size;      /* P */
-    miTag parameters;         /* P: user data block with the instance's parameters */
+    miUint1 face;                    /* P: 'f', 'b', 'a' or 0 */
+    miUint1 exclusive_lights;        /* P: the light list names the lights that do not act */
+    miTag light_list;                /* P: array of light instances, or null for all lights of the scene */
+    int light_list_size;             /* P */
+    miTag parameters;                /* P: user data block with the instance's parameters */
+    miTag shadow_light_list;         /* P: array of the lights whose shadows it casts, or null for all */
+    int shadow_light_list_size;      /* P */
+    miUint1 exclusive_shadow_lights; /* P: that list names the lights whose shadows it does not cast */
 } miInstance;
 
 typedef struct miGroup {

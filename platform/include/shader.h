@@ -713,6 +713,16 @@ protected:
     ~Framebuffer() = default;
 };
 
+/* P: lights to ask with mi_sample_light, one after the other; no groups are among them. */
+class LightList {
+public:
+    virtual int get_count() const = 0;
+    virtual const miTag* get_lights() const = 0;
+
+protected:
+    ~LightList() = default;
+};
+
 /* What mi_get_shader_interface(3) returns; give it back with release(). */
 class Interface {
 public:
@@ -725,6 +735,16 @@ public:
        the image counts once it is closed. */
     virtual miImg_image* open_output_image(miState* state, int index) = 0; /* P */
     virtual void close_output_image(miState* state, int index) = 0;
+
+    /* The lights of a list, groups opened; without a list those that act on the state's instance, which are
+       all of the scene unless the instance has a list of its own. The second form leaves out the lights of
+       which no part is seen from the state's point within the cone about `axis`, normalised, that opens to
+       the angle with this cosine. P: null without a frame; valid until it is released or the shader that
+       asked returns. */
+    virtual LightList* createLightList(miState* state, miTag* list = 0, int n = 0) = 0;
+    virtual LightList* createLightList(miState* state, const miVector& axis, miScalar cone_cosine,
+                                       miTag* list = 0, int n = 0) = 0;
+    virtual void releaseLightList(LightList* list) = 0; /* P */
 
 protected:
     ~Interface() = default;

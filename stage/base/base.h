@@ -57,18 +57,20 @@ struct Lights {
     int count;
 };
 
-// The lights that the parameter names; without any, all lights of the scene.
+// The lights that the parameter names; without any, those that act on the instance. Valid until the shader
+// returns.
 inline Lights lights_of(miState* state, LightList* list) {
     const int count = *mi_eval_integer(&list->n_lights);
     if (count > 0) {
         const miTag* elements = mi_eval_tag(list->lights);
         return {elements + *mi_eval_integer(&list->i_lights), count};
     }
-    Lights all{nullptr, 0};
-    if (!mi_query(miQ_NUM_GLOBAL_LIGHTS, state, miNULLTAG, &all.count) ||
-        !mi_query(miQ_GLOBAL_LIGHTS, state, miNULLTAG, &all.first))
-        all.count = 0;
-    return all;
+    mi::shader_v3::Interface* const renderer = mi_get_shader_interface(3);
+    mi::shader_v3::LightList* const all = renderer->createLightList(state);
+    const Lights lights = all ? Lights{all->get_lights(), all->get_count()} : Lights{nullptr, 0};
+    renderer->releaseLightList(all);
+    renderer->release();
+    return lights;
 }
 
 // The light that all lights send towards the eye from a surface that turns the part response(direction,

@@ -5,14 +5,18 @@ using namespace base;
 
 namespace {
 
-// Lets what lies behind the surface through, where it is not opaque.
+// Lets what lies behind the surface through, where it is not opaque. The rasterizer does that by itself.
 void blend_with_background(miColor* result, miState* state, const miColor& opacity) {
     if (opacity.r >= 1.0f && opacity.g >= 1.0f && opacity.b >= 1.0f)
+        return;
+    *result = *result * opacity;
+    miColor told = opacity;
+    if (mi_opacity_set(state, &told))
         return;
     miColor behind{0, 0, 0, 0};
     mi_trace_transparent(&behind, state);
     const miColor clear{1.0f - opacity.r, 1.0f - opacity.g, 1.0f - opacity.b, 1.0f - opacity.a};
-    *result = *result * opacity + behind * clear;
+    *result += behind * clear;
 }
 
 } // namespace

@@ -64,6 +64,11 @@ struct base_raytrace_params {
 BASE_VERSION(base_raytrace, 1)
 
 BASE_EXPORT miBoolean base_raytrace(miColor* result, miState* state, base_raytrace_params* params) {
+    // A photon takes the way itself: the map lets all of it through.
+    if (miRAY_PHOTON(state->type)) {
+        *result = {1, 1, 1, 1};
+        return miTRUE;
+    }
     const auto trace = *mi_eval_boolean(&params->refraction) ? mi_trace_refraction : mi_trace_reflection;
     miVector dir = state->dir;
     // Beyond the trace depth there is the environment alone.

@@ -8,10 +8,10 @@ miScalar luminance(const miColor& color, const miColor& weight) {
 }
 
 miColor color_of_ciexyz(const miColor& xyz) {
-    // IEC 61966-2-1:1999, the inverse of the matrix from the primaries' chromaticities.
-    return {3.2406f * xyz.r - 1.5372f * xyz.g - 0.4986f * xyz.b,
-            -0.9689f * xyz.r + 1.8758f * xyz.g + 0.0415f * xyz.b,
-            0.0557f * xyz.r - 0.2040f * xyz.g + 1.0570f * xyz.b, xyz.a};
+    // The inverse of the matrix that the chromaticities of the primaries and of white give.
+    return {3.24096994f * xyz.r - 1.53738318f * xyz.g - 0.49861076f * xyz.b,
+            -0.96924364f * xyz.r + 1.87596750f * xyz.g + 0.04155506f * xyz.b,
+            0.05563008f * xyz.r - 0.20397696f * xyz.g + 1.05697151f * xyz.b, xyz.a};
 }
 
 } // namespace stage

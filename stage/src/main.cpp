@@ -7,8 +7,11 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,6 +19,7 @@
 #include "kit/message.h"
 #include "message_log.h"
 #include "mi/parser.h"
+#include "render/ranks.h"
 #include "render/renderer.h"
 #include "scene/libraries.h"
 #include "scene/scene.h"
@@ -31,6 +35,7 @@ struct CommandLine {
     int threads = 0;
     std::vector<int> region, resolution;
     int samples = 0;
+    std::uint64_t seed = 0;
     std::string space = "world";
     bool statistics = false, quiet = false;
 };
@@ -61,9 +66,13 @@ std::string numbered(const std::string& path, int number) {
     return stage::before_ending(path, digits);
 }
 
+bool silent = false; // another process tells the user
+
 // On a terminal a message takes the place of the progress line, which comes again below it.
 void show_message(stage::MessageLevel level, std::string_view text) {
     static const bool terminal = isatty(STDERR_FILENO) != 0;
+    if (silent && level != stage::MessageLevel::fatal)
+        return;
     if (terminal)
         std::fputs("\r\033[K", stderr);
     stage::write_message(level, text);
@@ -85,21 +94,40 @@ void add_installed_folders(std::vector<std::string>& search_path) {
             search_path.push_back(path.string());
 }
 
+// What a process has to tell of a frame: its statistics, then its messages.
+std::string report_of(const stage::Statistics& statistics) {
+    static_assert(std::is_trivially_copyable_v<stage::Statistics>);
+    std::string report(sizeof statistics, ' ');
+    std::memcpy(report.data(), &statistics, sizeof statistics);
+    return report + message_log().hand_over();
+}
+
+stage::Statistics take_report(const std::string& report) {
+    stage::Statistics statistics;
+    std::memcpy(static_cast<void*>(&statistics), report.data(), sizeof statistics);
+    message_log().take_over(report.substr(sizeof statistics));
+    return statistics;
+}
+
 // Renders the frames of one scene file.
 class Session {
 public:
-    explicit Session(const CommandLine& line) : line_(line) {}
+    Session(const CommandLine& line, stage::Ranks& ranks) : line_(line), ranks_(ranks) {}
     int run();
 
 private:
     void frame(stage::Scene& scene, const stage::RenderCommand& command);
+    void meet_others(const stage::Renderer& renderer);
+    stage::Statistics collect(const stage::Renderer& renderer);
+    void write(stage::Renderer& renderer, const stage::Statistics& statistics, stage::FrameTimes& times);
     [[nodiscard]] stage::RenderSettings settings() const;
     void number_first_frame();
     void print_warnings(const stage::Scene& scene);
 
     const CommandLine& line_;
+    stage::Ranks& ranks_;
     int frames_ = 0;
-    bool stopped_ = false;
+    bool stopped_ = false, failed_ = false;
     std::size_t warnings_ = 0;
     double rendering_ = 0.0; // seconds
     std::vector<std::string> first_pictures_;
@@ -117,9 +145,11 @@ stage::RenderSettings Session::settings() const {
         s.resolution = {r[0], r[1]};
     if (line_.samples > 0)
         s.samples = line_.samples;
+    s.seed = line_.seed;
     s.camera_space = line_.space == "camera";
     s.statistics = line_.statistics;
     s.progress = !line_.quiet;
+    s.ranks = &ranks_;
     s.outputs = line_.outputs;
     s.default_output = std::filesystem::path(line_.scene).stem().string() + ".png";
     if (frames_ > 1) {
@@ -141,26 +171,59 @@ void Session::number_first_frame() {
 }
 
 void Session::print_warnings(const stage::Scene& scene) {
-    for (; warnings_ < scene.warnings.size(); ++warnings_)
+    for (; ranks_.leads() && warnings_ < scene.warnings.size(); ++warnings_)
         std::fprintf(stderr, "warning: %s\n", scene.warnings[warnings_].c_str());
+}
+
+// Ready to render: the same frame, as far as that can be seen.
+void Session::meet_others(const stage::Renderer& renderer) {
+    const std::vector<std::string> outlines = ranks_.meet(renderer.outline());
+    for (std::size_t k = 1; k < outlines.size(); ++k)
+        if (outlines[k] != outlines[0])
+            throw std::runtime_error("process " + std::to_string(k) +
+                                     " has read another scene: " + outlines[k] + "; here " + outlines[0]);
+}
+
+// The sum over all processes, and all their messages, for the leading one.
+stage::Statistics Session::collect(const stage::Renderer& renderer) {
+    stage::Statistics sum = renderer.statistics();
+    const std::vector<std::string> reports = ranks_.meet(ranks_.leads() ? "" : report_of(sum));
+    for (std::size_t k = 1; ranks_.leads() && k < reports.size(); ++k)
+        sum += take_report(reports[k]);
+    return sum;
 }
 
 void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     print_warnings(scene);
+    const auto most = line_.quiet ? stage::MessageLevel::warning : stage::MessageLevel::debug;
     if (scene.verbosity >= 0)
-        stage::set_message_level(static_cast<stage::MessageLevel>(
-            std::clamp(scene.verbosity, static_cast<int>(stage::MessageLevel::error),
-                       static_cast<int>(stage::MessageLevel::debug))));
+        stage::set_message_level(static_cast<stage::MessageLevel>(std::clamp(
+            scene.verbosity, static_cast<int>(stage::MessageLevel::error), static_cast<int>(most))));
     ++frames_;
     const Clock::time_point start = Clock::now();
     stage::FrameTimes times;
     stage::Renderer renderer(scene, command, settings());
     times.build = since(start);
+    meet_others(renderer);
 
     const Clock::time_point rendering = Clock::now();
-    const bool complete = renderer.render();
+    renderer.render();
     times.render = since(rendering);
+    times.photons = renderer.photon_time();
+    const stage::Statistics statistics = collect(renderer);
+    if (ranks_.leads())
+        write(renderer, statistics, times);
+    rendering_ += since(start);
+    ranks_.meet(
+        ""); // nobody reads on before the pictures are written: they may be textures of the next frame
+    failed_ = renderer.gave_up();
+    // While the pictures were written too: no other frame follows.
+    if (renderer.aborted())
+        throw Stopped{};
+}
 
+void Session::write(stage::Renderer& renderer, const stage::Statistics& statistics,
+                    stage::FrameTimes& times) {
     const Clock::time_point writing = Clock::now();
     message_log().summarise();
     if (frames_ == 2)
@@ -170,11 +233,9 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
     if (frames_ == 1 && (!line_.outputs.empty() || pictures.front() == settings().default_output))
         first_pictures_ = pictures;
     times.write = since(writing);
-    rendering_ += since(start);
 
     for (const std::string& picture : pictures)
         std::printf("%s\n", picture.c_str());
-    const stage::Statistics statistics = renderer.statistics();
     if (line_.statistics)
         stage::print_statistics(stdout, statistics, times, renderer.world().memory());
     if (statistics.bad_samples > 0)
@@ -183,12 +244,9 @@ void Session::frame(stage::Scene& scene, const stage::RenderCommand& command) {
             static_cast<unsigned long long>(statistics.bad_samples),
             static_cast<unsigned long long>(statistics.samples),
             100.0 * static_cast<double>(statistics.bad_samples) / static_cast<double>(statistics.samples));
-    if (!complete)
+    if (!renderer.complete())
         std::fprintf(stderr, "stopped: what was finished is in %s; no finished picture was replaced\n",
                      pictures.front().c_str());
-    // While the pictures were written too: no other frame follows.
-    if (renderer.aborted())
-        throw Stopped{};
 }
 
 int Session::run() {
@@ -208,13 +266,13 @@ int Session::run() {
         stopped_ = true;
     }
     print_warnings(scene);
-    if (line_.statistics)
+    if (line_.statistics && ranks_.leads())
         std::printf("%-16s %15.3f s\n", "time to read", since(start) - rendering_);
-    if (frames_ == 0)
+    if (frames_ == 0 && ranks_.leads())
         std::fprintf(stderr, "%s has no render statement: nothing to do (scenes may include it)\n",
                      line_.scene.c_str());
     stage::set_current_scene(nullptr);
-    return stopped_ ? 130 : frames_ > 0 ? 0 : 1;
+    return failed_ ? 1 : stopped_ ? 130 : frames_ > 0 ? 0 : 1;
 }
 
 // An option's check: the error's text, or nothing.
@@ -243,8 +301,8 @@ std::string help_footer(const CommandLine& line) {
     return "Without -o " + picture +
            ".\nA scene that renders several frames gives NAME.0001.png, NAME.0002.png and so on.\n"
            "Ctrl-C writes what is finished to NAME.partial.png; a second one ends the program at once.\n"
-           "\nExit codes: 0 rendered, 1 a scene, library or file could not be used or there was nothing to "
-           "render, "
+           "\nExit codes: 0 rendered, 1 a scene, library or file could not be used, a shader asked for what "
+           "does not exist, or there was nothing to render, "
            "130 stopped with Ctrl-C. Errors that shaders report while rendering do not count.";
 }
 
@@ -252,8 +310,8 @@ void declare(CLI::App& app, CommandLine& line) {
     app.add_option("scene", line.scene, "scene file; the ending .mi may be left out");
     app.add_option(
            "-o,--output", line.outputs,
-           "picture to write, .png (as on a display) or .exr (linear, with all frame buffers); may be "
-           "given several times")
+           "picture to write, .png, .jpg or .tif (as on a display), .exr (linear, with all frame buffers) or "
+           ".hdr (linear); may be given several times")
         ->check(check_output)
         ->allow_extra_args(false);
     app.add_option("-L,--library-path", line.libraries,
@@ -273,11 +331,12 @@ void declare(CLI::App& app, CommandLine& line) {
     app.add_option("--samples", line.samples,
                    "samples for each pixel, a square number; default: the scene's, 1 when it says nothing")
         ->check(check_samples);
+    app.add_option("--seed", line.seed, "another number gives a picture with other noise; default: 0");
     app.add_option("--space", line.space, "internal space of the renderer: world, the default, or camera")
         ->check(CLI::IsMember({"world", "camera"}));
     app.add_flag("--stats", line.statistics,
                  "print rays, samples, and calls and time of each family of shaders");
-    app.add_flag("--quiet", line.quiet, "no progress line");
+    app.add_flag("--quiet", line.quiet, "no progress line, and of messages only warnings and errors");
     // For ./render.
     app.add_option("--default-scene", line.default_scene)->group("");
     app.add_option("--default-folder", line.default_folder)->group("");
@@ -300,27 +359,48 @@ void complete(CommandLine& line) {
         line.outputs = {line.default_folder + "/" + fs::path(line.scene).stem().string() + ".png"};
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv, stage::Ranks& ranks) {
     CommandLine line;
     CLI::App app{"Renders a scene with its shader libraries."};
     declare(app, line);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : 1; // help is no failure
+        std::ostringstream unseen;
+        const int code = ranks.leads() ? app.exit(error) : app.exit(error, unseen, unseen);
+        return ranks.end(code == 0 ? 0 : 1, ""); // help is no failure
     }
     std::signal(SIGINT, stop_rendering);
+    if (line.quiet)
+        stage::set_message_level(stage::MessageLevel::warning);
+    if (ranks.count() > 1)
+        std::signal(SIGTERM, stop_rendering); // what mpirun makes of Ctrl-C
+    silent = !ranks.leads();
+    if (silent && !std::freopen("/dev/null", "w", stdout)) // scenes may echo something
+        std::fclose(stdout);
     stage::set_message_sink(
         [](stage::MessageLevel level, std::string_view text) { message_log().take(level, text); });
     int code = 1;
+    std::string failure;
     try {
         complete(line);
-        code = Session(line).run();
+        code = Session(line, ranks).run();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
+        failure = error.what();
     }
+    code = ranks.end(code, failure);
     message_log().summarise();
     return code;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        const std::unique_ptr<stage::Ranks> ranks = stage::join_ranks();
+        return run(argc, argv, *ranks);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
 }

@@ -25,13 +25,21 @@ public:
     void take(MessageLevel level, std::string_view text);
     void summarise(); // and counts from 0 again
 
+    // For the log of another process, which tells of these messages in this one's place: what was counted
+    // since the last summary, as text; and counts from 0 again.
+    [[nodiscard]] std::string hand_over();
+    // Texts that are known here are only counted.
+    void take_over(const std::string& handed_over);
+
 private:
     struct Line {
         MessageLevel level;
         std::string text;
         std::uint64_t count = 0;
     };
+    Line* find_or_add(MessageLevel level, std::string_view text); // null beyond most_texts
     void summarise_locked();
+    void clear();
 
     MessageSink sink_;
     std::mutex mutex_;

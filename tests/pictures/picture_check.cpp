@@ -1,14 +1,21 @@
 // Judges a rendered picture: against values worked out by hand, and against a reference picture.
 //
-//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--mirrored] [--within LIMIT]
+//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--mirrored] [--within LIMIT] [--strays
+//   SHARE LIMIT]
 //       [--rms X Y WIDTH HEIGHT LEAST MOST]... [--output FOLDER] [--save FILE.exr] [--sum LAYER...]
+//       [--noise FILE.exr] [--more PICTURE.exr... --save-noise FILE.exr]
 //
 // --mirrored demands that the picture is its own mirror image, left and right.
 // --within demands that no pixel is off the reference or mirror image by more.
+// --strays demands that at most that share of the pixels is off the reference by more than the limit, which
+// also counts relatively: single samples may have fallen on the other side of an edge.
 // --rms demands, in place of agreement, that the root mean square of the difference from the reference within
 // a rectangle, which begins at (X, Y) from the lower left, lies between two numbers.
 // --sum demands that the layers' colours add up to the picture's.
 // --save stores the picture as a reference, in half floats: only after looking at it.
+// --noise judges a picture of random samples: block for block against the mean and variance of others.
+// --save-noise stores mean and variance of the picture and --more of it, rendered with other seeds (at least
+// 16 together): only after looking at them.
 // When it does not agree with the reference, new.png, reference.png and difference.png are left in FOLDER.
 #include <cmath>
 #include <cstdlib>
@@ -194,6 +201,74 @@ bool adds_up(const ImageBuf& picture, const std::vector<std::string>& layers) {
     return true;
 }
 
+// ---- pictures of random samples
+
+constexpr int block = 8; // pixels of an edge
+constexpr const char* colors[] = {"R", "G", "B"};
+
+// Mean colours of blocks, row by row; what is left over at the right and below is left out.
+std::vector<double> block_means(const ImageBuf& picture) {
+    const int columns = picture.spec().width / block, rows = picture.spec().height / block;
+    std::vector<double> means(static_cast<std::size_t>(columns) * static_cast<std::size_t>(rows) * 3);
+    for (ImageBuf::ConstIterator<float> pixel(picture); !pixel.done(); ++pixel) {
+        const int column = pixel.x() / block, row = pixel.y() / block;
+        if (column >= columns || row >= rows)
+            continue;
+        for (int c = 0; c < 3; ++c)
+            means[static_cast<std::size_t>((row * columns + column) * 3 + c)] +=
+                double{pixel[picture.spec().channelindex(colors[c])]} / (block * block);
+    }
+    return means;
+}
+
+// One pixel for each block: mean, variance of a single picture.
+void save_noise(const std::vector<ImageBuf>& pictures, const std::string& path) {
+    if (pictures.size() < 16)
+        throw std::runtime_error("mean and variance take at least 16 pictures");
+    ImageSpec spec(pictures[0].spec().width / block, pictures[0].spec().height / block, 6, TypeFloat);
+    spec.channelnames = {"R", "G", "B", "variance.R", "variance.G", "variance.B"};
+    std::vector<std::vector<double>> means;
+    for (const ImageBuf& picture : pictures)
+        means.push_back(block_means(picture));
+    const auto count = static_cast<double>(pictures.size());
+    std::vector<float> pixels(means[0].size() * 2);
+    for (std::size_t i = 0; i < means[0].size(); ++i) {
+        double sum = 0, squares = 0;
+        for (const auto& m : means)
+            sum += m[i];
+        for (const auto& m : means)
+            squares += (m[i] - sum / count) * (m[i] - sum / count);
+        pixels[i / 3 * 6 + i % 3] = static_cast<float>(sum / count);
+        pixels[i / 3 * 6 + 3 + i % 3] = static_cast<float>(squares / (count - 1));
+    }
+    ImageBuf noise(spec);
+    noise.set_pixels(noise.roi(), TypeFloat, pixels.data());
+    if (!noise.write(path))
+        throw std::runtime_error(path + ": " + noise.geterror());
+}
+
+// By chance the mean square of all deviations is about 1, and of those above 4 there are few: 0.12 per cent
+// with a variance from 16 pictures. Deviations count from the roundings of half floats on.
+bool is_as_noisy(const ImageBuf& picture, const ImageBuf& noise) {
+    const std::vector<double> means = block_means(picture);
+    const std::vector<float> expected = pixels_of(noise);
+    if (expected.size() != 2 * means.size())
+        throw std::runtime_error("the reference is of a picture of another size");
+    std::size_t outside = 0;
+    double squares = 0;
+    for (std::size_t i = 0; i < means.size(); ++i) {
+        const double mean = double{expected[i / 3 * 6 + i % 3]};
+        const double deviation = std::sqrt(double{expected[i / 3 * 6 + 3 + i % 3]}) + 5e-4 * (1 + mean);
+        const double off = (means[i] - mean) / deviation;
+        outside += !(std::abs(off) <= 4);
+        squares += off * off;
+    }
+    const auto count = static_cast<double>(means.size());
+    std::cout << "mean square of the deviations " << squares / count << ", " << outside << " of "
+              << means.size() << " above 4\n";
+    return squares / count < 1.5 && static_cast<double>(outside) <= 0.005 * count;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -203,10 +278,17 @@ int main(int argc, char** argv) {
     bool mirrored = false;
     float within = 0;
     std::vector<double> rms;
+    std::string noise_path, save_noise_path;
+    std::vector<std::string> more;
+    app.add_option("--noise", noise_path, "Mean and variance to agree with");
+    app.add_option("--more", more, "The same picture with other seeds");
+    app.add_option("--save-noise", save_noise_path, "Store mean and variance of all these pictures");
     app.add_option("picture", picture_path)->required();
     app.add_option("--expect", expect_path, "File of values worked out by hand");
     app.add_option("--reference", reference_path, "Picture to agree with");
     app.add_flag("--mirrored", mirrored, "The picture is its own mirror image");
+    std::vector<float> strays;
+    app.add_option("--strays", strays, "Share of pixels that may be off by more than a limit")->expected(2);
     CLI::Option* limit = app.add_option("--within", within, "No pixel may be off by more");
     app.add_option("--rms", rms, "Root mean square difference from the reference in a rectangle")
         ->type_size(6);
@@ -222,7 +304,10 @@ int main(int argc, char** argv) {
         if (!layers.empty())
             good = adds_up(picture, layers) && good;
         const auto compare = [&](const ImageBuf& reference) {
-            if (agrees(picture, reference, limit->empty() ? Rule{} : Rule{within, 0, 0, 0}))
+            const Rule rule = !strays.empty()  ? Rule{strays[1], strays[1], strays[0], INFINITY}
+                              : limit->empty() ? Rule{}
+                                               : Rule{within, 0, 0, 0};
+            if (agrees(picture, reference, rule))
                 return;
             good = false;
             write_evidence(output, picture, reference);
@@ -235,6 +320,14 @@ int main(int argc, char** argv) {
             compare(load(reference_path));
         if (mirrored)
             compare(ImageBufAlgo::flop(picture));
+        if (!noise_path.empty())
+            good = is_as_noisy(picture, load(noise_path)) && good;
+        if (!save_noise_path.empty()) {
+            std::vector<ImageBuf> pictures{picture};
+            for (const std::string& path : more)
+                pictures.push_back(load(path));
+            save_noise(pictures, save_noise_path);
+        }
         if (!save_path.empty())
             save_reference(picture, save_path);
         return good ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -117,6 +117,11 @@ public:
     void close_output_image(miState*, int index) override {
         renderer_.pins_ -= index == 0 && renderer_.output_image != nullptr;
     }
+    mi::shader_v3::LightList* createLightList(miState*, miTag*, int) override { return nullptr; }
+    mi::shader_v3::LightList* createLightList(miState*, const miVector&, miScalar, miTag*, int) override {
+        return nullptr;
+    }
+    void releaseLightList(mi::shader_v3::LightList*) override {}
 
 private:
     Renderer& renderer_;

@@ -41,17 +41,40 @@ template <class T> T& eval(miState* state) {
     return *static_cast<T*>(mi_eval(state, std::is_same_v<T, miScalar> ? color + 1 : color));
 }
 
-class TestScene {
+// Text in the scene language, the world that its render statement makes, and a thread that renders it.
+class SceneText {
 public:
     stage::Scene scene;
     std::unique_ptr<stage::World> world;
     stage::ThreadContext context;
+    stage::RenderCommand command; // the last one
 
+    SceneText() { stage::set_current_scene(&scene); }
+    ~SceneText() { stage::set_current_scene(nullptr); }
+    SceneText(const SceneText&) = delete;
+
+    void parse(const std::string& text, bool camera_space = false) {
+        stage::parse_text(scene, text, "scene.mi",
+                          [&](stage::Scene& read, const stage::RenderCommand& given) {
+                              command = given;
+                              world = std::make_unique<stage::World>(read, given, camera_space);
+                              context.world = world.get();
+                          });
+    }
+    void define(const std::string& code, stage::ShaderEntry entry) {
+        scene.libraries->define(code, reinterpret_cast<void*>(entry));
+    }
+    stage::Element& operator[](std::string_view name) { return *scene.database.find(name); }
+    miTag tag(std::string_view name) { return (*this)[name].tag; }
+    template <class T> T& get(std::string_view name) { return *(*this)[name].as<T>(); }
+};
+
+class TestScene : public SceneText {
+public:
     // The camera stands at (0, 0, 10) and looks down -z. "square" is 2 by 2, faces +z and has a texture space
     // that runs from 0 to 1 along x and y.
     TestScene() {
         bodies().clear();
-        stage::set_current_scene(&scene);
         parse("options opt trace depth 4 4 8 end options\n"
               "camera cam focal 1 aperture 1 aspect 1 resolution 16 16 end camera\n"
               "instance cam_inst cam transform 1 0 0 0 0 1 0 0 0 0 1 0 0 0 -10 1 end instance\n"
@@ -60,17 +83,13 @@ public:
               "v 0 t 4 v 1 t 5 v 2 t 6 v 3 t 7 c 0 1 2 c 0 2 3 end group end object\n");
         options = &get<miOptions>("opt");
     }
-    ~TestScene() { stage::set_current_scene(nullptr); }
     miOptions* options;
 
     // Quotes may be single ones.
     void parse(std::string text) {
         std::replace(text.begin(), text.end(), '\'', '"');
-        stage::parse_text(scene, text, "test.mi",
-                          [this](stage::Scene&, const stage::RenderCommand& command) { command_ = command; });
+        SceneText::parse(text);
     }
-    miTag tag(const std::string& name) { return scene.database.find(name)->tag; }
-    template <class T> T& get(const std::string& name) { return *scene.database.find(name)->as<T>(); }
 
     // Declares `NAME_code` and makes the shader instance NAME. `body(state, result)` may return nothing for
     // TRUE.
@@ -82,7 +101,7 @@ public:
             else
                 return body(state, r);
         };
-        scene.libraries->define(code, reinterpret_cast<void*>(&run));
+        define(code, &run);
         parse("declare shader " + result + " '" + code +
               "' (color color, scalar scalar) end declare shader '" + name + "' '" + code + "' ()\n");
     }
@@ -119,8 +138,6 @@ public:
     void build(const std::string& camera = "") {
         parse("incremental camera cam " + camera + " end camera instgroup root 'cam_inst'" + members_ +
               " end instgroup render root cam_inst opt\n");
-        world = std::make_unique<stage::World>(scene, command_, false);
-        context.world = world.get();
     }
 
     // The state of an eye sample that looks down from (x, y, 10).
@@ -162,7 +179,6 @@ private:
         return bodies().at(code)(state, *static_cast<miColor*>(result));
     }
 
-    stage::RenderCommand command_;
     std::string members_;
 };
 

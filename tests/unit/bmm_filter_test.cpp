@@ -21,25 +21,6 @@ miColor grey(int steps) {
     return {value, value, value, value};
 }
 
-TEST_F(BitmapFilter, LevelsAreHalvedUntilOneEdgeIsOne) {
-    const struct {
-        int width, height;
-        std::vector<int> widths; // of all levels
-    } cases[] = {{1, 1, {1}},
-                 {65535, 1, {65535}},
-                 {5, 5, {5, 3, 2, 1}},
-                 {9, 3, {9, 5, 3}},
-                 {2049, 2050, {2049, 1025, 513, 257, 129, 65, 33, 17, 9, 5, 3, 2}}}; // 12 at most
-    for (const auto& test : cases) {
-        stage::ImageMemory image(test.width, test.height, miIMG_TYPE_RGBA);
-        const Filter filter(renderer, image);
-        std::vector<int> widths;
-        for (int n = 0; n < orl::level_count(filter.filter); ++n)
-            widths.push_back(orl::filter_level(filter.filter, n).width);
-        EXPECT_EQ(widths, test.widths) << test.width << " x " << test.height;
-    }
-}
-
 // Of 3 x 3 pixels, in steps of 8 bits:
 //     70 81 91
 //     40 50 61
@@ -206,34 +187,6 @@ TEST_F(BitmapFilter, SamplesAreCubicInTheImageAndOnLevels) {
                 ASSERT_NEAR(color.a, limited(bicubic(x, y, coverage)), 1e-6 * range);
             }
         }
-}
-
-TEST_F(BitmapFilter, ColoursStayWhereTheirImageCanHaveThem) {
-    const struct {
-        miImg_type kind;
-        float low, high; // of the pixels
-        float lowest;    // of the samples
-    } cases[] = {{miIMG_TYPE_RGBA, 0, 1, 0},
-                 {miIMG_TYPE_RGBA_16, 0, 1, 0},
-                 {miIMG_TYPE_RGBA_FP, 0, 1000, 0},
-                 {miIMG_TYPE_RGBA_FP, -3, 1000, -3},
-                 {miIMG_TYPE_RGBA_FP, not_a_number, 1, 0},
-                 {miIMG_TYPE_RGBA_FP, 0, infinite, 0}};
-    for (const auto& test : cases) {
-        stage::ImageMemory image = make_image(8, 8, test.kind, [&](int x, int y) {
-            const float value = x / 2 % 2 == y / 2 % 2 ? test.high : test.low;
-            return miColor{value, value, value, value};
-        });
-        const Filter filter(renderer, image);
-        std::vector<float> samples;
-        for (int i = 0; i < 10000; ++i)
-            samples.push_back(
-                filter.look_up(static_cast<float>(i % 100) / 100, static_cast<float>(i / 100) / 100).r);
-        const auto [least, most] = std::minmax_element(samples.begin(), samples.end());
-        EXPECT_EQ(*least, test.lowest) << test.kind;
-        EXPECT_LE(*most, test.kind == miIMG_TYPE_RGBA_FP ? 1.3f * test.high : test.high) << test.kind;
-        EXPECT_TRUE(std::all_of(samples.begin(), samples.end(), [](float x) { return std::isfinite(x); }));
-    }
 }
 
 // A seam would be a jump as large as the pixels' differences; a step of 1e-4 of the edge changes little.

@@ -73,54 +73,6 @@ TEST_F(CallMaterialTest, RunsTheSlotOfTheCallInProgress) {
     }
 }
 
-TEST_F(CallMaterialTest, EmptySlots) {
-    miMaterial material{};
-    material.shader = add_slot(1);
-    const miTag tag = renderer.add_material(material);
-    const miTag empty = renderer.add_material({});
-    miColor result{};
-
-    state.run(shader, miSHADER_MATERIAL);
-    state->volume = 500;
-    state->environment = 600;
-    EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr));
-    EXPECT_EQ(state->volume, miNULLTAG); // installed even when empty
-    EXPECT_EQ(environment_seen, 600u);   // kept when empty
-    EXPECT_FALSE(CallMaterial(&result, state, empty, nullptr));
-
-    state.run(shader, miSHADER_SHADOW);
-    EXPECT_FALSE(CallMaterial(&result, state, tag, nullptr));
-
-    state.run(shader, miSHADER_ENVIRONMENT);
-    EXPECT_FALSE(CallMaterial(&result, state, tag, nullptr));
-    state.camera.environment = add_slot(44);
-    EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr));
-    EXPECT_EQ(result.r, 44.0f);
-
-    state.run(shader, miSHADER_DISPLACE);
-    result = {5, 5, 5, 5};
-    EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr));
-    EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
-    EXPECT_TRUE(errors().empty());
-}
-
-TEST_F(CallMaterialTest, ResultStartsBlackUnlessTheRayBringsAValue) {
-    const miTag tag = renderer.add_material(full_material());
-    constexpr miColor brought{0.25f, 0.5f, 0.75f, 1};
-    const std::pair<miRay_type, bool> cases[] = {
-        {miRAY_EYE, false},      {miRAY_TRANSPARENT, false},       {miRAY_LIGHT, false},
-        {miRAY_DISPLACE, false}, {miRAY_FINALGATHER, false},       {miRAY_SHADOW, true},
-        {miRAY_LM_VERTEX, true}, {miPHOTON_REFLECT_DIFFUSE, true}, {miRAY_LM_MESH, true},
-    };
-    state.run(shader, miSHADER_MATERIAL);
-    for (const auto& [type, kept] : cases) {
-        state->type = type;
-        miColor result = brought;
-        CallMaterial(&result, state, tag, nullptr);
-        EXPECT_EQ(start, kept ? brought : (miColor{0, 0, 0, 0})) << type;
-    }
-}
-
 TEST_F(CallMaterialTest, FunctionsRunAsTheCurrentMaterial) {
     const std::pair<miShader_type, const char*> cases[] = {
         {miSHADER_MATERIAL, "mi_call_material"},

@@ -3,8 +3,6 @@
 #include "orl_context.h"
 #include "shader_fixture.h"
 
-#include <random>
-
 using namespace orl;
 using namespace orl::context;
 
@@ -102,41 +100,6 @@ TEST(Footprint, IsTheDifferenceOfNeighbouringPixels) {
                 }
 }
 
-// Random triangles: what the corners carry is linear in the point, so both must agree with the linear map.
-TEST(TriangleValues, FollowThePointAndTheTangents) {
-    std::mt19937 random(7);
-    std::uniform_real_distribution<float> number(-3, 3);
-    const auto vector = [&] { return miVector{number(random), number(random), number(random)}; };
-    int sound = 0;
-    for (int i = 0; i < 300; ++i) {
-        const Corners p{vector(), vector(), vector()}, t{vector(), vector(), vector()};
-        const V e1 = wide(p.b) - wide(p.a), e2 = wide(p.c) - wide(p.a);
-        const V normal{e1.y * e2.z - e1.z * e2.y, e1.z * e2.x - e1.x * e2.z, e1.x * e2.y - e1.y * e2.x};
-        const double u_v_area = (t.b.x - t.a.x) * (t.c.y - t.a.y) - (t.c.x - t.a.x) * (t.b.y - t.a.y);
-        if (length(normal) < 2 || std::fabs(u_v_area) < 1)
-            continue; // too thin for tight bounds
-        ++sound;
-        const float b = 0.3f, c = 0.2f;
-        const miVector d = narrow(0.1 * e1 + (-0.4) * e2 + 0.7 * normal); // the normal part must not count
-        const WeightChange w = weight_change(p, d);
-        EXPECT_NEAR(w.b, 0.1, 1e-3);
-        EXPECT_NEAR(w.c, -0.4, 1e-3);
-        const miVector here = interpolate(t, 1 - b - c, b);
-        const miVector there = interpolate(t, 1 - (b + w.b) - (c + w.c), b + w.b);
-        expect_near(change(t, w), wide(there) - wide(here), 1e-4, "change");
-
-        Tangents along;
-        ASSERT_TRUE(tangents(p, t, along));
-        const miVector by_u = change(t, weight_change(p, along.along_u));
-        const miVector by_v = change(t, weight_change(p, along.along_v));
-        EXPECT_NEAR(by_u.x, 1, 2e-3);
-        EXPECT_NEAR(by_u.y, 0, 2e-3);
-        EXPECT_NEAR(by_v.x, 0, 2e-3);
-        EXPECT_NEAR(by_v.y, 1, 2e-3);
-    }
-    EXPECT_GT(sound, 100);
-}
-
 TEST(Degenerate, RaysThatGrazeStayFiniteAndFlatTrianglesChangeNothing) {
     const Pinhole camera;
     const miVector ahead = narrow(camera.forward);
@@ -180,22 +143,6 @@ protected:
 // picture of 640 x 480 with aspect 4/3 has square pixels.
 constexpr float pixel_at_5 = 5.0f / 640;
 
-TEST_F(Context, WidthsAtTheHit) {
-    const miVector by_object = object_width(state, Selector::surface);
-    EXPECT_NEAR(by_object.x, pixel_at_5, 1e-8f);
-    EXPECT_NEAR(by_object.y, pixel_at_5, 1e-8f);
-    EXPECT_EQ(by_object.z, 0.0f);
-    const miVector by_texture = texture_width(state, 4, cache);
-    EXPECT_NEAR(by_texture.x, pixel_at_5, 1e-7f);
-    EXPECT_NEAR(by_texture.y, pixel_at_5, 1e-7f);
-    const RayDifferential turn = ray_differential(state);
-    EXPECT_NEAR(turn.across, 1.0f / 640, 1e-9f);
-    EXPECT_NEAR(turn.upwards, 1.0f / 640, 1e-9f);
-    constexpr miMatrix twice_as_large{2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1};
-    renderer.set_to_space(scripted::Space::world, twice_as_large);
-    EXPECT_NEAR(world_width(state, Selector::surface).x, 2 * pixel_at_5, 1e-8f);
-}
-
 TEST_F(Context, PathsAddUpAlongTheParents) {
     scripted::State mirrored;
     mirrored.set_hit({0, 0, 0}, {0, 0, 15}, {0, 0, -1}).set_parent(state, miRAY_REFLECT);
@@ -232,26 +179,6 @@ TEST_F(Context, PointsAndDirectionsBySelector) {
     expect_near(world_point(state, Selector::surface), {2, 3, 4}, 0, "world");
 }
 
-TEST_F(Context, TextureVertexOfAChannel) {
-    miVector uvw{};
-    EXPECT_TRUE(texture_vertex(state, 4, cache, uvw));
-    EXPECT_EQ(uvw.x, 0.5f); // the state's own coordinate
-    EXPECT_EQ(cache.space, 0);
-    const int queries = renderer.mi_vquery.calls();
-    EXPECT_EQ(texture_space(state, 4, cache), 0);
-    EXPECT_EQ(renderer.mi_vquery.calls(), queries); // from the cache
-    EXPECT_FALSE(texture_vertex(state, 5, cache, uvw));
-    EXPECT_EQ(uvw.x, 0.0f);
-    EXPECT_EQ(texture_width(state, 5, cache).x, 0.0f);
-    renderer.texture_spaces = 0;
-    EXPECT_FALSE(texture_vertex(state, 4, cache, uvw));
-    state->instance = miNULLTAG; // another object: not the cached space
-    EXPECT_EQ(texture_space(state, 4, cache), -1);
-
-    Tangents along;
-    EXPECT_FALSE(texture_tangents(state, 4, cache, along));
-}
-
 TEST_F(Context, TextureVerticesOfAnotherSourceGoFirst) {
     static miVector corners[3] = {{0, 0, 0}, {3, 0, 0}, {0, 6, 0}};
     TextureVertexSource source{};
@@ -269,16 +196,6 @@ TEST_F(Context, TextureVerticesOfAnotherSourceGoFirst) {
     Tangents along;
     EXPECT_TRUE(texture_tangents(state, 4, cache, along));
     expect_near(along.along_u, {6, 0, 0}, 1e-6, "18 units of x for 3 of u");
-}
-
-TEST_F(Context, RasterPositions) {
-    state->raster_x = 160;
-    state->raster_y = 120;
-    EXPECT_EQ(raster_position(state).u, 0.25f);
-    EXPECT_EQ(raster_position(state).v, 0.25f);
-    EXPECT_EQ(raster_position(state, 1280, 960, 480, 120).u, 0.5f);
-    EXPECT_EQ(raster_position(state, 1280, 960, 480, 120).v, 0.25f);
-    EXPECT_TRUE(std::isfinite(raster_position(state, 0, 0, 0, 0).u));
 }
 
 } // namespace

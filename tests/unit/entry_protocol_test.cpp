@@ -127,67 +127,6 @@ TEST_F(EntryProtocol, StateRecordsLiveAsLongAsTheInnermostScope) {
     EXPECT_EQ(outer.get(), nullptr);
 }
 
-// Other libraries name the same keys, so names and lifetimes stand here once more.
-TEST_F(EntryProtocol, StateKeys) {
-    std::string told;
-    const auto tell = [&](const auto&... key) {
-        ((told += std::string(key.name) + ":" + std::to_string(key.lifetime) + " "), ...);
-    };
-    tell(keys::environment_caller, keys::environment_switches, keys::traced_environment,
-         keys::sub_material_report, keys::attenuation_probe, keys::light_shaping, keys::incoming_ray,
-         keys::tone_operator, keys::sky_is_hdr, keys::texture_vertices, keys::vertices, keys::projection,
-         keys::render_elements, keys::stored_components, keys::architectural_light, keys::displacement_scale);
-    EXPECT_EQ(told, "KEY_0:2 KEY_1:2 KEY_2:2 KEY_3:2 KEY_4:2 KEY_5:2 KEY_6:2 KEY_7:2 SKY_IS_HDR:2 KEY_8:2 "
-                    "KEY_9:2 KEY_10:2 ORREINT:2 miXMST:1 miXMLD:2 vdmScale:0 ");
-
-    std::vector<int> lifetimes; // as the guard hands them on
-    renderer.mi_shaderstate_set = [&](miState*, const char*, void*, int, int lifetime) {
-        lifetimes.push_back(lifetime);
-        return miTRUE;
-    };
-    ScopedRecord(state, keys::stored_components, {});
-    ScopedRecord(state, keys::displacement_scale, {});
-    EXPECT_EQ(lifetimes, (std::vector<int>{1, 1, 0, 0}));
-}
-
-TEST_F(EntryProtocol, NotANumberBecomesOpaqueBlack) {
-    constexpr miColor black{0, 0, 0, 1};
-    const struct {
-        miRay_type type;
-        miColor color, expected;
-    } cases[] = {
-        {miRAY_EYE, {not_a_number, 0, 0, 1}, black},
-        {miRAY_EYE, {0.5f, not_a_number, 0, 1}, black},
-        {miRAY_EYE, {0.5f, 0, not_a_number, 0}, black},
-        {miRAY_EYE, {0.5f, 0, 0, not_a_number}, black},
-        {miRAY_EYE, {infinite, -1, 0, 0}, {infinite, -1, 0, 0}},
-        {miPHOTON_REFLECT_DIFFUSE, {0, not_a_number, 0, 1}, black},
-    };
-    for (const auto& each : cases) {
-        renderer.clear_logs();
-        state->type = each.type;
-        miColor color = each.color;
-        guard_nan(state, color);
-        EXPECT_EQ(color, each.expected);
-        const std::vector<std::string> told{"A ray encountered an invalid color (NaN), using black instead."};
-        EXPECT_EQ(errors(), each.expected == black ? told : std::vector<std::string>{});
-    }
-    state->type = miPHOTON_TRANSMIT_SPECULAR; // photons carry no alpha
-    renderer.clear_logs();
-    miColor photon{1, 2, 3, not_a_number};
-    guard_nan(state, photon);
-    EXPECT_EQ(photon.b, 3.0f);
-    EXPECT_TRUE(errors().empty());
-}
-
-TEST_F(EntryProtocol, PhotonTypes) {
-    std::vector<int> photons;
-    for (int type = -1; type < 40; ++type)
-        if (is_photon(static_cast<miRay_type>(type)))
-            photons.push_back(type);
-    EXPECT_EQ(photons, (std::vector<int>{8, 9, 10, 11, 12, 13, 14, 15, 18, 19, 23, 24, 27}));
-}
-
 TEST_F(EntryProtocol, FrameBufferIndex) {
     const auto expect = [&](miState* at, const char* name, int index, int interfaces) {
         SCOPED_TRACE(name);
@@ -210,65 +149,6 @@ TEST_F(EntryProtocol, FrameBufferIndex) {
     renderer.mi_get_shader_interface = [](int) -> miShader_interface* { return nullptr; };
     state->camera = &state.camera;
     expect(state, "main", -1, 1);
-}
-
-TEST_F(EntryProtocol, PassThrough) {
-    const miColor traced{0.1f, 0.2f, 0.3f, 0.4f};
-    const struct {
-        int mode;
-        miCBoolean from_rasterizer;
-        bool traces;
-    } cases[] = {{'r', 1, false}, {'r', 0, true}, {1, 1, true}, {0, 0, true}};
-    for (const auto& each : cases)
-        for (const bool meets_something : {true, false}) {
-            renderer.clear_logs();
-            renderer.trace_color = meets_something ? std::optional(traced) : std::nullopt;
-            state.options.scanline = each.mode;
-            state->scanline = each.from_rasterizer;
-            miColor result{9, 9, 9, 9};
-            EXPECT_EQ(pass_through(&result, state), !each.traces || meets_something);
-            if (!each.traces) {
-                EXPECT_EQ(result, (miColor{0, 0, 0, 0}));
-                EXPECT_TRUE(renderer.traces().empty());
-                continue;
-            }
-            EXPECT_EQ(result, meets_something ? traced : (miColor{9, 9, 9, 9}));
-            ASSERT_EQ(renderer.traces().size(), 1u);
-            EXPECT_STREQ(renderer.traces()[0].function, "mi_trace_continue");
-        }
-}
-
-TEST_F(EntryProtocol, AnInstanceWithoutANameIsCalledByItsDeclarations) {
-    const struct {
-        const char *own, *declared, *expected;
-    } cases[] = {{"own", "declared", "own"},
-                 {"", "declared", "declared"},
-                 {nullptr, "declared", "declared"},
-                 {"", "", "unnamed"},
-                 {nullptr, nullptr, "unnamed"}};
-    for (const auto& each : cases) {
-        each.own ? renderer.answer(miQ_FUNC_NAME, each.own) : renderer.deny(miQ_FUNC_NAME);
-        each.declared ? renderer.answer(miQ_DECL_NAME, each.declared) : renderer.deny(miQ_DECL_NAME);
-        EXPECT_STREQ(shader_name(state), each.expected);
-    }
-}
-
-TEST_F(EntryProtocol, MissingInputsAreReportedOnceWithTheShadersName) {
-    const std::pair<MissingInput, const char*> cases[] = {
-        {MissingInput::uv_coordinates, "\"the shader\" requires uv coordinate shader"},
-        {MissingInput::xyz_coordinates, "\"the shader\" requires xyz coordinate shader"},
-        {MissingInput::illumination, "\"the shader\" requires illumination shader"},
-        {MissingInput::image_file, "\"the shader\" requires image file"},
-        {MissingInput::object_data, "\"the shader\" requires object user data"},
-        {MissingInput::vector_texture, "\"the shader\" requires vector texture"},
-    };
-    for (const auto& [input, text] : cases) {
-        renderer.clear_logs();
-        miBoolean warned = miFALSE;
-        for (int i = 0; i < 3; ++i)
-            report_missing(state, input, warned);
-        EXPECT_EQ(errors(), std::vector<std::string>{text});
-    }
 }
 
 } // namespace

@@ -2,9 +2,7 @@
 // and what it does to rays and to light.
 #include "atm_combust.h"
 #include "gizmo_fixture.h"
-#include "noise.h"
 
-#include <algorithm>
 #include <climits>
 #include <cmath>
 
@@ -163,41 +161,6 @@ TEST_F(FireEffect, RaysWithoutFireStayAsTheyAre) {
     EXPECT_NEAR(shade(fire, {}).a, 1 - std::exp(-0.25f), 1e-6f);
     state.set_hit({0, 0, 5}, {0, 0, 2}, {0, 0, 1});
     EXPECT_NEAR(shade(fire, {}).a, 1 - std::exp(-0.125f * 1.01f), 1e-6f);
-}
-
-// Down through the ball with one step after the other, in plain words. Its offset are the generator's first
-// numbers after the seed 1; a phase of 60 is 1 to the noise, which rises above 1/2 there.
-TEST_F(FireEffect, SettingsStepByStep) {
-    for (const miInteger type : {0, 1, 2})
-        for (const float detail : {0.0f, 1.0f, 3.4f})
-            for (const miInteger samples : {1, 15, 64, 150}) {
-                Fire fire(state);
-                fire->flameType = type, fire->flameDetail = detail, fire->samples = samples;
-                fire->flameSize = 0.3f, fire->stretch = 2, fire->drift = 186, fire->phase = 60;
-                fire->regularity = type == 2 ? 1 : 0.3f;
-                fire.fill({raised});
-                fire.start();
-                float opacity = 0, inner = 0;
-                const float step = 2 / static_cast<float>(samples);
-                for (int k = 1; k <= samples; ++k) {
-                    const float z = 1 - static_cast<float>(k) * step, g = std::fabs(z);
-                    float n = 0;
-                    for (int i = 0; i < 4; ++i) {
-                        const float f = std::ldexp(1.0f, i), x = f * 1.2512589f / 0.3f,
-                                    y = f * 563.58533f / 0.3f, height = f * (z + 193.30424f - 186) / 2 / 0.3f;
-                        n += std::clamp(detail - static_cast<float>(i), 0.0f, 1.0f) *
-                             std::fabs(perlinNoise4(x, y, height, 1)) / f;
-                    }
-                    n = type == 0 ? n : std::fmax(0.0f, 0.5f - n);
-                    n = g > fire->regularity ? std::fmax(0.0f, n - (g - fire->regularity)) : n;
-                    const float weight = (1 - g) * n * step * 25 * 0.02f;
-                    opacity += weight;
-                    inner += n * weight;
-                }
-                const miColor burnt = shade(fire, {0, 0, 0, 0});
-                EXPECT_NEAR(burnt.a, 1 - std::exp(-opacity), 1e-4f) << type << ' ' << detail;
-                EXPECT_NEAR(burnt.r, 1 - std::exp(-(inner + (opacity - inner) * 0.8f)), 1e-4f) << samples;
-            }
 }
 
 // Chords of the ball.

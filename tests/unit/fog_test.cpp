@@ -1,6 +1,5 @@
 // Distance fog.
 #include "atm_fog.h"
-#include "noise.h"
 #include "shader_fixture.h"
 
 #include <tuple>
@@ -228,19 +227,6 @@ TEST_F(FogShader, ToleratesWhatMakesNoSense) {
                 });
                 EXPECT_TRUE(std::isfinite(c.r)) << type;
             }
-}
-
-TEST(Fog, VanishesOnTheHorizon) {
-    scripted::State state;
-    scripted::Renderer::get().reset();
-    miSetModuleHandle(scripted::Renderer::get().handle());
-    noiseTablesInit(state);
-    for (const float elevation : {0.0f, 0.05f, 0.15f, 0.25f}) {
-        const float w = elevation / 0.2f;
-        const miVector dir{0.6f * std::cos(elevation), 0.8f * std::cos(elevation), std::sin(elevation)};
-        const float n = std::min(1.0f, perlinNoise3(std::atan2(0.8f, 0.6f) * 20, elevation * 20 - 3, 3) + 1);
-        EXPECT_NEAR(horizon_factor(dir, 0.2f, 20, 3), w < 1 ? (1 - (1 - w) * n) * w : 1, 1e-4f) << elevation;
-    }
 }
 
 } // namespace

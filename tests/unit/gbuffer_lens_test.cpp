@@ -80,42 +80,6 @@ TEST_F(GBufferLens, WritesEveryBufferOfAHit) {
     EXPECT_EQ(renderer.framebuffer_writes().size(), 5u);
 }
 
-TEST_F(GBufferLens, WritesOnlyWhatIsOnAndThere) {
-    lens.start();
-    const auto writes_of = [&](int count) {
-        renderer.clear_logs();
-        EXPECT_EQ(shade(), hit != miNULLTAG);
-        EXPECT_EQ(renderer.framebuffer_writes().size(), static_cast<std::size_t>(count));
-    };
-    for (int switches = 0; switches < 4; ++switches) { // either switch writes both ids
-        lens->node_id = switches & 1;
-        lens->node_render_id = switches >> 1;
-        writes_of(switches ? 2 : 0);
-        EXPECT_EQ(written_integer(node_id), switches ? 1234567 : -1);
-        EXPECT_EQ(written_integer(node_render_id), switches ? 42 : -1);
-    }
-    lens->texture_coordinates = miTRUE;
-    renderer.texture_spaces = 0;
-    writes_of(2);
-    renderer.texture_spaces = 1;
-    renderer.mi_texture_interpolate = [](miState*, miUint, miScalar*) { return miFALSE; };
-    writes_of(2);
-    hit = add_instance_with(miNULLTAG); // no node record
-    writes_of(0);
-    hit = miNULLTAG; // no hit at all
-    renderer.trace_color.reset();
-    writes_of(0);
-}
-
-TEST_F(GBufferLens, BuffersThatTheCameraLacksAreNotWritten) {
-    state.camera.framebuffers = renderer.add_framebuffers({{"fb_node_id", miIMG_TYPE_TAG}});
-    all_on();
-    EXPECT_TRUE(shade());
-    EXPECT_EQ(renderer.framebuffer_writes().size(), 1u);
-    EXPECT_EQ(written_integer(0), 1234567);
-    EXPECT_EQ(renderer.mi_point_to_raster.calls(), 0); // nor worked out
-}
-
 TEST_F(GBufferLens, VelocityIsTheMotionInPixels) {
     all_on();
     // A camera at (0, 0, 5) that looks along -z. Raster space: x and y over depth, times 100.

@@ -197,46 +197,6 @@ TEST_F(HostData, TriangleWords) {
     }
 }
 
-TEST_F(HostData, TangentBasis) {
-    state.bump_x = {{1, 2, 3}, {9, 9, 9}};
-    state.bump_y = {{4, 5, 6}, {9, 9, 9}};
-    state.use_textures();
-    miVector u{}, v{};
-    EXPECT_TRUE(GetTangentBasisVectors(state, &u, &v));
-    EXPECT_EQ(u.y, 2.0f);
-    EXPECT_EQ(v.z, 6.0f);
-    state->bump_y_list = nullptr;
-    EXPECT_FALSE(GetTangentBasisVectors(state, &u, &v));
-    EXPECT_EQ(u.y, 0.0f);
-}
-
-TEST_F(HostData, TextureChannels) {
-    WithElements<orl_ObjectData> object;
-    object.set(&orl_ObjectData::uv_channels, 2, {3, 1, 72});
-    orl_SceneData scene{};
-    const auto expect = [&](std::vector<std::pair<int, int>> cases) {
-        for (const auto& [id, place] : cases)
-            EXPECT_EQ(GetUVChannelIndexFromID(state, &object.record, id), place) << "id " << id;
-    };
-    expect({{0, 3}, {1, 1}, {2, 72}, {3, -1}, {72, -1}, {-1, -1}}); // no scene record: positions
-    set_scene(scene);
-    expect({{2, 72}, {3, -1}});
-    scene.map_channel_ids = miTRUE;
-    set_scene(scene);
-    expect({{3, 0}, {1, 1}, {72, 2}, {0, -1}, {2, -1}});
-
-    EXPECT_EQ(GetUVChannelIndexFromID(state, nullptr, 3), -1); // no object at hand
-    miObject shape{};
-    shape.userdata = add_record(object);
-    state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &shape));
-    EXPECT_EQ(GetUVChannelIndexFromID(state, nullptr, 72), 2); // the object at hand
-
-    object.record.uv_channels.count = -3;
-    expect({{0, -1}, {3, -1}});
-    object.set(&orl_ObjectData::uv_channels, 0, {});
-    expect({{0, -1}, {3, -1}});
-}
-
 TEST_F(HostData, ShadowMakers) {
     const miTag light = renderer.add_string("light"), other = renderer.add_string("other light");
     state->light_instance = add_instance_with(miNULLTAG, light);

@@ -154,17 +154,6 @@ TEST_P(Contract, ElementsAddUp) {
     }
 }
 
-TEST_P(Contract, OnlyMaterialsCallModels) {
-    IllumRecord incomplete[2]{}, *const none = nullptr;
-    incomplete[0].continuation = [](miColor*, miState*, IllumRecord*, const void*) { return miTRUE; };
-    incomplete[1].values = &values;
-    state.run(instance, miSHADER_TEXTURE);
-    miColor result{};
-    for (IllumRecord* const lacking : {none, &incomplete[0], &incomplete[1]})
-        EXPECT_FALSE(model.call(&result, state, &instance.params(), lacking));
-    EXPECT_EQ(errors().size(), 1); // once for the instance
-}
-
 INSTANTIATE_TEST_SUITE_P(Models, Contract, testing::ValuesIn(models),
                          [](const auto& at) { return std::string(at.param.unit); });
 
@@ -560,6 +549,60 @@ TEST_F(Models, TranslucentSheets) {
     EXPECT_EQ(record.opacityFactor, 0.25f);
     expect_near(record.result, {1, 2, 3, 0});
     expect_near(record.filter[0], grey(0.375f));
+}
+
+TEST_F(Models, TransmissionFilter) {
+    const miColor f{0.8f, 0.4f, 0.2f, 1}, d{0.5f, 0, 1, 1};
+    EXPECT_EQ(filter_mode(0) * 100 + filter_mode(1) * 10 + filter_mode(2), 201);
+    const std::tuple<int, float, miColor> table[] = {{1, 0.3f, grey(0.7f)},
+                                                     {0, 0.2f, {0.4f, 0.8f, 0, 0}},
+                                                     {2, 0, {1, 1, 1, 0}},            // f + 0.8, at most 1
+                                                     {2, 0.375f, {1, 0.6f, 0.4f, 0}}, // f + 0.25 * 0.8
+                                                     {2, 0.5f, {0.8f, 0.4f, 0.2f, 0}},
+                                                     {2, 0.75f, {0.4f, 0, 0, 0}}, // f - 0.5 * 0.8, at least 0
+                                                     {2, 1, grey(0)}};
+    for (const auto& [mode, amount, result] : table) {
+        expect_near(transmission_filter(mode, amount, f, d), result);
+        EXPECT_EQ(transmission_filter(mode, amount, f, d).a, 0);
+    }
+}
+
+TEST_F(Models, TransparencyIsTraced) {
+    use("Blinn"), shade({});
+    int seen = 0; // reflection level, use_background, use_sky
+    renderer.mi_trace_transparent = [&](miColor* result, miState* s) {
+        const EnvironmentSwitches* const switches = find_record(s, keys::environment_switches);
+        seen = s->reflection_level * 100 + switches->use_background * 10 + switches->use_sky;
+        *result = {0.5f, 1, 2, 0.75f};
+        return s->type == miRAY_SHADOW ? miFALSE : miTRUE;
+    };
+    state->reflection_level = 3;
+    for (const auto& [type, expected] : {std::pair{miRAY_SHADOW, 211},
+                                         {miRAY_TRANSPARENT, 211},
+                                         {miRAY_REFLECT, 210},
+                                         {miRAY_REFRACT, 210},
+                                         {miRAY_EYE, 211}}) {
+        state->type = type;
+        EXPECT_EQ(trace_transparency(state), (type == miRAY_SHADOW ? miColor{} : miColor{0.5f, 1, 2, 0.75f}));
+        EXPECT_TRUE(seen == expected && state->reflection_level == 3) << seen;
+    }
+    EXPECT_EQ(find_record(state, keys::environment_switches), nullptr);
+}
+
+TEST_F(Models, Combines) {
+    use("Blinn"), shade({});
+    record.ambient = grey(0.1f), record.diffuse = grey(0.2f), record.selfIllumination = grey(0.3f);
+    record.extraDiffuse = grey(0.4f), record.opacityFactor = 0.5f;
+    record.specular = {0.25f, 0.5f, 2, 0}, record.reflection = grey(0.25f);
+    record.refraction = grey(0.03f), record.transmission = grey(0.07f);
+    record.additiveTransmission = {0, 0, 0.125f, 0};
+    for (const auto combine : {combine_simple, combine_conserving}) { // 0.5 of the surface, 0.1 behind it
+        combine(&record);
+        expect_near(record.result, {1.1f, 1.35f, 2.975f, 0});
+    }
+    record.energyConservation = 1;
+    combine_conserving(&record); // (1 - 0.5) 0.6 + 0.5; (1 - 0.75) 0.6 + 0.75; 2.25 + 0.125
+    expect_near(record.result, {0.8f, 0.9f, 2.375f, 0});
 }
 
 // ---- docs/materials.md

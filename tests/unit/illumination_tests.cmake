@@ -1,5 +1,5 @@
 # What illumination models share, and every model under one contract.
-orl_add_test(illumination_test SOURCES illumination_test.cpp illumination_models_test.cpp
+orl_add_test(illumination_test SOURCES illumination_models_test.cpp
     LIBS orlshaders_objects test_support)
 if(ORL_HAVE_GTEST)
     target_compile_definitions(illumination_test PRIVATE

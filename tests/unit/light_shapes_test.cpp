@@ -101,21 +101,6 @@ TEST(OmniShape, IsASphere) {
     EXPECT_FALSE(hits(start, back) || hits(start, across));
 }
 
-TEST(Attenuation, RangesAndDecay) {
-    const std::array<miScalar, 4> ranges[] = {{1.9f, 0, 0, 0}, {2.5f, 0.15625f, 0, 0}, {3, 0.5f, 1, 0}, {4, 1, 1, 1},
-        {8, 1, 1, 1}, {8.1f, 1, 0, 0}, {17.5f, 0.15625f, 0, 0}, {20, 0, 0, 0}, {20.1f, 0, 0, 0}};
-    for (const auto& [distance, soft, hard, crossed] : ranges) { // t = 1/4, 1/2; the others have no ramps
-        EXPECT_FLOAT_EQ(nearFarAttenuation(distance, {1, 2, 4, 1, 10, 20}), soft) << distance;
-        EXPECT_EQ(nearFarAttenuation(distance, {1, 3, 3, 1, 8, 8}), hard) << distance;
-        EXPECT_EQ(nearFarAttenuation(distance, {1, 4, 2, 1, 20, 8}), crossed) << distance;
-        EXPECT_EQ(nearFarAttenuation(distance, {0, 3, 4, 0, 1, 2}), 1.0f);
-    }
-    // ((3 - 2t) t^2 (3 - 2u)) u^2 for t = 0.347, u = 0.653, each step rounded: other orders differ
-    EXPECT_EQ(nearFarAttenuation(3.47f, {1, 0, 10, 1, 0, 10}), 0x1.9ac286p-3f);
-    EXPECT_EQ((std::array{decay(10, 0, 5), decay(10, 1, -5), decay(10, 2, 5)}), (std::array{1.0f, -0.5f, 0.25f}));
-    EXPECT_EQ((std::array{decay(4, 2, 5), decay(0, 2, -1), decay(3, 1, 0)}), (std::array{1.0f, 1.0f, 0.0f}));
-}
-
 TEST_F(LightShapes, VolumeLightIsAnsweredWithTheStretchedRanges) {
     const miMatrix to_light{0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, -7, 1}; // (x, y, z) to (z, x, y - 7)
     renderer.set_to_space(scripted::Space::light, to_light);

@@ -75,7 +75,6 @@ TEST(LightMathematics, CosinesShadowsAndTheCube) {
 // a beam of 60 to 90 units.
 class Lights : public ShaderTest {
 protected:
-    scripted::ShaderInstance<DefaultLightParams> asking;
     scripted::State asker;
     const miTag fog = renderer.add_color({0, 0, 0, 0}), lamp = renderer.add_light({});
     LightInstanceData record{};                        // of the last light
@@ -263,26 +262,6 @@ TEST_F(Lights, ShadowsAndMaps) {
     red = 0.5f, works = miFALSE;
     expect_color(shade(omni, projected), grey(0));
     EXPECT_TRUE(record.omni.needsPoint);
-}
-
-TEST_F(Lights, KnowTheAir) {
-    // far from 0 to 8: 5 leaves 2.25 * (3/8)^2 = 0.3164; 4, the way along the beam, leaves 1/2
-    const auto far = WITH(l->multiplier = 0.5f; l->useFarAtten = miTRUE; l->farAttenEnd = 8);
-    place({3, 0, -4});
-    state->pri = nullptr;
-    for (const auto caller : {miSHADER_VOLUME, miSHADER_LIGHT, miSHADER_PHOTONVOL, miSHADER_MATERIAL})
-        for (void* const surface : {static_cast<void*>(nullptr), static_cast<void*>(this)}) {
-            asker.run(asking, caller), state->pri = surface;
-            const bool air = caller != miSHADER_MATERIAL && !surface;
-            expect_color(shade(omni, far), grey(air ? 0.31640625f : 0.158203125f));
-            expect_color(shade(beam, far), grey(air ? 0.5f : 0.158203125f));
-        }
-    // A record brings its own point and ranges: 4 of 10, t = 0.6, 1.8 * 0.36; the decay is the light's own.
-    const miVector point{3, 0, -4};
-    const ScopedRecord probe(state, keys::attenuation_probe, {0, 9, 0, 0, 0, 10, &point, 9, 0});
-    place({100, 0, 0});
-    expect_color(shade(beam, WITH(far(l); l->decayType = 1; l->decayStart = 2)), grey(0.324f));
-    EXPECT_NEAR(probe.get()->attenuation, 0.648f, 1e-6f);
 }
 
 TEST_F(Lights, AnswerVolumeLights) {

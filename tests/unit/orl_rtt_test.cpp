@@ -238,19 +238,6 @@ TEST_F(Bake, ThreadsShareOneGrid) {
     stop();
 }
 
-TEST(RttViewNormal, FollowsTheFace) {
-    const miVector up{0, 0, 1}, none{0, 0, 0};
-    const miVector cases[][3] = {
-        {up, {0.6f, 0, 0.8f}, {0.6f, 0, 0.8f}},
-        {up, {0.6f, 0, -0.8f}, {-0.6f, 0, 0.8f}}, // turned to the face's side
-        {up, {1, 0, 0.05f}, up},                  // too flat
-        {up, {not_a_number, 0, 0}, up},
-        {none, {1, 0, 0}, {1, 0, 0}},
-    };
-    for (const auto& [geometric, interpolated, seen_from] : cases)
-        expect_near(rtt_view_normal(geometric, interpolated), seen_from, 0);
-}
-
 class Border : public Bake {
 protected:
     stage::ImageMemory memory{8, 5, miIMG_TYPE_RGBA_FP};

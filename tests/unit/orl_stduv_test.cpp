@@ -146,28 +146,6 @@ TEST_F(Uv, PlacementIsAProductOfMatrices) {
     }
 }
 
-TEST_F(Uv, SourcesGiveTheirCoordinates) {
-    constexpr miMatrix up_one{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 1, 1};
-    renderer.set_to_space(scripted::Space::world, up_one);
-    place(0.25f, 0.125f, 0.5f);
-    state->point = {0.5f, 1, 0};
-    const int from[][2] = {{0, 0}, {2, 0}, {1, 9}, {3, 9}, {0, 9}, {4, 0}, {-1, 0}}; // there is no channel 9
-    const miVector expected[] = {
-        {0.25f, 0.125f, 0.5f}, {0.25f, 0.125f, 0.5f}, {0.7495f, 0.999f, 0.5f}, {0.5f, 1, 1}};
-    const float width[] = {pixel, pixel, pixel / 2, pixel};
-    for (int i = 0; i < 7; ++i) {
-        p.uvwSource = from[i][0];
-        p.mapChannel = from[i][1];
-        i < 4 ? expect_both(expected[i], {width[i], width[i] / 2, 0}) : expect_both({0, 0, 0}, {0, 0, 0});
-    }
-    // For a ray that leaves the scene, of itself or because the map says so: its direction, (0, 0, -1).
-    p.uvwSource = uvw_object_xyz;
-    sample({OutputRequest::color, context::Selector::environment_ray});
-    expect_near(ramp.at, {0.5f, 0.5f, 0}, 1e-6f, "the request's");
-    state->type = miRAY_ENVIRONMENT;
-    expect_near(both().uvw, {0.5f, 0.5f, 0.001f}, 1e-6f, "the ray's");
-}
-
 TEST_F(Uv, EnvironmentsAtKnownDirections) {
     scripted::State eye;
     eye->options = &state.options;

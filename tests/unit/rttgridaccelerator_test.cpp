@@ -73,31 +73,6 @@ protected:
 constexpr Triangle dot{Vertex{2, 2, 0}, {2, 2, 0}, {2, 2, 0}},
     large{Vertex{0, 0, 0}, {2000, 0, 0}, {0, 2000, 0}};
 
-TEST(GridCells, CountsAndCoordinates) {
-    // sqrt(T / 20 + 1) with both divisions rounded down: 59 / 2 = 29, 29 / 10 = 2, sqrt(3) = 1.7.
-    using Count = std::pair<miUint, miUint>;
-    for (const auto& [triangles, cells] : {Count{2, 1}, {59, 1}, {60, 2}, {159, 2}, {160, 3}, {1000000, 223}})
-        EXPECT_EQ(grid_cells_per_side(triangles), cells) << triangles;
-    for (const float first : {0.0f, -0.0f, 0.249f, -0.2f})
-        EXPECT_EQ(grid_cell(4, first), 0u) << first;
-    EXPECT_EQ(grid_cell(4, 0.25f), 1u);
-    for (const float last :
-         {0.999f, 1.0f, 7.0f, -0.25f, -3.0f, 3e9f, -3e9f, infinite, -infinite, not_a_number})
-        EXPECT_EQ(grid_cell(4, last), 3u) << last;
-}
-
-TEST(PointInTriangle, EdgesAndOrientation) {
-    const TextureCorners plain{{0, 0}, {1, 0}, {0, 1}}, mirrored{{0, 0}, {0, 1}, {1, 0}},
-        none{{0, 0}, {1, 0}, {not_a_number, 1}};
-    for (const miVector2d edge : {miVector2d{0.5f, 0.5f}, {0, 0}, {0, 0.5f}}) {
-        EXPECT_TRUE(point_in_triangle(edge, plain));
-        EXPECT_FALSE(point_in_triangle(edge, mirrored));
-    }
-    EXPECT_TRUE(point_in_triangle({0.25f, 0.25f}, plain) && point_in_triangle({0.25f, 0.25f}, mirrored));
-    EXPECT_FALSE(point_in_triangle({0.75f, 0.5f}, plain) || point_in_triangle({0.75f, 0.5f}, mirrored));
-    EXPECT_FALSE(point_in_triangle({0.25f, 0.25f}, none));
-}
-
 TEST(PointInTriangle, NeighboursLeaveNoGap) {
     // Points that roundings throw to either side of the edge, which runs the other way in each triangle.
     std::mt19937 random;
@@ -110,18 +85,6 @@ TEST(PointInTriangle, NeighboursLeaveNoGap) {
         gaps += !point_in_triangle(p, {low, high, {-3, 0}}) && !point_in_triangle(p, {high, low, {3, 0}});
     }
     EXPECT_EQ(gaps, 0);
-}
-
-TEST(TextureWeights, ClampedOneByOne) {
-    const auto weights = [](float u, float v) {
-        // (u - 0.5) / 2 and v / 4 for b and c
-        const CornerWeights w = texture_weights({u, v}, {{0.5f, 0}, {2.5f, 0}, {0.5f, 4}});
-        return std::array{w.a, w.b, w.c};
-    };
-    EXPECT_EQ(weights(1, 1), (std::array{0.5f, 0.25f, 0.25f}));
-    EXPECT_EQ(weights(1, -1), (std::array{0.75f, 0.25f, 0.0f}));
-    EXPECT_EQ(weights(4.5f, 2), (std::array{0.0f, 1.0f, 0.5f}));
-    EXPECT_EQ(weights(0, 5), (std::array{0.0f, 0.0f, 1.0f}));
 }
 
 // ---- look-ups beside a search over all triangles
@@ -241,38 +204,6 @@ TEST_F(Grid, FiguresAndMemory) {
     EXPECT_NEAR(found.weights.c, 0.5f, 1e-6f);
     build_grid(grid, state); // stays as it is
     EXPECT_EQ(renderer.messages(), expected);
-}
-
-TEST_F(Grid, Selection) {
-    constexpr const char* too_short =
-        "RTT Projection: Invalid triangle selection. Ignoring triangle selection.";
-    Mesh mesh(std::vector<Triangle>(48, large));
-    const struct {
-        std::vector<unsigned char> bits;
-        int size;
-        std::vector<miUint> items;
-    } cases[] = {
-        {{0, 0x81, 0, 0, 2}, 5, {3 * 8, 3 * 15, 3 * 33}},
-        {{1, 0, 0x80, 0xff, 0xff}, 3, {0, 3 * 23}}, // 24 bits are just enough: 48 / 2
-        {{0, 0, 0, 0, 0}, 5, {}},
-    };
-    for (const auto& [bits, size, items] : cases) {
-        grid.selection = renderer.add_userdata(bits.data(), static_cast<int>(bits.size()));
-        renderer.answer(miQ_DATA_PARAM_SIZE, grid.selection, size);
-        build(mesh);
-        EXPECT_TRUE(errors().empty());
-        EXPECT_EQ(std::vector<miUint>(grid.items, grid.items + grid.item_count), items);
-        release_grid(grid);
-    }
-    // 16 bits, and what is no user data.
-    for (const miTag refused : {renderer.add_userdata("\1", 2), add_instance_with(miNULLTAG)}) {
-        renderer.clear_logs();
-        grid.selection = refused;
-        build(mesh);
-        EXPECT_EQ(grid.item_count, 48u);
-        EXPECT_EQ(errors(), std::vector<std::string>{too_short});
-        release_grid(grid);
-    }
 }
 
 TEST_F(Grid, Failures) {

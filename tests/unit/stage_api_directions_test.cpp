@@ -81,6 +81,14 @@ Sampler scattering(float k) {
             }};
 }
 
+// The lobe about the refracted direction is a reflected one, turned over to the far side.
+auto facets_through(float ior, float shiny_u, float shiny_v) {
+    return [=](const Vector3& d, const Vector3& in) {
+        const double sine = in[0] / static_cast<double>(ior); // Snell's law; the ray lies in the plane of u
+        return facets(shiny_u, shiny_v)({d[0], d[1], -d[2]}, {sine, 0, -std::sqrt(1 - sine * sine)});
+    };
+}
+
 TEST(Samplers, FollowTheirDistributions) {
     // The squared sine and the azimuth are even for a cosine distribution; 2 is no place on the wrong side.
     const auto cosine = [](double side) {
@@ -92,11 +100,29 @@ TEST(Samplers, FollowTheirDistributions) {
         {"diffuse", [](miVector& d, Ray& ray) { mi_reflection_dir_diffuse(&d, &ray.state); }, cosine(1)},
         {"diffuse through", [](miVector& d, Ray& ray) { mi_transmission_dir_diffuse(&d, &ray.state); },
          cosine(-1)},
+        {"diffuse by samples",
+         [](miVector& d, Ray& ray) {
+             miScalar samples[2] = {ray.context.next_random(), ray.context.next_random()};
+             mi_reflection_dir_diffuse_x(&d, &ray.state, samples);
+         },
+         cosine(1)},
         {"glossy", [](miVector& d, Ray& ray) { mi_reflection_dir_glossy(&d, &ray.state, 60); },
          facets(60, 60)},
         {"anisotropic",
          [](miVector& d, Ray& ray) { mi_reflection_dir_anisglossy(&d, &ray.state, &ray.u, &ray.v, 60, 400); },
          facets(60, 400)},
+        {"glossy through",
+         [](miVector& d, Ray& ray) { mi_transmission_dir_glossy(&d, &ray.state, 1, 1.5f, 60); },
+         facets_through(1.5f, 60, 60)},
+        {"anisotropic through",
+         [](miVector& d, Ray& ray) {
+             mi_transmission_dir_anisglossy(&d, &ray.state, 1, 1.5f, &ray.u, &ray.v, 400, 60);
+         },
+         facets_through(1.5f, 400, 60)},
+        {"even scattering", [](miVector& d, Ray& ray) { mi_scattering_dir_diffuse(&d, &ray.state); },
+         [](const Vector3& d, const Vector3&) {
+             return std::array{0.5 * (d[2] + 1), turn(d[0], d[1])};
+         }},
         scattering(-0.8f),
         scattering(0),
         scattering(0.5f),
@@ -116,6 +142,22 @@ TEST(Samplers, FollowTheirDistributions) {
         }
         expect_even(counts, samples, sampler.name);
     }
+}
+
+// Free paths are distributed by exp(-k t): that, and its opposite, are even. Without scattering there is no
+// end.
+TEST(Samplers, PathLengths) {
+    Ray ray;
+    for (const float k : {0.01f, 3.0f}) {
+        constexpr int cells = 64, samples = 40000;
+        std::vector<int> counts(cells);
+        for (int i = 0; i < samples; ++i) {
+            const double past = std::exp(-static_cast<double>(k * mi_scattering_pathlength(&ray.state, k)));
+            ++counts[static_cast<std::size_t>(std::clamp(static_cast<int>(past * cells), 0, cells - 1))];
+        }
+        expect_even(counts, samples, std::to_string(k));
+    }
+    EXPECT_GT(mi_scattering_pathlength(&ray.state, 0.0f), 1e30f);
 }
 
 TEST(Directions, MirrorAndSnell) {

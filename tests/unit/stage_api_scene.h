@@ -5,17 +5,12 @@
 
 #include <array>
 #include <cmath>
-#include <memory>
 #include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
 
-#include "mi/parser.h"
-#include "render/context.h"
-#include "render/renderer.h"
-#include "scene/libraries.h"
-#include "scene/scene.h"
+#include "../support/stage_scene.h"
 
 namespace stage_test {
 
@@ -76,15 +71,13 @@ struct Placement {
 };
 
 inline constexpr Placement object_place = {{-2.0, 3.0, 0.5}, {5.0, -1.0, 2.0}, 0.7, -0.4};
-inline constexpr Placement object_end = {
-    {-2.0, 3.0, 0.5}, {6.0, 1.0, 2.0}, 0.7, -0.4}; // as the shutter closes
+inline constexpr Placement object_end = {{-2.0, 3.0, 0.5}, {6.0, 1.0, 2.0}, 0.7, -0.4}; // at time 1
 inline constexpr Placement light_place = {{1.5, 1.5, 2.5}, {0.0, 8.0, 1.0}, -1.2, 0.3};
 inline constexpr Placement camera_place = {{1.0, 1.0, 1.0}, {1.0, 2.0, 9.0}, -0.2, 0.5};
 
-class Stage {
+class Stage : public SceneText {
 public:
     explicit Stage(bool camera_space = false, bool moving = false) {
-        stage::set_current_scene(&scene);
         define(
             "tint", +[](void*, miState*, void*, void*) { return miBoolean{miTRUE}; });
         parse(R"(
@@ -111,29 +104,11 @@ render "world" "cam_inst" "opt")",
               camera_space);
         fill_state();
     }
-    ~Stage() { stage::set_current_scene(nullptr); }
-
-    void define(const char* shader, stage::ShaderEntry entry) {
-        scene.libraries->define(shader, reinterpret_cast<void*>(entry));
-    }
-    void parse(const std::string& text, bool camera_space = false) {
-        stage::parse_text(scene, text, "scene.mi",
-                          [&](stage::Scene& read, const stage::RenderCommand& command) {
-                              world = std::make_unique<stage::World>(read, command, camera_space);
-                          });
-    }
-    stage::Element& operator[](std::string_view name) { return *scene.database.find(name); }
-    miTag tag(std::string_view name) { return (*this)[name].tag; }
-
-    stage::Scene scene;
-    std::unique_ptr<stage::World> world;
-    stage::ThreadContext context;
     miRc_intersection hit;
     miState state{};
 
 private:
     void fill_state() {
-        context.world = world.get();
         hit.instance = 0;
         hit.triangle = 1;
         hit.u = 0.25f;

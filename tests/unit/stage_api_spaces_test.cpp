@@ -69,7 +69,7 @@ TEST_P(Spaces, ConversionsAgreeWithAProductOfMatrices) {
     EXPECT_EQ(std::memcmp(&before, &after, sizeof after), 0);
 }
 
-// Half-way through the shutter interval the blend of both matrices is a plain mean here: only the
+// Half-way to time 1 the blend of both matrices is a plain mean here: only the
 // translation differs.
 TEST_P(Spaces, ObjectSpaceMovesWithTheShutter) {
     Stage stage(GetParam(), true);

@@ -49,16 +49,14 @@ TEST(StageDemands, AreMetOrTold) {
     const std::string made = R"(instance "i" geometry "s" () end instance)";
     const Case cases[] = {
         // the defaults, and what is so anyway
-        {"samples -2 1 contrast .1 .1 .1 gamma 1 colorclip rgb caustic accuracy 100 samplelock on", "", ""},
-        {"samples 0 1", "", "2:9: \"opt\": a least number of samples below"},
-        {"contrast .1 .2 .1", "",
-         "2:9: \"opt\": contrast is not supported yet and without effect outside of"},
-        {"globillum accuracy 100 2", "", "2:9: \"opt\": accuracy and depth of photons are"},
+        {"samples -2 1 contrast .1 .2 .1 gamma 2 colorclip raw dither on caustic accuracy 100 samplelock on",
+         "", ""},
+        {"time contrast .1 .2 .1", "",
+         "2:9: \"opt\": time contrast is not supported yet and without effect outside of"},
         {"\"autovolume\" on", "", "2:9: \"opt\": the string option autovolume is not supported yet and"},
         {"", "framebuffer \"b\" filetype \"rla\"", "3:8: \"cam\": frame buffer \"b\": the file type is"},
         {"", "resolution 32768 8193", "3:8: the camera \"cam\" asks for a picture of 32768 x 8193 pixels"},
-        {"motion on shutter 1", "", "4:50: \"i\": moving lights", lamp + moves + " end instance", "\"i\""},
-        {"motion off shutter 1", "", "", lamp + moves + " end instance", "\"i\""},
+        {"motion on shutter 1", "", "", lamp + moves + " end instance", "\"i\""},
         {"", "", "", lamp + "hide on end instance", "\"i\""},
         {"", "", "4:50: \"i\": this instance of a light is in no group", lamp + "end instance"},
         {"", "", "4:10: \"m\": displacement is", displaced},

@@ -42,10 +42,12 @@ TEST(StageLights, StatesOfLightRays) {
         {{0.6f, 0, -2}, "origin 0 0 0", "0.6 0 -2 > 0 0 1", "0 0 -1 , 2 -1"},
         // Whether the point lies in a spot's cone is for its shader to say.
         {{0, 0, 1}, "origin 0 0 -.2 direction 0 0 1 spread .9", "0 0 0.8 > 0.6 0 -0.8", "-0.6 0 0.8 , 1 0.8"},
-        {{5, 0, 3}, "direction 3 0 -4", "-6e+06 0 8e+06 > 0.6 0 -0.8", "-0.6 0 0.8 , 1e+07 0.8"},
-        // With a plane to start from, and behind that.
+        // From 16 radii before the ball about floor, light and camera: its centre is (2, 0, 5), its radius
+        // the root of 35, and the point lies 3.16 behind the centre.
+        {{5, 0, 3}, "direction 3 0 -4", "-58.09 0 78.254 > 0.6 0 -0.8", "-0.6 0 0.8 , 97.817 0.8"},
+        // With a plane to start from, and behind that: 3.5 and 16 times the root of 44.25.
         {{0, 0, 3}, "origin 0 0 0 direction 0 0 -2", "0.6 0 3 > 0 0 -1", "0 0 1 , 3 1"},
-        {{0, 0, -3}, "origin 0 0 0 direction 0 0 -1", "0.6 0 1e+07 > 0 0 -1", "0 0 1 , 1e+07 1"},
+        {{0, 0, -3}, "origin 0 0 0 direction 0 0 -1", "0.6 0 109.933 > 0 0 -1", "0 0 1 , 109.933 1"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.light);

@@ -35,4 +35,21 @@ TEST(MessageLog, WritesATextThreeTimesAndThenHowOftenItCame) {
     EXPECT_EQ(lines.back(), "... 501 more messages, of other texts, are left out");
 }
 
+// Of two processes one tells the user.
+TEST(MessageLog, TellsOfTextsOfAnotherLogOnceAndCountsBoth) {
+    std::vector<std::string> lines;
+    MessageLog log([&](stage::MessageLevel, std::string_view text) { lines.emplace_back(text); });
+    MessageLog other([](stage::MessageLevel, std::string_view) {});
+    for (int i = 0; i < 4; ++i)
+        other.take(stage::MessageLevel::error, "of both\n2 lines");
+    other.take(stage::MessageLevel::warning, "");
+    other.take(stage::MessageLevel::warning, "there alone");
+    log.take(stage::MessageLevel::error, "of both\n2 lines");
+    log.take_over(other.hand_over());
+    log.take_over(other.hand_over()); // nothing new
+    log.summarise();
+    EXPECT_EQ(lines, (std::vector<std::string>{"of both\n2 lines", "", "there alone",
+                                               "of both\n2 lines ... repeated 5 times"}));
+}
+
 } // namespace

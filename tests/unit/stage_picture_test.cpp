@@ -56,10 +56,11 @@ TEST_F(StagePicture, PngIsDisplayReferredWithStraightAlpha) {
     ASSERT_TRUE(input) << OIIO::geterror();
     std::vector<std::uint8_t> bytes(3 * 2 * 4);
     ASSERT_TRUE(input->read_image(0, 0, 0, 4, OIIO::TypeDesc::UINT8, bytes.data()));
-    const std::vector<std::uint8_t> expected = {118, 7,   255, 255, // opaque
-                                                188, 255, 137, 128, // half covered: 0.5, 1 and 0.25 in front
-                                                255, 0,   118, 0,   // nothing to divide by: as it is, clipped
-                                                0,   0,   0,   0,   0, 0, 0, 0, 0, 0, 0, 0}; // the lower row
+    const std::vector<std::uint8_t> expected = {
+        118, 7,   255, 255,                          // opaque
+        188, 255, 137, 128,                          // half covered: 0.5, 1 and 0.25 in front
+        255, 0,   118, 255,                          // brighter than covered: alpha is raised to 1
+        0,   0,   0,   0,   0, 0, 0, 0, 0, 0, 0, 0}; // the lower row
     EXPECT_EQ(bytes, expected);
 }
 

@@ -284,21 +284,6 @@ TEST_F(Bitmap, ABumpIsAHundredthOfTheSlopeDownwards) {
     expect_bump(0, 0, "the alpha is flat");
 }
 
-// Black on the left, white on the right: a tile would be grey at its edge.
-TEST_F(Bitmap, ACroppedImageDoesNotReachAround) {
-    miImg_image* const halves = images.emplace_back(2, 1, miIMG_TYPE_RGBA).image();
-    stage::put_image_color(halves, {1, 1, 1, 1}, 1, 0);
-    params.image = renderer.add(miSCENE_IMAGE, halves);
-    params.filterType = no_filtering;
-    params.premultipliedOff = miTRUE;
-    params.cropOn = miTRUE;
-    params.cropWidth = params.cropHeight = 1;
-    params.jitterU = 1; // which is for placed images
-    bitmap.start();
-    at_u = 0;
-    EXPECT_LT(sample().r, 0.1f);
-}
-
 TEST_F(Bitmap, MissingInputs) {
     params.image = add_image({1, 1, 1, 1});
     params.uvGenerator = miNULLTAG;

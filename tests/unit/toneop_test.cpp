@@ -212,29 +212,6 @@ TEST_F(ToneOperator, OffItOnlyTraces) {
     EXPECT_EQ(renderer.mi_trace_eye.calls(), 1);
 }
 
-TEST_F(ToneOperator, OthersUseTheActiveOne) {
-    miColor color = sky;
-    EXPECT_FALSE(ToneOpScaledToRGB(state, &color, miFALSE) || ApplyInverseToneOperator(state, &color));
-    log.start();
-    miBoolean backgrounds = miFALSE;
-    renderer.mi_trace_eye = [&](miColor* traced, miState* s, miVector*, miVector*) {
-        EXPECT_FALSE(ToneOpScaledToRGB(s, &color, miTRUE)); // the final phase, backgrounds left alone
-        EXPECT_EQ(color, sky);
-        find_record(s, keys::tone_operator)->processBackground = backgrounds;
-        EXPECT_TRUE(ToneOpScaledToRGB(s, &color, backgrounds));
-        EXPECT_EQ(color, mapped());
-        EXPECT_TRUE(ApplyInverseToneOperator(s, &color));
-        expect_near(color, sky, 1e-4f);
-        *traced = {};
-        return miTRUE;
-    };
-    shade_as(miSHADER_LENS);
-    backgrounds = miTRUE;
-    color = sky;
-    shade_as(miSHADER_LENS);
-    EXPECT_EQ(renderer.mi_trace_eye.calls(), 2);
-}
-
 TEST_F(ToneOperator, PseudoColorShowsLuminance) {
     pseudo->lowLimit = 6;
     pseudo->highLimit = 200;

@@ -7,11 +7,8 @@
 
 using namespace orl;
 
-ENTRY_POINT(orl_empty, miColor, void);
-ENTRY_POINT(orl_unknown, miColor, void);
-ENTRY_POINT(orl_procedural_dummy, miColor, void);
 ENTRY_POINT(orl_passthru, void, PassthruParams);
-ENTRY_POINT(LumeTools, miColor, void);
+ENTRY_POINT(orl_WireColor, miColor, WireColorParams);
 ENTRY_POINT(orl_is_material_editor, miInteger, void);
 ENTRY_POINT(orl_MaterialToShader, miColor, MaterialToShaderParams);
 INIT_AND_EXIT(orl_MaterialToShader, MaterialToShaderParams);
@@ -21,8 +18,6 @@ ENTRY_POINT(orl_base_MeditBackground, miColor, MeditBackgroundParams);
 INIT_AND_EXIT(orl_base_MeditBackground, MeditBackgroundParams);
 ENTRY_POINT(orl_base_ImageGammaCorrect, miColor, ImageGammaCorrectParams);
 INIT_AND_EXIT(orl_base_ImageGammaCorrect, ImageGammaCorrectParams);
-ENTRY_POINT(orl_NodeVisibility, miColor, NodeVisibilityParams);
-ENTRY_POINT(orl_WireColor, miColor, WireColorParams);
 
 namespace {
 
@@ -93,27 +88,6 @@ TEST(Handles, AreJoinedWithoutSignExtension) {
     EXPECT_EQ(join_handle(0, 1), std::uint64_t{1} << 32);
     EXPECT_EQ(join_handle(static_cast<miInteger>(0x89abcdefu), static_cast<miInteger>(0xfedcba98u)),
               0xfedcba9889abcdefu);
-}
-
-// ---- trivial shaders
-
-TEST_F(UtilShaders, Placeholders) {
-    const struct {
-        miBoolean (*shader)(miColor*, miState*, const void*);
-        miColor expected;
-        bool refuses_nulls;
-    } cases[] = {{orl_empty, {0, 0, 0, 1}, true},
-                 {orl_unknown, {1, 1, 1, 0}, true},
-                 {orl_procedural_dummy, {0.7f, 0.7f, 0.7f, 1}, false},
-                 {LumeTools, {0, 0, 0, 1}, false}};
-    for (const auto& each : cases) {
-        result = {9, 9, 9, 9};
-        EXPECT_TRUE(each.shader(&result, state, nullptr));
-        EXPECT_EQ(result, each.expected);
-        EXPECT_TRUE(each.shader(&result, nullptr, &result));
-        EXPECT_EQ(each.shader(&result, nullptr, nullptr), !each.refuses_nulls);
-    }
-    EXPECT_FALSE(orl_procedural_dummy(nullptr, nullptr, nullptr));
 }
 
 TEST_F(UtilShaders, PassthruCopiesEightBytes) {
@@ -312,20 +286,6 @@ TEST_F(Background, EnvironmentRaysOfOrdinaryScenesSeeACube) {
     EXPECT_EQ(asked.y, 240.0f / 480);
 }
 
-TEST_F(Background, ImagesLoseTheDisplayGamma) {
-    orl_SceneData scene{};
-    scene.display_gamma = 2;
-    set_scene(scene);
-    shader->on = miTRUE;
-    shader->background = add_image();
-    shader.start();
-    shade();
-    EXPECT_NEAR(result.r, 0.0625f, 1.3e-4f); // half a step: 2 * 0.25 * 0.5 / 8191, and of entries
-    EXPECT_NEAR(result.g, 0.25f, 1.3e-4f);
-    EXPECT_EQ(result.b, 4.0f);
-    EXPECT_EQ(result.a, 0.75f);
-}
-
 // The power itself is seen in pictures.
 TEST_F(UtilShaders, GammaOfOneBuildsNoTableAndMissingImagesAreBlack) {
     orl_SceneData scene{};
@@ -358,39 +318,20 @@ TEST_F(UtilShaders, GammaOfOneBuildsNoTableAndMissingImagesAreBlack) {
     }
 }
 
-// ---- node data: where there is none, and what pictures do not show
-
-TEST_F(UtilShaders, NodeVisibilityAndWireColor) {
-    scripted::ShaderInstance<NodeVisibilityParams> fade;
-    fade->color = {1, 0.5f, 0, 0.25f};
-    state.run(fade);
-    EXPECT_TRUE(orl_NodeVisibility(&result, state, &fade.params()));
-    EXPECT_EQ(result, fade->color);
+// Pictures show the three; any other number takes each colour by its own share.
+TEST_F(UtilShaders, WireColorChannelsThatAreNone) {
     scripted::ShaderInstance<WireColorParams> wire;
     wire->a = {1, 1, 1, 0.5f};
     wire->b = {0, 0, 4, 1};
-    state.run(wire);
-    EXPECT_FALSE(orl_WireColor(&result, state, &wire.params()));
     orl_NodeData node{};
-    node.color_r = 0.25f;
-    node.color_g = 0.5f;
-    node.color_b = 0.75f;
-    node.visibility = 0.5f;
+    node.color_r = 0.25f, node.color_g = 0.5f, node.color_b = 0.75f, node.visibility = 0.5f;
     set_node(node);
-    // red and green: the weight; blue: weight + 4 (1 - weight)
-    const std::pair<int, miColor> cases[] = {{1, {0.25f, 0.25f, 3.25f, 0.5f}},
-                                             {3, {0.75f, 0.75f, 1.75f, 0.5f}},
-                                             {4, {0.25f, 0.5f, 1.75f, 0.5f}},
-                                             {-1, {0.25f, 0.5f, 1.75f, 0.5f}}};
-    for (const auto& [channel, expected] : cases) {
+    state.run(wire);
+    for (const int channel : {4, -1}) { // blue: 0.75 + 4 * 0.25
         wire->channel = channel;
         EXPECT_TRUE(orl_WireColor(&result, state, &wire.params()));
-        EXPECT_EQ(result, expected) << channel;
+        EXPECT_EQ(result, (miColor{0.25f, 0.5f, 1.75f, 0.5f})) << channel;
     }
-    state.run(fade);
-    fade->as_opacity = miTRUE; // 1 - (1 - c) / 2
-    EXPECT_TRUE(orl_NodeVisibility(&result, state, &fade.params()));
-    EXPECT_EQ(result, (miColor{1, 0.75f, 0.5f, 0.625f}));
 }
 
 } // namespace

@@ -228,20 +228,6 @@ TEST_F(VolumeFog, SettingsStepByStep) {
     EXPECT_LT(opaque, k / 2);
 }
 
-// Ways of 20 units through lumps of 1.4 units.
-TEST_F(VolumeFog, HalvingTheStepConverges) {
-    converges(64, [&](int ray, int count) {
-        Fog fog(state);
-        fog->size = 1.4f, fog->levels = 3, fog->phase = 0.6f, fog->bias = 0.1f;
-        fog->exponential = miTRUE;
-        fog->stepSize = 20 / static_cast<float>(count), fog->maxSteps = 2000;
-        fog.start();
-        const float y = static_cast<float>(ray) * 3.1f;
-        state.set_hit({0, y, 0}, {16, y, 12}, {0, 0, 1});
-        return amount(fog);
-    });
-}
-
 // A gizmo looks the same wherever it stands with its camera; another seed looks different.
 TEST_F(VolumeFog, GizmosTakeTheirFogAlong) {
     const auto seen = [&](const miMatrix& matrix, miInteger seed) {

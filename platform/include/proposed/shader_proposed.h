@@ -45,6 +45,39 @@ void mi_state_set_pri(miState* state, const struct miRc_intersection* pri, miUin
 #endif
 
 /*
+ * The extra argument of a light-map shader in mesh mode: one instance with the triangles that its material is
+ * on, and what the shader gave for their vertices. A light map is called in vertex mode for all vertices of
+ * all its instances before it is called in mesh mode, once for each instance.
+ */
+typedef struct miLightmap_mesh {
+    const struct miRc_intersection* pri; /* with one of `triangles`, for mi_state_set_pri */
+    miUint triangle_count;
+    const miUint* triangles; /* numbers in the object's tessellation */
+    const miUint* corners;   /* three for each triangle: the numbers of their vertices' results */
+    miUint vertex_count;
+    miUint result_size;  /* bytes of a result */
+    const void* results; /* vertex_count of them, one after another */
+    miUint remaining;    /* calls in mesh mode that this light map has yet to come; 0: this is the last */
+} miLightmap_mesh;
+
+/*
+ * State shaders, which the options name. Their extra argument points to a miState_event. "state" is the
+ * sample's first state, before its first shader and after its last; "sample" is each call of a lens,
+ * material, environment or volume shader that a ray brings about, with the result that this shader is given.
+ */
+typedef enum miState_call {
+    miSTATE_CALL_INIT,
+    miSTATE_CALL_EXIT,
+    miSTATE_CALL_SAMPLE_INIT,
+    miSTATE_CALL_SAMPLE_EXIT
+} miState_call;
+
+typedef struct miState_event {
+    int call;   /* miSTATE_CALL_* */
+    int shader; /* miSHADER_* of the call that a sample event belongs to, else miSHADER_STATE */
+} miState_event;
+
+/*
  * The tone-map functions of the renderer's architectural library: photographic exposure. A block is filled,
  * handed to mia_tonemap_api_init, used on any number of threads, and handed to mia_tonemap_api_exit. Raster
  * positions are in pixels from the lower left corner.
@@ -74,7 +107,7 @@ typedef void mia_tonemap_api_map_function(const mia_tonemap_parameters* params, 
  * mi_ward_glossy, mi_ward_anisglossy, mi_schlick_scatter, mi_choose_lobe and its kin, mi_luminance, the
  * photon functions, mi_opacity_set, mi_fb_put, mi_point_transform and its kin, mi_tri_vectors, the image
  * functions other than mi_img_put_color, mi_colorprofile_ciexyz_to_render, mi_shaderstate_set and _get, the
- * mi_mem_int family, locks and messages; of the interface object, open_output_image.
+ * mi_mem_int family, locks and messages; of the interface object, open_output_image, createLightList.
  */
 
 #endif

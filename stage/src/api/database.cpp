@@ -1,4 +1,7 @@
 // Database functions of the interface: elements by tag and by name.
+#include <cstddef>
+#include <cstring>
+
 #include "api/api.h"
 #include "image/texture.h"
 #include "kit/memory.h"
@@ -19,6 +22,19 @@ void* public_record(stage::Element& element) {
     return element.type == miSCENE_IMAGE ? stage::image_of(element).record() : element.record;
 }
 
+void stop_frame(const char* reason, miTag tag) {
+    mi_error("mi_db_access: tag %u %s; rendering stops", tag, reason);
+    if (stage::Renderer* renderer = stage::current_renderer())
+        renderer->give_up();
+}
+
+// As large as any record that shaders know, cleared for each use.
+void* empty_record() {
+    alignas(16) thread_local std::byte bytes[4096];
+    std::memset(bytes, 0, sizeof bytes);
+    return bytes;
+}
+
 } // namespace
 
 // Takes the string over: it comes from mi_mem_strdup and is released here.
@@ -31,25 +47,25 @@ STAGE_API miTag mi_api_name_lookup(char* name) {
     return element ? element->tag : miNULLTAG;
 }
 
-// Never null: shaders do not test, so a tag that names nothing ends the program with a message.
+// Never null, since shaders do not test. A tag that names nothing stops the frame; until the shader that
+// asked has returned it reads a record of zeros.
 STAGE_API void* mi_db_access(miTag tag) {
     stage::Element* element = find(tag);
     if (!element) {
-        stage::send_message(stage::MessageLevel::fatal, "mi_db_access: tag %u names no scene element", tag);
-        return nullptr;
+        stop_frame("names no scene element", tag);
+        return empty_record();
     }
-    if (element->pins.fetch_add(1, std::memory_order_relaxed) >= most_pins)
-        stage::send_message(stage::MessageLevel::fatal,
-                            "mi_db_access: \"%s\" (tag %u) was accessed %d times without mi_db_unpin",
-                            element->name.c_str(), tag, most_pins);
+    if (element->pins.fetch_add(1, std::memory_order_relaxed) >= most_pins) {
+        element->pins.fetch_sub(1, std::memory_order_relaxed);
+        stop_frame("was accessed too often without mi_db_unpin", tag);
+    }
     return public_record(*element);
 }
 
 STAGE_API void* mi_db_access_type(miTag tag, int* type) {
-    void* record = mi_db_access(tag);
     if (type)
-        *type = find(tag)->type;
-    return record;
+        *type = mi_db_type(tag);
+    return mi_db_access(tag);
 }
 
 STAGE_API int mi_db_type(miTag tag) {

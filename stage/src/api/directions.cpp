@@ -2,41 +2,16 @@
 // distributions. Random samples come from the sample's own stream, so that they do not depend on threads.
 #include <cmath>
 #include <limits>
-#include <numbers>
 
 #include "api/api.h"
-#include "render/vector.h"
+#include "render/hemisphere.h"
 
 namespace {
 
 using namespace stage;
 
-constexpr float two_pi = 2.0f * std::numbers::pi_v<float>;
-
 // A glossy direction that points to the wrong side is drawn again this often before the centre is taken.
 constexpr int most_draws = 16;
-
-// Directions stay at least this far (as a cosine) from the tangent plane of the geometry. A ray starts 1e-5
-// of its coordinates' size away from a point that is off its surface by some 1e-7 of that: below 0.01 it
-// could meet the surface itself from inside.
-constexpr float least_cosine = 2e-2f;
-
-// The mirror image at the plane across the axis.
-miVector mirrored(const miVector& v, const miVector& axis) {
-    return normalized(v + axis * (-2.0f * dot(v, axis)));
-}
-
-// Lifts a direction that points below the plane of the geometry just above it. An interpolated normal leads
-// there near silhouettes.
-miVector lifted(const miVector& v, const miVector& geometric) {
-    const float cosine = dot(v, geometric);
-    return cosine >= least_cosine ? v : normalized(v + geometric * (least_cosine - cosine));
-}
-
-struct Basis {
-    miVector u, v, n;
-    [[nodiscard]] miVector place(float x, float y, float z) const { return u * x + v * y + n * z; }
-};
 
 // Duff et al., "Building an Orthonormal Basis, Revisited", 2017.
 Basis basis_of(const miVector& n) {
@@ -57,20 +32,6 @@ Basis basis_of(const miVector& n, const miVector& u, const miVector& v) {
     return basis;
 }
 
-// Cosine distribution about the normal from two numbers in [0, 1).
-miVector cosine_direction(const miVector& normal, float first, float second) {
-    const float radius = std::sqrt(first);
-    const float angle = two_pi * second;
-    return normalized(
-        basis_of(normal).place(radius * std::cos(angle), radius * std::sin(angle), std::sqrt(1.0f - first)));
-}
-
-// The same on the right side of the geometry: what falls below it is mirrored at its plane.
-miVector diffuse_direction(const miVector& normal, const miVector& geometric, float first, float second) {
-    const miVector v = cosine_direction(normal, first, second);
-    return dot(v, geometric) < 0.0f ? mirrored(v, geometric) : v;
-}
-
 // A facet's normal for the elliptical Gaussian of slopes whose inverse squared widths are the two
 // shininesses: the facets of Ward, "Measuring and Modeling Anisotropic Reflection", 1992.
 miVector facet_normal(const Basis& basis, float shiny_u, float shiny_v, float first, float second) {
@@ -88,7 +49,7 @@ miVector lobe_direction(miState* state, const miVector& centre, const Basis& bas
     ThreadContext& context = context_of(state);
     if (!(shiny_u > 0.0f && shiny_v > 0.0f)) {
         const float first = context.next_random();
-        return diffuse_direction(basis.n, geometric, first, context.next_random());
+        return diffuse_direction(basis, geometric, first, context.next_random());
     }
     const miVector incoming = mirrored(centre, basis.n);
     for (int draw = 0; draw < most_draws; ++draw) {
@@ -164,11 +125,11 @@ STAGE_API void mi_reflection_dir_anisglossy(miVector* dir, miState* state, miVec
 STAGE_API void mi_reflection_dir_diffuse(miVector* dir, miState* state) {
     ThreadContext& context = context_of(state);
     const float first = context.next_random();
-    *dir = diffuse_direction(state->normal, state->normal_geom, first, context.next_random());
+    *dir = diffuse_direction(basis_of(state->normal), state->normal_geom, first, context.next_random());
 }
 
 STAGE_API void mi_reflection_dir_diffuse_x(miVector* dir, miState* state, miScalar* samples) {
-    *dir = diffuse_direction(state->normal, state->normal_geom, samples[0], samples[1]);
+    *dir = diffuse_direction(basis_of(state->normal), state->normal_geom, samples[0], samples[1]);
 }
 
 // On total reflection the direction is that of the mirror.
@@ -198,7 +159,7 @@ STAGE_API miBoolean mi_transmission_dir_anisglossy(miVector* dir, miState* state
 STAGE_API void mi_transmission_dir_diffuse(miVector* dir, miState* state) {
     ThreadContext& context = context_of(state);
     const float first = context.next_random();
-    *dir = diffuse_direction(-state->normal, -state->normal_geom, first, context.next_random());
+    *dir = diffuse_direction(basis_of(-state->normal), -state->normal_geom, first, context.next_random());
 }
 
 STAGE_API void mi_scattering_dir_diffuse(miVector* dir, miState* state) {

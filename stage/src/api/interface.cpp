@@ -1,8 +1,10 @@
-// The interface object: the camera's named frame buffers for shader libraries.
+// The interface object: the camera's named frame buffers and lists of lights for shader libraries.
 #include <array>
 #include <string_view>
 
 #include "api/api.h"
+#include "api/light_list.h"
+#include "image/framebuffer.h"
 
 namespace {
 
@@ -32,32 +34,6 @@ constexpr std::array texts = {
     Named<std::string>{"filetype", &FramebufferDesc::filetype},
     Named<std::string>{"compression", &FramebufferDesc::compression},
     Named<std::string>{"colorprofile", &FramebufferDesc::colorprofile},
-};
-
-struct Datatype {
-    std::string_view name;
-    miImg_type type;
-};
-
-constexpr std::array datatypes = {
-    Datatype{"rgba", miIMG_TYPE_RGBA},
-    Datatype{"rgba_16", miIMG_TYPE_RGBA_16},
-    Datatype{"rgba_fp", miIMG_TYPE_RGBA_FP},
-    Datatype{"rgb", miIMG_TYPE_RGB},
-    Datatype{"rgb_16", miIMG_TYPE_RGB_16},
-    Datatype{"rgb_fp", miIMG_TYPE_RGB_FP},
-    Datatype{"a", miIMG_TYPE_A},
-    Datatype{"a_16", miIMG_TYPE_A_16},
-    Datatype{"a_fp", miIMG_TYPE_A_FP},
-    Datatype{"s", miIMG_TYPE_S},
-    Datatype{"s_16", miIMG_TYPE_S_16},
-    Datatype{"s_fp", miIMG_TYPE_S_FP},
-    Datatype{"z", miIMG_TYPE_Z},
-    Datatype{"n", miIMG_TYPE_N},
-    Datatype{"m", miIMG_TYPE_M},
-    Datatype{"tag", miIMG_TYPE_TAG},
-    Datatype{"bit", miIMG_TYPE_BIT},
-    Datatype{"coverage", miIMG_TYPE_COVERAGE},
 };
 
 // The member that a parameter names, or null.
@@ -95,12 +71,10 @@ public:
     bool get_datatype(size_t number, miImg_type& type) override {
         if (number >= count())
             return false;
-        for (const Datatype& row : datatypes)
-            if (row.name == desc(number).datatype) {
-                type = row.type;
-                return true;
-            }
-        return false;
+        const stage::FrameBufferType* found = stage::find_framebuffer_type(desc(number).datatype);
+        if (found)
+            type = found->type;
+        return found != nullptr;
     }
     bool map_old_index(unsigned old_index, int& index) override {
         if (old_index >= count())
@@ -196,6 +170,15 @@ public:
         if (stage::Renderer* renderer = stage::current_renderer())
             renderer->close_output_image(index);
     }
+    mi::shader_v3::LightList* createLightList(miState* state, miTag* list, int n) override {
+        return stage::light_list_of(state, list, n, nullptr);
+    }
+    mi::shader_v3::LightList* createLightList(miState* state, const miVector& axis, miScalar cone_cosine,
+                                              miTag* list, int n) override {
+        const stage::LightCone cone{axis, cone_cosine};
+        return stage::light_list_of(state, list, n, &cone);
+    }
+    void releaseLightList(mi::shader_v3::LightList*) override {} // goes with the shader's other memory
 };
 
 } // namespace

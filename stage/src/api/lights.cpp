@@ -1,20 +1,16 @@
 // Light: samples of light sources, and what is known of them.
 #include <algorithm>
 #include <cmath>
-#include <numbers>
 
 #include "api/api.h"
-#include "api/unsupported.h"
+#include "api/light_groups.h"
 #include "kit/matrix.h"
 #include "render/shading.h"
 #include "render/vector.h"
+#include "scene/light_profile.h"
 
 namespace stage {
 namespace {
-
-// The length of a ray from a light that has no position. Shadows and attenuation only need it to be longer
-// than any scene.
-constexpr double directional_distance = 1e7;
 
 // ---- areas ----
 
@@ -24,76 +20,43 @@ struct SampleGrid {
 };
 
 SampleGrid grid_of(const miLight& light, const miState* state) {
-    switch (light.area) {
-    case miLIGHT_RECTANGLE:
-    case miLIGHT_DISC:
-    case miLIGHT_SPHERE:
-    case miLIGHT_CYLINDER:
-        break;
-    default:
+    if (light.area == miLIGHT_NONE)
         return {};
-    }
     const bool low =
         light.low_level > 0 && state->reflection_level + state->refraction_level >= light.low_level;
     return {std::max<int>(low ? light.low_samples_u : light.samples_u, 1),
             std::max<int>(low ? light.low_samples_v : light.samples_v, 1)};
 }
 
-// Two directions that stand upright on a normalised one and on each other.
-void upright_basis(const miVector& n, miVector& a, miVector& b) {
-    const miVector other = std::fabs(n.x) < 0.5f ? miVector{1.0f, 0.0f, 0.0f} : miVector{0.0f, 1.0f, 0.0f};
-    a = normalized(cross(other, n));
-    b = cross(n, a);
-}
-
-miVector on_circle(const miVector& axis, float radius, float turn) {
-    miVector a;
-    miVector b;
-    upright_basis(normalized(axis), a, b);
-    const float angle = 2.0f * std::numbers::pi_v<float> * turn;
-    return a * (radius * std::cos(angle)) + b * (radius * std::sin(angle));
-}
-
-// A point of the light's area, evenly spread over it, from its centre; s and t in [0, 1), light space.
-miVector area_offset(const miLight& light, float s, float t) {
-    const auto& area = light.primitive;
-    switch (light.area) {
-    case miLIGHT_RECTANGLE:
-        return area.rectangle.edge_u * (2.0f * s - 1.0f) + area.rectangle.edge_v * (2.0f * t - 1.0f);
-    case miLIGHT_DISC:
-        return on_circle(area.disc.normal, area.disc.radius * std::sqrt(s), t);
-    case miLIGHT_SPHERE: {
-        const float z = 1.0f - 2.0f * s;
-        const float r = area.sphere.radius * std::sqrt(std::max(0.0f, 1.0f - z * z));
-        return on_circle({0.0f, 0.0f, 1.0f}, r, t) + miVector{0.0f, 0.0f, area.sphere.radius * z};
-    }
-    case miLIGHT_CYLINDER:
-        return area.cylinder.axis * (2.0f * s - 1.0f) +
-               on_circle(area.cylinder.axis, area.cylinder.radius, t);
-    default:
-        return {};
-    }
-}
+// A sample of an area: its numbers in [0, 1), and the point that they mean, from the light's origin.
+struct AreaSample {
+    float s = 0.5f, t = 0.5f;
+    miVector offset{};
+};
 
 // A random point of cell k of the light's grid.
-miVector stratified_offset(ThreadContext& context, const miLight& light, const SampleGrid& grid, int k) {
-    if (grid.count() == 1 && light.area == miLIGHT_NONE)
+AreaSample stratified_sample(ThreadContext& context, const WorldLight& light, const SampleGrid& grid, int k) {
+    if (light.light->area == miLIGHT_NONE)
         return {};
     const float s = (static_cast<float>(k % grid.u) + context.next_random()) / static_cast<float>(grid.u);
     const float t = (static_cast<float>(k / grid.u) + context.next_random()) / static_cast<float>(grid.v);
-    return area_offset(light, s, t);
+    return {s, t, light.area->offset(*light.light, s, t)};
 }
 
 // ---- the ray from a light ----
 
 // Sets start, direction and length of the ray from the light to the state's point.
-void aim(miState& state, const WorldLight& light, const miVector& offset) {
+void aim(miState& state, const World& world, const WorldLight& light, const miVector& offset) {
     const miLight& record = *light.light;
+    Matrix blended;
+    const Matrix& place =
+        light.has_motion ? blend(light.to_internal, light.motion_to_internal, shutter_time(&state), blended)
+                         : light.to_internal;
     if (record.type == miLIGHT_DIRECTION) {
-        state.dir = normalized(transform_vector(record.direction, light.to_internal.m));
-        state.dist = directional_distance;
+        state.dir = normalized(transform_vector(record.direction, place.m));
+        state.dist = world.way_from_afar(state.point, state.dir);
         if (record.dirlight_has_org) {
-            const miVector origin = transform_point(record.origin + offset, light.to_internal.m);
+            const miVector origin = transform_point(record.origin + offset, place.m);
             const double from_plane = dot(state.point - origin, state.dir);
             if (from_plane > 0.0)
                 state.dist = from_plane;
@@ -101,7 +64,7 @@ void aim(miState& state, const WorldLight& light, const miVector& offset) {
         state.org = point_on_ray(state.point, state.dir, -state.dist);
         return;
     }
-    state.org = transform_point(record.origin + offset, light.to_internal.m);
+    state.org = transform_point(record.origin + offset, place.m);
     const miVector way = state.point - state.org;
     const double squared = double{way.x} * way.x + double{way.y} * way.y + double{way.z} * way.z;
     state.dist = std::sqrt(squared);
@@ -117,13 +80,16 @@ bool has_no_surface(const miState* state) {
 // Runs the light's shaders for a point of the light, then the volume of the ray from there. The light decides
 // by itself about surfaces that look away and about shadows: nothing is left out before it has run.
 miBoolean sample_at(miColor* result, miVector* dir, miScalar* dot_nl, miState* state, const WorldLight& light,
-                    const miVector& offset) {
+                    const AreaSample& sample) {
     ++context_of(state).statistics.light_samples;
     RayFrame& frame = new_ray(state, miRAY_LIGHT);
     const RayInFlight in_flight(frame);
     miState& ray = frame.state;
     ray.light_instance = light.instance;
-    aim(ray, light, offset);
+    aim(ray, *context_of(state).world, light, sample.offset);
+    // Such a light's shader chooses the point itself, by these numbers.
+    if (light.light->area == miLIGHT_USER)
+        ray.tex = {sample.s, sample.t, 0.0f};
     ray.dot_nd = has_no_surface(state) ? 1.0f : -dot(ray.normal, ray.dir);
     *result = {};
     const miBoolean lit = call_shader(result, miSHADER_LIGHT, &ray, light.light->shader, nullptr);
@@ -132,25 +98,6 @@ miBoolean sample_at(miColor* result, miVector* dir, miScalar* dot_nl, miState* s
     *dir = -ray.dir;
     *dot_nl = ray.dot_nd;
     return lit;
-}
-
-// ---- lights and groups of lights ----
-
-// Calls `visit(light)` for a light instance, or for every light of a group, until it returns false.
-template <class Visit> bool for_each_light(const World& world, miTag tag, const Visit& visit, int depth = 0) {
-    constexpr int deepest = 64; // a deeper group contains itself
-    if (const WorldLight* light = world.find_light(tag))
-        return visit(*light);
-    const Element* element = tag ? world.scene.database.find(tag) : nullptr;
-    if (element && element->type == miSCENE_INSTANCE)
-        element = world.scene.database.find(element->as<miInstance>()->item);
-    if (!element || element->type != miSCENE_GROUP || depth > deepest)
-        return true;
-    const auto* group = element->as<miGroup>();
-    for (int k = 0; k < group->no_kids; ++k)
-        if (!for_each_light(world, group->kids[k], visit, depth + 1))
-            return false;
-    return true;
 }
 
 // Sample `index` of all the samples that the lights behind a tag take together.
@@ -189,9 +136,9 @@ STAGE_API miBoolean mi_sample_light(miColor* result, miVector* dir, miScalar* do
         if (!sample.light)
             return miFALSE;
         ++*samples;
-        const miVector offset = stage::stratified_offset(stage::context_of(state), *sample.light->light,
-                                                         sample.grid, sample.cell);
-        if (!stage::sample_at(result, dir, dot_nl, state, *sample.light, offset))
+        const stage::AreaSample point =
+            stage::stratified_sample(stage::context_of(state), *sample.light, sample.grid, sample.cell);
+        if (!stage::sample_at(result, dir, dot_nl, state, *sample.light, point))
             continue;
         if (sample.total != sample.grid.count()) {
             const miScalar weight =
@@ -225,8 +172,14 @@ STAGE_API miBoolean mi_global_lights_info(miState* state, int* count, miTag** li
     return miTRUE;
 }
 
-STAGE_API miScalar mi_lightprofile_value(miState*, miTag, miVector*) {
-    static std::atomic<bool> reported{false};
-    stage::report_unsupported(reported, __func__);
-    return 0.0f;
+// In candela, for light that leaves in a direction of internal space; the profile hangs in the space of the
+// state's light, along its -z. 0 without a profile or where its file was missing.
+STAGE_API miScalar mi_lightprofile_value(miState* state, miTag profile, miVector* dir) {
+    const stage::World* world = stage::world_of(state);
+    const stage::Element* element = world ? world->scene.database.find(profile) : nullptr;
+    if (!element || !element->profile)
+        return 0.0f;
+    const stage::WorldLight* light = world->find_light(state->light_instance);
+    return element->profile->value(
+        stage::normalized(light ? stage::transform_vector(*dir, light->from_internal.m) : *dir));
 }

@@ -11,6 +11,7 @@
 #include "api/spaces.h"
 #include "image/texture.h"
 #include "kit/message.h"
+#include "render/gather.h"
 #include "render/shading.h"
 
 namespace stage {
@@ -360,10 +361,7 @@ miBoolean sample_override(Query&) {
 miBoolean final_gather_state(Query& query) {
     if (!query.state)
         return miFALSE;
-    const miState* state = query.state;
-    while (state && state->type != miRAY_FINALGATHER)
-        state = state->parent;
-    return query.give(state ? 1 : 0);
+    return query.give(is_below_gathering(query.state) ? 1 : 0);
 }
 
 miBoolean call_type(Query& query) {

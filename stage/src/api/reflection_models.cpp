@@ -29,14 +29,14 @@ float ward(const miVector& in, const miVector& out, const miVector& n, const miV
         return 0.0f;
     const miVector h = out - in;
     const float along = dot(h, n);
-    const float squared = dot(h, h);
     float slopes = 0.0f; // squared slope of the facet, each part weighted by its shininess
     if (u && v) {
         const float slope_u = dot(h, *u) / (along * length(*u));
         const float slope_v = dot(h, *v) / (along * length(*v));
         slopes = shiny_u * slope_u * slope_u + shiny_v * slope_v * slope_v;
     } else {
-        slopes = shiny_u * std::max(0.0f, squared / (along * along) - 1.0f);
+        const miVector flat = h - n * along; // the difference of squares would lose a narrow lobe
+        slopes = shiny_u * dot(flat, flat) / (along * along);
     }
     return std::sqrt(shiny_u * shiny_v) * std::exp(-slopes) / (4.0f * pi * std::sqrt(cos_in * cos_out));
 }

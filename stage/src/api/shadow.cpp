@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "api/api.h"
-#include "render/shading.h"
+#include "render/passage.h"
 #include "render/vector.h"
 
 namespace stage {
@@ -16,18 +16,6 @@ constexpr int shadows_off = 0, shadows_sorted = 'l', shadows_in_segments = 's';
 
 // Of the way to the light, so that the light's own place does not count.
 constexpr double nearly_all = 1.0 - 1e-6;
-
-enum class Passage { blocked, filtered, free };
-
-// A surface blocks unless its material has a shadow shader or, without any material shader, only bounds a
-// volume.
-Passage passage(const Scene& scene, miTag material) {
-    if (is_opaque(scene, material))
-        return Passage::blocked;
-    if (material_slot(scene, material, miSHADER_SHADOW))
-        return Passage::filtered;
-    return material_slot(scene, material, miSHADER_MATERIAL) ? Passage::blocked : Passage::free;
-}
 
 miBoolean block(miColor* result) {
     *result = {};
@@ -61,12 +49,14 @@ public:
         while (near_ < far) {
             ++context_.statistics.shadow_rays;
             const FamilyScope time(context_.statistics, Family::ray_casting);
-            if (!context_.world->intersect(light_->point, towards_, near_, far, shutter_fraction(light_),
+            if (!context_.world->intersect(light_->point, towards_, near_, far, shutter_time(light_),
                                            static_cast<std::uint32_t>(RayMask::shadow), hit))
                 return false;
             near_ = hit.distance + std::max(step_, hit.distance * 1e-6);
-            kind = passage(context_.world->scene,
-                           context_.world->instances[hit.instance].material_of(hit.triangle));
+            const WorldInstance& instance = context_.world->instances[hit.instance];
+            if (!instance.casts_shadow_of(light_->light_instance))
+                continue;
+            kind = passage(context_.world->scene, instance.material_of(hit.triangle));
             if (kind != Passage::free)
                 return true;
         }
@@ -88,6 +78,21 @@ miBoolean filter_at(miColor* result, miState* light, const miRc_intersection& hi
     frame.hit.distance = light->dist - hit.distance;
     set_intersection(frame, true);
     return filter(result, &frame.state);
+}
+
+// Where every surface blocks, one is enough, whichever it is.
+miBoolean trace_to_any(miColor* result, const miState* light) {
+    ThreadContext& context = context_of(light);
+    const double near = std::max(start_distance(light), light->shadow_tol);
+    const double far = light->dist * nearly_all;
+    if (near >= far)
+        return miTRUE;
+    ++context.statistics.shadow_rays;
+    const FamilyScope time(context.statistics, Family::ray_casting);
+    return context.world->occluded(light->point, -light->dir, near, far, shutter_time(light),
+                                   static_cast<std::uint32_t>(RayMask::shadow))
+               ? block(result)
+               : miTRUE;
 }
 
 miBoolean trace_simple(miColor* result, miState* light) {
@@ -128,6 +133,17 @@ miBoolean trace_sorted(miColor* result, miState* light) {
 
 // ---- segments ----
 
+// Casts to the next surface that casts the light's shadow; the others are as if they were not there.
+bool cast_shadow_ray(RayFrame& frame, double near, double far) {
+    const World& world = *context_of(&frame.state).world;
+    while (cast(frame, near, far, RayMask::shadow)) {
+        if (world.instances[frame.hit.instance].casts_shadow_of(frame.state.light_instance))
+            return true;
+        near = frame.hit.distance + std::max(start_distance(&frame.state), frame.hit.distance * 1e-6);
+    }
+    return false;
+}
+
 // One piece of the way from the point to the light, of which `remaining` is left: up to the next surface,
 // whose shader goes on from there by itself, or to the light. Volumes act on each piece.
 miBoolean trace_segment(miColor* result, miState* from, const miState& light, double near, double remaining,
@@ -140,7 +156,7 @@ miBoolean trace_segment(miColor* result, miState* from, const miState& light, do
     state.volume = volume;
     const World& world = *context_of(from).world;
     ++context_of(from).statistics.shadow_rays;
-    if (!cast(frame, near, remaining * nearly_all, RayMask::shadow)) {
+    if (!cast_shadow_ray(frame, near, remaining * nearly_all)) {
         state.dist = remaining;
         state.point = light.org;
     } else {
@@ -171,6 +187,8 @@ STAGE_API miBoolean mi_trace_shadow(miColor* result, miState* state) {
     const miOptions& options = *state->options;
     if (options.shadow == stage::shadows_off || !options.trace)
         return miTRUE;
+    if (options.shadow != stage::shadows_in_segments && stage::context_of(state).world->all_block)
+        return stage::trace_to_any(result, state);
     if (options.shadow == stage::shadows_sorted)
         return stage::trace_sorted(result, state);
     if (options.shadow != stage::shadows_in_segments)

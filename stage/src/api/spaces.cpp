@@ -24,8 +24,15 @@ const WorldLight* current_light(const miState* state) {
     return world ? world->find_light(state->light_instance) : nullptr;
 }
 
-Space space_of(const WorldLight* light) {
-    return light ? Space{light->from_internal.m, light->to_internal.m} : internal_space;
+// Of an instance or a light. Ray casting blends the elements of the matrices, so this does too.
+template <class Placed> Space space_of(const Placed& placed, const miState* state, MovingSpace& storage) {
+    const float time = placed.has_motion ? shutter_time(state) : 0.0f;
+    if (time > 0.0f) {
+        blend(placed.to_internal, placed.motion_to_internal, time, storage.from);
+        if (matrix_invert(storage.to.m, storage.from.m))
+            return {storage.to.m, storage.from.m};
+    }
+    return {placed.from_internal.m, placed.to_internal.m};
 }
 
 } // namespace
@@ -36,47 +43,47 @@ Space world_space(const miState* state) {
 }
 
 Space camera_space(const miState* state) {
-    const World* world = world_of(state);
-    return world ? Space{world->internal_to_camera.m, world->camera_to_internal.m} : internal_space;
+    if (!world_of(state))
+        return internal_space;
+    const ThreadContext& context = context_of(state);
+    return {internal_to_camera(context).m, camera_to_internal(context).m};
 }
 
-Space light_space(const miState* state) {
-    return space_of(current_light(state));
+Space light_space(const miState* state, MovingSpace& storage) {
+    const WorldLight* light = current_light(state);
+    return light ? space_of(*light, state, storage) : internal_space;
 }
 
 Space object_space(const miState* state, MovingSpace& storage) {
     const WorldInstance* instance = current_instance(state);
-    if (!instance)
-        return internal_space;
-    const float time = instance->has_motion ? shutter_fraction(state) : 0.0f;
-    if (time > 0.0f) {
-        // Ray casting interpolates the elements of the matrices, so this does too.
-        for (std::size_t i = 0; i < 16; ++i)
-            storage.from.m[i] =
-                (1.0f - time) * instance->to_internal.m[i] + time * instance->motion_to_internal.m[i];
-        if (matrix_invert(storage.to.m, storage.from.m))
-            return {storage.to.m, storage.from.m};
-    }
-    return {instance->from_internal.m, instance->to_internal.m};
+    return instance ? space_of(*instance, state, storage) : internal_space;
 }
 
 namespace {
 
-// The instance alone places a light's space. A shader that measures points in it misses an `origin`, though
-// the rays start there: told once for each light.
-Space light_space_of_points(const miState* state) {
+void tell_once(std::atomic<bool>& told, const Element& light, const char* what) {
+    if (!told.load(std::memory_order_relaxed) && !told.exchange(true))
+        send_message(MessageLevel::warning, "%s: light \"%s\": its shader measures %s",
+                     light.place.text().c_str(), light.name.c_str(), what);
+}
+
+// The instance alone places and turns a light's space. A shader that measures points in it misses an
+// `origin`, though the rays start there, and a spot's `direction`: told once for each light.
+Space light_space_of_points(const miState* state, MovingSpace& storage) {
     const WorldLight* light = current_light(state);
-    const miVector origin = light ? light->light->origin : miVector{};
-    if (origin.x != 0.0f || origin.y != 0.0f || origin.z != 0.0f) {
-        Element& element = *world_of(state)->scene.database.find(light->light_tag);
-        if (!element.origin_missed.load(std::memory_order_relaxed) && !element.origin_missed.exchange(true))
-            send_message(
-                MessageLevel::warning,
-                "%s: light \"%s\": its shader measures from where the instance stands and does not see "
-                "the origin, which is not 0: place the instance there instead",
-                element.place.text().c_str(), element.name.c_str());
-    }
-    return space_of(light);
+    if (!light)
+        return internal_space;
+    Element& element = *world_of(state)->scene.database.find(light->light_tag);
+    const miVector &origin = light->light->origin, &direction = light->light->direction;
+    if (origin.x != 0.0f || origin.y != 0.0f || origin.z != 0.0f)
+        tell_once(element.origin_missed, element,
+                  "from where the instance stands and does not see the origin, which is not 0: place the "
+                  "instance there instead");
+    if (light->light->type == miLIGHT_SPOT && direction.z > -0.9999f)
+        tell_once(element.direction_missed, element,
+                  "along -z of the instance and does not see the direction, which is another: turn the "
+                  "instance instead");
+    return space_of(*light, state, storage);
 }
 
 miVector normal_to(const miVector& v, const Space& space) {
@@ -107,7 +114,8 @@ STAGE_API void mi_point_to_object(miState* state, miVector* r, miVector* v) {
 }
 
 STAGE_API void mi_point_to_light(miState* state, miVector* r, miVector* v) {
-    *r = transform_point(*v, light_space_of_points(state).to);
+    MovingSpace moving;
+    *r = transform_point(*v, light_space_of_points(state, moving).to);
 }
 
 // Pixels from the lower left corner, z 0. A point in the eye's own plane has no picture and gives 0.
@@ -131,7 +139,8 @@ STAGE_API void mi_point_from_object(miState* state, miVector* r, miVector* v) {
 }
 
 STAGE_API void mi_point_from_light(miState* state, miVector* r, miVector* v) {
-    *r = transform_point(*v, light_space_of_points(state).from);
+    MovingSpace moving;
+    *r = transform_point(*v, light_space_of_points(state, moving).from);
 }
 
 STAGE_API void mi_vector_to_world(miState* state, miVector* r, miVector* v) {
@@ -148,7 +157,8 @@ STAGE_API void mi_vector_to_object(miState* state, miVector* r, miVector* v) {
 }
 
 STAGE_API void mi_vector_to_light(miState* state, miVector* r, miVector* v) {
-    *r = transform_vector(*v, light_space(state).to);
+    MovingSpace moving;
+    *r = transform_vector(*v, light_space(state, moving).to);
 }
 
 STAGE_API void mi_vector_from_world(miState* state, miVector* r, miVector* v) {
@@ -165,7 +175,8 @@ STAGE_API void mi_vector_from_object(miState* state, miVector* r, miVector* v) {
 }
 
 STAGE_API void mi_vector_from_light(miState* state, miVector* r, miVector* v) {
-    *r = transform_vector(*v, light_space(state).from);
+    MovingSpace moving;
+    *r = transform_vector(*v, light_space(state, moving).from);
 }
 
 STAGE_API void mi_normal_to_world(miState* state, miVector* r, miVector* v) {
@@ -182,7 +193,8 @@ STAGE_API void mi_normal_to_object(miState* state, miVector* r, miVector* v) {
 }
 
 STAGE_API void mi_normal_to_light(miState* state, miVector* r, miVector* v) {
-    *r = normal_to(*v, light_space(state));
+    MovingSpace moving;
+    *r = normal_to(*v, light_space(state, moving));
 }
 
 STAGE_API void mi_normal_from_world(miState* state, miVector* r, miVector* v) {

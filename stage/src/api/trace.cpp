@@ -73,8 +73,11 @@ STAGE_API miBoolean mi_trace_refraction(miColor* result, miState* state, miVecto
     return trace_through(result, state, miRAY_REFRACT, *dir);
 }
 
+// What lies behind a hit of the rasterizer is put there by the rasterizer, so this brings nothing.
 STAGE_API miBoolean mi_trace_transparent(miColor* result, miState* state) {
     *result = {};
+    if (stage::from_rasterizer(state))
+        return miFALSE;
     const stage::WorldInstance* surface = stage::instance_of(state);
     if (!refraction_allowed(state) || (surface && !surface->receives_transparency))
         return miFALSE;
@@ -96,9 +99,11 @@ STAGE_API miBoolean mi_trace_environment(miColor* result, miState* state, miVect
 
 // The surface is as if it were not there: the rest of the ray has the same start, parent and depth, and the
 // state is left as if its ray had ended at the next surface. The volume acts on the whole ray when the shader
-// has returned, so it is not called here.
+// has returned, so it is not called here. The rasterizer goes on by itself behind a surface that is clear.
 STAGE_API miBoolean mi_trace_continue(miColor* result, miState* state) {
     *result = {};
+    if (stage::from_rasterizer(state))
+        return miTRUE;
     ++stage::context_of(state).statistics.continued_rays;
     const double next = state->dist + stage::start_distance(state);
     stage::RayFrame& frame = stage::new_ray(state, state->type);

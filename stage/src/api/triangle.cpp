@@ -81,6 +81,8 @@ STAGE_API miBoolean mi_texture_interpolate(miState* state, miUint space, miScala
 
 // The state's new primitive lives until the running shader returns.
 STAGE_API void mi_state_set_pri(miState* state, const miRc_intersection* pri, miUint pri_idx) {
+    if (!pri)
+        return;
     void* memory = stage::context_of(state).arena.allocate(sizeof(miRc_intersection));
     auto* primitive = new (memory) miRc_intersection(*pri);
     primitive->triangle = pri_idx;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "image/grading.h"
+
 namespace stage {
 
 namespace {
@@ -24,8 +26,8 @@ constexpr std::array<FrameBufferType, 24> types{{
     {"s", miIMG_TYPE_S, 1, half, true, ""},
     {"s_16", miIMG_TYPE_S_16, 1, half, true, ""},
     {"s_fp", miIMG_TYPE_S_FP, 1, single, true, ""},
-    {"vta", miIMG_TYPE_VTA, 1, single, true, ""},
-    {"vts", miIMG_TYPE_VTS, 1, single, true, ""},
+    {"vta", miIMG_TYPE_VTA, 2, single, true, "XY"},
+    {"vts", miIMG_TYPE_VTS, 2, single, true, "XY"},
     {"z", miIMG_TYPE_Z, 1, single, false, ""},
     {"n", miIMG_TYPE_N, 3, single, false, "XYZ"},
     {"m", miIMG_TYPE_M, 3, single, false, "XYZ"},
@@ -53,6 +55,7 @@ miImg_type image_type(const FrameBuffer& buffer) {
     switch (buffer.channels) {
     case 1:
         return buffer.type->type <= miIMG_TYPE_A_FP ? miIMG_TYPE_A_FP : miIMG_TYPE_S_FP;
+    case 2:
     case 3:
         return miIMG_TYPE_RGB_FP;
     default:
@@ -62,24 +65,26 @@ miImg_type image_type(const FrameBuffer& buffer) {
 
 } // namespace
 
-ImageMemory image_of(const FrameBuffer& buffer) {
-    const miImg_type type = image_type(buffer);
-    ImageMemory memory(buffer.width, buffer.height, type);
+ImageMemory image_of(const FrameBuffer& buffer, bool premultiply) {
+    const Grading grading{.premultiply = premultiply || buffer.channels < 4};
+    ImageMemory memory(buffer.width, buffer.height, image_type(buffer));
     for (int y = 0; y < buffer.height; ++y)
         for (int x = 0; x < buffer.width; ++x) {
             const std::span<const float> p = buffer.pixel(x, y);
-            const miColor color = buffer.channels == 1   ? miColor{p[0], p[0], p[0], p[0]}
-                                  : buffer.channels == 3 ? miColor{p[0], p[1], p[2], 1.0f}
-                                                         : miColor{p[0], p[1], p[2], p[3]};
-            put_image_color(memory.image(), color, x, y);
+            const miColor color = p.size() == 1   ? miColor{p[0], p[0], p[0], p[0]}
+                                  : p.size() == 2 ? miColor{p[0], p[1], 0.0f, 1.0f}
+                                  : p.size() == 3 ? miColor{p[0], p[1], p[2], 1.0f}
+                                                  : miColor{p[0], p[1], p[2], p[3]};
+            put_graded_color(memory.image(), color, x, y, grading);
         }
     return memory;
 }
 
-void take_image(FrameBuffer& buffer, const miImg_image* image) {
+void take_image(FrameBuffer& buffer, const miImg_image* image, bool premultiply) {
+    const Grading grading{.premultiply = premultiply || buffer.channels < 4};
     for (int y = 0; y < buffer.height; ++y)
         for (int x = 0; x < buffer.width; ++x) {
-            const miColor color = image_color(image, x, y);
+            const miColor color = graded_color(image, x, y, grading);
             const std::array channels = {color.r, color.g, color.b, color.a};
             std::ranges::copy_n(channels.begin(), buffer.channels, buffer.pixel(x, y).begin());
         }

@@ -21,6 +21,7 @@ struct FrameBufferType {
     bool filtered;                                        // samples may be averaged
     std::string_view letters; // channel names in a file; empty: the buffer's name alone
     [[nodiscard]] bool is_color() const { return channels >= 3 && filtered; }
+    [[nodiscard]] bool is_intensity() const { return type >= miIMG_TYPE_S && type <= miIMG_TYPE_S_FP; }
 };
 
 [[nodiscard]] const FrameBufferType* find_framebuffer_type(std::string_view name); // null when not known
@@ -30,6 +31,7 @@ struct FrameBufferType {
 struct FrameBuffer {
     FramebufferDesc desc;
     const FrameBufferType* type = nullptr;
+    const ColorProfile* profile = nullptr; // of the file; null: the format's own
     int width = 0, height = 0, channels = 4;
     std::vector<float> pixels;
     [[nodiscard]] bool filtered() const { return type->filtered && desc.filtering; }
@@ -48,9 +50,9 @@ private:
 };
 
 // A copy of a buffer in full precision, as the interface's image record; and the way back. Not for buffers of
-// integers.
-[[nodiscard]] ImageMemory image_of(const FrameBuffer& buffer);
-void take_image(FrameBuffer& buffer, const miImg_image* image);
+// integers. With `premultiply` off the colours in the image are divided by alpha.
+[[nodiscard]] ImageMemory image_of(const FrameBuffer& buffer, bool premultiply);
+void take_image(FrameBuffer& buffer, const miImg_image* image, bool premultiply);
 
 // The buffers of a frame: the main image first (made up when the camera names none), then the others in
 // their order. Throws SceneError at `place` for an unknown data type.

@@ -6,16 +6,21 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <bit>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
+
+#include "scene/color_profile.h"
 
 namespace stage {
 
@@ -113,10 +118,63 @@ std::byte* store(std::byte* to, float value, FrameBufferType::Storage storage) {
     return to + sizeof value;
 }
 
-void write_exr(const std::string& path, std::span<const FrameBuffer* const> buffers,
-               const std::string& compression) {
-    const int width = buffers.front()->width, height = buffers.front()->height;
-    ImageSpec spec(width, height, 0, TypeDesc::FLOAT);
+// What the first buffer says about its file.
+void set_attributes(ImageSpec& spec, const FramebufferDesc& desc, const std::string& format) {
+    constexpr int tile = 64; // pixels
+    if (format == "exr")
+        spec.attribute("compression", desc.compression.empty() ? "zip" : desc.compression);
+    if (format == "jpg" && desc.quality > 0)
+        spec.attribute("Compression", "jpeg:" + std::to_string(desc.quality));
+    if (desc.dpi > 0) {
+        spec.attribute("XResolution", static_cast<float>(desc.dpi));
+        spec.attribute("YResolution", static_cast<float>(desc.dpi));
+        spec.attribute("ResolutionUnit", "in");
+    }
+    if (desc.tiled && (format == "exr" || format == "tif"))
+        spec.tile_width = spec.tile_height = tile;
+    // The formats' writers put in the time of day otherwise, and the same picture would not be the same file.
+    spec.attribute("DateTime", "2000:01:01 00:00:00");
+}
+
+struct Window { // pixels from the lower left, half open
+    int x0, y0, x1, y1;
+};
+
+// The pixels that hold anything: the smallest rectangle around what is not 0, one pixel when all is.
+Window occupied_window(std::span<const FrameBuffer* const> buffers) {
+    Window w{INT32_MAX, INT32_MAX, 0, 0};
+    for (const FrameBuffer* buffer : buffers)
+        for (int y = 0; y < buffer->height; ++y)
+            for (int x = 0; x < buffer->width; ++x) {
+                const std::span<const float> pixel = buffer->pixel(x, y);
+                if (std::ranges::all_of(pixel,
+                                        [](float v) { return std::bit_cast<std::uint32_t>(v) << 1 == 0; }))
+                    continue;
+                w = {std::min(w.x0, x), std::min(w.y0, y), std::max(w.x1, x + 1), std::max(w.y1, y + 1)};
+            }
+    return w.x1 > 0 ? w : Window{0, 0, 1, 1};
+}
+
+using Channels = std::array<float, 4>;
+
+// A pixel in the colours of the buffer's profile, if it has one.
+Channels profiled(const FrameBuffer& buffer, int x, int y) {
+    Channels values{};
+    std::ranges::copy(buffer.pixel(x, y), values.begin());
+    if (!buffer.profile)
+        return values;
+    const miColor stored = buffer.profile->encoded({values[0], values[1], values[2], values[3]});
+    return {stored.r, stored.g, stored.b, stored.a};
+}
+
+void write_exr(const std::string& path, std::span<const FrameBuffer* const> buffers) {
+    const FrameBuffer& first = *buffers.front();
+    const Window window = first.desc.dod ? occupied_window(buffers) : Window{0, 0, first.width, first.height};
+    ImageSpec spec(window.x1 - window.x0, window.y1 - window.y0, 0, TypeDesc::FLOAT);
+    spec.x = window.x0;
+    spec.y = first.height - window.y1; // files count rows from the top
+    spec.full_width = first.width;
+    spec.full_height = first.height;
     spec.channelnames.clear();
     std::size_t pixel_bytes = 0;
     for (const FrameBuffer* buffer : buffers)
@@ -126,45 +184,148 @@ void write_exr(const std::string& path, std::span<const FrameBuffer* const> buff
             pixel_bytes += spec.channelformats.back().size();
         }
     spec.nchannels = static_cast<int>(spec.channelnames.size());
-    spec.attribute("compression", compression.empty() ? "zip" : compression);
-    spec.attribute("oiio:ColorSpace", "Linear");
-    // The format's writer puts in the time of day otherwise, and the same picture would not be the same file.
-    spec.attribute("DateTime", "2000:01:01 00:00:00");
+    if (!first.profile)
+        spec.attribute("oiio:ColorSpace", "Linear");
+    set_attributes(spec, first.desc, "exr");
 
-    std::vector<std::byte> packed(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) *
-                                  pixel_bytes);
+    std::vector<std::byte> packed(static_cast<std::size_t>(spec.width) *
+                                  static_cast<std::size_t>(spec.height) * pixel_bytes);
     std::byte* to = packed.data();
-    for (int y = height - 1; y >= 0; --y)
-        for (int x = 0; x < width; ++x)
+    for (int y = window.y1 - 1; y >= window.y0; --y)
+        for (int x = window.x0; x < window.x1; ++x)
             for (const FrameBuffer* buffer : buffers) {
-                const std::span<const float> pixel = buffer->pixel(x, y);
-                for (const float value : pixel)
-                    to = store(to, value, buffer->type->storage);
+                const Channels values = profiled(*buffer, x, y);
+                for (int c = 0; c < buffer->channels; ++c)
+                    to = store(to, values[static_cast<std::size_t>(c)], buffer->type->storage);
             }
     write_rows(path, "exr", spec, TypeDesc::UNKNOWN, packed);
 }
 
-std::byte eight_bits(float value) {
-    return static_cast<std::byte>(std::lrintf(std::clamp(value, 0.0f, 1.0f) * 255.0f));
+bool has_sixteen_bits(miImg_type type) {
+    return type == miIMG_TYPE_RGBA_16 || type == miIMG_TYPE_RGB_16 || type == miIMG_TYPE_A_16 ||
+           type == miIMG_TYPE_S_16;
 }
 
-void write_png(const std::string& path, const FrameBuffer& buffer) {
-    const auto channels = static_cast<std::size_t>(buffer.channels);
-    ImageSpec spec(buffer.width, buffer.height, buffer.channels, TypeDesc::UINT8);
-    spec.attribute("oiio:ColorSpace", "sRGB");
-    spec.attribute("oiio:UnassociatedAlpha", 1);
-    std::vector<std::byte> bytes;
-    bytes.reserve(buffer.pixels.size());
+bool has_eight_bits(miImg_type type) {
+    return type == miIMG_TYPE_RGBA || type == miIMG_TYPE_RGB || type == miIMG_TYPE_A ||
+           type == miIMG_TYPE_S || type == miIMG_TYPE_BIT;
+}
+
+// What a file of one buffer holds for each channel.
+TypeDesc::BASETYPE value_type(const std::string& format, miImg_type type) {
+    const bool wide = has_sixteen_bits(type) || type == miIMG_TYPE_TAG;
+    if (format == "hdr" || (format == "tif" && !wide && !has_eight_bits(type)))
+        return TypeDesc::FLOAT;
+    return wide && format != "jpg" ? TypeDesc::UINT16 : TypeDesc::UINT8;
+}
+
+// Channels of a file that holds a buffer of `channels`: none has two, and alpha has no place in some.
+int file_channels(const std::string& format, int channels) {
+    if (format == "hdr")
+        return 3;
+    return channels == 2 ? 3 : format == "jpg" ? std::min(channels, 3) : channels;
+}
+
+float display_value(float linear, const Grading& grading) {
+    return grading.gamma == 1.0f ? srgb_of_linear(linear) : gamma_encoded(linear, grading.gamma);
+}
+
+// A colour in [0, 1] as it is shown, with straight alpha unless the file has none.
+Channels display_color(const FrameBuffer& buffer, const Channels& pixel, bool with_alpha, const Grading& g) {
+    const bool premultiplied = buffer.channels == 4 && buffer.desc.premultiplied;
+    const float alpha = buffer.channels == 4 ? pixel[3] : 1.0f;
+    const miColor c = clipped({pixel[0], pixel[1], pixel[2], alpha}, premultiplied, g);
+    const float scale = premultiplied && with_alpha && c.a > 0.0f ? 1.0f / c.a : 1.0f;
+    if (buffer.profile) {
+        const miColor stored = buffer.profile->encoded({c.r * scale, c.g * scale, c.b * scale, c.a});
+        return {std::clamp(stored.r, 0.0f, 1.0f), std::clamp(stored.g, 0.0f, 1.0f),
+                std::clamp(stored.b, 0.0f, 1.0f), c.a};
+    }
+    const auto shown = [&](float v) { return display_value(std::min(v * scale, 1.0f), g); };
+    return {shown(c.r), shown(c.g), shown(c.b), c.a};
+}
+
+// The values of a pixel in [0, 1], as a file for a display shows them.
+Channels display_pixel(const FrameBuffer& buffer, const Channels& pixel, bool with_alpha, float largest,
+                       const Grading& g) {
+    if (buffer.type->is_color())
+        return display_color(buffer, pixel, with_alpha, g);
+    Channels shown = pixel;
+    for (float& v : shown) {
+        switch (buffer.type->type) {
+        case miIMG_TYPE_TAG:
+            v = std::min(static_cast<float>(std::bit_cast<std::uint32_t>(v)) / largest, 1.0f);
+            break;
+        case miIMG_TYPE_BIT:
+            v = std::bit_cast<std::uint32_t>(v) != 0 ? 1.0f : 0.0f;
+            break;
+        case miIMG_TYPE_N:
+            v = std::clamp(0.5f + 0.5f * v, 0.0f, 1.0f);
+            break;
+        case miIMG_TYPE_S:
+        case miIMG_TYPE_S_16:
+        case miIMG_TYPE_S_FP:
+            v = display_value(std::clamp(v, 0.0f, 1.0f), g);
+            break;
+        default:
+            v = std::clamp(v, 0.0f, 1.0f);
+        }
+    }
+    return shown;
+}
+
+std::byte* store_fixed(std::byte* to, float value, float offset, TypeDesc::BASETYPE type) {
+    if (type == TypeDesc::UINT8) {
+        *to = static_cast<std::byte>(value * 255.0f + offset);
+        return to + 1;
+    }
+    const auto word = static_cast<std::uint16_t>(value * 65535.0f + offset);
+    std::memcpy(to, &word, sizeof word);
+    return to + sizeof word;
+}
+
+// One buffer alone. `grading` is for files of fixed point values; floats are written as they are.
+void write_single(const std::string& path, const std::string& format, const FrameBuffer& buffer,
+                  const Grading& grading) {
+    const TypeDesc::BASETYPE type = value_type(format, buffer.type->type);
+    const int channels = file_channels(format, buffer.channels);
+    const bool curve = type != TypeDesc::FLOAT && (buffer.type->is_color() || buffer.type->is_intensity());
+    const float largest = type == TypeDesc::UINT8 ? 255.0f : 65535.0f;
+    ImageSpec spec(buffer.width, buffer.height, channels, type);
+    if (format != "tif" && !buffer.profile) // whose writer spoils a file in memory when it notes the curve
+        spec.attribute("oiio:ColorSpace", !curve ? "Linear"
+                                          : grading.gamma == 1.0f
+                                              ? "sRGB"
+                                              : "GammaCorrected" + std::to_string(grading.gamma));
+    if (type != TypeDesc::FLOAT)
+        spec.attribute("oiio:UnassociatedAlpha", 1);
+    set_attributes(spec, buffer.desc, format);
+
+    std::vector<std::byte> bytes(spec.image_bytes());
+    std::byte* to = bytes.data();
     for (int y = buffer.height - 1; y >= 0; --y)
         for (int x = 0; x < buffer.width; ++x) {
-            const std::span<const float> pixel = buffer.pixel(x, y);
-            const float alpha = channels == 4 ? pixel[3] : 1.0f;
-            const float scale =
-                alpha > 0.0f && alpha < 1.0f && buffer.desc.premultiplied ? 1.0f / alpha : 1.0f;
-            for (std::size_t c = 0; c < channels; ++c)
-                bytes.push_back(eight_bits(c == 3 ? alpha : srgb_of_linear(pixel[c] * scale)));
+            const std::span<const float> stored = buffer.pixel(x, y);
+            Channels values{};
+            std::ranges::copy(stored, values.begin());
+            if (format == "hdr" && stored.size() == 1)
+                values = {stored[0], stored[0], stored[0], 0.0f};
+            if (type == TypeDesc::FLOAT) {
+                for (int c = 0; c < channels; ++c)
+                    to = store(to, values[static_cast<std::size_t>(c)], FrameBufferType::Storage::single);
+                continue;
+            }
+            values = display_pixel(buffer, values, channels == 4, largest, grading);
+            const float offset = rounding_offset(x, y, grading.dither && curve);
+            for (int c = 0; c < channels; ++c)
+                to = store_fixed(to, values[static_cast<std::size_t>(c)], c == 3 ? 0.5f : offset, type);
         }
-    write_rows(path, "png", spec, TypeDesc::UINT8, bytes);
+    write_rows(path, format, spec, type, bytes);
+}
+
+// One name for each format.
+std::string plain_format(const std::string& format) {
+    return format == "jpeg" ? "jpg" : format == "tiff" ? "tif" : format;
 }
 
 // The format that a file name asks for, in small letters; empty without an extension.
@@ -174,13 +335,14 @@ std::string format_of(const std::string& path) {
         extension.erase(0, 1);
     std::ranges::transform(extension, extension.begin(),
                            [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
+    return plain_format(extension);
 }
 
 } // namespace
 
 bool is_picture_format(const std::string& format) {
-    return format == "png" || format == "exr";
+    static constexpr std::array known = {"exr", "hdr", "jpg", "jpeg", "png", "tif", "tiff"};
+    return std::ranges::find(known, format) != known.end();
 }
 
 std::vector<Picture> pictures_of(std::span<const FrameBuffer> buffers, std::span<const std::string> outputs,
@@ -190,7 +352,7 @@ std::vector<Picture> pictures_of(std::span<const FrameBuffer> buffers, std::span
         all.push_back(&buffer);
     std::vector<Picture> pictures;
     for (const std::string& path : outputs)
-        pictures.push_back({path, format_of(path), "", all});
+        pictures.push_back({path, format_of(path), all});
     if (!outputs.empty())
         return pictures;
     for (const FrameBuffer* buffer : all) {
@@ -198,28 +360,26 @@ std::vector<Picture> pictures_of(std::span<const FrameBuffer> buffers, std::span
         if (desc.filename.empty())
             continue;
         // The main image's file takes the other buffers along as layers, where the format can.
-        pictures.push_back({desc.filename,
-                            is_picture_format(desc.filetype) ? desc.filetype : format_of(desc.filename),
-                            desc.compression, buffer == all.front() ? all : std::vector{buffer}});
+        pictures.push_back(
+            {desc.filename,
+             is_picture_format(desc.filetype) ? plain_format(desc.filetype) : format_of(desc.filename),
+             buffer == all.front() ? all : std::vector{buffer}});
     }
     if (pictures.empty())
-        pictures.push_back({default_output, format_of(default_output), "", all});
+        pictures.push_back({default_output, format_of(default_output), all});
     return pictures;
 }
 
 void check_picture_path(const std::string& path) {
-    check_picture({path, format_of(path), "", {}});
+    check_picture({path, format_of(path), {}});
 }
 
 void check_picture(const Picture& picture) {
     const std::string& path = picture.path;
     if (picture.format.empty())
-        fail(path, "its name must end in .png or .exr");
+        fail(path, "its name must end in .png, .exr, .tif, .jpg or .hdr");
     if (!is_picture_format(picture.format))
-        fail(path, "unknown picture format \"" + picture.format + "\", known are png and exr");
-    if (picture.format == "png" && !picture.buffers.empty() &&
-        picture.buffers.front()->type->storage == FrameBufferType::Storage::integer)
-        fail(path, "PNG files cannot hold tags");
+        fail(path, "unknown picture format \"" + picture.format + "\", known are png, exr, tif, jpg and hdr");
     std::error_code ignored;
     const fs::path parent = fs::path(path).parent_path();
     const std::string folder = (parent.empty() ? fs::current_path() : parent).string();
@@ -235,9 +395,28 @@ void check_picture(const Picture& picture) {
 void write_picture(const Picture& picture) {
     check_picture(picture);
     if (picture.format == "exr")
-        write_exr(picture.path, picture.buffers, picture.compression);
+        write_exr(picture.path, picture.buffers);
     else
-        write_png(picture.path, *picture.buffers.front());
+        write_single(picture.path, picture.format, *picture.buffers.front(), picture.grading);
+}
+
+void write_image(const std::string& path, const std::string& format, const miImg_image& image) {
+    const TypeDesc type = image.bits == 8    ? TypeDesc::UINT8
+                          : image.bits == 16 ? TypeDesc::UINT16
+                                             : TypeDesc::FLOAT;
+    ImageSpec spec(image.width, image.height, image.comp, type);
+    spec.attribute("oiio:UnassociatedAlpha", 1);
+    spec.attribute("DateTime", "2000:01:01 00:00:00");
+    std::vector<float> values;
+    for (int y = image.height - 1; y >= 0; --y)
+        for (int x = 0; x < image.width; ++x) {
+            const miColor c = image_color(&image, x, y);
+            const float components[] = {c.r, c.g, c.b, c.a};
+            values.insert(values.end(), components, components + image.comp);
+        }
+    std::vector<std::byte> bytes(values.size() * sizeof(float));
+    std::memcpy(bytes.data(), values.data(), bytes.size());
+    write_rows(path, format.empty() ? format_of(path) : format, spec, TypeDesc::FLOAT, bytes);
 }
 
 std::string before_ending(const std::string& path, const std::string& mark) {

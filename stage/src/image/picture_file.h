@@ -6,16 +6,17 @@
 #include <vector>
 
 #include "image/framebuffer.h"
+#include "image/grading.h"
 
 namespace stage {
 
-// A file that a frame writes, with the buffers that may go into it: the first is its image.
+// A file that a frame writes, with the buffers that may go into it: the first is its image and says how the
+// file is made (compression, quality, resolution, tiles, data window).
 struct Picture {
     std::string path;
-    std::string format; // "png" or "exr"
-    std::string
-        compression; // of an EXR, in the scene language's words: none, rle, piz, zip, pxr24; empty: zip
+    std::string format; // as is_picture_format knows it
     std::vector<const FrameBuffer*> buffers;
+    Grading grading{};
 };
 
 // What a frame writes: all buffers to each of `outputs` or, without any, to the files that the buffers name,
@@ -32,15 +33,22 @@ void check_picture(const Picture& picture);
 
 // EXR is scene-linear and takes all buffers: the channels of the first are R, G, B and A, those of the others
 // have the buffer's name in front ("name.R"), or are called as the buffer when there is one channel only.
-// Integers are stored as such.
+// Integers are stored as such. HDR and TIFF files of floating point types are scene-linear too, with the
+// first buffer alone.
 //
-// PNG is display-referred (sRGB), eight bits, with straight alpha, and takes the first buffer alone.
+// PNG, JPEG and TIFF of 8 and 16 bits are display-referred: clipped as the grading says, with the curve of
+// sRGB, or the grading's gamma when that is not 1; straight alpha, none in JPEG. They take the first buffer
+// alone. What is neither a colour nor an intensity has no curve; normals are stored as (n + 1) / 2.
 //
 // The file appears under its name only when it is complete. One picture at a time. Throws std::runtime_error
 // with the path.
 void write_picture(const Picture& picture);
 
-// Whether write_picture knows a format ("png", "exr").
+// Writes an image as it is: its numbers, in its number of bits where the format has such. The format is the
+// one that is named, or the path's ending. As above in everything else.
+void write_image(const std::string& path, const std::string& format, const miImg_image& image);
+
+// Whether write_picture knows a format: "exr", "hdr", "jpg", "png" or "tif", also "jpeg" and "tiff".
 [[nodiscard]] bool is_picture_format(const std::string& format);
 
 // "name.png" and ".0003": "name.0003.png".

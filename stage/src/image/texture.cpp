@@ -8,9 +8,11 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <vector>
 
+#include "image/picture_file.h"
 #include "kit/message.h"
 
 namespace stage {
@@ -153,6 +155,24 @@ void build_levels(miImg_image* image, int first) {
     }
 }
 
+bool same_size(const miImg_image* a, const miImg_image* b) {
+    return a->width == b->width && a->height == b->height;
+}
+
+// Pixels of one image to another of its size, out of the profile's colours on the way.
+void copy_pixels(miImg_image* to, const miImg_image* from, const ColorProfile* profile) {
+    for (int y = 0; y < from->height; ++y)
+        for (int x = 0; x < from->width; ++x) {
+            const miColor c = image_color(from, x, y);
+            put_image_color(to, profile ? profile->decoded(c) : c, x, y);
+        }
+}
+
+// What pixels of a profile become: colours, with alpha where there is one.
+miImg_type render_type(const miImg_image* image) {
+    return image->comp % 2 == 0 ? miIMG_TYPE_RGBA_FP : miIMG_TYPE_RGB_FP;
+}
+
 miColor mix(const miColor& a, const miColor& b, float t) {
     const auto blend = [t](float x, float y) { return (1.0f - t) * x + t * y; };
     return {blend(a.r, b.r), blend(a.g, b.g), blend(a.b, b.b), blend(a.a, b.a)};
@@ -179,7 +199,7 @@ Neighbours neighbours(float coordinate, int size) {
 Image::Image(ImageMemory memory, std::size_t size)
     : memory_(std::move(memory)), record_(memory_->image()), size_(size) {}
 
-std::unique_ptr<Image> Image::read(const std::string& path, bool pyramid) {
+std::unique_ptr<Image> Image::read(const std::string& path, bool pyramid, const ColorProfile* profile) {
     OIIO::ImageSpec wish;
     wish["oiio:UnassociatedAlpha"] = 1; // the values of the file as they are
     const std::unique_ptr<OIIO::ImageInput> input = OIIO::ImageInput::open(path, &wish);
@@ -194,23 +214,30 @@ std::unique_ptr<Image> Image::read(const std::string& path, bool pyramid) {
     if (bytes > largest_image)
         throw std::runtime_error("the picture is too large");
 
-    ImageMemory memory(spec.width, spec.height, format.type,
-                       pyramid ? level_count(spec.width, spec.height) : 1);
-    build_levels(memory.image(), read_levels(*input, format, memory.image()));
+    const int levels = pyramid ? level_count(spec.width, spec.height) : 1;
+    ImageMemory memory(spec.width, spec.height, format.type, levels);
+    const int found = read_levels(*input, format, memory.image());
+    if (profile) {
+        ImageMemory colors(spec.width, spec.height, render_type(memory.image()), levels);
+        for (int i = 0; i < found; ++i)
+            copy_pixels(image_level(colors.image(), i), image_level(memory.image(), i), profile);
+        memory = std::move(colors);
+    }
+    build_levels(memory.image(), found);
     return std::unique_ptr<Image>(new Image(std::move(memory), static_cast<std::size_t>(bytes)));
 }
 
-std::unique_ptr<Image> Image::wrap(miImg_image* record, std::size_t size, bool pyramid) {
+std::unique_ptr<Image> Image::wrap(miImg_image* record, std::size_t size, bool pyramid,
+                                   const ColorProfile* profile) {
     std::unique_ptr<Image> image(new Image);
     image->record_ = record;
     image->size_ = size;
-    if (!pyramid)
+    if (!pyramid && !profile)
         return image;
-    ImageMemory memory(record->width, record->height, static_cast<miImg_type>(record->type),
-                       level_count(record->width, record->height));
-    for (int y = 0; y < record->height; ++y)
-        for (int x = 0; x < record->width; ++x)
-            put_image_color(memory.image(), image_color(record, x, y), x, y);
+    ImageMemory memory(record->width, record->height,
+                       profile ? render_type(record) : static_cast<miImg_type>(record->type),
+                       pyramid ? level_count(record->width, record->height) : 1);
+    copy_pixels(memory.image(), record, profile);
     build_levels(memory.image(), 1);
     return std::unique_ptr<Image>(new Image(std::move(memory), size));
 }
@@ -240,25 +267,65 @@ miColor Image::lookup(float u, float v, float level) const {
     return rest > 0.0f ? mix(fine, bilinear(image_level(record_, lower + 1), u, v), rest) : fine;
 }
 
+bool Image::begin_edit() {
+    if (edited_.exchange(true, std::memory_order_acquire))
+        return false;
+    for (int y = 0; y < record_->height; ++y)
+        for (int component = 0; component < record_->comp; ++component)
+            std::memset(scanline(record_, y, component), 0,
+                        static_cast<std::size_t>(record_->width) *
+                            static_cast<std::size_t>(record_->bits / 8));
+    return true;
+}
+
+bool Image::end_edit() {
+    if (!edited_.load(std::memory_order_relaxed))
+        return false;
+    build_levels(record_, 1);
+    edited_.store(false, std::memory_order_release);
+    return true;
+}
+
 namespace {
+
+void report(const Element& element, const std::string& problem) {
+    send_message(MessageLevel::error, "texture \"%s\" (%s): %s", element.name.c_str(),
+                 element.place.text().c_str(), problem.c_str());
+}
+
+// Pixels that the scene holds, whose file, if there is one, has been written by an earlier frame or program.
+std::unique_ptr<Image> load_held(Element& element) {
+    auto* header = element.as<miImg_image>();
+    std::error_code ignored;
+    if (header->writable && std::filesystem::exists(element.file, ignored)) {
+        try {
+            const std::unique_ptr<Image> written = Image::read(element.file, false);
+            if (same_size(header, written->record()))
+                copy_pixels(header, written->record(), nullptr);
+        } catch (const std::exception& problem) {
+            report(element, "it begins black, for its file cannot be read: " + std::string(problem.what()));
+        }
+    }
+    return Image::wrap(header, element.size, header->filter != miFALSE, element.color_profile);
+}
 
 std::shared_ptr<Image> load(Element& element) {
     auto* header = element.as<miImg_image>();
-    if (header->width > 0 && header->height > 0) // pixels of the scene, or an image that shaders fill
-        return Image::wrap(header, element.size, header->filter != miFALSE);
+    const bool held = header->width > 0 && header->height > 0;
     // The reader of the scene has already told of a file that it did not find, and gave no path.
-    if (element.file.empty())
+    if (!held && element.file.empty())
         return Image::missing();
     try {
-        std::shared_ptr<Image> image = Image::read(element.file, header->filter != miFALSE);
+        std::shared_ptr<Image> image =
+            held ? load_held(element)
+                 : Image::read(element.file, header->filter != miFALSE, element.color_profile);
         image->record()->local = header->local;
         image->record()->writable = header->writable;
         image->record()->real_name = header->real_name;
         image->record()->colorprofile = header->colorprofile;
         return image;
     } catch (const std::exception& problem) {
-        send_message(MessageLevel::error, "texture \"%s\" (%s): cannot read \"%s\": %s", element.name.c_str(),
-                     element.place.text().c_str(), element.file.c_str(), problem.what());
+        report(element, "cannot read \"" + element.file + "\": " + problem.what());
         return Image::missing();
     }
 }
@@ -274,6 +341,41 @@ Image& image_of(Element& element) {
         element.loaded_image.store(element.image.get(), std::memory_order_release);
     }
     return *element.image;
+}
+
+miImg_image* edit_texture(Element& element) {
+    if (element.type != miSCENE_IMAGE || !element.as<miImg_image>()->writable) {
+        report(element, "a light map needs a writable texture");
+        return nullptr;
+    }
+    Image& image = image_of(element);
+    if (!image.valid())
+        return nullptr;
+    if (!image.begin_edit()) {
+        report(element, "two light maps write it at the same time");
+        return nullptr;
+    }
+    return image.record();
+}
+
+void finish_texture(Element& element, bool write) {
+    Image& image = image_of(element);
+    if (!image.end_edit() || element.file.empty() || !write)
+        return;
+    try {
+        const miImg_image* pixels = image.record();
+        if (!element.color_profile)
+            return write_image(element.file, element.texture_file_type, *pixels);
+        ImageMemory stored(pixels->width, pixels->height,
+                           static_cast<miImg_type>(element.as<miImg_image>()->type));
+        for (int y = 0; y < pixels->height; ++y)
+            for (int x = 0; x < pixels->width; ++x)
+                put_image_color(stored.image(), element.color_profile->encoded(image_color(pixels, x, y)), x,
+                                y);
+        write_image(element.file, element.texture_file_type, *stored.image());
+    } catch (const std::exception& problem) {
+        report(element, problem.what());
+    }
 }
 
 } // namespace stage

@@ -217,7 +217,7 @@ void Parser::declaration_options(Declaration& declaration) {
         } else if (accept("trace")) {
             declaration.trace_mode = on_off() ? "on" : "off";
         } else if (accept("scanline")) {
-            on_off(); // every ray is traced, which gives the same picture
+            declaration.refuses_scanline = !on_off();
         } else {
             return;
         }

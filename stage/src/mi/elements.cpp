@@ -98,7 +98,7 @@ bool Parser::options_rays(miOptions& o) {
         o.render_space = lexer_.next().is("camera") ? 'c' : 'o';
         expect("space");
     } else if (accept("scanline")) {
-        o.scanline = on_off();
+        o.scanline = accept("rapid") ? int{'r'} : int{on_off()};
     } else if (accept("lens")) {
         o.no_lens = !on_off();
     } else if (accept("volume")) {
@@ -124,6 +124,8 @@ bool Parser::options_photons(miOptions& o) {
     if (accept("caustic")) {
         if (accept("accuracy"))
             accuracy(o.caustic_accuracy, o.caustic_radius);
+        else if (accept("filter"))
+            o.caustic_filter_const = caustic_filter();
         else
             o.caustic = on_off();
     } else if (accept("globillum")) {
@@ -186,6 +188,17 @@ bool Parser::options_sampling(miOptions& o) {
         return false;
     }
     return true;
+}
+
+// The constant of a cone, 0 for a box, which weighs all photons the same.
+float Parser::caustic_filter() {
+    if (choice({{"box", 0}, {"cone", 1}}) == 0)
+        return 0.0f;
+    const Token at = lexer_.peek();
+    const float constant = at_number() ? scalar() : default_options().caustic_filter_const;
+    if (!(constant >= 1.0f))
+        fail(at, "the constant of the cone filter must be 1 or more");
+    return constant;
 }
 
 void Parser::options_filter(miOptions& o) {
@@ -335,9 +348,7 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
     bool premultiplied = b.premultiplied;
     bool given = false;
     static const std::pair<const char*, std::string FramebufferDesc::*> texts[] = {
-        {"filename", &FramebufferDesc::filename},
-        {"filetype", &FramebufferDesc::filetype},
-        {"colorprofile", &FramebufferDesc::colorprofile}};
+        {"filename", &FramebufferDesc::filename}, {"filetype", &FramebufferDesc::filetype}};
     static const std::pair<const char*, bool FramebufferDesc::*> flags[] = {
         {"filtering", &FramebufferDesc::filtering}, {"dod", &FramebufferDesc::dod},
         {"primary", &FramebufferDesc::primary},     {"tiled", &FramebufferDesc::tiled},
@@ -349,6 +360,9 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
         } else if (const auto f = std::find_if(std::begin(flags), std::end(flags), is_next);
                    f != std::end(flags)) {
             b.*(f->second) = on_off();
+        } else if (accept("colorprofile")) {
+            b.colorprofile =
+                resolve(name("the name of a colour profile"), miSCENE_COLORPROFILE, "colour profile").name;
         } else if (accept("premultiplied")) {
             premultiplied = on_off();
             given = true;

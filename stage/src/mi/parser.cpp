@@ -178,21 +178,30 @@ void Parser::statement() {
         fail_expected("an entity after 'incremental'");
     fail(word,
          "expected a command or an entity (options, camera, texture, material, light, object, instance, "
-         "instgroup, shader, data, lightprofile), found " +
+         "instgroup, shader, data, lightprofile, colorprofile), found " +
              describe(word));
 }
 
 bool Parser::entity(const Token& word) {
     using Read = void (Parser::*)();
     static const std::unordered_map<std::string_view, Read> entities = {
-        {"options", &Parser::options},   {"camera", &Parser::camera},
-        {"material", &Parser::material}, {"light", &Parser::light},
-        {"object", &Parser::object},     {"instance", &Parser::instance},
-        {"instgroup", &Parser::group},   {"shader", &Parser::shader_element},
-        {"data", &Parser::user_data},    {"lightprofile", &Parser::light_profile},
-        {"local", &Parser::texture},     {"filter", &Parser::texture},
-        {"writable", &Parser::texture},  {"color", &Parser::texture},
-        {"scalar", &Parser::texture},    {"vector", &Parser::texture}};
+        {"options", &Parser::options},
+        {"camera", &Parser::camera},
+        {"material", &Parser::material},
+        {"light", &Parser::light},
+        {"object", &Parser::object},
+        {"instance", &Parser::instance},
+        {"instgroup", &Parser::group},
+        {"shader", &Parser::shader_element},
+        {"data", &Parser::user_data},
+        {"lightprofile", &Parser::light_profile},
+        {"local", &Parser::texture},
+        {"filter", &Parser::texture},
+        {"writable", &Parser::texture},
+        {"color", &Parser::texture},
+        {"scalar", &Parser::texture},
+        {"vector", &Parser::texture},
+        {"colorprofile", &Parser::color_profile}};
     const auto found = entities.find(word.text);
     if (found == entities.end()) {
         if (word.is("assembly") || word.is("map"))

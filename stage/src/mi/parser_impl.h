@@ -157,6 +157,7 @@ private:
     bool options_sampling(miOptions& o);
     bool options_picture(miOptions& o);
     void options_filter(miOptions& o);
+    float caustic_filter();
     void options_text(Element& element);
     void camera();
     bool camera_lens(miCamera& c, const Element& element);
@@ -176,6 +177,8 @@ private:
     void texture_bytes(Element& element, miParam_type kind);
     void writable_texture(Element& element, miParam_type kind);
     void light_profile();
+    void read_profile(Element& element, const Token& file);
+    void color_profile();
     void user_data();
     std::vector<std::byte> byte_strings();
     std::vector<std::byte> data_file(const Token& name);
@@ -191,6 +194,8 @@ private:
     bool instance_lists(miInstance& i);
     void instance_materials(miInstance& i);
     void instance_lights(miInstance& i);
+    // A list of lights for the instance: a tag array, or null for all; its length.
+    std::pair<miTag, int> light_list();
     void group();
     miUint1 mode(int most);
     void attach_data(std::vector<std::pair<Token, miTag>>& chain, miTag& head);

@@ -202,25 +202,28 @@ void Parser::instance_materials(miInstance& i) {
     i.mtl_array_size = static_cast<int>(tags.size());
 }
 
+// `light [shadow] [exclusive] "l"` or a list of them.
 void Parser::instance_lights(miInstance& i) {
-    if (lexer_.peek().is("shadow"))
-        fail(lexer_.peek(), "lists of lights that cast shadows on an instance are not supported");
+    const bool shadow = accept("shadow");
+    (shadow ? i.exclusive_shadow_lights : i.exclusive_lights) = accept("exclusive");
+    const auto [list, count] = light_list();
+    (shadow ? i.shadow_light_list : i.light_list) = list;
+    (shadow ? i.shadow_light_list_size : i.light_list_size) = count;
+}
+
+std::pair<miTag, int> Parser::light_list() {
     const Place place = place_of(lexer_.peek());
-    i.exclusive_lights = accept("exclusive");
-    std::vector<miTag> tags;
     if (!accept('[')) {
         const miTag tag = reference(miTYPE_LIGHT);
-        i.light_list = tag == miNULLTAG ? miNULLTAG : make_tags({tag}, place); // null: all lights again
-        i.light_list_size = tag == miNULLTAG ? 0 : 1;
-        return;
+        return tag == miNULLTAG ? std::pair{miNULLTAG, 0} : std::pair{make_tags({tag}, place), 1};
     }
+    std::vector<miTag> tags;
     while (!accept(']')) {
         tags.push_back(reference(miTYPE_LIGHT));
         if (!accept(',') && !lexer_.peek().is(']') && !at_name())
             fail_expected("a light, ',' or ']'");
     }
-    i.light_list = make_tags(tags, place);
-    i.light_list_size = static_cast<int>(tags.size());
+    return {make_tags(tags, place), static_cast<int>(tags.size())};
 }
 
 void Parser::group() {

@@ -4,6 +4,8 @@
 #include <fstream>
 
 #include "mi/parser_impl.h"
+#include "scene/light_profile.h"
+#include "scene/color_profile.h"
 
 namespace stage::mi {
 
@@ -94,11 +96,15 @@ void Parser::texture() {
     }
     Element& element = define(word, miSCENE_IMAGE, sizeof(miImg_image), "texture");
     element.texture_filter = scale;
+    element.loaded_image.store(nullptr, std::memory_order_relaxed);
     element.image.reset();
     miTag profile = miNULLTAG;
+    element.color_profile = nullptr;
     if (accept("colorprofile")) {
-        const Token profile_name = name("the name of a colour profile");
-        profile = make_string(profile_name.value, place_of(profile_name));
+        const Token given = name("the name of a colour profile");
+        const Element& found = resolve(given, miSCENE_COLORPROFILE, "colour profile");
+        profile = found.tag;
+        element.color_profile = found.as<ColorProfile>();
     }
     if (writable)
         writable_texture(element, kind);
@@ -126,7 +132,8 @@ void Parser::texture_file(Element& element) {
 }
 
 // `w h [bytes for each component] 'hex' ...`: rows from the bottom up, pixels from the left, components of a
-// pixel together, the low byte first. Brackets around the size are optional.
+// pixel together, the low byte first. Brackets around the size are optional. A colour of two components is
+// grey with alpha, which is kept as four.
 void Parser::texture_bytes(Element& element, miParam_type kind) {
     const bool bracket = accept('[');
     const Token at = lexer_.peek();
@@ -144,30 +151,39 @@ void Parser::texture_bytes(Element& element, miParam_type kind) {
     p.comp = static_cast<int>(pixel / static_cast<std::size_t>(p.bytes));
     const bool fits = kind == miTYPE_SCALAR_TEX   ? p.comp == 1
                       : kind == miTYPE_VECTOR_TEX ? p.comp == 3
-                                                  : p.comp >= 3;
+                                                  : p.comp >= 1;
     if (pixels * static_cast<std::size_t>(p.comp * p.bytes) != bytes.size() || !fits || p.comp > 4)
         fail(at, std::to_string(bytes.size()) + " bytes do not fill a " + type_name(kind) + " of " +
                      std::to_string(p.width) + " x " + std::to_string(p.height) + " pixels");
 
     element.file.clear();
+    const auto given = static_cast<std::size_t>(p.comp), size = static_cast<std::size_t>(p.bytes);
+    p.comp = given == 2 ? 4 : p.comp;
     make_image(scene_.database, element, p);
-    const auto* image = element.as<miImg_image>();
     auto* base = static_cast<std::byte*>(element.record);
     const auto* index = reinterpret_cast<const miIntptr*>(base + offsetof(miImg_image, c));
-    const auto size = static_cast<std::size_t>(p.bytes), comp = static_cast<std::size_t>(p.comp);
+    const auto comp = static_cast<std::size_t>(p.comp);
     for (std::size_t i = 0; i < pixels * comp; ++i) {
-        const std::size_t component = i % comp, x = i / comp % static_cast<std::size_t>(image->width);
-        const std::size_t y = i / comp / static_cast<std::size_t>(image->width);
-        std::memcpy(base + index[y * comp + component] + x * size, bytes.data() + i * size, size);
+        const std::size_t component = i % comp, x = i / comp % static_cast<std::size_t>(p.width);
+        const std::size_t y = i / comp / static_cast<std::size_t>(p.width);
+        const std::size_t source = given == 2 ? component / 3 : component;
+        std::memcpy(base + index[y * comp + component] + x * size,
+                    bytes.data() + (i / comp * given + source) * size, size);
     }
 }
 
-// `[w h]` or `"file" "type" ["format"] [w h]`: an image that shaders fill.
+// `[w h]` or `"file" "type" ["format"] [w h]`: an image that shaders fill. Without a size it has that of its
+// file.
 void Parser::writable_texture(Element& element, miParam_type kind) {
     Pixels p{1, 1, kind == miTYPE_COLOR_TEX ? 4 : kind == miTYPE_VECTOR_TEX ? 3 : 1, 4};
     element.file.clear();
+    element.texture_file_type.clear();
     if (lexer_.peek().kind == Kind::string) {
-        element.file = lexer_.next().value;
+        const Token file = lexer_.next();
+        if (file.value.empty())
+            fail(file, "a file needs a name");
+        element.file = file.value;
+        p.width = p.height = 0;
         const Token type = name("the data type of the image");
         static const struct {
             const char* name;
@@ -211,11 +227,21 @@ void Parser::light_profile() {
             if (element.file.empty())
                 warn(place_of(file), "cannot find the file \"" + std::string(file.value) +
                                          "\" of the light profile \"" + element.name + '"');
+            else
+                read_profile(element, file);
         } else {
             fail_unknown("a light profile", "format, file or end lightprofile");
         }
     }
     end_of("lightprofile");
+}
+
+void Parser::read_profile(Element& element, const Token& file) {
+    try {
+        element.profile = std::make_shared<const LightProfile>(read_light_profile_file(element.file));
+    } catch (const SceneError& error) {
+        fail(file, "light profile \"" + element.name + "\": " + error.what());
+    }
 }
 
 // ---- user data -----------------------------------------------------------------------------------

@@ -16,6 +16,7 @@
 namespace stage {
 
 class Renderer;
+struct PhotonPath; // render/photon_path.h
 
 // Memory in last-in, first-out order. Grows by chunks that are kept, so a warm arena does not allocate.
 class Arena {
@@ -97,7 +98,10 @@ struct ThreadContext {
     Statistics statistics;
 
     // current sample
-    RayFrame eye; // the camera's state; without lens shaders also that of the eye ray
+    Matrix moved_camera_to_internal{},
+        moved_internal_to_camera{}; // at the sample's time, of a camera that moves
+    RayFrame eye;                   // the camera's state; without lens shaders also that of the eye ray
+    std::uint64_t seed = 0;         // of the frame
     std::uint32_t pixel_x = 0, pixel_y = 0, sample = 0;
     std::uint64_t sample_seed = 0;      // the same for the same pixel and sample in every run and thread
     std::uint32_t sample_dimension = 0; // next dimension of the sample's sequence
@@ -108,13 +112,21 @@ struct ThreadContext {
     std::uintptr_t outermost_call = 0;
     bool calls_given_up = false;
 
+    PhotonPath* photon = nullptr; // that the thread follows; null while it renders
+
     const Element* bad_shader = nullptr; // the sample's first shader whose color was not finite
     std::array<SampleLoop, 8> loops{};
     std::size_t next_loop = 0;
 
+    // what the material of the rasterizer's current hit told last of its opacity, and how often it did
+    miColor opacity{};
+    int opacities_told = 0;
+
     // lens shaders of the sample in their order, and the number of those that have been called
     std::vector<miTag> lenses;
     std::size_t lens_position = 0;
+    bool in_lens = false;                // one of them runs, and none of the shaders at the end of its ray
+    miVector camera_org{}, camera_dir{}; // the sample's ray as it leaves the camera
 
     // The next number in [0, 1) of the sample's own stream.
     float next_random();
@@ -122,6 +134,14 @@ struct ThreadContext {
 
 inline ThreadContext& context_of(const miState* state) {
     return *static_cast<ThreadContext*>(state->renderer);
+}
+
+// Camera space at the time of the current sample.
+inline const Matrix& camera_to_internal(const ThreadContext& context) {
+    return context.world->camera_moves ? context.moved_camera_to_internal : context.world->camera_to_internal;
+}
+inline const Matrix& internal_to_camera(const ThreadContext& context) {
+    return context.world->camera_moves ? context.moved_internal_to_camera : context.world->internal_to_camera;
 }
 
 // The primitive that a state stands on, or null.

@@ -34,69 +34,33 @@ void report_material(Scene& scene, const Element& element, const miOptions& opti
     const auto& m = *element.as<miMaterial>();
     warn_of(scene, element,
             {{m.displace != miNULLTAG && !options.no_displace, "displacement is", true},
-             {m.contour != miNULLTAG, "contours are", true},
-             {m.photon != miNULLTAG || m.photonvol != miNULLTAG, "photons are", true},
-             {m.lightmap != miNULLTAG, "light maps are", true}});
+             {m.contour != miNULLTAG, "contours are", true}});
 }
 
 void report_light(Scene& scene, const Element& element) {
     const auto& l = *element.as<miLight>();
     warn_of(scene, element,
-            {{l.emitter != miNULLTAG || l.caustic_store_photons || l.global_store_photons ||
-                  l.caustic_emit_photons || l.global_emit_photons,
-              "photons are"},
-             {l.use_shadow_maps != miFALSE, "shadow maps are"},
-             {l.visible && l.area != miLIGHT_NONE, "a visible light is"},
-             {l.area == miLIGHT_OBJECT || l.area == miLIGHT_USER, "an area of this kind is", true}});
+            {{l.use_shadow_maps != miFALSE, "shadow maps are"},
+             {l.visible && l.area != miLIGHT_NONE && !is_seen(l),
+              "a visible light that is directional or of a user's area is"}});
 }
 
 void report_instance(Scene& scene, const Element& element) {
     const auto& i = *element.as<miInstance>();
-    warn_of(scene, element,
-            {{i.light_list != miNULLTAG, "a list of lights is"},
-             {i.parameters != miNULLTAG, "parameters of an instance are"}});
-}
-
-void report_texture(Scene& scene, const Element& element) {
-    const auto& t = *element.as<miImg_image>();
-    warn_of(scene, element,
-            {{t.colorprofile != miNULLTAG, "a colour profile is"},
-             {t.writable && !element.file.empty(), "the file of a writable texture is"}});
+    warn_of(scene, element, {{i.parameters != miNULLTAG, "parameters of an instance are"}});
 }
 
 bool differ(const miColor& a, const miColor& b) {
     return a.r != b.r || a.g != b.g || a.b != b.b || a.a != b.a;
 }
 
-bool tunes_photons(const miOptions& o, const miOptions& usual) {
-    return o.caustic_accuracy != usual.caustic_accuracy || o.caustic_radius != usual.caustic_radius ||
-           o.globillum_accuracy != usual.globillum_accuracy || o.globillum_radius != usual.globillum_radius ||
-           o.photonvol_accuracy != usual.photonvol_accuracy || o.photonvol_radius != usual.photonvol_radius ||
-           o.photon_reflection_depth != usual.photon_reflection_depth ||
-           o.photon_refraction_depth != usual.photon_refraction_depth ||
-           o.photon_trace_depth != usual.photon_trace_depth;
-}
-
 void report_options(Scene& scene, const Element& element) {
     const auto& o = *element.as<miOptions>();
     const miOptions usual = default_options();
     warn_of(scene, element,
-            {{!element.state_shaders.empty(), "state shaders are"},
-             {o.caustic || o.globillum, "photons are", true},
-             {tunes_photons(o, usual), "accuracy and depth of photons are", true},
-             {o.finalgather != 0, "final gathering is", true},
-             {o.finalgather_rays != usual.finalgather_rays, "the number of final gathering's rays is", true},
-             {differ(o.contrast, usual.contrast), "contrast is", true},
-             {differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
-             {o.min_samples != usual.min_samples && o.min_samples < o.max_samples,
-              "a least number of samples below the largest is", true},
+            {{differ(o.time_contrast, usual.time_contrast), "time contrast is", true},
              {o.max_samples < 0, "fewer than one sample for a pixel is", true},
-             {o.jitter < 0.0f || o.jitter > 1.0f, "jitter outside 0 to 1 is", true},
-             {o.gamma != usual.gamma, "gamma is", true},
-             {o.colorclip != usual.colorclip, "colorclip is", true},
-             {o.nopremult != miFALSE, "premultiply off is", true},
-             {o.dither != miFALSE, "dithering is", true},
-             {o.desaturate != miFALSE, "desaturation is", true}});
+             {o.jitter < 0.0f || o.jitter > 1.0f, "jitter outside 0 to 1 is", true}});
     for (const auto& [name, value] : element.string_options)
         warn_of(scene, element, {{true, "is"}}, "the string option " + name + ' ');
 }
@@ -110,13 +74,7 @@ void report_camera(const World& world, const Element& element) {
         return;
     for (const FramebufferDesc& b : buffers->framebuffers)
         warn_of(scene, element,
-                {{b.useopacity, "weighting by opacity is", true},
-                 {b.dod, "dod is", true},
-                 {b.tiled, "tiling is", true},
-                 {b.quality >= 0, "quality is", true},
-                 {b.dpi != 0, "dpi is", true},
-                 {!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true},
-                 {!b.colorprofile.empty(), "a colour profile is", true}},
+                {{!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true}},
                 "frame buffer \"" + b.name + "\": ");
 }
 
@@ -194,6 +152,8 @@ void apply_demands(Scene& scene, miOptions& options) {
             options.shadow = demanded_mode(declared.shadow_mode);
         if (declared.trace_mode == "on")
             options.trace = miTRUE;
+        if (declared.refuses_scanline)
+            options.scanline = 0;
     }
 }
 
@@ -225,8 +185,6 @@ void report_unsupported(const World& world, const RenderCommand& command) {
             report_instance(scene, element);
         else if (element.type == miSCENE_OBJECT)
             warn_of(scene, element, {{element.as<miObject>()->select != 0, "select is"}});
-        else if (element.type == miSCENE_IMAGE)
-            report_texture(scene, element);
         else if (element.record == world.options)
             report_options(scene, element);
         else if (element.record == world.camera)

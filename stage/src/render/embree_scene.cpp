@@ -24,6 +24,17 @@ void check(RTCDevice device, const Element* element) {
 
 } // namespace
 
+namespace {
+
+bool is_identity(const Matrix& matrix) {
+    for (int k = 0; k < 16; ++k)
+        if (matrix.m[k] != (k % 5 == 0 ? 1.0f : 0.0f))
+            return false;
+    return true;
+}
+
+} // namespace
+
 EmbreeScene::EmbreeScene(const World& world) {
     device = rtcNewDevice(nullptr);
     if (!device)
@@ -63,27 +74,35 @@ void EmbreeScene::build(const World& world) {
     rtcSetSceneFlags(
         top, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
     std::map<std::pair<const miTriangles*, bool>, RTCScene> built; // an object, with and without its motion
+    std::map<const miTriangles*, int> uses;
+    for (const WorldInstance& instance : world.instances)
+        ++uses[instance.triangles];
     for (std::size_t i = 0; i < world.instances.size(); ++i) {
         const WorldInstance& instance = world.instances[i];
         const bool moving = world.moving && instance.has_motion;
         const bool deforming = moving && instance.triangles->motion_offset >= 0;
+        rejects_sides = rejects_sides || instance.face != 'a';
+        if (!moving && uses[instance.triangles] == 1 && is_identity(instance.to_internal)) {
+            RTCGeometry geometry = make_geometry(*instance.triangles, false, 0.0f);
+            rtcSetGeometryMask(geometry, instance.mask);
+            rtcCommitGeometry(geometry);
+            rtcAttachGeometryByID(top, geometry, static_cast<unsigned>(i));
+            rtcReleaseGeometry(geometry);
+            check(device, world.scene.database.find(instance.object_tag));
+            continue;
+        }
         RTCScene& object = built[{instance.triangles, deforming}];
         if (!object) {
-            object = add_object(*instance.triangles, deforming);
+            object = add_object(*instance.triangles, deforming, world.options->shutter);
             check(device, world.scene.database.find(instance.object_tag));
         }
-        add_instance(instance, static_cast<unsigned>(i), object, moving);
-        rejects_sides = rejects_sides || instance.face != 'a';
+        add_instance(instance, static_cast<unsigned>(i), object, moving, world.options->shutter);
     }
     rtcCommitScene(top);
     check(device, nullptr);
 }
 
-RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
-    RTCScene scene = rtcNewScene(device);
-    objects_.push_back(scene);
-    rtcSetSceneFlags(
-        scene, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
+RTCGeometry EmbreeScene::make_geometry(const miTriangles& triangles, bool moving, float shutter) {
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
     const std::size_t stride = static_cast<std::size_t>(triangles.vertex_stride);
     rtcSetGeometryTimeStepCount(geometry, moving ? 2 : 1);
@@ -107,11 +126,20 @@ RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
             const float* vertex = triangles.vertices + i * stride;
             for (std::size_t k = 0; k < 3; ++k)
                 end[stride * i + k] =
-                    vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k];
+                    vertex[k] + vertex[static_cast<std::size_t>(triangles.motion_offset) + k] * shutter;
         }
     }
     rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, triangles.indices, 0,
                                3 * sizeof(miUint), triangles.triangle_count);
+    return geometry;
+}
+
+RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving, float shutter) {
+    RTCScene scene = rtcNewScene(device);
+    objects_.push_back(scene);
+    rtcSetSceneFlags(
+        scene, static_cast<RTCSceneFlags>(RTC_SCENE_FLAG_ROBUST | RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION));
+    RTCGeometry geometry = make_geometry(triangles, moving, shutter);
     rtcCommitGeometry(geometry);
     rtcAttachGeometryByID(scene, geometry, 0);
     rtcReleaseGeometry(geometry);
@@ -119,15 +147,18 @@ RTCScene EmbreeScene::add_object(const miTriangles& triangles, bool moving) {
     return scene;
 }
 
-void EmbreeScene::add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving) {
+void EmbreeScene::add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving,
+                               float shutter) {
     RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_INSTANCE);
     rtcSetGeometryInstancedScene(geometry, object);
     rtcSetGeometryMask(geometry, instance.mask);
     rtcSetGeometryTimeStepCount(geometry, moving ? 2 : 1);
     // Row vectors in rows are column vectors in columns: the same 16 floats.
     rtcSetGeometryTransform(geometry, 0, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, instance.to_internal.m);
+    Matrix closing;
     if (moving)
-        rtcSetGeometryTransform(geometry, 1, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR, instance.motion_to_internal.m);
+        rtcSetGeometryTransform(geometry, 1, RTC_FORMAT_FLOAT4X4_COLUMN_MAJOR,
+                                blend(instance.to_internal, instance.motion_to_internal, shutter, closing).m);
     rtcCommitGeometry(geometry);
     rtcAttachGeometryByID(top, geometry, index);
     rtcReleaseGeometry(geometry);
@@ -138,7 +169,8 @@ void reject_hidden_side(const RTCFilterFunctionNArguments* arguments) {
     for (unsigned i = 0; i < arguments->N; ++i) {
         if (arguments->valid[i] == 0)
             continue;
-        const unsigned instance = RTCHitN_instID(arguments->hit, arguments->N, i, 0);
+        const unsigned instance = hit_instance(RTCHitN_instID(arguments->hit, arguments->N, i, 0),
+                                               RTCHitN_geomID(arguments->hit, arguments->N, i));
         // Ray and normal are both in object space here, where the front is the counterclockwise side.
         const float cosine =
             RTCRayN_dir_x(arguments->ray, arguments->N, i) * RTCHitN_Ng_x(arguments->hit, arguments->N, i) +

@@ -1,4 +1,5 @@
-// The ray casting structure over a world: one Embree scene for each object, instances of them on top.
+// The ray casting structure over a world: one Embree scene for each object, instances of them on top. Objects
+// that stand there once, in internal space itself, are on top without an instance: rays meet them sooner.
 // The only header that includes Embree; world.cpp and embree_scene.cpp are its only users.
 #pragma once
 
@@ -26,12 +27,19 @@ struct EmbreeScene {
 
 private:
     void build(const World& world);
-    RTCScene add_object(const miTriangles& triangles, bool moving);
-    void add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving);
+    RTCGeometry make_geometry(const miTriangles& triangles, bool moving, float shutter);
+    RTCScene add_object(const miTriangles& triangles, bool moving, float shutter);
+    void add_instance(const WorldInstance& instance, unsigned index, RTCScene object, bool moving,
+                      float shutter);
     void release();
 
     std::vector<RTCScene> objects_;
 };
+
+// The index of the instance that was hit: Embree's numbers of geometries on top, with or without an instance.
+inline unsigned hit_instance(unsigned instance, unsigned geometry) {
+    return instance == RTC_INVALID_GEOMETRY_ID ? geometry : instance;
+}
 
 // What the side filter of a ray needs beside Embree's own context, which comes first.
 struct SideContext {

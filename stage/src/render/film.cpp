@@ -29,6 +29,8 @@ Film::Film(std::span<FrameBuffer> buffers, const PixelRect& crop, const PixelFil
            std::uint32_t samples, std::uint32_t central, int bucket_size)
     : buffers_(buffers), filter_(filter), samples_(samples), central_(central),
       bucket_size_(std::max({bucket_size, filter.reach(), 1})) {
+    for (const FrameBuffer& buffer : buffers)
+        filtered_.push_back(buffer.filtered());
     const PixelRect picture{0, 0, buffers.front().width, buffers.front().height};
     const int reach = filter.reach();
     crop_ = crop.cut(picture);
@@ -126,7 +128,7 @@ void Film::filter_pixel(int x, int y, const BucketSamples& own, std::vector<floa
     const std::size_t central = (pixel_index(own.rect, x, y) * samples_ + central_) * buffers_.size();
     for (std::size_t b = 0; b < buffers_.size(); ++b) {
         FrameBuffer& buffer = buffers_[b];
-        const bool filtered = buffer.filtered() && weights != 0.0f;
+        const bool filtered = filtered_[b] && weights != 0.0f;
         const std::span<float> pixel = buffer.pixel(x, y);
         for (std::size_t c = 0; c < pixel.size(); ++c)
             pixel[c] = filtered ? sums[4 * b + c] / weights : channel(own.values[central + b], c);
@@ -144,13 +146,14 @@ void Film::gather(int x, int y, int from_x, int from_y, const BucketSamples& sam
             continue;
         weights += weight;
         for (std::size_t b = 0; b < buffers_.size(); ++b) {
-            if (!buffers_[b].filtered())
+            if (!filtered_[b])
                 continue;
             const miColor& value = samples.values[s * buffers_.size() + b];
-            sums[4 * b] += weight * value.r;
-            sums[4 * b + 1] += weight * value.g;
-            sums[4 * b + 2] += weight * value.b;
-            sums[4 * b + 3] += weight * value.a;
+            float* sum = &sums[4 * b];
+            sum[0] += weight * value.r;
+            sum[1] += weight * value.g;
+            sum[2] += weight * value.b;
+            sum[3] += weight * value.a;
         }
     }
 }

@@ -41,10 +41,14 @@ public:
     [[nodiscard]] PixelRect
     bucket_rect(std::size_t bucket) const; // buckets run from the upper left, row by row
 
+    [[nodiscard]] const PixelRect& sampled_rect() const { return sampled_; } // what all buckets cover
+
     // Memory for the samples of a bucket, to be filled before `finish`. Any thread; each bucket once.
     BucketSamples& begin(std::size_t bucket);
     // Filters every bucket whose surroundings are complete now.
     void finish(std::size_t bucket);
+    // In place of `finish`, for samples that go to another process's film.
+    std::unique_ptr<BucketSamples> take(std::size_t bucket) { return std::move(buckets_[bucket].samples); }
     // After the last `finish`: filters finished buckets whose surroundings never became complete.
     void finish_rest();
 
@@ -64,6 +68,7 @@ private:
                 std::vector<float>& sums) const;
 
     std::span<FrameBuffer> buffers_;
+    std::vector<std::uint8_t> filtered_; // by buffer: its samples are averaged
     PixelRect crop_, sampled_;
     PixelFilter filter_;
     std::uint32_t samples_, central_;

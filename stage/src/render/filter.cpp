@@ -37,20 +37,15 @@ float sinc(float t) {
 
 } // namespace
 
-PixelFilter::PixelFilter(int kind, float width_x, float width_y) : kind_(kind) {
+PixelFilter::PixelFilter(int kind, float width_x, float width_y)
+    : kind_(kind), box_(kind != 't' && kind != 'g' && kind != 'm' && kind != 'l') {
     radius_x_ = 0.5f * (width_x > 0.0f ? width_x : usual_width(kind));
     radius_y_ = 0.5f * (width_y > 0.0f ? width_y : usual_width(kind));
     reach_ = static_cast<int>(std::ceil(std::max(std::max(radius_x_, radius_y_) - 0.5f, 0.0f)));
 }
 
-float PixelFilter::weight(float dx, float dy) const {
-    return axis(dx, radius_x_) * axis(dy, radius_y_);
-}
-
+// Within the radius.
 float PixelFilter::axis(float distance, float radius) const {
-    // Half open, so that a sample on a border belongs to one pixel of a box filter of width 1.
-    if (distance < -radius || distance >= radius)
-        return 0.0f;
     const float t = std::abs(distance) / radius;
     switch (kind_) {
     case 't':

@@ -27,16 +27,10 @@ private:
     const miScalar* m_;
 };
 
-// Where an instance stands at a time of the shutter interval: matrices are blended, as the rays see them.
-// `blended` is memory for that.
 const Matrix& matrix_at(const WorldInstance& instance, float t, Matrix& blended) {
     if (!(t > 0.0f) || !instance.has_motion)
         return instance.to_internal;
-    for (std::size_t i = 0; i < 16; ++i) {
-        const float start = instance.to_internal.m[i];
-        blended.m[i] = start + (instance.motion_to_internal.m[i] - start) * t;
-    }
-    return blended;
+    return blend(instance.to_internal, instance.motion_to_internal, t, blended);
 }
 
 // The corners of a hit triangle and the weights of the hit point.
@@ -136,7 +130,7 @@ void set_derivatives(RayFrame& frame, const Corners& corners, const Lanes (&poin
     frame.state.derivs[1] = &frame.derivs[1];
 }
 
-// From the hit point's place when the shutter opens to that when it closes.
+// From the hit point's place when the shutter opens to that at time 1.
 miVector motion_of(const WorldInstance& instance, const Corners& corners) {
     const int offset = corners.triangles->motion_offset;
     if (!instance.has_motion)
@@ -150,7 +144,7 @@ miVector motion_of(const WorldInstance& instance, const Corners& corners) {
 void set_material(miState& state, const World& world, const WorldInstance& instance, std::uint32_t triangle) {
     state.material = instance.material_of(triangle);
     const MaterialSlots slots(world.scene, state.material);
-    state.refraction_volume = slots[miSHADER_VOLUME];
+    state.refraction_volume = slots[miRAY_PHOTON(state.type) ? miSHADER_PHOTONVOL : miSHADER_VOLUME];
     const miTag environment = slots[miSHADER_ENVIRONMENT];
     state.environment = environment ? environment : world.camera->environment;
 }
@@ -175,8 +169,9 @@ void set_miss(RayFrame& frame) {
 
 } // namespace
 
-float shutter_fraction(const miState* state) {
-    return context_of(state).world->moving ? std::clamp(state->time, 0.0f, 1.0f) : 0.0f;
+float shutter_time(const miState* state) {
+    const World& world = *context_of(state).world;
+    return world.moving ? std::clamp(state->time, 0.0f, world.options->shutter) : 0.0f;
 }
 
 void set_intersection(RayFrame& frame, bool was_hit) {
@@ -186,7 +181,7 @@ void set_intersection(RayFrame& frame, bool was_hit) {
     const World& world = *context_of(&state).world;
     const WorldInstance& instance = world.instances[frame.hit.instance];
     const Corners corners(*instance.triangles, frame.hit);
-    const float time = shutter_fraction(&state);
+    const float time = shutter_time(&state);
     Matrix blended;
     const Placement place(matrix_at(instance, time, blended));
 

@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace stage {
 
@@ -27,8 +29,8 @@ std::string progress_text(std::size_t done, std::size_t total, double seconds) {
     return text;
 }
 
-Progress::Progress(std::size_t total, bool enabled)
-    : total_(total), enabled_(enabled), terminal_(isatty(STDERR_FILENO) != 0),
+Progress::Progress(std::size_t total, bool enabled, std::string work)
+    : total_(total), enabled_(enabled), terminal_(isatty(STDERR_FILENO) != 0), work_(std::move(work)),
       start_(std::chrono::steady_clock::now()) {}
 
 Progress::~Progress() {
@@ -36,8 +38,8 @@ Progress::~Progress() {
         std::fputc('\n', stderr);
 }
 
-void Progress::advance() {
-    const std::size_t done = done_.fetch_add(1, std::memory_order_relaxed) + 1;
+void Progress::advance(std::size_t parts) {
+    const std::size_t done = std::min(done_.fetch_add(parts, std::memory_order_relaxed) + parts, total_);
     if (!enabled_)
         return;
     const std::unique_lock<std::mutex> lock(guard_, std::try_to_lock);
@@ -53,7 +55,7 @@ void Progress::advance() {
     shown_ = percent;
     shown_at_ = now;
     // Spaces wipe out what a longer line before may have left.
-    std::fprintf(stderr, terminal_ ? "\rrendering %-24s" : "rendering %s\n",
+    std::fprintf(stderr, terminal_ ? "\r%s %-24s" : "%s %s\n", work_.c_str(),
                  progress_text(done, total_, now).c_str());
     std::fflush(stderr);
 }

@@ -14,16 +14,18 @@ namespace stage {
 
 class Progress {
 public:
-    Progress(std::size_t total, bool enabled);
+    // `work` says what is going on: "rendering".
+    Progress(std::size_t total, bool enabled, std::string work = "rendering");
     ~Progress(); // ends the line
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    void advance(); // one part is done; any thread
+    void advance(std::size_t parts = 1); // so many more are done; any thread
 
 private:
     const std::size_t total_;
     const bool enabled_, terminal_;
+    const std::string work_;
     const std::chrono::steady_clock::time_point start_;
     std::atomic<std::size_t> done_{0};
     std::mutex guard_;

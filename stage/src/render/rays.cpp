@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
+#include "kit/message.h"
 #include "render/shading.h"
 #include "render/vector.h"
 
@@ -17,12 +19,12 @@ RayFrame* frame_of_child(const miState* parent) {
 }
 
 // Where the camera's clipping planes cut the ray, as distances from its start.
-miRange clip_range(const World& world, const miState& state) {
+miRange clip_range(const ThreadContext& context, const miState& state) {
     constexpr float infinity = std::numeric_limits<float>::infinity();
-    const miRange clip = world.camera->clip;
+    const miRange clip = context.world->camera->clip;
     if (clip.max <= clip.min)
         return {0.0f, infinity};
-    const miScalar* m = world.internal_to_camera.m;
+    const miScalar* m = internal_to_camera(context).m;
     // The camera looks along -z.
     const float depth = -(state.org.x * m[2] + state.org.y * m[6] + state.org.z * m[10] + m[14]);
     const float slope = -(state.dir.x * m[2] + state.dir.y * m[6] + state.dir.z * m[10]);
@@ -42,16 +44,33 @@ miBoolean pass_hull(miColor* result, RayFrame& hull) {
     return shade(result, frame);
 }
 
+// The light's own shader gives its colour: the type of the ray tells it that it is looked at, not asked to
+// light. A light that does not answer is not there.
+miBoolean shade_light(miColor* result, RayFrame& frame, const WorldLight& light) {
+    miState& state = frame.state;
+    const miTag outer = std::exchange(state.light_instance, light.instance);
+    state.refraction_volume = state.volume;
+    const miBoolean lit = call_shader(result, miSHADER_LIGHT, &state, light.light->shader, nullptr);
+    state.light_instance = outer;
+    if (!lit)
+        return pass_hull(result, frame);
+    result->a = 1.0f;
+    return miTRUE;
+}
+
 miBoolean shade_hit(miColor* result, RayFrame& frame) {
     miState& state = frame.state;
-    const Scene& scene = context_of(&state).world->scene;
+    const World& world = *context_of(&state).world;
+    if (const int light = world.instances[frame.hit.instance].light; light >= 0)
+        return shade_light(result, frame, world.lights[static_cast<std::size_t>(light)]);
+    const Scene& scene = world.scene;
     const MaterialSlots slots(scene, state.material);
     const miTag shader = slots[miSHADER_MATERIAL];
     if (!shader)
         return pass_hull(result, frame);
     // Not the shader of a phenomenon: others may follow it in a list.
-    const miBoolean lit = call_shader(result, miSHADER_MATERIAL, &state,
-                                      slots.is_material() ? shader : state.material, nullptr);
+    const miBoolean lit =
+        call_ray_shader(result, miSHADER_MATERIAL, &state, slots.is_material() ? shader : state.material);
     if (is_opaque(scene, state.material))
         result->a = 1.0f;
     return lit;
@@ -93,7 +112,7 @@ miTag volume_behind(const miState* state) {
     for (const miState* s = state->parent; s; s = s->parent)
         if (s->instance == state->instance && enters(*s))
             return s->volume;
-    return context_of(state).world->camera->volume;
+    return miRAY_PHOTON(state->type) ? miNULLTAG : context_of(state).world->camera->volume;
 }
 
 RayFrame& new_ray(miState* parent, miRay_type type) {
@@ -108,6 +127,8 @@ RayFrame& new_ray(miState* parent, miRay_type type) {
     frame->state.parent = parent;
     frame->state.child = nullptr;
     frame->state.type = type;
+    if (type != miRAY_EYE)
+        frame->state.scanline = 0;
     frame->hit = {};
     frame->in_flight = false;
     frame->displaced = displaced;
@@ -127,7 +148,7 @@ bool cast(RayFrame& frame, double near, double far, RayMask mask) {
     const FamilyScope scope(context.statistics, Family::ray_casting);
     const World& world = *context.world;
     const bool was_hit =
-        world.intersect(frame.state.org, frame.state.dir, near, far, shutter_fraction(&frame.state),
+        world.intersect(frame.state.org, frame.state.dir, near, far, shutter_time(&frame.state),
                         static_cast<std::uint32_t>(mask), frame.hit);
     set_intersection(frame, was_hit);
     return was_hit;
@@ -150,13 +171,13 @@ miBoolean shade_surface(miColor* result, RayFrame& frame) {
     if (state.pri)
         return shade_hit(result, frame);
     const miTag environment = state.environment ? state.environment : state.camera->environment;
-    return call_shader(result, miSHADER_ENVIRONMENT, &state, environment, nullptr);
+    return call_ray_shader(result, miSHADER_ENVIRONMENT, &state, environment);
 }
 
 miBoolean apply_volume(miColor* result, miState* state, miBoolean lit) {
     if (!state->volume || state->options->no_volume)
         return lit;
-    return call_shader(result, miSHADER_VOLUME, state, state->volume, nullptr) || lit;
+    return call_ray_shader(result, miSHADER_VOLUME, state, state->volume) || lit;
 }
 
 miBoolean shade(miColor* result, RayFrame& frame) {
@@ -201,13 +222,46 @@ void hand_back_hit(miState* state, const miState& child) {
     std::copy(std::begin(child.derivs), std::end(child.derivs), state->derivs);
 }
 
+bool same(const miVector& a, const miVector& b) {
+    return a.x == b.x && a.y == b.y && a.z == b.z;
+}
+
+// Scanline algorithms find what the camera itself sees; a ray that a lens shader has bent is traced.
 miBoolean trace_eye_ray(miColor* result, RayFrame& frame) {
-    ThreadContext& context = context_of(&frame.state);
+    miState& state = frame.state;
+    ThreadContext& context = context_of(&state);
     ++context.statistics.eye_rays;
     *result = {};
-    const miRange range = clip_range(*context.world, frame.state);
+    state.scanline = state.options->scanline != 0 && same(state.org, context.camera_org) &&
+                     same(state.dir, context.camera_dir);
+    const miRange range = clip_range(context, state);
     cast(frame, range.min, range.max, RayMask::primary);
-    return shade(result, frame);
+    return from_rasterizer(&state) ? shade_layers(result, frame, range.max) : shade(result, frame);
+}
+
+// Once for each lens shader; `state` is the one that it was called with.
+void report_bent_ray(const miState* state, const ThreadContext& context) {
+    const miVector& org = state->parent ? state->parent->org : context.camera_org;
+    const miVector& dir = state->parent ? state->parent->dir : context.camera_dir;
+    const Element* lens = running_shader();
+    if ((same(state->org, org) && same(state->dir, dir)) ||
+        lens->shader->code->reported_bent_ray.exchange(true, std::memory_order_relaxed))
+        return;
+    send_message(
+        MessageLevel::error,
+        "%s: lens shader \"%s\" changes the rays, which the rasterizer cannot follow: they are traced; "
+        "its declaration should say \"scanline off\"",
+        lens->place.text().c_str(), lens->name.c_str());
+}
+
+// Once for each shader.
+[[gnu::noinline]] void report_stray_eye_ray() {
+    const Element* shader = running_shader();
+    if (shader && !shader->shader->code->reported_stray_eye_ray.exchange(true, std::memory_order_relaxed))
+        send_message(MessageLevel::error,
+                     "%s: shader \"%s\" traces eye rays, which only a lens shader of the camera can: it is "
+                     "used in another place",
+                     shader->place.text().c_str(), shader->name.c_str());
 }
 
 } // namespace
@@ -220,20 +274,29 @@ void hand_back(miState* state, const miState& child) {
     state->motion = child.motion;
 }
 
+// Shaders at the end of an eye ray cannot start others: a lens shader that is used as a map would meet itself
+// there without end.
 miBoolean continue_eye_ray(miColor* result, miState* state) {
     ThreadContext& context = context_of(state);
+    if (!context.in_lens) {
+        report_stray_eye_ray();
+        *result = {};
+        return miFALSE;
+    }
+    if (state->options->scanline == rasterizer)
+        report_bent_ray(state, context);
     const std::size_t position = context.lens_position;
     RayFrame& frame = new_ray(state, miRAY_EYE);
     const RayInFlight in_flight(frame);
     miBoolean lit;
     if (position < context.lenses.size()) {
         context.lens_position = position + 1;
-        lit = call_shader(result, miSHADER_LENS, &frame.state, context.lenses[position], nullptr);
+        lit = call_ray_shader(result, miSHADER_LENS, &frame.state, context.lenses[position]);
         context.lens_position = position;
     } else {
-        if (context.lenses.empty())
-            frame.state.parent = nullptr;
+        context.in_lens = false;
         lit = trace_eye_ray(result, frame);
+        context.in_lens = true;
     }
     hand_back_hit(state, frame.state);
     return lit;
@@ -243,14 +306,19 @@ miBoolean shade_eye_sample(miColor* result, RayFrame& frame) {
     miState& state = frame.state;
     ThreadContext& context = context_of(&state);
     context.bad_shader = nullptr;
+    context.camera_org = state.org;
+    context.camera_dir = state.dir;
     context.lenses.clear();
     if (!state.options->no_lens)
         collect_lenses(context.world->scene.database, state.camera->lens, context.lenses);
     state.child = nullptr;
     context.lens_position = context.lenses.empty() ? 0 : 1;
-    if (context.lenses.empty())
-        return trace_eye_ray(result, frame);
-    return call_shader(result, miSHADER_LENS, &state, context.lenses[0], nullptr);
+    context.in_lens = !context.lenses.empty();
+    call_state_shaders(result, &state, miSTATE_CALL_INIT);
+    const miBoolean lit = context.in_lens ? call_ray_shader(result, miSHADER_LENS, &state, context.lenses[0])
+                                          : trace_eye_ray(result, frame);
+    call_state_shaders(result, &state, miSTATE_CALL_EXIT);
+    return lit;
 }
 
 } // namespace stage

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <numeric>
 
 namespace stage {
 
@@ -28,16 +29,16 @@ struct PixelSample {
     std::uint64_t seed; // of everything random in this sample
 };
 
-// What the seeds of a pixel's samples are made from.
-constexpr std::uint64_t pixel_seed(std::uint32_t x, std::uint32_t y) {
-    return mix_bits((std::uint64_t{y} << 32) | x);
+// What the seeds of a pixel's samples are made from. `seed` is the frame's.
+constexpr std::uint64_t pixel_seed(std::uint32_t x, std::uint32_t y, std::uint64_t seed = 0) {
+    return mix_bits(((std::uint64_t{y} << 32) | x) ^ (seed ? mix_bits(seed) : 0));
 }
 
 // Sample `index` of `grid` * `grid` in a pixel. The pixel is divided into that many cells, row by row; each
 // has one sample, at its centre for jitter 0, anywhere in the cell for jitter 1.
 inline PixelSample pixel_sample(std::uint32_t x, std::uint32_t y, std::uint32_t index, std::uint32_t grid,
-                                float jitter) {
-    const std::uint64_t seed = mix_bits(pixel_seed(x, y) + index);
+                                float jitter, std::uint64_t frame_seed = 0) {
+    const std::uint64_t seed = mix_bits(pixel_seed(x, y, frame_seed) + index);
     const float cell = 1.0f / static_cast<float>(grid);
     const auto place = [&](std::uint32_t stratum, std::uint64_t salt) {
         const float offset =
@@ -49,11 +50,18 @@ inline PixelSample pixel_sample(std::uint32_t x, std::uint32_t y, std::uint32_t 
     return {place(index % grid, 1), place(index / grid, 2), seed};
 }
 
-// When that sample is taken in the shutter interval, [0, 1). Multiples of the golden ratio spread over the
-// interval for any number of samples, in an order that has nothing to do with that of the cells.
-inline float sample_time(std::uint32_t x, std::uint32_t y, std::uint32_t index) {
-    const double turn =
-        static_cast<double>(unit_float(mix_bits(pixel_seed(x, y) ^ 3u))) + 0.6180339887498949 * index;
+// When that sample is taken in the shutter interval, [0, 1). The times of a pixel lie evenly over the
+// interval, moved by a random part of it. Neighbours in the grid are about the golden ratio apart, and the
+// samples of a row or of a column spread over the interval too: edges that cross the pixel are noisy
+// otherwise.
+inline float sample_time(std::uint32_t x, std::uint32_t y, std::uint32_t index, std::uint32_t grid,
+                         std::uint64_t seed = 0) {
+    const std::uint32_t count = grid * grid;
+    auto stride = static_cast<std::uint32_t>(0.6180339887498949 * count);
+    while (std::gcd(stride, grid) != 1)
+        ++stride;
+    const double turn = unit_float(mix_bits(pixel_seed(x, y, seed) ^ 3u)) +
+                        static_cast<double>(std::uint64_t{index} * stride % count) / count;
     return std::min(static_cast<float>(turn - std::floor(turn)), below_one);
 }
 

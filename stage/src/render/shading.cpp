@@ -235,6 +235,27 @@ miBoolean call_shader(void* result, miShader_type type, miState* state, miTag ta
     return answer;
 }
 
+// All of them before a call, and in the reverse order after it, so that each takes back what it set up.
+[[gnu::noinline]] void call_state_shaders(miColor* result, miState* state, miState_call call,
+                                          miShader_type shader) {
+    miState_event event{call, shader};
+    const std::span<const miTag> shaders = context_of(state).world->state_shaders;
+    const bool forwards = call == miSTATE_CALL_INIT || call == miSTATE_CALL_SAMPLE_INIT;
+    const Database& database = context_of(state).world->scene.database;
+    for (std::size_t i = 0; i < shaders.size(); ++i)
+        call_one(result, miSHADER_STATE, state, database.find(shaders[forwards ? i : shaders.size() - 1 - i]),
+                 &event);
+}
+
+miBoolean call_ray_shader(miColor* result, miShader_type type, miState* state, miTag tag) {
+    if (context_of(state).world->state_shaders.empty() || tag == miNULLTAG) [[likely]]
+        return call_shader(result, type, state, tag, nullptr);
+    call_state_shaders(result, state, miSTATE_CALL_SAMPLE_INIT, type);
+    const miBoolean lit = call_shader(result, type, state, tag, nullptr);
+    call_state_shaders(result, state, miSTATE_CALL_SAMPLE_EXIT, type);
+    return lit;
+}
+
 // Of a shader or a phenomenon.
 miTag MaterialSlots::own_slot(miShader_type type) const {
     if (element_->type != miSCENE_FUNCTION || !element_->shader)

@@ -5,11 +5,21 @@
 
 namespace stage {
 
+inline constexpr int rasterizer = 'r'; // miOptions::scanline
+
 // Runs the shader instance `tag` on the state: init on first call, version of the call's type in the state,
 // user pointer and running shader restored after. Lists (next_function) are run in order for every type but
 // lens shaders, whose next one runs when the first traces its eye ray. False for a null tag.
 // Phenomena run the root that belongs to the type, materials the shader in the type's slot.
 miBoolean call_shader(void* result, miShader_type type, miState* state, miTag tag, void* arg);
+
+// Runs the shader that a ray calls for, a lens, material, environment or volume shader, between the state
+// shaders' calls for it.
+miBoolean call_ray_shader(miColor* result, miShader_type type, miState* state, miTag tag);
+
+// Runs the state shaders of the options.
+void call_state_shaders(miColor* result, miState* state, miState_call call,
+                        miShader_type shader = miSHADER_STATE);
 
 // The shader instance that this thread runs, its init included; null for none.
 const Element* running_shader();
@@ -112,8 +122,9 @@ miTag volume_behind(const miState* state);
 // What the state that cast a ray takes over from it: label, point, normal, distance and motion.
 void hand_back(miState* state, const miState& child);
 
-// How far the shutter interval has passed at the time of the state's ray, 0 to 1; 0 when nothing moves.
-float shutter_fraction(const miState* state);
+// The time of the state's ray, from 0 to the shutter's closing; 0 when nothing moves. Motion vectors and
+// motion transforms tell where things are at time 1.
+float shutter_time(const miState* state);
 
 // Finds the nearest hit of the frame's ray (org, dir) and sets its intersection. Distances count from org.
 bool cast(RayFrame& frame, double near, double far, RayMask mask);
@@ -129,6 +140,14 @@ miBoolean shade(miColor* result, RayFrame& frame);
 miBoolean shade_surface(miColor* result, RayFrame& frame);
 // Only the volume of the ray, if it has one; `lit` is what the shader before it returned.
 miBoolean apply_volume(miColor* result, miState* state, miBoolean lit);
+
+// The same for a hit of the rasterizer, with everything that is seen through its surface before `far`.
+miBoolean shade_layers(miColor* result, RayFrame& frame, double far);
+
+// The state stands on a hit of the rasterizer, which itself puts behind the surface what is seen through it.
+inline bool from_rasterizer(const miState* state) {
+    return state->scanline && state->type == miRAY_EYE && state->options->scanline == rasterizer;
+}
 
 // Casts the eye ray (org, dir of the state) or calls the next lens shader, and leaves the hit in the state.
 miBoolean continue_eye_ray(miColor* result, miState* state);

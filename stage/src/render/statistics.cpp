@@ -17,6 +17,11 @@ constexpr std::pair<const char*, Count> sample_counts[] = {
     {"light samples", &Statistics::light_samples},
 };
 
+constexpr std::pair<const char*, Count> photon_counts[] = {
+    {"photons emitted", &Statistics::photons_emitted},
+    {"photons kept", &Statistics::photons_kept},
+};
+
 constexpr std::pair<const char*, Count> ray_counts[] = {
     {"eye", &Statistics::eye_rays},
     {"reflection", &Statistics::reflection_rays},
@@ -26,6 +31,7 @@ constexpr std::pair<const char*, Count> ray_counts[] = {
     {"shadow", &Statistics::shadow_rays},
     {"environment", &Statistics::environment_rays},
     {"probe", &Statistics::probe_rays},
+    {"gathering", &Statistics::gathering_rays},
 };
 
 constexpr std::array<const char*, static_cast<std::size_t>(Family::count)> family_names = {
@@ -92,6 +98,8 @@ void print_families(std::FILE* file, const Statistics& s) {
 Statistics& Statistics::operator+=(const Statistics& other) {
     for (const auto& [name, count] : sample_counts)
         this->*count += other.*count;
+    for (const auto& [name, count] : photon_counts)
+        this->*count += other.*count;
     for (const auto& [name, count] : ray_counts)
         this->*count += other.*count;
     for (std::size_t i = 0; i < families.size(); ++i) {
@@ -118,6 +126,11 @@ void print_statistics(std::FILE* file, const Statistics& s, const FrameTimes& ti
                       std::size_t scene_bytes) {
     for (const auto& [name, count] : sample_counts)
         std::fprintf(file, "%-16s %15s\n", name, grouped(s.*count).c_str());
+    if (s.photons_emitted > 0) {
+        for (const auto& [name, count] : photon_counts)
+            std::fprintf(file, "%-16s %15s\n", name, grouped(s.*count).c_str());
+        std::fprintf(file, "%-16s %15.3f s\n", "photons' time", times.photons);
+    }
     std::fprintf(
         file, "%-16s %15s\n", "samples/second",
         grouped(static_cast<std::uint64_t>(quotient(static_cast<double>(s.samples), times.render))).c_str());

@@ -29,7 +29,8 @@ struct Statistics {
     std::uint64_t samples = 0, bad_samples = 0; // bad: NaN or infinite
     std::uint64_t eye_rays = 0, reflection_rays = 0, refraction_rays = 0, transparent_rays = 0,
                   continued_rays = 0, shadow_rays = 0, environment_rays = 0, probe_rays = 0,
-                  light_samples = 0;
+                  gathering_rays = 0, light_samples = 0;
+    std::uint64_t photons_emitted = 0, photons_kept = 0;
 
     using Clock = std::chrono::steady_clock;
     struct Work {
@@ -76,7 +77,8 @@ private:
 };
 
 struct FrameTimes { // seconds
-    double build = 0.0, render = 0.0, write = 0.0;
+    double build = 0.0, photons = 0.0, render = 0.0,
+           write = 0.0; // photons: before the picture, part of render
 };
 
 // Prints the tables of a frame: samples, rays by kind, families of shaders, memory and time. `scene_bytes` is

@@ -2,12 +2,15 @@
 // camera, and the ray casting structure over it.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
+#include "render/light_area.h"
+#include "render/light_lists.h"
 #include "scene/scene.h"
 
 // Identifies a hit primitive completely: what miState::pri points to.
@@ -42,29 +45,48 @@ struct WorldInstance {
     const miTriangles* triangles = nullptr;
     Matrix to_internal; // object to internal space
     Matrix from_internal;
-    Matrix motion_to_internal; // at the end of the shutter interval; equals to_internal when nothing moves
+    Matrix motion_to_internal; // at time 1 of the shutter; equals to_internal when nothing moves
     bool mirrored = false;     // to_internal turns orientation around
     bool has_motion = false;
-    std::uint32_t mask = 0; // RayMask bits
-    miUint1 face = 'a';     // which sides are seen
+    std::uint32_t mask = 0;             // RayMask bits
+    miUint1 face = 'a';                 // which sides are seen
+    miUint1 caustic = 3, globillum = 3; // bit 0: sends photons on, bit 1: keeps them
     bool receives_reflection = true, receives_refraction = true, receives_transparency = true;
+    bool receives_finalgather = true;
     miTag material = miNULLTAG;       // inherited; or:
     std::span<const miTag> materials; // inherited list, indexed by the labels of a tagged object
     bool override_material = false;
-    bool exclusive_lights = false;
-    bool has_light_list = false;
-    std::span<const miTag> lights; // the instance's light list
+    std::span<const miTag> lights;        // light instances that its shaders are to ask
+    bool casts_all_shadows = true;        // or only those of:
+    std::span<const miTag> shadow_lights; // light instances
+    int light = -1;                       // of the mesh of a visible light: its index in World::lights
     miUint label = 0;
     [[nodiscard]] miTag material_of(std::uint32_t triangle) const;
+    [[nodiscard]] bool casts_shadow_of(miTag light_instance) const {
+        return casts_all_shadows ||
+               std::find(shadow_lights.begin(), shadow_lights.end(), light_instance) != shadow_lights.end();
+    }
 };
 
 struct WorldLight {
-    miTag instance = miNULLTAG;
+    miTag instance = miNULLTAG; // a leaf, as WorldInstance::tag
+    miTag placed = miNULLTAG;   // the instance in the scene
     miTag light_tag = miNULLTAG;
     const miLight* light = nullptr;
+    const LightArea* area = nullptr;
     Matrix to_internal; // light to internal space
     Matrix from_internal;
+    Matrix motion_to_internal; // at time 1 of the shutter
+    bool has_motion = false;
 };
+
+// A place that moves, at a time of the shutter: matrices are blended, as the rays see them. `blended` is
+// memory for that.
+inline const Matrix& blend(const Matrix& start, const Matrix& at_one, float time, Matrix& blended) {
+    for (std::size_t i = 0; i < 16; ++i)
+        blended.m[i] = start.m[i] + (at_one.m[i] - start.m[i]) * time;
+    return blended;
+}
 
 struct EmbreeScene; // render/embree_scene.h, the only place that includes Embree
 
@@ -81,28 +103,48 @@ public:
     miTag camera_instance = miNULLTAG;
     const miCamera* camera = nullptr;
     const miOptions* options = nullptr;
+    std::span<const miTag> state_shaders; // of the options, in the order of their calls
     Matrix world_to_internal, internal_to_world;
     Matrix camera_to_internal, internal_to_camera;
     std::vector<WorldInstance> instances;
     std::vector<WorldLight> lights;
-    std::vector<miTag> light_tags; // instances of `lights`, in order
-    bool moving = false;           // something moves and the options ask for motion
+    std::vector<miTag> light_tags;    // instances of `lights`, in order
+    bool moving = false;              // something moves and the options ask for motion
+    bool camera_moves = false;        // while the shutter is open:
+    Matrix camera_motion_to_internal; // at time 1
+    bool all_block = true;            // what casts shadows lets no light through
     [[nodiscard]] bool shutter_opens() const { return options->motion && options->shutter > 0.0f; }
 
     [[nodiscard]] const WorldInstance* find_instance(miTag tag) const;
     [[nodiscard]] const WorldLight* find_light(miTag instance) const;
 
-    // Nearest hit with near < distance < far, among instances with a bit of `mask`. `time` in [0, 1]:
-    // shutter.
+    // Nearest hit with near < distance < far, among instances with a bit of `mask`. `time` from 0 to the
+    // shutter's closing.
     bool intersect(const miVector& org, const miVector& dir, double near, double far, float time,
                    std::uint32_t mask, miRc_intersection& hit) const;
+
+    // Length of a ray along `dir`, normalised, that starts well before everything in the scene and ends at
+    // `point`: the way of light that comes from no place.
+    [[nodiscard]] double way_from_afar(const miVector& point, const miVector& dir) const;
+    // Whether there is a hit: what `intersect` returns, sooner.
+    [[nodiscard]] bool occluded(const miVector& org, const miVector& dir, double near, double far, float time,
+                                std::uint32_t mask) const;
 
     // Bytes that the ray casting structure takes.
     [[nodiscard]] std::size_t memory() const;
 
 private:
+    friend class Flattener;
+    void measure();
+    [[nodiscard]] float time_in_shutter(float time) const;
+
     std::unique_ptr<EmbreeScene> embree_;
-    std::unordered_map<miTag, std::uint32_t> instance_index_, light_index_;
+    std::deque<LightArea> light_areas_;
+    std::deque<LightMesh> light_meshes_;
+    LightLists light_lists_;
+    miVector center_{};   // of the scene, internal space
+    double radius_ = 1.0; // of a ball about it that holds all things, lights and the camera
+    std::vector<std::uint32_t> instance_index_, light_index_; // [tag], UINT32_MAX for none
 };
 
 } // namespace stage

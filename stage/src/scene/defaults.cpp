@@ -9,6 +9,7 @@ miOptions default_options() {
     o.reflection_depth = o.refraction_depth = o.trace_depth = 1;
     o.min_samples = -2;
     o.contrast = {0.1f, 0.1f, 0.1f, 0.1f};
+    o.samplelock = miTRUE;
     o.time_contrast = {0.2f, 0.2f, 0.2f, 0.2f};
     o.caustic_accuracy = o.globillum_accuracy = o.photonvol_accuracy = 100;
     o.caustic_filter_const = 1.1f;
@@ -25,7 +26,7 @@ miOptions default_options() {
     o.shadow = 1;
     o.face = 'a';
     o.filter = 'b';
-    o.finalgather_rays = 1000;
+    o.finalgather_rays = 64;
     o.photon_reflection_depth = o.photon_refraction_depth = o.photon_trace_depth = 5;
     return o;
 }

@@ -76,6 +76,7 @@ struct Declaration {
     std::uint32_t apply = 0;              // bit n for miShader_type n
     std::string shadow_mode;              // demanded mode: "", "off", "on", "sort", "segments"
     std::string trace_mode;               // demanded: "", "off", "on"
+    bool refuses_scanline = false;        // demands that every ray is traced
     ShaderCode* code = nullptr;           // of a shader: found in the libraries at the first use
     std::shared_ptr<PhenomenonBody> body; // of a phenomenon
     [[nodiscard]] const Param* find(std::string_view param) const;
@@ -101,8 +102,10 @@ struct ShaderCode {
     std::shared_ptr<miLock_record> owned_lock;
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
-    std::atomic<bool> reported_bad_value{false}; // a NaN or infinite result was reported once
-    std::atomic<bool> reported_depth{false};     // calls that led too deep were reported once
+    std::atomic<bool> reported_bad_value{false};     // a NaN or infinite result was reported once
+    std::atomic<bool> reported_depth{false};         // calls that led too deep were reported once
+    std::atomic<bool> reported_bent_ray{false};      // so was a lens shader that the rasterizer cannot follow
+    std::atomic<bool> reported_stray_eye_ray{false}; // and an eye ray of what is no lens shader
 };
 
 // What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
@@ -144,6 +147,9 @@ struct Geometry {
 
 // A texture or frame image; defined by stage/src/image.
 class Image;
+// What a light profile's file says (scene/light_profile.h).
+struct LightProfile;
+struct ColorProfile;
 // The named frame buffers of a camera.
 struct FramebufferDesc {
     std::string name;
@@ -186,8 +192,11 @@ struct Element {
     std::vector<miTag> state_shaders;       // miSCENE_OPTIONS: in the order of their calls
     std::atomic<bool> lacks_energy{false};  // miSCENE_LIGHT: states none, and no shader has asked for it yet
     std::atomic<bool> origin_missed{false}; // miSCENE_LIGHT: told that its shader does not see the origin
+    std::atomic<bool> direction_missed{false};   // miSCENE_LIGHT: the same of its direction
+    std::shared_ptr<const LightProfile> profile; // miSCENE_LIGHTPROFILE: null when its file is missing
     float texture_filter = 1.0f;            // miSCENE_IMAGE: scale of the filter, when the image asks for one
     std::string texture_file_type;          // miSCENE_IMAGE, writable: file format, "" by the file's name
+    const ColorProfile* color_profile = nullptr;  // miSCENE_IMAGE: how its pixels are stored; null as they are
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
