@@ -38,10 +38,6 @@ public:
             instance(std::string(name) + "_i", std::string(name) + "_o", {}, half == 1 ? flags : "");
         }
         build();
-        stage::RenderCommand command{};
-        command.root = tag("root");
-        command.camera_instance = tag("cam_inst");
-        command.options = tag("opt");
         stage::RenderSettings settings;
         settings.progress = false;
         settings.threads = 2;
