@@ -240,7 +240,7 @@ typedef struct miInstance {
     miMatrix motion_transform;
     miTag item;     /* what is instanced */
     miTag material; /* inherited material or array of materials */
-    miTag parent;
+    miTag parent;   /* instance of the group that it is in (P), null in the root group */
     miTag boxes;
     miTag next;
     miTag prev;

@@ -225,7 +225,7 @@ typedef struct miState {
     miTag environment;      /* environment shader */
     int reflection_level;   /* depth so far */
     int refraction_level;   /* depth so far */
-    int face;               /* facing of sub-rays: 'f', 'b' or 'a' */
+    int face;               /* sides that sub-rays meet, of those that objects show: 'f', 'b', 'a' all (P) */
 
     /* intersection */
     miTag refraction_volume; /* volume on the far side of the surface */
@@ -273,7 +273,7 @@ typedef struct miState {
 typedef enum miQ_type {
     /* instances */
     miQ_INST_ITEM = 2,            /* instance: miTag, the instanced element */
-    miQ_INST_PARENT = 3,          /* instance: miTag */
+    miQ_INST_PARENT = 3,          /* instance: miTag, instance of the group that it is in (P) */
     miQ_INST_GLOBAL_TO_LOCAL = 4, /* instance: miScalar*, the stored matrix */
     miQ_INST_LOCAL_TO_GLOBAL = 5, /* instance: miScalar*, the stored matrix */
     miQ_INST_MATERIAL = 6,        /* instance: miTag, inherited material */
@@ -324,7 +324,7 @@ typedef enum miQ_type {
     miQ_DECL_LOCK = 61,        /* miLock*, common to all instances of the shader */
     miQ_DECL_NAME = 62,        /* const char* */
     miQ_DECL_PARAM = 63,       /* const char*, parameter declaration as text */
-    miQ_DECL_RESULT_SIZE = 64, /* int, bytes */
+    miQ_DECL_RESULT_SIZE = 64, /* int, 4 unless the result is a structure; in scalars (P) */
     miQ_DECL_TYPE = 65,        /* int, miParam_type of the result */
     miQ_DECL_VERSION = 66,     /* int */
     /* scene */

@@ -121,6 +121,11 @@ public:
     StandOn(const StandOn&) = delete;
     StandOn& operator=(const StandOn&) = delete;
 
+    // Whether the rendered scene has the instance.
+    bool is_there() const {
+        const miScalar* to_object = nullptr;
+        return mi_query(miQ_TRANS_INTERNAL_TO_OBJECT, state_, miNULLTAG, &to_object) && to_object != nullptr;
+    }
     miVector point(miVector v) const {
         miVector result;
         mi_point_from_object(state_, &result, &v);
@@ -180,6 +185,11 @@ Status prepare(miState* state, const RttLensParams* params, RttLensInstance& dat
     data.grid.selection = eval(state, params->selection);
     if (data.grid.object == miNULLTAG) {
         mi_error("Render to Texture: Shader '%s' requires the instance of an object.", shader_name(state));
+        return failed;
+    }
+    if (!StandOn(state, data.instance).is_there()) {
+        mi_error("Render to Texture: Shader '%s' is to bake an object that the rendered scene does not have.",
+                 shader_name(state));
         return failed;
     }
     build_grid(data.grid, state); // reports why it fails

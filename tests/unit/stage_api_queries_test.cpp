@@ -78,6 +78,7 @@ shader "next" "tint" () shader "fn" "tint" ( "a" 2.5, "b" 1 2 3 4, "c" [ 9 ] ))"
         {miQ_FUNC_PARAM_SIZE, fn, bytes(function->parameter_size)},
         {miQ_DECL_LOCK, fn, bytes(&stage["fn"].shader->code->lock)},
         {miQ_DECL_TYPE, fn, bytes(int{miTYPE_COLOR})},
+        {miQ_DECL_RESULT_SIZE, fn, bytes(4)},
         {miQ_DECL_VERSION, fn, bytes(7)},
     };
     miTag slot = 31;

@@ -63,7 +63,8 @@ TEST(StageDemands, AreMetOrTold) {
         {"displace off", "", "", displaced},
         {"", "", "4:10: instance \"i\": an element of this kind", made, "\"i\""},
         {"geometry off", "", "", made, "\"i\""},
-        {"", "", "4:12: \"x\": the demand for tracing to be off is", R"(shader "x" "untraced" ())"},
+        {"", "", "4:12: \"x\": the demand for tracing to be off is not met: \"y\" demands the contrary",
+         R"(shader "x" "untraced" () shader "y" "traced" ())"},
     };
     for (const Case& c : cases) {
         const std::string all = told(c).first;
@@ -71,6 +72,7 @@ TEST(StageDemands, AreMetOrTold) {
         EXPECT_THAT(all, testing::StartsWith(c.report.empty() ? "" : "t.mi:" + c.report));
     }
     EXPECT_TRUE(told({"trace off", "", "", R"(shader "x" "traced" ())"}).second);
+    EXPECT_FALSE(told({"trace on", "", "", R"(shader "x" "untraced" ())"}).second);
 }
 
 } // namespace

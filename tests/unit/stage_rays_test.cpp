@@ -291,7 +291,8 @@ TEST(StageRays, DeclarationsDemandShadowModes) {
     const struct {
         const char* demand;
         int options, expected;
-    } cases[] = {{"sort", 1, 'l'}, {"segments", 'l', 's'}, {"on", 's', 's'}, {"simple", 0, 1}, {"off", 1, 1}};
+    } cases[] = {
+        {"sort", 1, 'l'}, {"segments", 'l', 's'}, {"on", 's', 's'}, {"simple", 0, 1}, {"off", 'l', 0}};
     for (const auto& c : cases) {
         TestScene s;
         s.scene.libraries->define("demanding", reinterpret_cast<void*>(+[] { return miTRUE; }));

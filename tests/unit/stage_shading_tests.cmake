@@ -2,7 +2,7 @@
 if(TARGET libstage)
     orl_add_test(stage_shading_test
         SOURCES stage_calls_test.cpp stage_output_test.cpp stage_rays_test.cpp stage_lights_test.cpp stage_sample_values_test.cpp
-                stage_raster_test.cpp
+                stage_raster_test.cpp stage_state_test.cpp
         LIBS libstage)
     target_include_directories(stage_shading_test PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
 endif()

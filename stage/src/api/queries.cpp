@@ -246,9 +246,13 @@ miBoolean declaration_name(Query& query) {
     return declaration ? query.give(declaration->name.c_str()) : miFALSE;
 }
 
+// In scalars. Whatever a shader returns has the room of a colour, unless it is a structure.
 miBoolean declaration_result_size(Query& query) {
     const Declaration* declaration = declaration_of(query);
-    return declaration ? query.give(static_cast<int>(declaration->result.size)) : miFALSE;
+    if (!declaration)
+        return miFALSE;
+    const Param& result = declaration->result;
+    return query.give(result.type == miTYPE_STRUCT ? static_cast<int>(result.size / sizeof(miScalar)) : 4);
 }
 
 miBoolean declaration_type(Query& query) {

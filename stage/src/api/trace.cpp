@@ -109,6 +109,7 @@ STAGE_API miBoolean mi_trace_continue(miColor* result, miState* state) {
     stage::RayFrame& frame = stage::new_ray(state, state->type);
     const stage::RayInFlight in_flight(frame);
     frame.state.parent = state->parent;
+    frame.state.scanline = 0;
     stage::cast(frame, next, far_away, stage::mask_of(state->type));
     const miBoolean lit = stage::shade_surface(result, frame);
     stage::hand_back(state, frame.state);

@@ -217,7 +217,7 @@ void Parser::declaration_options(Declaration& declaration) {
         } else if (accept("trace")) {
             declaration.trace_mode = on_off() ? "on" : "off";
         } else if (accept("scanline")) {
-            declaration.refuses_scanline = !on_off();
+            declaration.scanline_mode = on_off() ? "on" : "off";
         } else {
             return;
         }

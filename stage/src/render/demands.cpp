@@ -138,23 +138,53 @@ void warn_once(Scene& scene, const Element& element, const std::string& text) {
         send_text(MessageLevel::warning, message);
 }
 
+namespace {
+
+// What the shaders of the scene demand of a switch of the options.
+struct Demand {
+    const Element* on = nullptr; // the first shader of each
+    const Element* off = nullptr;
+
+    void take(const Element& element, const std::string& word) {
+        if (!word.empty() && !(word == "off" ? off : on))
+            (word == "off" ? off : on) = &element;
+    }
+    // Nobody can have both: what is switched off could spoil what needs it, so on it stays.
+    void settle(Scene& scene, const char* what) {
+        if (on && off)
+            warn_once(scene, *off,
+                      std::string("the demand for ") + what + " to be off is not met: \"" + on->name +
+                          "\" demands the contrary");
+        if (on)
+            off = nullptr;
+    }
+};
+
+} // namespace
+
 void apply_demands(Scene& scene, miOptions& options) {
+    Demand shadow, trace, scanline;
+    int shadow_mode = options.shadow;
     for (miTag tag = 1; tag <= scene.database.size(); ++tag) {
         const Element& element = *scene.database.find(tag);
         if (element.type != miSCENE_FUNCTION || !element.shader || !element.shader->declaration)
             continue;
         const Declaration& declared = *element.shader->declaration;
-        warn_of(
-            scene, element,
-            {{declared.shadow_mode == "off" && options.shadow != 0, "the demand for shadows to be off is"},
-             {declared.trace_mode == "off" && options.trace, "the demand for tracing to be off is"}});
-        if (rank(demanded_mode(declared.shadow_mode)) > rank(options.shadow))
-            options.shadow = demanded_mode(declared.shadow_mode);
-        if (declared.trace_mode == "on")
-            options.trace = miTRUE;
-        if (declared.refuses_scanline)
-            options.scanline = 0;
+        shadow.take(element, declared.shadow_mode);
+        trace.take(element, declared.trace_mode);
+        scanline.take(element, declared.scanline_mode);
+        if (rank(demanded_mode(declared.shadow_mode)) > rank(shadow_mode))
+            shadow_mode = demanded_mode(declared.shadow_mode);
     }
+    shadow.settle(scene, "shadows");
+    trace.settle(scene, "tracing");
+    options.shadow = shadow.off ? 0 : shadow_mode;
+    options.trace = (options.trace && !trace.off) || trace.on;
+    // Tracing every ray is right for every shader but slower, so here off comes first.
+    if (scanline.off)
+        options.scanline = 0;
+    else if (scanline.on && options.scanline == 0)
+        options.scanline = 1;
 }
 
 void check_camera(const Scene& scene, const RenderCommand& command, const miCamera& camera) {

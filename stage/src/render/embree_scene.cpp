@@ -177,7 +177,10 @@ void reject_hidden_side(const RTCFilterFunctionNArguments* arguments) {
             RTCRayN_dir_y(arguments->ray, arguments->N, i) * RTCHitN_Ng_y(arguments->hit, arguments->N, i) +
             RTCRayN_dir_z(arguments->ray, arguments->N, i) * RTCHitN_Ng_z(arguments->hit, arguments->N, i);
         const miUint1 face = context->world->instances[instance].face;
-        if ((face == 'f' && cosine > 0.0f) || (face == 'b' && cosine < 0.0f))
+        const auto is_hidden = [cosine](int side) {
+            return (side == 'f' && cosine > 0.0f) || (side == 'b' && cosine < 0.0f);
+        };
+        if (is_hidden(face) || is_hidden(context->face))
             arguments->valid[i] = 0;
     }
 }

@@ -45,9 +45,10 @@ inline unsigned hit_instance(unsigned instance, unsigned geometry) {
 struct SideContext {
     RTCIntersectContext embree;
     const World* world;
+    int face; // that the ray meets: 'f', 'b', or another for both
 };
 
-// Refuses hits on the side of a surface that its instance does not show.
+// Refuses hits on the side of a surface that its instance does not show or the ray does not meet.
 void reject_hidden_side(const RTCFilterFunctionNArguments* arguments);
 
 } // namespace stage

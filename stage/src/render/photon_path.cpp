@@ -141,10 +141,13 @@ miBoolean arrive(miColor* energy, RayFrame& frame) {
     if (state.volume && !state.options->no_volume) {
         const miVector point = state.point;
         const double dist = state.dist;
+        void *const pri = state.pri, *const cache = state.cache;
         if (!call_shader(energy, miSHADER_PHOTONVOL, &state, state.volume, nullptr))
             return miFALSE;
         state.point = point;
         state.dist = dist;
+        state.pri = pri;
+        state.cache = cache;
     }
     if (!state.pri)
         return miFALSE;

@@ -149,7 +149,8 @@ bool cast(RayFrame& frame, double near, double far, RayMask mask) {
     const World& world = *context.world;
     const bool was_hit =
         world.intersect(frame.state.org, frame.state.dir, near, far, shutter_time(&frame.state),
-                        static_cast<std::uint32_t>(mask), frame.hit);
+                        static_cast<std::uint32_t>(mask), frame.hit,
+                        frame.state.type == miRAY_SHADOW ? 'a' : frame.state.face);
     set_intersection(frame, was_hit);
     return was_hit;
 }
@@ -177,7 +178,12 @@ miBoolean shade_surface(miColor* result, RayFrame& frame) {
 miBoolean apply_volume(miColor* result, miState* state, miBoolean lit) {
     if (!state->volume || state->options->no_volume)
         return lit;
-    return call_ray_shader(result, miSHADER_VOLUME, state, state->volume) || lit;
+    // Volume shaders need not put back what they clear before they ask lights: the hit is still the ray's.
+    void *const pri = state->pri, *const cache = state->cache;
+    lit = call_ray_shader(result, miSHADER_VOLUME, state, state->volume) || lit;
+    state->pri = pri;
+    state->cache = cache;
+    return lit;
 }
 
 miBoolean shade(miColor* result, RayFrame& frame) {

@@ -211,6 +211,8 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     f.first_grid = first_grid(settings, *world_->options);
     f.jitter = std::clamp(world_->options->jitter, 0.0f, 1.0f);
     open_buffers();
+    f.options.no_images = static_cast<int>(buffers_.size());
+    f.options.fb_dir = f.camera.framebuffers;
     open_film();
     global_lock = create_lock(); // behind what may refuse the frame: no destructor runs then
     open_contexts();
@@ -284,7 +286,7 @@ void Renderer::open_contexts() {
     state.type = miRAY_EYE;
     state.volume = f.camera.volume;
     state.environment = f.camera.environment;
-    state.face = world_->options->face ? world_->options->face : 'a';
+    state.face = 'a'; // the options' faces are with the instances, which may differ
     state.ior = state.ior_in = state.importance = 1.0f;
 }
 

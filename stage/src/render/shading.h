@@ -119,7 +119,9 @@ inline bool is_opaque(const Scene& scene, miTag material) {
 // enters, where it leaves that which the ray that entered the object came from.
 miTag volume_behind(const miState* state);
 
-// What the state that cast a ray takes over from it: label, point, normal, distance and motion.
+// What the state that cast a ray takes over from it: label, point, normal, distance and motion. Deliberate:
+// only from eye rays and continued ones, which stand for the state's own ray. Shaders that send several
+// reflected or refracted rays in a loop find the point and normal that they start from unchanged.
 void hand_back(miState* state, const miState& child);
 
 // The time of the state's ray, from 0 to the shutter's closing; 0 when nothing moves. Motion vectors and

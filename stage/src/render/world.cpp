@@ -26,6 +26,7 @@ constexpr miUint1 casts = 1, receives = 2; // bits of an object's reflection, re
 
 // What an instance hands down to what it contains.
 struct Inherited {
+    miTag instance = miNULLTAG, above = miNULLTAG; // itself, and that of the group that it is in
     Affine to_local, to_world,
         motion_to_world; // world to local space and back, and back at the end of the shutter
     miTag material = miNULLTAG;
@@ -90,6 +91,8 @@ void inherit_flag(miUint1& inherited, miUint1 own) {
 
 Inherited inherit(const Inherited& parent, const Element& element, const miInstance& instance) {
     Inherited in = parent;
+    in.above = parent.instance;
+    in.instance = element.tag;
     inherit_space(in, element, instance);
     if (instance.material && !parent.override_material) {
         in.material = instance.material;
@@ -165,7 +168,7 @@ private:
     void add_light(Element& instance, const Element& light, const Inherited& in);
     void add_light_mesh(const WorldLight& light, const Inherited& in);
     void check_labels(const WorldInstance& w, const Element& instance, const Element& object) const;
-    Element& leaf_for_path(Element& instance);
+    Element& leaf_for_path(Element& instance, const Inherited& in);
 
     World& world_;
     const RenderCommand& command_;
@@ -209,6 +212,8 @@ void Flattener::visit(miTag tag, const Inherited& parent, int depth) {
         throw SceneError(element->place, "instance \"" + element->name + "\" has no element");
     switch (item->type) {
     case miSCENE_GROUP:
+        if (reached_.insert(tag).second)
+            element->as<miInstance>()->parent = in.above;
         return visit_group(*item, in, depth + 1);
     case miSCENE_OBJECT:
         return add_object(*element, *item, in);
@@ -231,20 +236,22 @@ void Flattener::visit(miTag tag, const Inherited& parent, int depth) {
 }
 
 // A leaf that is reached again gets an element of its own, equal to the first but for the tag.
-Element& Flattener::leaf_for_path(Element& instance) {
-    if (reached_.insert(instance.tag).second)
-        return instance;
-    Element& copy = world_.scene.database.add(miSCENE_INSTANCE, {}, instance.place, instance.size);
-    std::memcpy(copy.record, instance.record, instance.size);
-    copy.name = instance.name;
-    return copy;
+Element& Flattener::leaf_for_path(Element& instance, const Inherited& in) {
+    Element* leaf = &instance;
+    if (!reached_.insert(instance.tag).second) {
+        leaf = &world_.scene.database.add(miSCENE_INSTANCE, {}, instance.place, instance.size);
+        std::memcpy(leaf->record, instance.record, instance.size);
+        leaf->name = instance.name;
+    }
+    leaf->as<miInstance>()->parent = in.above;
+    return *leaf;
 }
 
 void Flattener::add_object(Element& instance, const Element& object_element, const Inherited& in) {
     const auto* object = object_element.as<miObject>();
     if (!object->triangles || object->triangles->triangle_count == 0)
         return;
-    Element& leaf = leaf_for_path(instance);
+    Element& leaf = leaf_for_path(instance, in);
     const auto* record = leaf.as<miInstance>();
 
     WorldInstance w;
@@ -306,7 +313,7 @@ void Flattener::check_labels(const WorldInstance& w, const Element& instance, co
 void Flattener::add_light(Element& instance, const Element& light, const Inherited& in) {
     WorldLight w;
     w.has_motion = moves(in);
-    w.instance = leaf_for_path(instance).tag;
+    w.instance = leaf_for_path(instance, in).tag;
     w.placed = instance.tag;
     w.light_tag = light.tag;
     w.light = light.as<miLight>();
@@ -378,6 +385,8 @@ void note(std::vector<std::uint32_t>& index, miTag tag, std::size_t place) {
 bool blocks(const Scene& scene, const WorldInstance& instance) {
     if (!(instance.mask & static_cast<std::uint32_t>(RayMask::shadow)))
         return true;
+    if (!instance.casts_all_shadows)
+        return false;
     const miTriangles& triangles = *instance.triangles;
     const miUint count =
         triangles.materials ? triangles.triangle_count : std::min(triangles.triangle_count, 1u);
@@ -425,7 +434,6 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         (in.motion_to_world * from_world).store(w.motion_to_internal.m);
         w.mirrored = to_internal.determinant() < 0.0;
         moving = moving || (w.has_motion && shutter_opens());
-        all_block = all_block && blocks(scene, w);
         note(instance_index_, w.tag, i);
     }
     for (std::size_t i = 0; i < lights.size(); ++i) {
@@ -438,6 +446,7 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         light_tags.push_back(w.instance);
     }
     flat.find_light_lists();
+    all_block = std::ranges::all_of(instances, [&](const WorldInstance& w) { return blocks(scene, w); });
     measure();
     embree_ = std::make_unique<EmbreeScene>(*this);
 }
@@ -498,10 +507,11 @@ const WorldLight* World::find_light(miTag instance) const {
 
 namespace {
 
-void start_query(SideContext& context, const World& world, bool rejects_sides) {
+void start_query(SideContext& context, const World& world, bool rejects_sides, int face = 'a') {
     rtcInitIntersectContext(&context.embree);
     context.world = &world;
-    if (rejects_sides)
+    context.face = face;
+    if (rejects_sides || face == 'f' || face == 'b')
         context.embree.filter = reject_hidden_side;
 }
 
@@ -539,9 +549,9 @@ bool World::occluded(const miVector& org, const miVector& dir, double near, doub
 }
 
 bool World::intersect(const miVector& org, const miVector& dir, double near, double far, float time,
-                      std::uint32_t mask, miRc_intersection& hit) const {
+                      std::uint32_t mask, miRc_intersection& hit, int face) const {
     SideContext context;
-    start_query(context, *this, embree_->rejects_sides);
+    start_query(context, *this, embree_->rejects_sides, face);
     RTCRayHit ray;
     set_ray(ray.ray, org, dir, near, far, time_in_shutter(time), mask);
     ray.hit.geomID = RTC_INVALID_GEOMETRY_ID;

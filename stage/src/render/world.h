@@ -119,9 +119,9 @@ public:
     [[nodiscard]] const WorldLight* find_light(miTag instance) const;
 
     // Nearest hit with near < distance < far, among instances with a bit of `mask`. `time` from 0 to the
-    // shutter's closing.
+    // shutter's closing. With `face` 'f' or 'b' only fronts or backs are met.
     bool intersect(const miVector& org, const miVector& dir, double near, double far, float time,
-                   std::uint32_t mask, miRc_intersection& hit) const;
+                   std::uint32_t mask, miRc_intersection& hit, int face = 'a') const;
 
     // Length of a ray along `dir`, normalised, that starts well before everything in the scene and ends at
     // `point`: the way of light that comes from no place.

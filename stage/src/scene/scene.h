@@ -76,7 +76,7 @@ struct Declaration {
     std::uint32_t apply = 0;              // bit n for miShader_type n
     std::string shadow_mode;              // demanded mode: "", "off", "on", "sort", "segments"
     std::string trace_mode;               // demanded: "", "off", "on"
-    bool refuses_scanline = false;        // demands that every ray is traced
+    std::string scanline_mode;            // demanded: "", "off" (every ray is traced), "on"
     ShaderCode* code = nullptr;           // of a shader: found in the libraries at the first use
     std::shared_ptr<PhenomenonBody> body; // of a phenomenon
     [[nodiscard]] const Param* find(std::string_view param) const;
@@ -194,9 +194,9 @@ struct Element {
     std::atomic<bool> origin_missed{false}; // miSCENE_LIGHT: told that its shader does not see the origin
     std::atomic<bool> direction_missed{false};   // miSCENE_LIGHT: the same of its direction
     std::shared_ptr<const LightProfile> profile; // miSCENE_LIGHTPROFILE: null when its file is missing
-    float texture_filter = 1.0f;            // miSCENE_IMAGE: scale of the filter, when the image asks for one
-    std::string texture_file_type;          // miSCENE_IMAGE, writable: file format, "" by the file's name
-    const ColorProfile* color_profile = nullptr;  // miSCENE_IMAGE: how its pixels are stored; null as they are
+    float texture_filter = 1.0f;   // miSCENE_IMAGE: scale of the filter, when the image asks for one
+    std::string texture_file_type; // miSCENE_IMAGE, writable: file format, "" by the file's name
+    const ColorProfile* color_profile = nullptr; // miSCENE_IMAGE: how its pixels are stored; null as they are
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
