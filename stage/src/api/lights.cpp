@@ -40,7 +40,7 @@ AreaSample stratified_sample(ThreadContext& context, const WorldLight& light, co
         return {};
     const float s = (static_cast<float>(k % grid.u) + context.next_random()) / static_cast<float>(grid.u);
     const float t = (static_cast<float>(k / grid.u) + context.next_random()) / static_cast<float>(grid.v);
-    return {s, t, light.area->offset(*light.light, s, t)};
+    return {s, t, light.area->point(*light.light, s, t).offset};
 }
 
 // ---- the ray from a light ----

@@ -459,17 +459,17 @@ void Parser::material() {
         const bool empty_list = at_name() && lexer_.following() == '(';
         m.*(slot->slot) = shaders(slot->kind, slot_owner(*slot));
         if (empty_list && slot != slots)
-            inherit_parameters(m, m.*(slot->slot));
+            inherit_parameters(m.shader, m.*(slot->slot));
     }
     check_cycle(element, word);
     end_of("material");
 }
 
-// A shader that is given without any parameter, and is declared to take the same ones as the material's
-// shader, takes that shader's.
-void Parser::inherit_parameters(miMaterial& material, miTag shader) {
+// A shader that is given without any parameter, and is declared to take the same ones as the main shader of
+// its material or light, takes that shader's.
+void Parser::inherit_parameters(miTag main_shader, miTag shader) {
     Element* function = scene_.database.find(shader);
-    const Element* source = scene_.database.find(material.shader);
+    const Element* source = scene_.database.find(main_shader);
     if (!function || !source || empty_parameters_ != shader)
         return;
     const auto& wanted = function->shader->declaration->params;
@@ -481,7 +481,7 @@ void Parser::inherit_parameters(miMaterial& material, miTag shader) {
     for (const Param& param : wanted)
         block.copy(param.offset, param, view_block(*source), param.offset);
     store_block(scene_.database, *function, block);
-    function->as<miFunction>()->parameter_indirect = material.shader;
+    function->as<miFunction>()->parameter_indirect = main_shader;
 }
 
 // `material "m" = "phenomenon" ( ... ) end material`: a phenomenon that returns a material.
@@ -519,7 +519,10 @@ void Parser::light() {
     while (!lexer_.peek().is("end")) {
         const Token at = lexer_.peek();
         if (accept("emitter")) {
+            const bool empty_list = at_name() && lexer_.following() == '(';
             l.emitter = shaders(miSHADER_PHOTONEMIT, owner(element, Slot::emitter));
+            if (empty_list)
+                inherit_parameters(l.shader, l.emitter);
         } else if (accept("origin")) {
             l.origin = vector();
             origin = true;

@@ -167,7 +167,7 @@ private:
                 std::vector<std::pair<Token, miTag>>& outputs);
     void material();
     void material_phenomenon(const Token& name);
-    void inherit_parameters(miMaterial& material, miTag shader);
+    void inherit_parameters(miTag main_shader, miTag shader);
     void light();
     void light_area(miLight& light, const Token& word);
     void light_shadowmap(miLight& light);

@@ -55,9 +55,11 @@ LightArea::LightArea(const Database& database, const miLight& light)
     switch (light.area) {
     case miLIGHT_RECTANGLE:
         reach = length(area.rectangle.edge_u) + length(area.rectangle.edge_v);
+        normal_ = normalized(cross(area.rectangle.edge_u, area.rectangle.edge_v));
         break;
     case miLIGHT_DISC:
         reach = area.disc.radius;
+        normal_ = area.disc.normal;
         break;
     case miLIGHT_SPHERE:
         reach = area.sphere.radius;
@@ -83,28 +85,33 @@ LightArea::LightArea(const Database& database, const miLight& light)
         summed_.clear();
 }
 
-miVector LightArea::offset(const miLight& light, float s, float t) const {
+AreaPoint LightArea::point(const miLight& light, float s, float t) const {
     const auto& area = light.primitive;
     switch (light.area) {
     case miLIGHT_RECTANGLE:
-        return area.rectangle.edge_u * (2.0f * s - 1.0f) + area.rectangle.edge_v * (2.0f * t - 1.0f);
+        return {area.rectangle.edge_u * (2.0f * s - 1.0f) + area.rectangle.edge_v * (2.0f * t - 1.0f),
+                normal_, true};
     case miLIGHT_DISC:
-        return on_circle(area.disc.normal, area.disc.radius * std::sqrt(s), t);
-    case miLIGHT_SPHERE:
-        return on_sphere(area.sphere.radius, 1.0f - 2.0f * s, t);
-    case miLIGHT_CYLINDER:
-        return area.cylinder.axis * (2.0f * s - 1.0f) +
-               on_circle(area.cylinder.axis, area.cylinder.radius, t);
+        return {on_circle(area.disc.normal, area.disc.radius * std::sqrt(s), t), normal_, true};
+    case miLIGHT_SPHERE: {
+        const miVector out = on_sphere(1.0f, 1.0f - 2.0f * s, t);
+        return {out * area.sphere.radius, out};
+    }
+    case miLIGHT_CYLINDER: {
+        const miVector out = on_circle(area.cylinder.axis, 1.0f, t);
+        return {area.cylinder.axis * (2.0f * s - 1.0f) + out * area.cylinder.radius, out};
+    }
     case miLIGHT_OBJECT:
-        return offset_on_object(s, t);
+        return point_on_object(s, t);
     default:
         return {};
     }
 }
 
 // The first number chooses the triangle by its area; what is left of it and the second one choose the point,
-// spread evenly as Turk has it (Generating Random Points in Triangles, Graphics Gems, 1990).
-miVector LightArea::offset_on_object(float s, float t) const {
+// spread evenly as Turk has it (Generating Random Points in Triangles, Graphics Gems, 1990). The normal is
+// that of the front.
+AreaPoint LightArea::point_on_object(float s, float t) const {
     if (summed_.empty())
         return {};
     const float at = s * summed_.back();
@@ -113,8 +120,9 @@ miVector LightArea::offset_on_object(float s, float t) const {
     const float before = k > 0 ? summed_[k - 1] : 0.0f;
     const float own = summed_[k] - before;
     const float root = std::sqrt(own > 0.0f ? std::clamp((at - before) / own, 0.0f, 1.0f) : 0.0f);
-    return vertex(*triangles_, 3 * k) * (1.0f - root) + vertex(*triangles_, 3 * k + 1) * (root * (1.0f - t)) +
-           vertex(*triangles_, 3 * k + 2) * (root * t);
+    const miVector a = vertex(*triangles_, 3 * k), b = vertex(*triangles_, 3 * k + 1),
+                   c = vertex(*triangles_, 3 * k + 2);
+    return {a * (1.0f - root) + b * (root * (1.0f - t)) + c * (root * t), normalized(cross(b - a, c - a))};
 }
 
 // ---- what rays see

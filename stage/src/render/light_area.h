@@ -8,21 +8,27 @@
 
 namespace stage {
 
+struct AreaPoint {
+    miVector offset{};      // from the light's origin
+    miVector normal{};      // out of the area, normalised
+    bool two_sided = false; // as much on one side as on the other
+};
+
 // What a light's area needs beside its public record.
 struct LightArea {
     LightArea(const Database& database, const miLight& light);
 
-    // A point of the area, from the light's origin. Evenly spread for numbers s and t that are so in [0, 1);
-    // neighbours there are neighbours on the area. Null for lights without one, and for `user`, whose shader
-    // finds the point.
-    [[nodiscard]] miVector offset(const miLight& light, float s, float t) const;
+    // A point of the area. Evenly spread for numbers s and t that are so in [0, 1); neighbours there are
+    // neighbours on the area. Null for lights without one, and for `user`, whose shader finds the point.
+    [[nodiscard]] AreaPoint point(const miLight& light, float s, float t) const;
 
     // Distance from the origin within which the area lies; infinite where only the shader knows.
     float reach = 0.0f;
 
 private:
-    [[nodiscard]] miVector offset_on_object(float s, float t) const;
+    [[nodiscard]] AreaPoint point_on_object(float s, float t) const;
 
+    miVector normal_{}; // of a flat one
     const miTriangles* triangles_ = nullptr; // of an object
     std::vector<float> summed_;              // areas of its triangles, summed up; empty when they have none
 };

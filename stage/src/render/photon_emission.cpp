@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "kit/matrix.h"
+#include "render/light_area.h"
 #include "render/photon_path.h"
 #include "render/shading.h"
 #include "render/vector.h"
@@ -17,7 +18,7 @@ namespace {
 
 constexpr float two_pi = 2.0f * std::numbers::pi_v<float>;
 
-// ---- directions and places, in light space; numbers in [0, 1)
+// ---- directions, in light space; numbers in [0, 1)
 
 miVector about(const miVector& axis, float across, float along, float turn) {
     const miVector other = std::fabs(axis.x) < 0.5f ? miVector{1.0f, 0.0f, 0.0f} : miVector{0.0f, 1.0f, 0.0f};
@@ -35,34 +36,6 @@ miVector in_cap(const miVector& axis, float least, float u, float v) {
 // As many as a matt surface sends.
 miVector over_surface(const miVector& normal, float u, float v) {
     return about(normal, std::sqrt(u), std::sqrt(1.0f - u), v);
-}
-
-struct Origin {
-    miVector place;  // from the light's origin
-    miVector normal; // outwards; null for a point
-    bool two_sided;
-};
-
-// Evenly over the light's area.
-Origin on_area(const miLight& light, float u, float v) {
-    const auto& area = light.primitive;
-    switch (light.area) {
-    case miLIGHT_RECTANGLE:
-        return {area.rectangle.edge_u * (2.0f * u - 1.0f) + area.rectangle.edge_v * (2.0f * v - 1.0f),
-                normalized(cross(area.rectangle.edge_u, area.rectangle.edge_v)), true};
-    case miLIGHT_DISC:
-        return {about(area.disc.normal, area.disc.radius * std::sqrt(u), 0.0f, v), area.disc.normal, true};
-    case miLIGHT_SPHERE: {
-        const miVector out = in_cap({0.0f, 0.0f, 1.0f}, -1.0f, u, v);
-        return {out * area.sphere.radius, out, false};
-    }
-    case miLIGHT_CYLINDER: {
-        const miVector out = about(normalized(area.cylinder.axis), 1.0f, 0.0f, v);
-        return {area.cylinder.axis * (2.0f * u - 1.0f) + out * area.cylinder.radius, out, false};
-    }
-    default:
-        return {};
-    }
 }
 
 // The numbers of an emission: well spread over all photons of the light.
@@ -86,23 +59,43 @@ void aim_from_afar(miState* state, const WorldLight& light, const SceneSphere& s
     state->org = scene.centre + turned * (length(across) * scene.radius) - state->dir * scene.radius;
 }
 
+// Where the shader of a `user` area puts the sample of those numbers: it is asked as if light were to go from
+// there to the middle of the scene. Internal space.
+miVector place_by_shader(miState* state, const WorldLight& light, const SceneSphere& scene, const Numbers& n) {
+    RayFrame& frame = new_ray(state, miRAY_LIGHT);
+    const RayInFlight in_flight(frame);
+    miState& ray = frame.state;
+    ray.light_instance = light.instance;
+    ray.point = scene.centre;
+    ray.org = transform_point(light.light->origin, light.to_internal.m);
+    ray.dir = normalized(ray.point - ray.org);
+    ray.dist = length(ray.point - ray.org);
+    ray.tex = {static_cast<float>(n.place[0]), static_cast<float>(n.place[1]), 0.0f};
+    miColor unused{};
+    call_shader(&unused, miSHADER_LIGHT, &ray, light.light->shader, nullptr);
+    return ray.org;
+}
+
 void aim(miState* state, const WorldLight& light, const SceneSphere& scene) {
     const miLight& record = *light.light;
     const Numbers n(state);
     if (record.type == miLIGHT_DIRECTION && record.area == miLIGHT_NONE)
         return aim_from_afar(state, light, scene, n);
     const auto u = static_cast<float>(n.direction[0]), v = static_cast<float>(n.direction[1]);
-    const Origin origin = on_area(record, static_cast<float>(n.place[0]), static_cast<float>(n.place[1]));
+    const AreaPoint from =
+        light.area->point(record, static_cast<float>(n.place[0]), static_cast<float>(n.place[1]));
     miVector dir;
     if (record.type == miLIGHT_DIRECTION)
         dir = record.direction;
     else if (record.type == miLIGHT_SPOT)
         dir = in_cap(record.direction, record.spread, u, v);
-    else if (length(origin.normal) > 0.0f)
-        dir = over_surface(origin.two_sided && n.side < 0.5 ? -origin.normal : origin.normal, u, v);
+    else if (length(from.normal) > 0.0f)
+        dir = over_surface(from.two_sided && n.side < 0.5 ? -from.normal : from.normal, u, v);
     else
         dir = in_cap({0.0f, 0.0f, 1.0f}, -1.0f, u, v);
-    state->org = transform_point(record.origin + origin.place, light.to_internal.m);
+    state->org = record.area == miLIGHT_USER
+                     ? place_by_shader(state, light, scene, n)
+                     : transform_point(record.origin + from.offset, light.to_internal.m);
     state->dir = normalized(transform_vector(dir, light.to_internal.m));
 }
 

@@ -86,6 +86,7 @@ class Tracer {
 public:
     Tracer(Renderer& renderer, const std::vector<Pass>& passes);
     [[nodiscard]] float scene_radius() const { return sphere_.radius; }
+    [[nodiscard]] std::uint64_t all_emitted() const { return all_emitted_; }
     bool run(const Pass& pass, Collection& all);
 
 private:
@@ -100,6 +101,7 @@ private:
     SceneSphere sphere_;
     Progress progress_;
     std::uint64_t emitted_ = 0, kept_ = 0; // of the pass
+    std::uint64_t all_emitted_ = 0;        // that share the energies of the lights
 };
 
 std::size_t all_wanted(const std::vector<Pass>& passes) {
@@ -146,6 +148,7 @@ bool Tracer::run(const Pass& pass, Collection& all) {
         surface[i].power = surface[i].power * share;
     for (std::size_t i = first_volume; i < all.volume.size(); ++i)
         all.volume[i].power = all.volume[i].power * share;
+    all_emitted_ += emitted_;
     tell(pass);
     return true;
 }
@@ -178,7 +181,6 @@ void Tracer::trace_batch(const Pass& pass, std::uint64_t first, std::uint64_t co
         emit(context, pass, static_cast<std::uint32_t>(i));
     context.photon = nullptr;
     context.records.clear_rect();
-    context.statistics.photons_emitted += count;
 }
 
 // Multiples of the golden ratio spread over the shutter interval for any number of emissions; the small
@@ -263,8 +265,12 @@ std::shared_ptr<const PhotonMaps> trace_photons(Renderer& renderer) {
     for (const Pass& pass : passes)
         if (!tracer.run(pass, all))
             return nullptr;
-    renderer.contexts().front()->statistics.photons_kept +=
-        all.caustic.size() + all.global.size() + all.volume.size();
+    // Every process traces all of them: the sum over the processes counts them once.
+    if (renderer.leads()) {
+        Statistics& statistics = renderer.contexts().front()->statistics;
+        statistics.photons_emitted += tracer.all_emitted();
+        statistics.photons_kept += all.caustic.size() + all.global.size() + all.volume.size();
+    }
     return std::shared_ptr<const PhotonMaps>(
         new PhotonMaps{PhotonMap(std::move(all.caustic)), PhotonMap(std::move(all.global)),
                        PhotonMap(std::move(all.volume)), tracer.scene_radius()});
