@@ -159,6 +159,7 @@ struct FramebufferDesc {
     std::string filetype;
     std::string compression;
     std::string colorprofile;
+    std::string field; // of an interlaced picture: even, odd; "" or frame is all of it
     int quality = -1;
     int dpi = 0;
     bool filtering = true;
@@ -194,9 +195,9 @@ struct Element {
     std::atomic<bool> origin_missed{false}; // miSCENE_LIGHT: told that its shader does not see the origin
     std::atomic<bool> direction_missed{false};   // miSCENE_LIGHT: the same of its direction
     std::shared_ptr<const LightProfile> profile; // miSCENE_LIGHTPROFILE: null when its file is missing
-    float texture_filter = 1.0f;            // miSCENE_IMAGE: scale of the filter, when the image asks for one
-    std::string texture_file_type;          // miSCENE_IMAGE, writable: file format, "" by the file's name
-    const ColorProfile* color_profile = nullptr;  // miSCENE_IMAGE: how its pixels are stored; null as they are
+    float texture_filter = 1.0f;   // miSCENE_IMAGE: scale of the filter, when the image asks for one
+    std::string texture_file_type; // miSCENE_IMAGE, writable: file format, "" by the file's name
+    const ColorProfile* color_profile = nullptr; // miSCENE_IMAGE: how its pixels are stored; null as they are
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
