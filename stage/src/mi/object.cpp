@@ -411,10 +411,9 @@ bool Parser::object_switch(miObject& o) {
     static const std::pair<const char*, miUint1 miObject::*> flags[] = {
         {"visible", &miObject::visible}, {"trace", &miObject::trace}, {"select", &miObject::select}};
     static const std::pair<const char*, miUint1 miObject::*> modes[] = {
-        {"shadow", &miObject::shadow},          {"reflection", &miObject::reflection},
-        {"refraction", &miObject::refraction},  {"transparency", &miObject::transparency},
-        {"caustic", &miObject::caustic},        {"globillum", &miObject::globillum},
-        {"finalgather", &miObject::finalgather}};
+        {"reflection", &miObject::reflection},     {"refraction", &miObject::refraction},
+        {"transparency", &miObject::transparency}, {"caustic", &miObject::caustic},
+        {"globillum", &miObject::globillum},       {"finalgather", &miObject::finalgather}};
     for (const auto& [word, flag] : flags) {
         if (accept(word)) {
             o.*flag = optional_on_off() ? 1 : 0;
@@ -447,7 +446,9 @@ bool Parser::object_box(miObject& o) {
 
 void Parser::object_flag(miObject& o, bool has_group) {
     const Token at = lexer_.peek();
-    if (accept("shadowmap")) {
+    if (accept("shadow")) {
+        o.shadow = shadow_mode();
+    } else if (accept("shadowmap")) {
         optional_on_off(); // of lights with shadow maps, which tell that they have none
     } else if (accept("falloff")) {
         o.falloff.min = scalar();

@@ -202,6 +202,7 @@ private:
     std::pair<miTag, int> light_list();
     void group();
     miUint1 mode(int most);
+    miUint1 shadow_mode();
     void attach_data(std::vector<std::pair<Token, miTag>>& chain, miTag& head);
 
     Scene& scene_;

@@ -111,6 +111,13 @@ miUint1 Parser::mode(int most) {
     return static_cast<miUint1>(optional_on_off() ? most : 0);
 }
 
+// Off casts none, as the word is used everywhere: what takes no shadows says so by a number.
+miUint1 Parser::shadow_mode() {
+    if (at_number())
+        return mode(3);
+    return optional_on_off() ? 3 : 2;
+}
+
 bool Parser::instance_flags(miInstance& i) {
     if (accept("visible")) {
         i.visible = optional_on_off() ? 1 : 0;
@@ -121,17 +128,18 @@ bool Parser::instance_flags(miInstance& i) {
         return true;
     }
     static const std::pair<const char*, miUint1 miInstance::*> modes[] = {
-        {"shadow", &miInstance::shadow},          {"reflection", &miInstance::reflection},
-        {"refraction", &miInstance::refraction},  {"transparency", &miInstance::transparency},
-        {"caustic", &miInstance::caustic},        {"globillum", &miInstance::globillum},
-        {"finalgather", &miInstance::finalgather}};
+        {"reflection", &miInstance::reflection},     {"refraction", &miInstance::refraction},
+        {"transparency", &miInstance::transparency}, {"caustic", &miInstance::caustic},
+        {"globillum", &miInstance::globillum},       {"finalgather", &miInstance::finalgather}};
     for (const auto& [word, flag] : modes) {
         if (accept(word)) {
             i.*flag = mode(3);
             return true;
         }
     }
-    if (accept("shadowmap"))
+    if (accept("shadow"))
+        i.shadow = shadow_mode();
+    else if (accept("shadowmap"))
         optional_on_off(); // of lights with shadow maps, which tell that they have none
     else if (accept("hide"))
         i.off = optional_on_off();
