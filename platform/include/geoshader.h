@@ -252,8 +252,8 @@ typedef struct miInstance {
     miCBoolean off;            /* hidden */
     miUint1 gen_motion;        /* 0 inherit, 1 transform, 2 off */
     miUint1 override_material; /* P: the material replaces those of the item */
-    miUint1 visible;           /* P: 0 off, 1 on, 2 inherit; likewise below */
-    miUint1 shadow;
+    miUint1 visible;           /* P: 0 off, 1 on, 4 inherit; likewise trace */
+    miUint1 shadow;            /* P: modes as of objects, 4 inherit; likewise below */
     miUint1 trace;
     miUint1 reflection;
     miUint1 refraction;
@@ -305,8 +305,8 @@ typedef struct miObject {
     miTag finalgather_file;
     miObject_type type;
     miUint1 visible;
-    miUint1 shadow;
-    miUint1 reflection; /* bit 0 casts, bit 1 receives; likewise below */
+    miUint1 shadow; /* bit 0 casts, bit 1 receives; likewise below */
+    miUint1 reflection;
     miUint1 refraction;
     miUint1 transparency;
     miUint1 caustic;
@@ -321,6 +321,7 @@ typedef struct miObject {
     miVector bbox_min;             /* P: of the tessellation, object space */
     miVector bbox_max;             /* P */
     struct miTriangles* triangles; /* P: the tessellation, null when there is none */
+    miRange falloff;               /* P: for mi_ray_falloff; max 0 when none is set */
 } miObject;
 
 /* ---- user data ------------------------------------------------------------------------------- */

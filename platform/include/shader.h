@@ -16,6 +16,7 @@
 #include <math.h>
 #include <stdarg.h>
 #include <stddef.h>
+#include <stdio.h>
 
 #ifndef DLLEXPORT
 #ifdef _WIN32
@@ -365,6 +366,8 @@ typedef enum miQ_type {
 
 /* ---- functions ------------------------------------------------------------------------------ */
 
+#define miSHADER_INTERFACE 3 /* the version of the interface object */
+
 #ifdef __cplusplus
 namespace mi {
 namespace shader_v3 {
@@ -387,7 +390,11 @@ int mi_db_type(miTag tag); /* 0 for a tag that names nothing */
 int mi_db_size(miTag tag);
 void mi_db_unpin(miTag tag);
 void mi_db_flush(miTag tag);
+#ifdef __cplusplus
+miShader_interface* mi_get_shader_interface(int version = miSHADER_INTERFACE);
+#else
 miShader_interface* mi_get_shader_interface(int version);
+#endif
 
 /* queries: miFALSE when the value is not available or the code is not known */
 miBoolean mi_query(const miQ_type code, miState* state, const miTag tag, void* result, ...);
@@ -418,24 +425,39 @@ miBoolean mi_trace_light(miColor* result, miVector* dir, miScalar* dot_nl, miSta
 miBoolean mi_trace_shadow(miColor* result, miState* state);
 miBoolean mi_trace_shadow_seg(miColor* result, miState* state);
 
-/* directions; exponents and shininess from 0 (wide) up */
+/* directions; exponents and shininess from 0 (wide) up. The forms with _x take two numbers in [0, 1), as from
+   mi_sample, in place of random ones */
 void mi_reflection_dir(miVector* dir, miState* state);
 void mi_reflection_dir_specular(miVector* dir, miState* state);
 void mi_reflection_dir_glossy(miVector* dir, miState* state, miScalar shiny);
+void mi_reflection_dir_glossy_x(miVector* dir, miState* state, miScalar shiny, miScalar* samples);
 void mi_reflection_dir_anisglossy(miVector* dir, miState* state, miVector* u, miVector* v, miScalar shiny_u,
                                   miScalar shiny_v);
+void mi_reflection_dir_anisglossy_x(miVector* dir, miState* state, miVector* u, miVector* v, miScalar shiny_u,
+                                    miScalar shiny_v, miScalar* samples);
 void mi_reflection_dir_diffuse(miVector* dir, miState* state);
 void mi_reflection_dir_diffuse_x(miVector* dir, miState* state, miScalar* samples);
 miBoolean mi_refraction_dir(miVector* dir, miState* state, miScalar ior_in, miScalar ior_out);
 miBoolean mi_transmission_dir_specular(miVector* dir, miState* state, miScalar ior_in, miScalar ior_out);
 miBoolean mi_transmission_dir_glossy(miVector* dir, miState* state, miScalar ior_in, miScalar ior_out,
                                      miScalar shiny);
+miBoolean mi_transmission_dir_glossy_x(miVector* dir, miState* state, miScalar ior_in, miScalar ior_out,
+                                       miScalar shiny, miScalar* samples);
 miBoolean mi_transmission_dir_anisglossy(miVector* dir, miState* state, miScalar ior_in, miScalar ior_out,
                                          miVector* u, miVector* v, miScalar shiny_u, miScalar shiny_v);
+miBoolean mi_transmission_dir_anisglossy_x(miVector* dir, miState* state, miScalar ior_in, miScalar ior_out,
+                                           miVector* u, miVector* v, miScalar shiny_u, miScalar shiny_v,
+                                           miScalar* samples);
 void mi_transmission_dir_diffuse(miVector* dir, miState* state);
+void mi_transmission_dir_diffuse_x(miVector* dir, miState* state, miScalar* samples);
 void mi_scattering_dir_diffuse(miVector* dir, miState* state);
+void mi_scattering_dir_diffuse_x(miVector* dir, miState* state, miScalar* samples);
 void mi_scattering_dir_directional(miVector* dir, miState* state, miScalar directionality);
+void mi_scattering_dir_directional_x(miVector* dir, miState* state, miScalar directionality,
+                                     miScalar* samples);
 miScalar mi_scattering_pathlength(miState* state, miScalar k);
+
+/* the distances at which rays from the current object fade; miFALSE when it has none */
 miBoolean mi_ray_falloff(miState* state, double* start, double* stop);
 
 /* light */
@@ -449,7 +471,8 @@ miBoolean mi_compute_directional_irradiance(miColor* result, miVector* dir, miSt
 miBoolean mi_compute_volume_irradiance(miColor* result, miState* state);
 miScalar mi_lightprofile_value(miState* state, miTag profile, miVector* dir);
 
-/* reflection models */
+/* reflection models. The factors of mi_fresnel are the cosines of the incoming and of the refracted ray with
+   the normal (P), which the formula takes beside the indices; mi_fresnel_reflection works them out */
 miScalar mi_fresnel(miScalar ior_in, miScalar ior_out, miScalar factor1, miScalar factor2);
 miScalar mi_fresnel_reflection(miState* state, miScalar ior_in, miScalar ior_out);
 void mi_fresnel_specular(miScalar* ns, miScalar* ks, miScalar exponent, miState* state, miVector* dir,
@@ -708,6 +731,9 @@ public:
     virtual bool get(const char* buffer, const char* param, float& value) = 0;
     virtual bool get(const char* buffer, const char* param, int& value) = 0;
     virtual bool get(const char* buffer, const char* param, const char*& value) = 0;
+    virtual bool remove(const char* buffer) = 0;
+    virtual bool reset() = 0;          /* removes all; like set and remove not while a frame is rendered */
+    virtual void echo(FILE* file) = 0; /* writes them as statements of the scene language */
 
 protected:
     ~Framebuffer() = default;
@@ -748,6 +774,23 @@ public:
 
 protected:
     ~Interface() = default;
+};
+
+/* Holds the interface object as long as it lives. */
+class Access_interface {
+public:
+    Access_interface() : interface_(mi_get_shader_interface(miSHADER_INTERFACE)) {}
+    ~Access_interface() {
+        if (interface_ != 0)
+            interface_->release();
+    }
+    Interface* operator->() const { return interface_; }
+    Interface* get() const { return interface_; }
+
+private:
+    Access_interface(const Access_interface&);
+    void operator=(const Access_interface&);
+    Interface* interface_;
 };
 
 } /* namespace shader_v3 */

@@ -93,6 +93,9 @@ public:
     bool get(const char*, const char*, float&) override { return false; }
     bool get(const char*, const char*, int&) override { return false; }
     bool get(const char*, const char*, const char*&) override { return false; }
+    bool remove(const char*) override { return false; }
+    bool reset() override { return false; }
+    void echo(FILE*) override {}
 };
 
 class Renderer::ShaderInterface final : public mi::shader_v3::Interface {

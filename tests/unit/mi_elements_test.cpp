@@ -51,7 +51,7 @@ motion transform 1 0 0 0 0 1 0 0 0 0 1 0 5 0 0 1 material [ "m", "n" ] light exc
 tag 77 data "d1" data "d2" override face back parameters "dd" ( "f" 2.5 ) end instance)");
     const auto& i = record<miInstance>("i");
     EXPECT_EQ(values(i.off, i.visible, i.reflection, i.shadow, i.face, i.label, i.override_material),
-              values(1, 0, 1, 2, 'b', 77, 1));
+              values(1, 0, 3, 4, 'b', 77, 1));
     EXPECT_EQ(values(i.tf.identity, i.gen_motion, i.motion_transform[12]), values(0, 1, 5));
     // The way back, by hand: (x, y, z) comes from (-2 y, 2 x, 4 z) + (1, 2, 3).
     const miMatrix back = {0, -0.5f, 0, 0, 0.5f, 0, 0, 0, 0, 0, 0.25f, 0, -1, 0.5f, -0.75f, 1};
@@ -72,6 +72,35 @@ tag 77 data "d1" data "d2" override face back parameters "dd" ( "f" 2.5 ) end in
     parse(R"(incremental instance "i" hide off material "m" light null data null end instance)");
     EXPECT_EQ(values(i.off, i.mtl_array_size, i.material, i.light_list, i.userdata, i.tf.global_to_local[12]),
               values(0, 0, element("m").tag, 0, 0, 1));
+}
+
+// What other programs write beside the usual, and what is told of it.
+TEST_F(MiElements, RareStatements) {
+    parse_declared(
+        R"(declare shader "heir" ( scalar "f" default 3, integer "i" ) end declare options "o" inheritance "heir" end options
+object "o1" shadow 1 reflection 2 shadowmap off falloff 2 5 box -1 -2 -3 1 2 3 motion box 0 0 0 9 9 9 finalgather file "p.fg" finalgather 2 end object
+light "l" "tint" () shadowmap file "l.map" origin 0 0 0 end light
+camera "c" framebuffer "b" field "even" end camera
+material "m" "tint" () bsdf "tint" () end material
+instance "i" "o1" shadow 2 transparency 1 shadowmap on shading samples 2
+  approximate surface regular parametric 2 3 all hide ( "i" 7 ) end instance)");
+    const auto& o = record<miObject>("o1");
+    EXPECT_EQ(values(o.shadow, o.reflection, o.finalgather, o.falloff.min, o.falloff.max, o.bbox_min.y),
+              values(1, 2, 2, 2, 5, -2));
+    EXPECT_STREQ(&record<char>(o.finalgather_file), "p.fg");
+    EXPECT_STREQ(&record<char>(record<miLight>("l").shadowmap_file), "l.map");
+    EXPECT_EQ(element(record<miCamera>("c").framebuffers).framebuffers[0].field, "even");
+    const auto& i = record<miInstance>("i");
+    EXPECT_EQ(values(i.shadow, i.transparency, i.reflection, i.off), values(2, 1, 4, 1));
+    const struct {
+        float f;
+        int i;
+    } given = {3, 7};
+    EXPECT_EQ(std::memcmp(record<miUserdata>(i.parameters).parameters, &given, sizeof given), 0);
+    EXPECT_THAT(scene.warnings,
+                testing::ElementsAre(testing::StartsWith("test.mi:8:24: bsdf shaders are not supported"),
+                                     testing::StartsWith("test.mi:9:56: shading samples are not"),
+                                     testing::StartsWith("test.mi:10:3: approximations are without effect")));
 }
 
 TEST_F(MiElements, CommandsAndRendersAtOnce) {

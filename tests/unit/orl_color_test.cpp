@@ -27,8 +27,8 @@ TEST_F(KelvinToColor, IsComputedOnceForAnInstance) {
     shader->intensity = 9;
     for (int call = 0; call < 2; ++call) {
         // Sums for 2856 K times 2.5 / Y: 2.7456016, 2.5, 0.88888536; times the adapting matrix: 2.7033648,
-        // 2.4978085, 0.86645577; times the inverse of the matrix that primaries of BT.709 (0.64 0.33, 0.30 0.60,
-        // 0.15 0.06) and white D65 (0.3127 0.3290) give in fractions: sRGB's four digits are 1e-4 away from it.
+        // 2.4978085, 0.86645577; times the inverse, in fractions, of the matrix of the primaries of BT.709
+        // (0.64 0.33, 0.30 0.60, 0.15 0.06) and white D65 (0.3127 0.3290), which sRGB's four digits round:
         miColor result{};
         EXPECT_EQ(zant_KelvinToColor(&result, state, &shader.params()), miTRUE);
         EXPECT_NEAR(result.r, 4.4894111f, 3e-6f);

@@ -106,6 +106,12 @@ TEST(Samplers, FollowTheirDistributions) {
              mi_reflection_dir_diffuse_x(&d, &ray.state, samples);
          },
          cosine(1)},
+        {"glossy by samples",
+         [](miVector& d, Ray& ray) {
+             miScalar samples[2] = {ray.context.next_random(), ray.context.next_random()};
+             mi_reflection_dir_glossy_x(&d, &ray.state, 60, samples);
+         },
+         facets(60, 60)},
         {"glossy", [](miVector& d, Ray& ray) { mi_reflection_dir_glossy(&d, &ray.state, 60); },
          facets(60, 60)},
         {"anisotropic",
@@ -177,6 +183,47 @@ TEST(Directions, MirrorAndSnell) {
             for (std::size_t k = 0; k < 3; ++k)
                 EXPECT_NEAR(ray.local(d)[k], expected[k], 2e-5);
         }
+}
+
+// The forms with samples draw nothing themselves, and the same samples lead to the same direction.
+TEST(Samplers, TakeTheSamplesThatTheyAreGiven) {
+    Ray ray;
+    miScalar samples[2] = {0.3f, 0.7f};
+    using Draw = void (*)(miVector & d, Ray & ray, miScalar * samples);
+    const Draw draws[] = {
+        [](miVector& d, Ray& r, miScalar* s) { mi_reflection_dir_glossy_x(&d, &r.state, 400, s); },
+        [](miVector& d, Ray& r, miScalar* s) {
+            mi_reflection_dir_anisglossy_x(&d, &r.state, &r.u, &r.v, 90, 400, s);
+        },
+        [](miVector& d, Ray& r, miScalar* s) { mi_transmission_dir_glossy_x(&d, &r.state, 1, 2, 400, s); },
+        [](miVector& d, Ray& r, miScalar* s) {
+            mi_transmission_dir_anisglossy_x(&d, &r.state, 1, 2, &r.u, &r.v, 90, 400, s);
+        },
+        [](miVector& d, Ray& r, miScalar* s) { mi_transmission_dir_diffuse_x(&d, &r.state, s); },
+        [](miVector& d, Ray& r, miScalar* s) { mi_scattering_dir_diffuse_x(&d, &r.state, s); },
+        [](miVector& d, Ray& r, miScalar* s) { mi_scattering_dir_directional_x(&d, &r.state, 0.5f, s); },
+    };
+    const auto before = ray.context.random_state;
+    for (const Draw draw : draws) {
+        miVector first, again, other;
+        miScalar elsewhere[2] = {0.4f, 0.2f};
+        draw(first, ray, samples);
+        draw(again, ray, samples);
+        draw(other, ray, elsewhere);
+        EXPECT_EQ(mi_vector_dist(&first, &again), 0);
+        EXPECT_GT(mi_vector_dist(&first, &other), 1e-3f);
+    }
+    EXPECT_EQ(ray.context.random_state, before);
+}
+
+TEST(RayFalloff, IsThatOfTheObject) {
+    Stage stage;
+    double start = 9, stop = 9;
+    EXPECT_EQ(mi_ray_falloff(&stage.state, &start, &stop), miFALSE);
+    EXPECT_EQ(stop, 0);
+    stage["square"].as<miObject>()->falloff = {2, 5};
+    EXPECT_EQ(mi_ray_falloff(&stage.state, &start, &stop), miTRUE);
+    EXPECT_EQ(start + 10 * stop, 52);
 }
 
 } // namespace

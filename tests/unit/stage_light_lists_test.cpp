@@ -10,11 +10,15 @@ TEST(StageLightLists, ShadowsOfSomeLights) {
     const struct {
         const char* list;
         float red;
+        const char* floor = "";
     } cases[] = {{"", 0.0f},
                  {"light shadow ['lamp']", 0.0f},
                  {"light shadow exclusive 'lamp'", 8.0f},
                  {"light shadow []", 8.0f},
-                 {"light []", 0.0f}};
+                 {"light []", 0.0f},
+                 {"shadow 1", 0.0f, "shadow 2"}, // modes: 1 casts, 2 receives
+                 {"shadow 2", 8.0f},
+                 {"", 8.0f, "shadow 1"}};
     for (const auto& c : cases) {
         for (const int mode : {1, int{'l'}, int{'s'}}) {
             TestScene s;
@@ -33,7 +37,7 @@ TEST(StageLightLists, ShadowsOfSomeLights) {
             });
             s.red("surface", 1.0f);
             s.light("lamp", {0, 0, 5}, "= shine origin 0 0 0");
-            s.square("floor", {}, "shader ground");
+            s.square("floor", {}, "shader ground", c.floor);
             s.square("plate", {0, 0, 2}, "shader surface", std::string("visible off ") + c.list);
             s.options->shadow = mode;
             s.build();

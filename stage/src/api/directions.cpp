@@ -42,19 +42,32 @@ miVector facet_normal(const Basis& basis, float shiny_u, float shiny_v, float fi
     return normalized(basis.place(length * x, length * y, 1.0f));
 }
 
+// Two numbers in [0, 1): those that a caller has from mi_sample, or else of the sample's own stream.
+struct Pair {
+    float first, second;
+    Pair(miState* state, const miScalar* given)
+        : first(given ? given[0] : context_of(state).next_random()),
+          second(given ? given[1] : context_of(state).next_random()) {}
+};
+
+// How shiny a lobe is along two axes.
+struct Gloss {
+    float u, v;
+};
+
 // A direction of the lobe about `centre`, which leaves on the side of basis.n: the mirror images at random
-// facets of the direction of which `centre` is the mirror image at the plain surface.
+// facets of the direction of which `centre` is the mirror image at the plain surface. Numbers that are given
+// serve the first draw.
 miVector lobe_direction(miState* state, const miVector& centre, const Basis& basis, const miVector& geometric,
-                        float shiny_u, float shiny_v) {
-    ThreadContext& context = context_of(state);
-    if (!(shiny_u > 0.0f && shiny_v > 0.0f)) {
-        const float first = context.next_random();
-        return diffuse_direction(basis, geometric, first, context.next_random());
+                        const Gloss& shiny, const miScalar* given) {
+    if (!(shiny.u > 0.0f && shiny.v > 0.0f)) {
+        const Pair pair(state, given);
+        return diffuse_direction(basis, geometric, pair.first, pair.second);
     }
     const miVector incoming = mirrored(centre, basis.n);
     for (int draw = 0; draw < most_draws; ++draw) {
-        const float first = context.next_random();
-        const miVector facet = facet_normal(basis, shiny_u, shiny_v, first, context.next_random());
+        const Pair pair(state, draw == 0 ? given : nullptr);
+        const miVector facet = facet_normal(basis, shiny.u, shiny.v, pair.first, pair.second);
         const miVector v = mirrored(incoming, facet);
         if (dot(incoming, facet) < 0.0f && dot(v, basis.n) > 0.0f && dot(v, geometric) > 0.0f)
             return v;
@@ -85,20 +98,42 @@ Basis far_side(const Basis& basis) {
 }
 
 miBoolean transmission_lobe(miVector* dir, miState* state, float ior_in, float ior_out, const Basis& basis,
-                            float shiny_u, float shiny_v) {
+                            const Gloss& shiny, const miScalar* given) {
     miVector centre;
     if (!refraction(state, ior_in, ior_out, centre)) {
         *dir = reflection(state);
         return miFALSE;
     }
-    *dir = lobe_direction(state, centre, far_side(basis), -state->normal_geom, shiny_u, shiny_v);
+    *dir = lobe_direction(state, centre, far_side(basis), -state->normal_geom, shiny, given);
     return miTRUE;
+}
+
+miVector reflection_lobe(miState* state, const Basis& basis, const Gloss& shiny, const miScalar* given) {
+    return lobe_direction(state, reflection(state), basis, state->normal_geom, shiny, given);
+}
+
+// On the side that both normals point to.
+miVector diffuse_sample(miState* state, const miVector& normal, const miVector& geometric,
+                        const miScalar* given) {
+    const Pair pair(state, given);
+    return diffuse_direction(basis_of(normal), geometric, pair.first, pair.second);
 }
 
 // Cosine of the scattering angle for Schlick's phase function, by inversion of its integral: Blasi, Le Saec
 // and Schlick, "A Rendering Algorithm for Discrete Volume Density Objects", 1993.
 float schlick_cosine(float k, float sample) {
     return (2.0f * sample - 1.0f + k) / (1.0f - k + 2.0f * k * sample);
+}
+
+// Directionality from -1, straight back, over 0, even, to 1, straight on.
+miVector scattered(miState* state, float directionality, const miScalar* given) {
+    const Pair pair(state, given);
+    const float k = std::clamp(directionality, -0.9999f, 0.9999f);
+    const float cosine = std::clamp(schlick_cosine(k, pair.first), -1.0f, 1.0f);
+    const float sine = std::sqrt(1.0f - cosine * cosine);
+    const float angle = two_pi * pair.second;
+    return normalized(
+        basis_of(normalized(state->dir)).place(sine * std::cos(angle), sine * std::sin(angle), cosine));
 }
 
 } // namespace
@@ -112,24 +147,29 @@ STAGE_API void mi_reflection_dir_specular(miVector* dir, miState* state) {
 }
 
 STAGE_API void mi_reflection_dir_glossy(miVector* dir, miState* state, miScalar shiny) {
-    *dir =
-        lobe_direction(state, reflection(state), basis_of(state->normal), state->normal_geom, shiny, shiny);
+    mi_reflection_dir_glossy_x(dir, state, shiny, nullptr);
+}
+
+STAGE_API void mi_reflection_dir_glossy_x(miVector* dir, miState* state, miScalar shiny, miScalar* samples) {
+    *dir = reflection_lobe(state, basis_of(state->normal), {shiny, shiny}, samples);
 }
 
 STAGE_API void mi_reflection_dir_anisglossy(miVector* dir, miState* state, miVector* u, miVector* v,
                                             miScalar shiny_u, miScalar shiny_v) {
-    *dir = lobe_direction(state, reflection(state), basis_of(state->normal, *u, *v), state->normal_geom,
-                          shiny_u, shiny_v);
+    mi_reflection_dir_anisglossy_x(dir, state, u, v, shiny_u, shiny_v, nullptr);
+}
+
+STAGE_API void mi_reflection_dir_anisglossy_x(miVector* dir, miState* state, miVector* u, miVector* v,
+                                              miScalar shiny_u, miScalar shiny_v, miScalar* samples) {
+    *dir = reflection_lobe(state, basis_of(state->normal, *u, *v), {shiny_u, shiny_v}, samples);
 }
 
 STAGE_API void mi_reflection_dir_diffuse(miVector* dir, miState* state) {
-    ThreadContext& context = context_of(state);
-    const float first = context.next_random();
-    *dir = diffuse_direction(basis_of(state->normal), state->normal_geom, first, context.next_random());
+    mi_reflection_dir_diffuse_x(dir, state, nullptr);
 }
 
 STAGE_API void mi_reflection_dir_diffuse_x(miVector* dir, miState* state, miScalar* samples) {
-    *dir = diffuse_direction(basis_of(state->normal), state->normal_geom, samples[0], samples[1]);
+    *dir = diffuse_sample(state, state->normal, state->normal_geom, samples);
 }
 
 // On total reflection the direction is that of the mirror.
@@ -147,34 +187,50 @@ STAGE_API miBoolean mi_transmission_dir_specular(miVector* dir, miState* state, 
 
 STAGE_API miBoolean mi_transmission_dir_glossy(miVector* dir, miState* state, miScalar ior_in,
                                                miScalar ior_out, miScalar shiny) {
-    return transmission_lobe(dir, state, ior_in, ior_out, basis_of(state->normal), shiny, shiny);
+    return mi_transmission_dir_glossy_x(dir, state, ior_in, ior_out, shiny, nullptr);
+}
+
+STAGE_API miBoolean mi_transmission_dir_glossy_x(miVector* dir, miState* state, miScalar ior_in,
+                                                 miScalar ior_out, miScalar shiny, miScalar* samples) {
+    return transmission_lobe(dir, state, ior_in, ior_out, basis_of(state->normal), {shiny, shiny}, samples);
 }
 
 STAGE_API miBoolean mi_transmission_dir_anisglossy(miVector* dir, miState* state, miScalar ior_in,
                                                    miScalar ior_out, miVector* u, miVector* v,
                                                    miScalar shiny_u, miScalar shiny_v) {
-    return transmission_lobe(dir, state, ior_in, ior_out, basis_of(state->normal, *u, *v), shiny_u, shiny_v);
+    return mi_transmission_dir_anisglossy_x(dir, state, ior_in, ior_out, u, v, shiny_u, shiny_v, nullptr);
+}
+
+STAGE_API miBoolean mi_transmission_dir_anisglossy_x(miVector* dir, miState* state, miScalar ior_in,
+                                                     miScalar ior_out, miVector* u, miVector* v,
+                                                     miScalar shiny_u, miScalar shiny_v, miScalar* samples) {
+    return transmission_lobe(dir, state, ior_in, ior_out, basis_of(state->normal, *u, *v), {shiny_u, shiny_v},
+                             samples);
 }
 
 STAGE_API void mi_transmission_dir_diffuse(miVector* dir, miState* state) {
-    ThreadContext& context = context_of(state);
-    const float first = context.next_random();
-    *dir = diffuse_direction(basis_of(-state->normal), -state->normal_geom, first, context.next_random());
+    mi_transmission_dir_diffuse_x(dir, state, nullptr);
+}
+
+STAGE_API void mi_transmission_dir_diffuse_x(miVector* dir, miState* state, miScalar* samples) {
+    *dir = diffuse_sample(state, -state->normal, -state->normal_geom, samples);
 }
 
 STAGE_API void mi_scattering_dir_diffuse(miVector* dir, miState* state) {
-    mi_scattering_dir_directional(dir, state, 0.0f);
+    *dir = scattered(state, 0.0f, nullptr);
 }
 
-// Directionality from -1, straight back, over 0, even, to 1, straight on.
+STAGE_API void mi_scattering_dir_diffuse_x(miVector* dir, miState* state, miScalar* samples) {
+    *dir = scattered(state, 0.0f, samples);
+}
+
 STAGE_API void mi_scattering_dir_directional(miVector* dir, miState* state, miScalar directionality) {
-    ThreadContext& context = context_of(state);
-    const float k = std::clamp(directionality, -0.9999f, 0.9999f);
-    const float cosine = std::clamp(schlick_cosine(k, context.next_random()), -1.0f, 1.0f);
-    const float sine = std::sqrt(1.0f - cosine * cosine);
-    const float angle = two_pi * context.next_random();
-    *dir = normalized(
-        basis_of(normalized(state->dir)).place(sine * std::cos(angle), sine * std::sin(angle), cosine));
+    *dir = scattered(state, directionality, nullptr);
+}
+
+STAGE_API void mi_scattering_dir_directional_x(miVector* dir, miState* state, miScalar directionality,
+                                               miScalar* samples) {
+    *dir = scattered(state, directionality, samples);
 }
 
 // The free path in a medium that scatters k times for each unit of length. Nothing scatters at k 0.
@@ -184,8 +240,12 @@ STAGE_API miScalar mi_scattering_pathlength(miState* state, miScalar k) {
     return -std::log1p(-context_of(state).next_random()) / k;
 }
 
-// No element of a scene sets distances at which rays fall off.
-STAGE_API miBoolean mi_ray_falloff(miState*, double* start, double* stop) {
-    *start = *stop = 0.0;
-    return miFALSE;
+// The distances at which rays from the state's object fade, as its `falloff` statement has them. False and 0
+// where there is none: rays reach as far as they go.
+STAGE_API miBoolean mi_ray_falloff(miState* state, double* start, double* stop) {
+    const WorldInstance* instance = current_instance(state);
+    const miRange falloff = instance ? instance->object->falloff : miRange{};
+    *start = static_cast<double>(falloff.min);
+    *stop = static_cast<double>(falloff.max);
+    return falloff.max > 0.0f ? miTRUE : miFALSE;
 }

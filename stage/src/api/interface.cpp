@@ -1,5 +1,7 @@
 // The interface object: the camera's named frame buffers and lists of lights for shader libraries.
 #include <array>
+#include <cstdio>
+#include <string>
 #include <string_view>
 
 #include "api/api.h"
@@ -34,6 +36,7 @@ constexpr std::array texts = {
     Named<std::string>{"filetype", &FramebufferDesc::filetype},
     Named<std::string>{"compression", &FramebufferDesc::compression},
     Named<std::string>{"colorprofile", &FramebufferDesc::colorprofile},
+    Named<std::string>{"field", &FramebufferDesc::field},
 };
 
 // The member that a parameter names, or null.
@@ -42,6 +45,21 @@ template <class Table> auto member_of(const Table& table, const char* param) {
         if (param && row.name == param)
             return row.member;
     return decltype(table[0].member)(nullptr);
+}
+
+// As a line of the scene language; what is as usual is left out.
+std::string statement_of(const FramebufferDesc& desc) {
+    const FramebufferDesc usual;
+    std::string line = "framebuffer \"" + desc.name + '"';
+    for (const auto& text : texts)
+        if (!(desc.*text.member).empty())
+            line.append(" ").append(text.name).append(" \"").append(desc.*text.member).append("\"");
+    for (const auto& number : integers)
+        if (desc.*number.member != usual.*number.member)
+            line.append(" ").append(number.name).append(" ").append(std::to_string(desc.*number.member));
+    for (const auto& flag : flags)
+        line.append(" ").append(flag.name).append(desc.*flag.member ? " on" : " off");
+    return line + '\n';
 }
 
 // The buffers of one camera. While a frame of that camera is rendered the renderer's own list counts, as its
@@ -107,6 +125,22 @@ public:
             return false;
         value = (desc(index).*member).c_str();
         return true;
+    }
+
+    bool remove(const char* buffer) override {
+        return buffer && !stage::current_renderer() &&
+               std::erase_if(element_.framebuffers,
+                             [&](const FramebufferDesc& desc) { return desc.name == buffer; }) > 0;
+    }
+    bool reset() override {
+        if (stage::current_renderer())
+            return false;
+        element_.framebuffers.clear();
+        return true;
+    }
+    void echo(FILE* file) override {
+        for (std::size_t i = 0; file && i < count(); ++i)
+            std::fputs(statement_of(desc(i)).c_str(), file);
     }
 
 private:
@@ -186,5 +220,5 @@ public:
 // The object of version 3, which is all there is; null for other versions.
 STAGE_API miShader_interface* mi_get_shader_interface(int version) {
     static Interface object;
-    return version == 3 ? &object : nullptr;
+    return version == miSHADER_INTERFACE ? &object : nullptr;
 }

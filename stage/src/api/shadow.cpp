@@ -185,7 +185,8 @@ using stage::operator-;
 
 STAGE_API miBoolean mi_trace_shadow(miColor* result, miState* state) {
     const miOptions& options = *state->options;
-    if (options.shadow == stage::shadows_off || !options.trace)
+    const stage::WorldInstance* surface = stage::instance_of(state);
+    if (options.shadow == stage::shadows_off || !options.trace || (surface && !surface->receives_shadow))
         return miTRUE;
     if (options.shadow != stage::shadows_in_segments && stage::context_of(state).world->all_block)
         return stage::trace_to_any(result, state);

@@ -49,8 +49,12 @@ void Parser::options() {
                 element.state_shaders.push_back(item.second);
         } else if (accept("data")) {
             attach_data(data, o.userdata);
+        } else if (accept("inheritance")) {
+            inheritance_ = &declaration(name("the name of the inheritance shader's declaration"));
+            o.inh_funcdecl = inheritance_->tag;
         } else if (!options_rays(o) && !options_sampling(o) && !options_photons(o) && !options_picture(o)) {
-            fail_unknown("options", "a known option, a \"string option\", state, data or end options");
+            fail_unknown("options",
+                         "a known option, a \"string option\", state, data, inheritance or end options");
         }
     }
     chain(data, owner(element, Slot::data), "data block");
@@ -258,6 +262,8 @@ void Parser::camera() {
             output(element, buffers, outputs);
         } else if (accept("data")) {
             attach_data(data, c.userdata);
+        } else if (lexer_.peek().is("pass")) {
+            fail(lexer_.peek(), "render passes are not supported");
         } else if (!camera_lens(c, element) && !camera_picture(c)) {
             fail_unknown("a camera",
                          "framebuffer, output, focal, aperture, aspect, resolution, window, clip, lens, "
@@ -348,7 +354,9 @@ void Parser::framebuffer(std::vector<FramebufferDesc>& buffers) {
     bool premultiplied = b.premultiplied;
     bool given = false;
     static const std::pair<const char*, std::string FramebufferDesc::*> texts[] = {
-        {"filename", &FramebufferDesc::filename}, {"filetype", &FramebufferDesc::filetype}};
+        {"filename", &FramebufferDesc::filename},
+        {"filetype", &FramebufferDesc::filetype},
+        {"field", &FramebufferDesc::field}};
     static const std::pair<const char*, bool FramebufferDesc::*> flags[] = {
         {"filtering", &FramebufferDesc::filtering}, {"dod", &FramebufferDesc::dod},
         {"primary", &FramebufferDesc::primary},     {"tiled", &FramebufferDesc::tiled},
@@ -450,12 +458,18 @@ void Parser::material() {
     if (next.kind == Kind::string || next.is('=') || (next.kind == Kind::name && lexer_.following() == '('))
         m.shader = shaders(miSHADER_MATERIAL, slot_owner(slots[0]));
     while (!lexer_.peek().is("end")) {
+        const Token statement = lexer_.peek();
+        if (accept("bsdf")) {
+            shaders(miNSHADERTYPES, owner(element, Slot::material, std::size(slots)));
+            warn(place_of(statement), "bsdf shaders are not supported yet and without effect");
+            continue;
+        }
         const auto slot = std::find_if(std::begin(slots), std::end(slots),
                                        [&](const SlotInfo& s) { return accept(s.word); });
         if (slot == std::end(slots))
             fail_unknown("a material",
                          "shader, displace, shadow, volume, environment, contour, photon, photonvol, "
-                         "lightmap or end material");
+                         "lightmap, bsdf or end material");
         const bool empty_list = at_name() && lexer_.following() == '(';
         m.*(slot->slot) = shaders(slot->kind, slot_owner(*slot));
         if (empty_list && slot != slots)
@@ -574,6 +588,12 @@ void Parser::light_type(miLight& light, bool origin, bool direction, bool spread
     light.dirlight_has_org = light.type == miLIGHT_DIRECTION && origin;
 }
 
+miTag Parser::shadowmap_file() {
+    expect("file");
+    const Token file = name("a file name");
+    return make_string(file.value, place_of(file));
+}
+
 void Parser::light_shadowmap(miLight& light) {
     if (accept("resolution"))
         light.shadowmap_resolution = integer(0, largest_picture);
@@ -581,6 +601,8 @@ void Parser::light_shadowmap(miLight& light) {
         light.shadowmap_softness = scalar();
     else if (accept("samples"))
         light.shadowmap_samples = integer(1, 1 << 16);
+    else if (lexer_.peek().is("file"))
+        light.shadowmap_file = shadowmap_file();
     else
         light.use_shadow_maps = optional_on_off();
 }

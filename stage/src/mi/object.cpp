@@ -362,8 +362,8 @@ void Parser::object() {
     Element& element = define(word, miSCENE_OBJECT, sizeof(miObject), "object");
     auto& o = *element.as<miObject>();
     if (!incremental_) {
-        o.visible = o.shadow = o.trace = 1;
-        o.reflection = o.refraction = o.transparency = o.caustic = o.globillum = o.finalgather = 3;
+        o.visible = o.trace = 1;
+        o.shadow = o.reflection = o.refraction = o.transparency = o.caustic = o.globillum = o.finalgather = 3;
         element.geometry = std::make_unique<Geometry>();
         o.triangles = &element.geometry->view;
         o.triangles->normal_offset = o.triangles->motion_offset = -1;
@@ -407,11 +407,9 @@ miTag Parser::object_material(const Token& word) {
     return resolve(word, miSCENE_MATERIAL, "material").tag;
 }
 
-void Parser::object_flag(miObject& o, bool has_group) {
-    static const std::pair<const char*, miUint1 miObject::*> flags[] = {{"visible", &miObject::visible},
-                                                                        {"shadow", &miObject::shadow},
-                                                                        {"trace", &miObject::trace},
-                                                                        {"select", &miObject::select}};
+bool Parser::object_switch(miObject& o) {
+    static const std::pair<const char*, miUint1 miObject::*> flags[] = {
+        {"visible", &miObject::visible}, {"trace", &miObject::trace}, {"select", &miObject::select}};
     static const std::pair<const char*, miUint1 miObject::*> modes[] = {
         {"reflection", &miObject::reflection},     {"refraction", &miObject::refraction},
         {"transparency", &miObject::transparency}, {"caustic", &miObject::caustic},
@@ -419,17 +417,52 @@ void Parser::object_flag(miObject& o, bool has_group) {
     for (const auto& [word, flag] : flags) {
         if (accept(word)) {
             o.*flag = optional_on_off() ? 1 : 0;
-            return;
+            return true;
         }
     }
     for (const auto& [word, flag] : modes) {
         if (accept(word)) {
             o.*flag = mode(3);
-            return;
+            return true;
         }
     }
+    return false;
+}
+
+// Boxes are for geometry that is made later: here they stand for objects without groups.
+bool Parser::object_box(miObject& o) {
+    if (accept("motion")) { // the box around the moving object, which nothing needs
+        expect("box");
+        vector();
+        vector();
+        return true;
+    }
+    if (!accept("box"))
+        return false;
+    o.bbox_min = vector();
+    o.bbox_max = vector();
+    return true;
+}
+
+void Parser::object_flag(miObject& o, bool has_group) {
     const Token at = lexer_.peek();
-    if (accept("tagged")) {
+    if (accept("shadow")) {
+        o.shadow = shadow_mode();
+    } else if (accept("shadowmap")) {
+        optional_on_off(); // of lights with shadow maps, which tell that they have none
+    } else if (accept("falloff")) {
+        o.falloff.min = scalar();
+        o.falloff.max = scalar();
+        if (!(o.falloff.min >= 0.0f && o.falloff.min <= o.falloff.max))
+            fail(at, "the falloff of rays needs a start from 0 and a stop that is not below it");
+    } else if (lexer_.peek().is("finalgather") && lexer_.following() == 'f') {
+        lexer_.next();
+        expect("file");
+        const Token file = name("a file name");
+        o.finalgather_file = make_string(file.value, place_of(file));
+    } else if (object_switch(o) || object_box(o)) {
+        return;
+    } else if (accept("tagged")) {
         if (has_group)
             fail(at, "'tagged' must stand in front of the groups");
         o.tagged = optional_on_off() ? 1 : 0;
@@ -440,7 +473,8 @@ void Parser::object_flag(miObject& o, bool has_group) {
     } else {
         fail_unknown("an object",
                      "visible, shadow, trace, select, reflection, refraction, transparency, caustic, "
-                     "globillum, finalgather, tagged, face, tag, data, group or end object");
+                     "globillum, finalgather, finalgather file, shadowmap, falloff, box, motion box, tagged, "
+                     "face, tag, data, group or end object");
     }
 }
 

@@ -171,6 +171,7 @@ private:
     void light();
     void light_area(miLight& light, const Token& word);
     void light_shadowmap(miLight& light);
+    miTag shadowmap_file();
     void light_type(miLight& light, bool origin, bool direction, bool spread, const Token& name);
     void texture();
     void texture_file(Element& element);
@@ -186,18 +187,22 @@ private:
     Element& make_data(Element* existing, const Place& place, const std::vector<std::byte>& bytes,
                        const Declaration* declaration);
     void object();
+    bool object_switch(miObject& o);
+    bool object_box(miObject& o);
     void object_flag(miObject& o, bool has_group);
     miTag object_material(const Token& word);
     void instance();
     bool instance_flags(miInstance& i);
     bool instance_place(miInstance& i);
     bool instance_lists(miInstance& i);
+    bool instance_approximation();
     void instance_materials(miInstance& i);
     void instance_lights(miInstance& i);
     // A list of lights for the instance: a tag array, or null for all; its length.
     std::pair<miTag, int> light_list();
     void group();
     miUint1 mode(int most);
+    miUint1 shadow_mode();
     void attach_data(std::vector<std::pair<Token, miTag>>& chain, miTag& head);
 
     Scene& scene_;
@@ -206,8 +211,9 @@ private:
     bool incremental_ = false;
     std::vector<std::string> namespaces_;
     Phenomenon* phenomenon_ = nullptr;
-    int depth_ = 0;                      // of shaders within shaders
-    miTag empty_parameters_ = miNULLTAG; // the latest shader, if it was given none
+    int depth_ = 0;                            // of shaders within shaders
+    miTag empty_parameters_ = miNULLTAG;       // the latest shader, if it was given none
+    const Declaration* inheritance_ = nullptr; // of the parameters of instances; of the latest options
     struct Link {
         miTag next;
         std::uint64_t owner;

@@ -1,4 +1,5 @@
 // Instances and instance groups: what stands where in the scene.
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <utility>
@@ -9,7 +10,7 @@ namespace stage::mi {
 
 namespace {
 
-constexpr miUint1 inherit = 2; // a flag that is left to the item
+constexpr miUint1 inherit = 4; // a flag or mode that is left to the item
 
 // Gauss-Jordan with row pivoting, in double precision; false for a singular matrix.
 bool invert(const miScalar* matrix, miScalar* result) {
@@ -93,11 +94,11 @@ void Parser::instance() {
     while (!lexer_.peek().is("end")) {
         if (accept("data"))
             attach_data(data, i.userdata);
-        else if (!instance_flags(i) && !instance_place(i) && !instance_lists(i))
+        else if (!instance_flags(i) && !instance_place(i) && !instance_lists(i) && !instance_approximation())
             fail_unknown("an instance",
-                         "hide, visible, shadow, trace, reflection, refraction, transparency, caustic, "
-                         "globillum, finalgather, face, transform, motion, override, material, light, "
-                         "tag, data, parameters or end instance");
+                         "hide, visible, shadow, shadowmap, trace, reflection, refraction, transparency, "
+                         "caustic, globillum, finalgather, face, transform, motion, override, material, "
+                         "light, approximate, shading samples, tag, data, parameters or end instance");
     }
     chain(data, owner(element, Slot::data), "data block");
     end_of("instance");
@@ -110,24 +111,37 @@ miUint1 Parser::mode(int most) {
     return static_cast<miUint1>(optional_on_off() ? most : 0);
 }
 
+// Off casts none, as the word is used everywhere: what takes no shadows says so by a number.
+miUint1 Parser::shadow_mode() {
+    if (at_number())
+        return mode(3);
+    return optional_on_off() ? 3 : 2;
+}
+
 bool Parser::instance_flags(miInstance& i) {
-    static const std::pair<const char*, miUint1 miInstance::*> flags[] = {
-        {"visible", &miInstance::visible},
-        {"shadow", &miInstance::shadow},
-        {"trace", &miInstance::trace},
-        {"reflection", &miInstance::reflection},
-        {"refraction", &miInstance::refraction},
-        {"transparency", &miInstance::transparency},
-        {"caustic", &miInstance::caustic},
-        {"globillum", &miInstance::globillum},
-        {"finalgather", &miInstance::finalgather}};
-    for (const auto& [word, flag] : flags) {
+    if (accept("visible")) {
+        i.visible = optional_on_off() ? 1 : 0;
+        return true;
+    }
+    if (accept("trace")) {
+        i.trace = optional_on_off() ? 1 : 0;
+        return true;
+    }
+    static const std::pair<const char*, miUint1 miInstance::*> modes[] = {
+        {"reflection", &miInstance::reflection},     {"refraction", &miInstance::refraction},
+        {"transparency", &miInstance::transparency}, {"caustic", &miInstance::caustic},
+        {"globillum", &miInstance::globillum},       {"finalgather", &miInstance::finalgather}};
+    for (const auto& [word, flag] : modes) {
         if (accept(word)) {
-            i.*flag = optional_on_off() ? 1 : 0;
+            i.*flag = mode(3);
             return true;
         }
     }
-    if (accept("hide"))
+    if (accept("shadow"))
+        i.shadow = shadow_mode();
+    else if (accept("shadowmap"))
+        optional_on_off(); // of lights with shadow maps, which tell that they have none
+    else if (accept("hide"))
         i.off = optional_on_off();
     else if (accept("override"))
         i.override_material = 1;
@@ -171,6 +185,12 @@ bool Parser::instance_lists(miInstance& i) {
         instance_materials(i);
     } else if (accept("light")) {
         instance_lights(i);
+    } else if (lexer_.peek().is('(')) {
+        const Token at = lexer_.peek();
+        if (!inheritance_)
+            fail(at, "parameters of an instance need their declaration: name it with inheritance in the "
+                     "options, or write parameters \"data declaration\" ( ... )");
+        i.parameters = data_block(at, *inheritance_).tag;
     } else if (accept("parameters")) {
         const Token word = name("the name of a data declaration");
         const auto found = scene_.declarations.find("data " + std::string(word.value));
@@ -180,6 +200,33 @@ bool Parser::instance_lists(miInstance& i) {
     } else {
         return false;
     }
+    return true;
+}
+
+// How finely curved geometry is cut and shaded. Polygons are what they are, so this is passed over; told,
+// since the scene asks for something.
+bool Parser::instance_approximation() {
+    const Token at = lexer_.peek();
+    if (accept("shading")) {
+        expect("samples");
+        scalar();
+        warn(place_of(at), "shading samples are not supported yet and without effect");
+        return true;
+    }
+    if (!accept("approximate"))
+        return false;
+    static constexpr std::string_view words[] = {
+        "surface",  "displace", "trim",    "curve",     "all",      "view",    "any",         "sharp",
+        "fine",     "implicit", "tree",    "grid",      "delaunay", "regular", "parametric",  "length",
+        "distance", "angle",    "spatial", "curvature", "samples",  "max",     "nosmoothing", "null"};
+    const auto continues = [this] {
+        const Token& next = lexer_.peek();
+        return at_number() || next.kind == Kind::string || next.is('[') || next.is(']') || next.is(',') ||
+               std::any_of(std::begin(words), std::end(words), [&](auto word) { return next.is(word); });
+    };
+    while (continues())
+        lexer_.next();
+    warn(place_of(at), "approximations are without effect: all geometry is polygons");
     return true;
 }
 

@@ -4,8 +4,8 @@
 #include <fstream>
 
 #include "mi/parser_impl.h"
-#include "scene/light_profile.h"
 #include "scene/color_profile.h"
+#include "scene/light_profile.h"
 
 namespace stage::mi {
 

@@ -47,7 +47,14 @@ void report_light(Scene& scene, const Element& element) {
 
 void report_instance(Scene& scene, const Element& element) {
     const auto& i = *element.as<miInstance>();
-    warn_of(scene, element, {{i.parameters != miNULLTAG, "parameters of an instance are"}});
+    warn_of(scene, element, {{i.parameters != miNULLTAG, "parameters of an instance are", true}});
+}
+
+void report_object(Scene& scene, const Element& element) {
+    const auto& o = *element.as<miObject>();
+    warn_of(scene, element,
+            {{o.select != 0, "select is", true},
+             {o.finalgather_file != miNULLTAG, "a file of final gathering points is", true}});
 }
 
 bool differ(const miColor& a, const miColor& b) {
@@ -74,7 +81,8 @@ void report_camera(const World& world, const Element& element) {
         return;
     for (const FramebufferDesc& b : buffers->framebuffers)
         warn_of(scene, element,
-                {{!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true}},
+                {{!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true},
+                 {!b.field.empty() && b.field != "frame", "rendering of fields is", true}},
                 "frame buffer \"" + b.name + "\": ");
 }
 
@@ -214,7 +222,7 @@ void report_unsupported(const World& world, const RenderCommand& command) {
         else if (element.type == miSCENE_INSTANCE)
             report_instance(scene, element);
         else if (element.type == miSCENE_OBJECT)
-            warn_of(scene, element, {{element.as<miObject>()->select != 0, "select is"}});
+            report_object(scene, element);
         else if (element.record == world.options)
             report_options(scene, element);
         else if (element.record == world.camera)

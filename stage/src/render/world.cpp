@@ -20,7 +20,7 @@ namespace {
 
 constexpr int deepest_group = 256; // a graph this deep contains itself
 
-constexpr miUint1 flag_inherits = 2;
+constexpr miUint1 flag_inherits = 4;
 
 constexpr miUint1 casts = 1, receives = 2; // bits of an object's reflection, refraction and transparency
 
@@ -123,11 +123,8 @@ Inherited inherit(const Inherited& parent, const Element& element, const miInsta
     return in;
 }
 
-// An instance's switch acts on both bits of the object's mode.
 miUint1 mode_of(miUint1 inherited, miUint1 of_object) {
-    if (inherited == flag_inherits)
-        return of_object;
-    return inherited ? miUint1{casts | receives} : miUint1{0};
+    return inherited == flag_inherits ? of_object : inherited;
 }
 
 bool switch_of(miUint1 inherited, miUint1 of_object) {
@@ -263,18 +260,20 @@ void Flattener::add_object(Element& instance, const Element& object_element, con
     w.has_motion = !in.no_motion && (deforms || !(in.motion_to_world == in.to_world));
 
     const bool trace = switch_of(in.trace, object->trace);
+    const miUint1 shadow = mode_of(in.shadow, object->shadow);
     const miUint1 reflection = mode_of(in.reflection, object->reflection);
     const miUint1 refraction = mode_of(in.refraction, object->refraction);
     const miUint1 transparency = mode_of(in.transparency, object->transparency);
     const miUint1 finalgather = mode_of(in.finalgather, object->finalgather);
     w.mask = bit(RayMask::primary, switch_of(in.visible, object->visible)) |
-             bit(RayMask::shadow, switch_of(in.shadow, object->shadow)) | bit(RayMask::trace, trace) |
+             bit(RayMask::shadow, shadow & casts) | bit(RayMask::trace, trace) |
              bit(RayMask::reflection, trace && (reflection & casts)) |
              bit(RayMask::refraction, trace && (refraction & casts)) |
              bit(RayMask::transparency, trace && (transparency & casts)) |
              bit(RayMask::finalgather, trace && (finalgather & casts));
     w.caustic = mode_of(in.caustic, object->caustic);
     w.globillum = mode_of(in.globillum, object->globillum);
+    w.receives_shadow = (shadow & receives) != 0;
     w.receives_reflection = (reflection & receives) != 0;
     w.receives_refraction = (refraction & receives) != 0;
     w.receives_transparency = (transparency & receives) != 0;
@@ -338,9 +337,9 @@ void Flattener::add_light_mesh(const WorldLight& light, const Inherited& in) {
     w.light = static_cast<int>(world_.lights.size());
     const bool trace = switch_of(in.trace, 1);
     w.mask = bit(RayMask::primary, switch_of(in.visible, 1)) |
-             bit(RayMask::reflection, trace && switch_of(in.reflection, 1)) |
-             bit(RayMask::refraction, trace && switch_of(in.refraction, 1)) |
-             bit(RayMask::transparency, trace && switch_of(in.transparency, 1));
+             bit(RayMask::reflection, trace && (mode_of(in.reflection, casts) & casts)) |
+             bit(RayMask::refraction, trace && (mode_of(in.refraction, casts) & casts)) |
+             bit(RayMask::transparency, trace && (mode_of(in.transparency, casts) & casts));
     w.label = light.light->label;
     world_.instances.push_back(w);
     instance_spaces_.push_back(in);

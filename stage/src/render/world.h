@@ -52,7 +52,7 @@ struct WorldInstance {
     miUint1 face = 'a';                 // which sides are seen
     miUint1 caustic = 3, globillum = 3; // bit 0: sends photons on, bit 1: keeps them
     bool receives_reflection = true, receives_refraction = true, receives_transparency = true;
-    bool receives_finalgather = true;
+    bool receives_finalgather = true, receives_shadow = true;
     miTag material = miNULLTAG;       // inherited; or:
     std::span<const miTag> materials; // inherited list, indexed by the labels of a tagged object
     bool override_material = false;

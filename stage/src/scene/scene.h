@@ -159,6 +159,7 @@ struct FramebufferDesc {
     std::string filetype;
     std::string compression;
     std::string colorprofile;
+    std::string field; // of an interlaced picture: even, odd; "" or frame is all of it
     int quality = -1;
     int dpi = 0;
     bool filtering = true;
