@@ -28,7 +28,7 @@ struct LightArea {
 private:
     [[nodiscard]] AreaPoint point_on_object(float s, float t) const;
 
-    miVector normal_{}; // of a flat one
+    miVector normal_{};                      // of a flat one
     const miTriangles* triangles_ = nullptr; // of an object
     std::vector<float> summed_;              // areas of its triangles, summed up; empty when they have none
 };

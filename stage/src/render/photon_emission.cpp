@@ -61,7 +61,8 @@ void aim_from_afar(miState* state, const WorldLight& light, const SceneSphere& s
 
 // Where the shader of a `user` area puts the sample of those numbers: it is asked as if light were to go from
 // there to the middle of the scene. Internal space.
-miVector place_by_shader(miState* state, const WorldLight& light, const SceneSphere& scene, const Numbers& n) {
+miVector place_by_shader(miState* state, const WorldLight& light, const SceneSphere& scene,
+                         const Numbers& n) {
     RayFrame& frame = new_ray(state, miRAY_LIGHT);
     const RayInFlight in_flight(frame);
     miState& ray = frame.state;
