@@ -15,11 +15,11 @@ function add(section, figures) {
     place.querySelector("div").append(...figures);
 }
 
-// A slider over pictures; `label` says what the one that is shown is.
-function slider(pictures, label) {
-    const image = element("img", { src: pictures[0], alt: label(0) });
-    const text = element("span", { textContent: label(0) });
-    const range = element("input", { type: "range", min: 0, max: pictures.length - 1, value: 0, step: 1 });
+// A slider over pictures; `label` says what the one that is shown is, `first` which is shown at first.
+function slider(pictures, label, first = 0) {
+    const image = element("img", { src: pictures[first], alt: label(first), loading: "lazy" });
+    const text = element("span", { textContent: label(first) });
+    const range = element("input", { type: "range", min: 0, max: pictures.length - 1, value: first, step: 1 });
     range.setAttribute("aria-label", "frame");
     range.oninput = () => {
         image.src = pictures[range.value];
@@ -29,7 +29,8 @@ function slider(pictures, label) {
 }
 
 function sweep({ title, scene, values, frames }) {
-    const [image, range, text] = slider(frames, at => values[at]);
+    // The ends of a range are often black or white: it begins in the middle.
+    const [image, range, text] = slider(frames, at => values[at], frames.length >> 1);
     const caption = element("figcaption", {}, element("b", { textContent: title }), ": ", text,
         element("br"), `scenes/${scene}.mi`);
     return element("figure", { className: "sweep" }, image, range, caption);
