@@ -141,7 +141,10 @@ public:
             return field.value.count > 0 ? static_cast<std::int32_t>(field.value.number[0]) : 0;
         return byte == 255 ? input_.integer() : byte % (field.type == miTYPE_BOOLEAN ? 2 : 8);
     }
-    int elements(const Field&) override { return input_.below(scripted::World::most_elements + 1); }
+    int elements(const Field&) override {
+        const int many = input_.below(8) == 0 ? scripted::World::most_elements : 3;
+        return input_.below(many + 1);
+    }
     bool wild() override { return !tame_ && input_.byte() % 4 == 0; }
 
 private:

@@ -239,7 +239,7 @@ miTag World::element_for(const Field& field, int depth) {
             return tags_[place];
         // Any shader of the module, wherever it may stand.
         const auto all = shaders_ending("");
-        return depth > deepest
+        return depth > deepest || actors_.size() >= most_actors
                    ? miTag{miNULLTAG}
                    : add_at(*all[static_cast<std::size_t>(values_.below(static_cast<int>(all.size())))],
                             depth)
