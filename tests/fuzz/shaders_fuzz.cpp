@@ -12,6 +12,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "exports.h"
@@ -163,6 +164,18 @@ void spoil(scripted::State& state, Input& input, const scripted::World& world) {
     world.place(state, input.byte());
     state->type = static_cast<miRay_type>(input.below(miNRAYTYPES));
     state->call_type = static_cast<miShader_type>(input.below(miNSHADERTYPES));
+    // Half of the states are fit for work.
+    if (input.byte() % 2 == 0) {
+        constexpr std::pair<miRay_type, miShader_type> fit[] = {
+            {miRAY_EYE, miSHADER_MATERIAL},      {miRAY_SHADOW, miSHADER_SHADOW},
+            {miRAY_LIGHT, miSHADER_LIGHT},       {miPHOTON_LIGHT, miSHADER_PHOTON},
+            {miRAY_EYE, miSHADER_VOLUME},        {miRAY_ENVIRONMENT, miSHADER_ENVIRONMENT},
+            {miRAY_DISPLACE, miSHADER_DISPLACE}, {miRAY_REFLECT, miSHADER_MATERIAL}};
+        const auto& [ray, call] = fit[input.below(static_cast<int>(std::size(fit)))];
+        state->type = ray;
+        state->call_type = call;
+        return;
+    }
     const std::uint8_t faults = input.byte();
     if (faults & 1)
         state.set_miss(input.vector(), input.vector());
@@ -233,6 +246,16 @@ const Shader& chosen(Input& input) {
     return *all[input.byte() % all.size()];
 }
 
+// A shader that hands its result on to another's is as good as that one: coordinates write two vectors.
+std::size_t result_room(const Shader& shader) {
+    const bool hands_on = std::any_of(shader.fields.begin(), shader.fields.end(), [](const Field& field) {
+        const std::string_view name = field.name;
+        return field.type == miTYPE_MATERIAL || name == "shaders" || name == "shadow";
+    });
+    const std::size_t size = scripted::World::result_size(shader);
+    return hands_on ? std::max(size, 2 * sizeof(miVector)) : size;
+}
+
 void live(const Shader& shader, Input& input) {
     Renderer& renderer = Renderer::get();
     const long long blocks = Renderer::resources().live_blocks, locks = Renderer::resources().live_locks;
@@ -246,13 +269,15 @@ void live(const Shader& shader, Input& input) {
     spoil(state, input, world);
     state.run(actor.instance, state->call_type);
     const std::uint8_t failing = input.byte(); // allocations fail from some time on
-    if (failing >= 192)
-        stage::fail_allocations_after(failing - 192);
+    if (failing >= 224)
+        stage::fail_allocations_after(failing - 224);
     world.begin();
     for (int call = 0; call < 2; ++call) {
         Argument argument(input, world);
+        if (argument.get() != nullptr) // such records come with texture calls
+            state->call_type = miSHADER_TEXTURE;
         // A block of its own: the sanitizer sees who writes beside it.
-        const std::size_t size = scripted::World::result_size(*actor.shader);
+        const std::size_t size = result_room(*actor.shader);
         const std::unique_ptr<unsigned char[]> result(new unsigned char[size]());
         const miBoolean answer = world.call(actor, result.get(), state, argument.get());
         require(answer == miTRUE || answer == miFALSE, actor.shader->name, "answers neither TRUE nor FALSE");
