@@ -9,6 +9,7 @@
  */
 #include "orl_light.h"
 #include "orlshaderapi.h"
+#include "output_request.h"
 
 #include <algorithm>
 
@@ -121,7 +122,7 @@ miColor look_up_projection(miState* state, miTag map, const miVector& point, con
     state->dir = point;
     state->tex = {at.u, at.v, 0.0f};
     miColor color{};
-    if (!mi_call_shader(&color, miSHADER_TEXTURE, state, map))
+    if (!call_in_slot(&color, state, miSHADER_TEXTURE, map))
         color = {};
     state->dir = dir;
     state->tex = tex;

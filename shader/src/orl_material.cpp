@@ -225,7 +225,10 @@ miBoolean run_model(miColor* result, miState* state, const StandardMaterialParam
     record.continuation = way_of(state->type);
     record.material = &call;
     const PushedIndices indices(state, eval(state, params->indexOfRefraction));
-    const miBoolean done = mi_call_shader_x(result, miSHADER_TEXTURE, state, model, &record);
+    // Where the renderer displaces, the result is a scalar.
+    const miBoolean done = state->type == miRAY_DISPLACE
+                               ? mi_call_shader_x(result, miSHADER_TEXTURE, state, model, &record)
+                               : miBoolean{call_in_slot(result, state, miSHADER_TEXTURE, model, &record)};
     // Whatever shader it is, its colour shows.
     if (done && record.shade == nullptr && !test_and_set(instance->warnedOfModel))
         mi_warning("\"%s\": the shader in `illumination` is no illumination model", shader_name(state));

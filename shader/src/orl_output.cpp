@@ -55,8 +55,8 @@ namespace {
 // The value itself where the curve fails. Curves are drawn for 0 to 1 and go on straight beyond.
 miScalar curve_at(miState* state, miTag curve, miInteger channel, miScalar x) {
     CurveRequest request{channel, 0, x, 0, 1, 0, 1, miTRUE};
-    miColor value{x, x, x, x}; // a curve writes the first; room for what else may be called
-    return mi_call_shader_x(&value, miSHADER_TEXTURE, state, curve, &request) ? value.r : x;
+    miColor value{x, x, x, x}; // a curve writes the first
+    return call_in_slot(&value, state, miSHADER_TEXTURE, curve, &request) ? value.r : x;
 }
 
 void map_by_rgb_curve(miColor& value, miState* state, miTag curve, bool mono) {

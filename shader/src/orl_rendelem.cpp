@@ -8,6 +8,7 @@
  * written to its frame buffer.
  */
 #include "orl_rendelem.h"
+#include "output_request.h"
 
 #include <charconv>
 
@@ -33,7 +34,7 @@ miColor call_element(miState* state, miTag shader, orl_PostIllumData* data) {
     orl_RenderElementCall call{orl_phase_post_illumination, data};
     miColor own = transparent_black;
     data->outputs.elementReplace = miFALSE;
-    if (mi_call_shader_x(&own, miSHADER_DEFAULT, state, shader, &call))
+    if (call_in_slot(&own, state, miSHADER_DEFAULT, shader, &call))
         return own;
     data->outputs.elementReplace = miFALSE;
     return transparent_black;
@@ -191,13 +192,13 @@ miColor finish(miState* state, const RenderElementList& list, miInteger k, miCol
     const miTag volume = state->camera->volume;
     if (list.apply_atmosphere[k] && volume != miNULLTAG) {
         void* const hit = state->pri; // volume shaders may trace, elements ask what the eye ray hit
-        mi_call_shader(&gathered, miSHADER_VOLUME, state, volume);
+        call_in_slot(&gathered, state, miSHADER_VOLUME, volume);
         state->pri = hit;
     }
     orl_ElementFinal final{gathered, static_cast<miScalar>(state->dist), 0};
     orl_RenderElementCall call{orl_phase_final, &final};
     miColor color = gathered;
-    return mi_call_shader_x(&color, miSHADER_DEFAULT, state, list.shader[k], &call) ? color : gathered;
+    return call_in_slot(&color, state, miSHADER_DEFAULT, list.shader[k], &call) ? color : gathered;
 }
 
 miBoolean trace_with_elements(miColor* result, miState* state, const RenderElementHandlerParams* params,

@@ -7,6 +7,7 @@
  */
 #include "orl_stdelem.h"
 #include "hsv.h"
+#include "output_request.h"
 
 #include <algorithm>
 #include <array>
@@ -187,7 +188,7 @@ miColor background(miState* state) {
     bool seen = false;
     if (environment != miNULLTAG) {
         std::swap(dir, state->dir);
-        seen = mi_call_shader(&color, miSHADER_ENVIRONMENT, state, environment);
+        seen = call_in_slot(&color, state, miSHADER_ENVIRONMENT, environment);
         std::swap(dir, state->dir);
     } else {
         seen = mi_trace_environment(&color, state, &dir);

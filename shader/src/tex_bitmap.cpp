@@ -218,9 +218,9 @@ Jitter tile_jitter(miInteger column, miInteger row) {
 // it hands to a sampler; the coordinate that it gives on its own still has it.
 Jitter jitter_of(miState* state, const BitmapParams* params, miTag generator) {
     const Jitter range{eval(state, params->jitterU), eval(state, params->jitterV)};
-    miColor coordinate{0, 0, 0, 0}; // u, v and w; with room for what a generator may write
+    miColor coordinate{0, 0, 0, 0}; // u, v and w
     if ((range.u == 0.0f && range.v == 0.0f) ||
-        !mi_call_shader_x(&coordinate, miSHADER_TEXTURE, state, generator, nullptr))
+        !call_in_slot(&coordinate, state, miSHADER_TEXTURE, generator))
         return {0, 0};
     const Jitter share = tile_jitter(tile(coordinate.r).number, tile(coordinate.g).number);
     return {share.u * range.u, share.v * range.v};

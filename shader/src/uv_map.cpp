@@ -12,7 +12,7 @@ bool sample_uv_map(miColor* result, miState* state, miTag generator, const UvMap
     UvBumpRequest ask{
         UvBumpRequest::magic_number, map.plain, &wanted, map.use_filtered, map.filtered, map.data};
     *result = {0, 0, 0, 0};
-    if (call_texture(result, state, generator, &ask))
+    if (call_in_slot(result, state, miSHADER_TEXTURE, generator, &ask))
         return true;
     *result = {0, 0, 0, 0};
     return false;

@@ -1,10 +1,10 @@
 // Whatever a scene gives a shader of the built module, it survives: any parameters, not-a-number and infinity
-// among them, any kind of ray and call, null and strange tags, points without a surface. It writes nothing
-// outside its result, and gives back what it took.
+// among them, any kind of ray and call, null and strange tags, points without a surface, memory that runs
+// out. It writes nothing outside its result, and gives back what it took.
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <cstdarg>
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -12,21 +12,20 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "exports.h"
-#include "scripted_renderer.h"
-#include "state_builder.h"
+#include "orl_attenuv.h"
+#include "output_request.h"
+#include "shader_world.h"
+#include "utl_curve.h"
 
 namespace {
 
 using orl::decl::Field;
 using orl::decl::Shader;
 using scripted::Renderer;
-
-using Init = void(miState*, void*, miBoolean*);
-using Exit = void(miState*, void*);
-using Call = miBoolean(void*, miState*, void*, void*);
 
 void require(bool condition, const char* shader, const char* what) {
     if (condition)
@@ -35,7 +34,7 @@ void require(bool condition, const char* shader, const char* what) {
     std::abort();
 }
 
-template <class Function> Function* function(const std::string& name) {
+void* symbol(const std::string& name) {
     static void* const module = [] {
         void* const loaded = dlopen(ORL_FILE_ORLSHADERS, RTLD_NOW | RTLD_LOCAL);
         const auto set_handle =
@@ -44,17 +43,23 @@ template <class Function> Function* function(const std::string& name) {
         set_handle(Renderer::get().handle());
         return loaded;
     }();
-    return reinterpret_cast<Function*>(dlsym(module, name.c_str()));
+    return dlsym(module, name.c_str());
 }
 
-// What the fuzzer gives, taken piece by piece; zeros when it is used up.
+// What the fuzzer gives, taken piece by piece. When it is used up, it goes on with a sequence that the first
+// bytes choose: even short inputs give whole scenes, and small ones differ.
 class Input {
 public:
-    Input(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
+    Input(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {
+        for (std::size_t i = 0; i < std::min<std::size_t>(size, 4); ++i)
+            rest_ = rest_ << 8 | data[i];
+    }
 
     std::uint8_t byte() {
-        if (left_ == 0)
-            return 0;
+        if (left_ == 0) {
+            rest_ = rest_ * 6364136223846793005u + 1442695040888963407u; // Knuth's MMIX
+            return static_cast<std::uint8_t>(rest_ >> 56);
+        }
         --left_;
         return *data_++;
     }
@@ -105,110 +110,72 @@ public:
 private:
     const std::uint8_t* data_;
     std::size_t left_;
+    std::uint64_t rest_ = 0;
 };
 
-// A parameter block with room for arrays behind it.
-struct alignas(16) Block {
-    unsigned char bytes[8192];
+// Parameters as the input has them: mostly within their ranges, so that shaders do their work, sometimes
+// anything.
+class FuzzValues : public scripted::Values {
+public:
+    explicit FuzzValues(Input& input) : input_(input), tame_(input.byte() % 2 == 0) {}
+
+    int below(int count) override { return input_.below(count); }
+    float real(const Field& field, int element, int component) override {
+        if (!tame_)
+            return input_.real();
+        const std::uint8_t byte = input_.byte();
+        const bool told = component < field.value.count;
+        if (byte == 0)
+            return told ? static_cast<float>(field.value.number[component]) : 0.0f;
+        if (byte == 255)
+            return input_.real();
+        const float part = static_cast<float>(byte) / 128.0f;
+        if (field.type == miTYPE_TRANSFORM)
+            return component % 5 == 0 ? part : 0.0f;
+        return std::clamp(part + static_cast<float>(element), lowest(field), highest(field));
+    }
+    std::int32_t integer(const Field& field) override {
+        if (!tame_)
+            return input_.integer();
+        const std::uint8_t byte = input_.byte();
+        if (byte == 0)
+            return field.value.count > 0 ? static_cast<std::int32_t>(field.value.number[0]) : 0;
+        return byte == 255 ? input_.integer() : byte % (field.type == miTYPE_BOOLEAN ? 2 : 8);
+    }
+    int elements(const Field&) override {
+        const int many = input_.below(8) == 0 ? scripted::World::most_elements : 3;
+        return input_.below(many + 1);
+    }
+    bool wild() override { return !tame_ && input_.byte() % 4 == 0; }
+
+private:
+    static float lowest(const Field& field) {
+        return static_cast<float>(std::max(field.range.lowest, -100.0));
+    }
+    static float highest(const Field& field) {
+        return static_cast<float>(std::min(field.range.highest, 100.0));
+    }
+
+    Input& input_;
+    bool tame_;
 };
-constexpr std::size_t array_room = 4096, most_elements = 8;
 
-struct Scene {
-    std::vector<miTag> tags;
-    std::vector<float> node = std::vector<float>(32, 1.0f);
-
-    explicit Scene(Input& input) {
-        Renderer& renderer = Renderer::get();
-        const auto shader = [&](miBoolean answer, miColor color) {
-            tags.push_back(renderer.add_shader([=](void* result, miState*, void*) {
-                std::memcpy(result, &color, sizeof color);
-                return answer;
-            }));
-        };
-        tags = {miNULLTAG};
-        shader(miTRUE, {0.25f, 0.5f, 0.75f, 1.0f});
-        shader(miFALSE, {});
-        shader(miTRUE, {input.real(), input.real(), input.real(), input.real()});
-        tags.push_back(renderer.add_texture([](miColor* result, const miVector&) {
-            *result = {1, 1, 1, 1};
-            return miTRUE;
-        }));
-        miMaterial material{};
-        material.shader = tags[1];
-        material.shadow = tags[2];
-        tags.push_back(renderer.add_material(material));
-        tags.push_back(
-            renderer.add_light({{{1, 1, 1, 1}, {0, 0, 1}, 0.5f}, {{}, input.vector(), input.real()}}));
-        tags.push_back(renderer.add_string("text"));
-        const miTag data = renderer.add_userdata(node.data(), static_cast<int>(node.size() * sizeof(float)));
-        tags.push_back(data);
-        miInstance instance{};
-        instance.userdata = data;
-        instance.item = tags[5];
-        tags.push_back(renderer.add_instance(instance));
-        tags.push_back(renderer.add_group({tags.back(), tags[6]}));
-        if (input.byte() % 2)
-            renderer.trace_color = miColor{input.real(), input.real(), input.real(), input.real()};
-    }
-    miTag any(Input& input) const { return tags[static_cast<std::size_t>(input.byte()) % tags.size()]; }
-};
-
-void fill(unsigned char* place, const Field& field, Input& input, const Scene& scene) {
-    if (field.type == miTYPE_STRUCT) {
-        for (const Field& member : field.members)
-            fill(place + member.offset, member, input, scene);
-        return;
-    }
-    for (std::size_t at = 0; at < field.size; at += 4) {
-        const float real = input.real();
-        const std::int32_t integer = input.integer();
-        const miTag tag = scene.any(input);
-        const bool is_integer = field.type == miTYPE_INTEGER || field.type == miTYPE_BOOLEAN;
-        const bool is_real = field.type == miTYPE_SCALAR || field.type == miTYPE_COLOR ||
-                             field.type == miTYPE_VECTOR || field.type == miTYPE_TRANSFORM;
-        std::memcpy(place + at,
-                    is_integer ? static_cast<const void*>(&integer)
-                    : is_real  ? static_cast<const void*>(&real)
-                               : &tag,
-                    4);
-    }
-}
-
-// An array: the index of its first element, the count, and the elements behind the fixed part of the block.
-std::size_t element_size(const Field& field) {
-    switch (field.type) {
-    case miTYPE_COLOR:
-        return sizeof(miColor);
-    case miTYPE_VECTOR:
-        return sizeof(miVector);
-    case miTYPE_STRUCT: {
-        std::size_t end = 0;
-        for (const Field& member : field.members)
-            end = std::max(end, member.offset + member.size);
-        return end;
-    }
-    default:
-        return 4;
-    }
-}
-
-void fill_array(Block& block, const Field& field, std::size_t& used, Input& input, const Scene& scene) {
-    const std::size_t size = element_size(field);
-    const std::size_t start = field.offset + 2 * sizeof(miInteger);
-    const auto first = static_cast<miInteger>((used - start + size - 1) / size);
-    const auto count = static_cast<miInteger>(input.below(static_cast<int>(most_elements) + 1));
-    std::memcpy(block.bytes + field.offset, &first, sizeof first);
-    std::memcpy(block.bytes + field.offset + sizeof first, &count, sizeof count);
-    Field element = field;
-    element.size = size;
-    for (miInteger k = 0; k < count; ++k)
-        fill(block.bytes + start + static_cast<std::size_t>(first + k) * size, element, input, scene);
-    used = start + static_cast<std::size_t>(first + count) * size;
-}
-
-void spoil(scripted::State& state, Input& input, const Scene& scene) {
+void spoil(scripted::State& state, Input& input, const scripted::World& world) {
+    world.place(state, input.byte());
     state->type = static_cast<miRay_type>(input.below(miNRAYTYPES));
     state->call_type = static_cast<miShader_type>(input.below(miNSHADERTYPES));
+    // Half of the states are fit for work.
+    if (input.byte() % 2 == 0) {
+        constexpr std::pair<miRay_type, miShader_type> fit[] = {
+            {miRAY_EYE, miSHADER_MATERIAL},      {miRAY_SHADOW, miSHADER_SHADOW},
+            {miRAY_LIGHT, miSHADER_LIGHT},       {miPHOTON_LIGHT, miSHADER_PHOTON},
+            {miRAY_EYE, miSHADER_VOLUME},        {miRAY_ENVIRONMENT, miSHADER_ENVIRONMENT},
+            {miRAY_DISPLACE, miSHADER_DISPLACE}, {miRAY_REFLECT, miSHADER_MATERIAL}};
+        const auto& [ray, call] = fit[input.below(static_cast<int>(std::size(fit)))];
+        state->type = ray;
+        state->call_type = call;
+        return;
+    }
     const std::uint8_t faults = input.byte();
     if (faults & 1)
         state.set_miss(input.vector(), input.vector());
@@ -224,12 +191,49 @@ void spoil(scripted::State& state, Input& input, const Scene& scene) {
     if (faults & 8)
         state.camera.x_resolution = state.camera.y_resolution = 0;
     if (faults & 16)
-        state->instance = scene.any(input);
+        state->instance = input.byte() % 32;
     if (faults & 32)
         state->tex = state.textures[0] = input.vector();
     if (faults & 64)
-        state->material = scene.any(input);
+        state->material = input.byte() % 32;
+    if (faults & 128)
+        state.options.caustic = state.options.globillum = state.options.finalgather = miTRUE;
 }
+
+// The fourth argument: none, or a record, in memory of its own.
+class Argument {
+public:
+    Argument(Input& input, const scripted::World& world) : points_{input.vector(), input.vector()} {
+        switch (input.below(5)) {
+        case 0:
+        case 1:
+            break;
+        case 2:
+            hold(
+                orl::CurveRequest{input.below(4), 0, 0, 0, 0, 0, 0, 0}); // a request, with the room behind it
+            break;
+        case 3:
+            hold(orl::VolumeLightRequest{orl::VolumeLightRequest::magic_number, world.light(), input.real(),
+                                         input.real(), 2, points_.data(), colors_.data(),
+                                         attenuations_.data()});
+            break;
+        default:
+            hold(orl::CurveRequest{input.below(4), 0, input.real(), 0, 1, 0, 1, input.byte() % 2});
+        }
+    }
+    void* get() { return bytes_.get(); }
+
+private:
+    template <class Record> void hold(const Record& record) {
+        bytes_.reset(new unsigned char[sizeof record]);
+        std::memcpy(bytes_.get(), &record, sizeof record);
+    }
+
+    std::unique_ptr<unsigned char[]> bytes_;
+    std::array<miVector, 2> points_;
+    std::array<miColor, 2> colors_{};
+    std::array<miScalar, 2> attenuations_{};
+};
 
 const Shader& chosen(Input& input) {
     static const std::vector<const Shader*> all = [] {
@@ -242,72 +246,54 @@ const Shader& chosen(Input& input) {
     return *all[input.byte() % all.size()];
 }
 
-// The size of what a shader gives; everybody has room for a colour.
-std::size_t result_size(const Shader& shader) {
-    std::size_t size = sizeof(miColor);
-    for (const Field& member : shader.result_members)
-        size = std::max(size, member.offset + member.size);
-    return size;
-}
-
-// What belongs to threads, the renderer gives back when they end.
-void release_thread_data(miState* state) {
-    const auto pointers = [&](void*** all, int* count, ...) {
-        va_list arguments;
-        va_start(arguments, count);
-        Renderer::get().mi_vquery.unscripted(miQ_FUNC_TLS_GETALL, state, miNULLTAG, all, arguments);
-        va_end(arguments);
-    };
-    void** all = nullptr;
-    int count = 0;
-    pointers(&all, &count, &count);
-    std::for_each(all, all + count, [](void* block) { stage::release(nullptr, 0, block); });
+// A shader that hands its result on to another's is as good as that one: coordinates write two vectors.
+std::size_t result_room(const Shader& shader) {
+    const bool hands_on = std::any_of(shader.fields.begin(), shader.fields.end(), [](const Field& field) {
+        const std::string_view name = field.name;
+        return field.type == miTYPE_MATERIAL || name == "shaders" || name == "shadow";
+    });
+    const std::size_t size = scripted::World::result_size(shader);
+    return hands_on ? std::max(size, 2 * sizeof(miVector)) : size;
 }
 
 void live(const Shader& shader, Input& input) {
     Renderer& renderer = Renderer::get();
-    const Scene scene(input);
-    scripted::ShaderInstance<Block> instance(shader.name);
-    std::size_t used = array_room;
-    for (const Field& field : shader.fields)
-        if (field.array)
-            fill_array(instance.params(), field, used, input, scene);
-        else
-            fill(instance.params().bytes + field.offset, field, input, scene);
-    scripted::State state;
-    state.run(instance);
-    spoil(state, input, scene);
-
-    const std::string name = shader.name;
     const long long blocks = Renderer::resources().live_blocks, locks = Renderer::resources().live_locks;
-    auto* const init = shader.has_init ? function<Init>(name + "_init") : nullptr;
-    miBoolean wanted = miFALSE;
-    if (init) {
-        init(state, nullptr, &wanted);
-        init(state, &instance.params(), &wanted);
-    }
-    // A block of its own: the sanitizer sees who writes beside it.
-    const std::unique_ptr<unsigned char[]> result(new unsigned char[result_size(shader)]());
+    FuzzValues values(input);
+    scripted::World world([](const std::string& name) { return symbol(name); }, values);
+    // Some do their work only in another's slot.
+    const bool hosted = input.byte() % 2 != 0;
+    scripted::Actor* const host = hosted ? world.add_host(shader) : nullptr;
+    scripted::Actor& actor = host ? *host : world.add(shader);
+    scripted::State state;
+    spoil(state, input, world);
+    state.run(actor.instance, state->call_type);
+    const std::uint8_t failing = input.byte(); // allocations fail from some time on
+    if (failing >= 224)
+        stage::fail_allocations_after(failing - 224);
+    world.begin();
     for (int call = 0; call < 2; ++call) {
-        const miBoolean answer = function<Call>(name)(result.get(), state, &instance.params(), nullptr);
-        require(answer == miTRUE || answer == miFALSE, shader.name, "answers neither TRUE nor FALSE");
+        Argument argument(input, world);
+        if (argument.get() != nullptr) // such records come with texture calls
+            state->call_type = miSHADER_TEXTURE;
+        // A block of its own: the sanitizer sees who writes beside it.
+        const std::size_t size = result_room(*actor.shader);
+        const std::unique_ptr<unsigned char[]> result(new unsigned char[size]());
+        const miBoolean answer = world.call(actor, result.get(), state, argument.get());
+        require(answer == miTRUE || answer == miFALSE, actor.shader->name, "answers neither TRUE nor FALSE");
     }
-    if (auto* exit = shader.has_exit ? function<Exit>(name + "_exit") : nullptr) {
-        exit(state, &instance.params());
-        exit(state, nullptr);
-    }
-    require(Renderer::resources().live_locks == locks, shader.name, "locks are left");
-    require(renderer.pins() == 0, shader.name, "records are left pinned");
-    require(renderer.bad_accesses() == 0, shader.name, "accesses a tag that names nothing");
-    release_thread_data(state);
-    require(Renderer::resources().live_blocks == blocks, shader.name, "memory is left");
+    stage::fail_allocations_after(-1);
+    world.end();
+    require(Renderer::resources().live_locks == locks, actor.shader->name, "locks are left");
+    require(renderer.pins() == 0, actor.shader->name, "records are left pinned");
+    require(Renderer::resources().live_blocks == blocks, actor.shader->name, "memory is left");
 }
 
 } // namespace
 
 // Before the fuzzer looks for what it can see of the code.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    function<Init>("");
+    symbol("");
     return 0;
 }
 
