@@ -260,28 +260,6 @@ TEST(Wrap, FollowsTheEdge) {
     }
 }
 
-TEST_F(Uv, SamplesTheMapWhereItLies) {
-    place(1.25f, -0.5f, 0);
-    p.blur = 2;
-    p.blurOffset = 0.25f;
-    EXPECT_NEAR(sample(color, true).g, 0.2f + 0.125f + 0.125f, 1e-6f);
-    expect_near(ramp.over, {2 * pixel + 0.25f, 2 * high + 0.25f, 0}, 1e-7f, "widths");
-    p.vTile = miFALSE;
-    for (const bool with_filter : {false, true})
-        EXPECT_EQ(sample(color, with_filter), (miColor{0, 0, 0, 0}));
-    p.vTile = miTRUE;
-    renderer.answer(miQ_SAMPLE_OVERRIDE, static_cast<void*>(nullptr)); // that it is there counts
-    EXPECT_EQ(sample({OutputRequest::mono, context::Selector::surface}, true).a, 0.75f);
-    EXPECT_EQ(ramp.over.x, 0.0f);
-    // Three numbers, the coordinate, where the request cannot be sampled.
-    UvBumpRequest requests[] = {ramp.request(color), ramp.request(color)};
-    requests[0].magic = 7;
-    requests[1].plain = nullptr;
-    for (const UvBumpRequest* request : {static_cast<UvBumpRequest*>(nullptr), requests, requests + 1})
-        EXPECT_EQ(call(request), (miColor{1.25f, -0.5f, 0, 99}));
-    EXPECT_EQ(ramp.samples, 2);
-}
-
 // A ramp is its own gradient, downhill; its step is the pixel, whatever the blur.
 TEST_F(Uv, GradientOfARamp) {
     place(0.4f, 0.3f, 0);
