@@ -11,15 +11,6 @@ INIT_AND_EXIT(orl_Fog, FogParams);
 
 namespace {
 
-// Density of the layer at a height, by falloff: even, or that whose integral from the bottom to t is
-// t + t^2 (1 - t).
-double density(int falloff, double t) {
-    if (t < 0 || t > 1)
-        return 0;
-    const double from_thick_end = falloff == FogLayer::towards_bottom ? 1 - t : t;
-    return falloff == FogLayer::none ? 1 : 1 + 2 * from_thick_end - 3 * from_thick_end * from_thick_end;
-}
-
 class FogShader : public ShaderTest {
 protected:
     LiveShader<FogParams> fog{state, orl_Fog_init, orl_Fog_exit};

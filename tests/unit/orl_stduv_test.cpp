@@ -222,24 +222,6 @@ TEST_F(Uv, BackFacesShowOnlyMapsThatGoOn) {
     EXPECT_EQ(both().uvw.x, 0.25f);
 }
 
-TEST_F(Uv, NoiseDisplacesUAndThenV) {
-    p.noiseOn = miTRUE, p.noiseAmount = 3, p.noiseSize = 0.4f, p.noisePhase = 1.7f;
-    place(0.3f, 0.7f, 0);
-    for (int i = 0; i < 8; ++i) {
-        p.noiseLevels = std::array{-1, 0, 5, 1000}[i / 2u];
-        p.noiseAnimate = i % 2;
-        const auto noise = [&](float x) {
-            return i % 2 ? fractalAbsNoise2(x / 0.4f, 1.7f, p.noiseLevels)
-                         : fractalAbsNoise1(x / 0.4f, p.noiseLevels);
-        };
-        const float u = 0.3f + 0.3f * noise(0.7f), v = 0.7f + 0.3f * noise(u);
-        expect_both({u, v, 0}, {pixel, high, 0}, 2e-6f);
-        EXPECT_EQ(i / 2 < 2, both().uvw.x == 0.3f);
-    }
-    p.noiseSize = 0;
-    expect_both({0.3f, 0.7f, 0}, {pixel, high, 0});
-}
-
 TEST(Wrap, FollowsTheEdge) {
     constexpr UvEdge ends{false, false}, tiles{true, false}, mirrors{false, true}, prefers_tiles{true, true};
     // clang-format off
