@@ -27,12 +27,13 @@ TEST_F(KelvinToColor, IsComputedOnceForAnInstance) {
     shader->intensity = 9;
     for (int call = 0; call < 2; ++call) {
         // Sums for 2856 K times 2.5 / Y: 2.7456017, 2.5, 0.88888538; times the adapting matrix: 2.7033649,
-        // 2.4978085, 0.86645579; times that of sRGB (IEC 61966-2-1):
+        // 2.4978085, 0.86645579; times the inverse of what the
+        // chromaticities of the primaries of sRGB and of its white give (IEC 61966-2-1):
         miColor result{};
         EXPECT_EQ(zant_KelvinToColor(&result, state, &shader.params()), miTRUE);
-        EXPECT_NEAR(result.r, 4.4888781f, 3e-6f);
-        EXPECT_NEAR(result.g, 2.1020568f, 3e-6f);
-        EXPECT_NEAR(result.b, 0.5568683f, 3e-6f);
+        EXPECT_NEAR(result.r, 4.4894114f, 3e-6f);
+        EXPECT_NEAR(result.g, 2.1015940f, 3e-6f);
+        EXPECT_NEAR(result.b, 0.5567121f, 3e-6f);
         EXPECT_EQ(result.a, 1.0f);
     }
     EXPECT_EQ(evaluations, 1);

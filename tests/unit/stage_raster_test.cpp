@@ -74,7 +74,7 @@ TEST_F(StageRaster, BentRaysAreTracedAndTheirLensIsNamed) {
     s.build("lens 'straight' 'bending'");
     EXPECT_EQ(s.shade().r, 1.0f);
     EXPECT_EQ(s.shade().r, 1.0f);
-    EXPECT_THAT(told, testing::StartsWith("test.mi:1:"));
+    EXPECT_THAT(told, testing::StartsWith("scene.mi:1:"));
     EXPECT_THAT(told, testing::HasSubstr("lens shader \"bending\" changes"));
     EXPECT_EQ(std::ranges::count(told, '\n'), 1);
 }

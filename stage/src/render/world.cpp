@@ -425,7 +425,7 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         (in.motion_to_world * from_world).store(w.motion_to_internal.m);
         w.mirrored = to_internal.determinant() < 0.0;
         moving = moving || (w.has_motion && shutter_opens());
-        all_block = all_block && blocks(scene, w);
+        all_block = all_block && in.shadow_light_list == miNULLTAG && blocks(scene, w);
         note(instance_index_, w.tag, i);
     }
     for (std::size_t i = 0; i < lights.size(); ++i) {
