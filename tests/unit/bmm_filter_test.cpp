@@ -88,23 +88,6 @@ void expect_levels_over_widths(const Filter& filter, int width, int height, int 
         }
 }
 
-TEST_F(BitmapFilter, ColouredLevelsShowWhichOneIsTaken) {
-    constexpr int width = 64, height = 32; // levels 0 to 5
-    stage::ImageMemory image(width, height, miIMG_TYPE_RGBA);
-    const Filter filter(renderer, image);
-    ASSERT_EQ(orl::level_count(filter.filter), 6);
-    for (int n = 1; n < 6; ++n) {
-        const orl::FilterLevel level = orl::filter_level(filter.filter, n);
-        std::memset(level.texels, 20 * n, static_cast<std::size_t>(4 * level.width * level.height));
-    }
-    expect_levels_over_widths(filter, width, height, 5);
-    EXPECT_NEAR(orl::choose_level(8.8888f, 6).blend, 1, 1e-6f); // the last step before 4
-    for (const float wide : {infinite, 3e38f})
-        EXPECT_NEAR(filter.look_up(0.5f, 0.5f, wide, 0).g, 100 / 255.0f, 1e-6f);
-    for (const float none : {0.0f, -1.0f, -infinite, not_a_number})
-        EXPECT_EQ(filter.look_up(0.5f, 0.5f, none, none), grey(0)) << none;
-}
-
 TEST_F(BitmapFilter, LevelsOfTheImageAreTaken) {
     constexpr int edge = 20;
     stage::ImageMemory image(edge, edge, miIMG_TYPE_RGBA, 4); // 20, 10, 5 and 2 pixels

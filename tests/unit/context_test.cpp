@@ -153,18 +153,6 @@ TEST_F(Context, PathsAddUpAlongTheParents) {
     EXPECT_NEAR(object_width(light, Selector::light_ray).x, pixel_at_5, 1e-8f);
 }
 
-TEST_F(Context, BakedTexelsAreThePixels) {
-    const ScopedRecord record(state, keys::projection, {{0.5f, 0, 0}, {0, 0.25f, 0}});
-    EXPECT_NEAR(object_width(state, Selector::surface).x, pixel_at_5, 1e-8f); // no lens has set it
-    scripted::State lens, mirrored;
-    state.set_parent(lens, miRAY_EYE);
-    expect_near(object_width(state, Selector::surface), {0.5, 0.25, 0}, 0,
-                "one texel, whatever the distance");
-    mirrored.set_hit({0, 0, 0}, {0, 0, 15}, {0, 0, -1}).set_parent(state, miRAY_REFLECT);
-    expect_near(object_width(mirrored, Selector::surface), {0.5, 0.25, 0}, 0, "and so behind a mirror");
-    EXPECT_EQ(ray_differential(state).across, 0.0f);
-}
-
 TEST_F(Context, PointsAndDirectionsBySelector) {
     constexpr miMatrix up_one{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 1, 0, 1};
     constexpr miMatrix mirror_x{-1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};

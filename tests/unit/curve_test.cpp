@@ -33,8 +33,6 @@ P bezier(Polygon p, double t) {
 // One tangent is 2.5 times too long: at most 0.4 of it fits in front of the neighbour.
 const std::vector<CurvePoint> bent{knot(0, 0.1f, 0.2f, 0, 0, 0.1f, 0.5f),
                                    knot(0, 0.5f, 0.6f, -0.3f, 0.2f, 0.75f, -0.5f), knot(0, 0.8f, 1, -0.1f)};
-const Polygon bent_polygons[] = {{{0.1, 0.2}, {0.2, 0.7}, {0.2, 0.8}, {0.5, 0.6}},
-                                 {{0.5, 0.6}, {0.8, 0.4}, {0.7, 1}, {0.8, 1}}};
 
 using Curve = ShaderTest;
 
@@ -58,19 +56,6 @@ public:
 private:
     scripted::State& state_;
 };
-
-TEST_F(Curve, IsABezierCurveBetweenItsPoints) {
-    Live curve(state, bent);
-    for (const Polygon& polygon : bent_polygons)
-        for (double t = 0.01; t < 1; t += 0.01) {
-            const P p = bezier(polygon, t);
-            EXPECT_NEAR(curve.at(static_cast<float>(p.real())), p.imag(), 1e-5) << p;
-        }
-    for (const CurvePoint& p : bent)
-        EXPECT_EQ(curve.at(p.x), p.y);
-    for (const float x : {0.0f, 0.05f, 0.85f, 1.0f, not_a_number}) // within the range, not between points
-        EXPECT_EQ(curve.at(x), 0.0f) << x;
-}
 
 TEST_F(Curve, TableIsInterpolatedBetweenItsSamples) {
     Live curve(state, bent, 0, 8);

@@ -1,7 +1,6 @@
-// What all shaders share: parameters, array spans, instance and thread data, state records, checks, messages.
+// What all shaders share: instance and thread data, indices of frame buffers.
 #include "shader_fixture.h"
 
-#include <climits>
 #include <thread>
 
 namespace {
@@ -10,11 +9,6 @@ using namespace orl;
 
 struct Params {
     miScalar scalar;
-    decl::Array<miInteger> first;
-    miColor color;
-    decl::Array<miColor> colors;
-    decl::Transform transform;
-    miTag last;
 };
 
 class EntryProtocol : public ShaderTest {
@@ -22,44 +16,6 @@ protected:
     scripted::ShaderInstance<Params> shader{"the shader"};
     EntryProtocol() { state.run(shader); }
 };
-
-TEST_F(EntryProtocol, ConnectedParametersAreEvaluatedAtEachUse) {
-    shader->scalar = 2.5f;
-    EXPECT_EQ(eval(state, shader->scalar), 2.5f);
-    shader.set_connection(&shader->scalar, miCONNECTION_NONE); // once connected: the literal holds
-    EXPECT_EQ(eval(state, shader->scalar), 2.5f);
-    float next = 1;
-    shader.connect(shader->scalar, [&](miState*) { return next++; });
-    EXPECT_EQ(eval(state, shader->scalar), 1.0f);
-    EXPECT_EQ(eval(state, shader->scalar), 2.0f);
-    shader.set_connection(&shader->scalar, 0); // in the table, but not connected
-    EXPECT_EQ(eval(state, shader->scalar), 2.5f);
-    shader.connect(shader->scalar, [](miState*) { return 3.0f; });
-    renderer.mi_phen_eval = [](miState*, void*) -> void* { return nullptr; };
-    EXPECT_EQ(eval(state, shader->scalar), 2.5f);
-    shader.set_connection(&shader->transform, 1);
-    EXPECT_EQ(eval(state, shader->transform), static_cast<void*>(&shader->transform));
-}
-
-TEST_F(EntryProtocol, SpansReachElementsWhereverTheyLie) {
-    // The two arrays' elements lie behind the fixed part, the second's behind the first's.
-    shader.set_array(shader->first.first, shader->first.count, shader->first.elements, {7, 8, 9});
-    shader.set_array(shader->colors.first, shader->colors.count, shader->colors.elements,
-                     {{1, 2, 3, 4}, {5, 6, 7, 8}});
-    const auto numbers = span(state, &shader.params(), &Params::first);
-    ASSERT_EQ(numbers.size(), 3);
-    for (int k = 0; k < 3; ++k)
-        EXPECT_EQ(numbers[k], 7 + k);
-    const auto colors = span(state, &shader.params(), &Params::colors);
-    ASSERT_EQ(colors.size(), 2);
-    EXPECT_EQ(colors[1], (miColor{5, 6, 7, 8}));
-
-    for (const auto& [first, count] : {std::pair{1, -3}, {-1, 2}, {1, 0}, {INT_MIN, INT_MAX}}) {
-        shader->first.first = first;
-        shader->first.count = count;
-        EXPECT_EQ(span(state, &shader.params(), &Params::first).size(), 0);
-    }
-}
 
 TEST_F(EntryProtocol, InstanceDataIsAccountedWhereTheHostExpectsIt) {
     std::string file;
@@ -110,21 +66,6 @@ TEST_F(EntryProtocol, ThreadDataWithoutAPlaceIsGivenBack) {
         EXPECT_EQ(thread_data<miVector>(state), nullptr);
     EXPECT_EQ(renderer.resources().live_blocks, 0);
     EXPECT_EQ(renderer.resources().bad_releases, 0);
-}
-
-// The inner record takes the outer one with it.
-TEST_F(EntryProtocol, StateRecordsLiveAsLongAsTheInnermostScope) {
-    EXPECT_EQ(find_record(state, keys::environment_switches), nullptr);
-    const ScopedRecord outer(state, keys::environment_switches, {1, 0});
-    EXPECT_EQ(outer.get()->use_background, 1);
-    {
-        const ScopedRecord inner(state, keys::environment_switches, {0, 1});
-        find_record(state, keys::environment_switches)->use_background = 7; // by a called shader
-        EXPECT_EQ(inner.get()->use_background, 7);
-        EXPECT_EQ(inner.get()->use_sky, 1);
-        EXPECT_EQ(find_record(state, keys::attenuation_probe), nullptr);
-    }
-    EXPECT_EQ(outer.get(), nullptr);
 }
 
 TEST_F(EntryProtocol, FrameBufferIndex) {

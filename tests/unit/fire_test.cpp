@@ -163,20 +163,6 @@ TEST_F(FireEffect, RaysWithoutFireStayAsTheyAre) {
     EXPECT_NEAR(shade(fire, {}).a, 1 - std::exp(-0.125f * 1.01f), 1e-6f);
 }
 
-// Chords of the ball.
-TEST_F(FireEffect, HalvingTheStepConverges) {
-    converges(32, [&](int ray, int count) {
-        Fire fire(state);
-        fire->flameSize = 0.8f, fire->flameDetail = 3, fire->samples = count;
-        fire->regularity = 0.3f, fire->density = 100;
-        fire.fill({raised});
-        fire.start();
-        const float y = static_cast<float>(ray) * 0.05f - 0.8f;
-        state.set_hit({-3, y, 2}, {3, y, 2}, {0, 0, 1});
-        return shade(fire, {}).a;
-    });
-}
-
 TEST_F(FireEffect, SettingsThatMakeNoSense) {
     using P = FireEffectParams;
     const std::vector<Change<P>> changes{[](P& p) { p.samples = 1000000000; },

@@ -11,32 +11,6 @@ INIT_AND_EXIT(orl_Fog, FogParams);
 
 namespace {
 
-// Density of the layer at a height, by falloff: even, or that whose integral from the bottom to t is
-// t + t^2 (1 - t).
-double density(int falloff, double t) {
-    if (t < 0 || t > 1)
-        return 0;
-    const double from_thick_end = falloff == FogLayer::towards_bottom ? 1 - t : t;
-    return falloff == FogLayer::none ? 1 : 1 + 2 * from_thick_end - 3 * from_thick_end * from_thick_end;
-}
-
-TEST(Fog, LayersAreIntegrated) {
-    constexpr int steps = 20000;
-    for (const int falloff : {0, 1, 2})
-        // rays that pass through, end in, start in, lie within, touch from above and from below: layer 2 to 5
-        for (const auto& [low, high] :
-             {std::pair{0.0f, 7.0f}, {1.0f, 4.0f}, {3.0f, 9.0f}, {2.5f, 4.5f}, {5.0f, 6.0f}, {1.0f, 2.0f}}) {
-            double sum = 0;
-            for (int k = 0; k < steps; ++k)
-                sum += density(falloff, (low + (k + 0.5) / steps * (high - low) - 2) / 3) / steps;
-            // Along the ray dt = (high - low) / thickness of its length.
-            const double expected = -sum * (high - low) / 3 * 0.4 * 10 / (high - low);
-            EXPECT_NEAR(layer_exponent({2, 3, 0.4f, falloff}, low, high, 10), expected, 2e-4)
-                << falloff << low;
-        }
-    EXPECT_FLOAT_EQ(layer_exponent({2, 3, 0.4f, 7}, 3, 9, 12), -0.8f); // an unknown falloff: no share at all
-}
-
 class FogShader : public ShaderTest {
 protected:
     LiveShader<FogParams> fog{state, orl_Fog_init, orl_Fog_exit};

@@ -129,33 +129,6 @@ TEST_F(HostData, BlocksThatAreTooShortAreNoRecords) {
     }
 }
 
-TEST_F(HostData, RecordsAreFoundWhereTheHostAttachesThem) {
-    orl_SceneData scene{};
-    scene.display_gamma = 2.2f;
-    set_scene(scene);
-    ASSERT_NE(GetSceneData(state), nullptr);
-    EXPECT_EQ(GetSceneData(state)->display_gamma, 2.2f);
-
-    orl_NodeData node{};
-    node.node_render_id = 77;
-    const orl_NodeData* const of_node = GetNodeData(add_instance_with(add_record(node)));
-    ASSERT_NE(of_node, nullptr);
-    EXPECT_EQ(of_node->node_render_id, 77);
-
-    orl_ObjectData record{};
-    const double particles = 12.5;
-    record.particle_data = add_record(particles);
-    miObject object{};
-    object.userdata = add_record(record);
-    const miTag instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
-    state->instance = instance;
-    const orl_ObjectData* const current = GetObjectData(state);
-    ASSERT_NE(current, nullptr);
-    EXPECT_EQ(GetObjectDataFromInstance(instance), current);
-    EXPECT_EQ(*static_cast<const double*>(GetParticleData(state, current)), 12.5);
-    EXPECT_EQ(renderer.pins(), 0);
-}
-
 TEST_F(HostData, TriangleWords) {
     const struct {
         std::vector<int> index;

@@ -4,9 +4,7 @@
 #include "shading_terms.h"
 
 #include <barrier>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <thread>
 #include <tuple>
 
@@ -603,51 +601,6 @@ TEST_F(Models, Combines) {
     record.energyConservation = 1;
     combine_conserving(&record); // (1 - 0.5) 0.6 + 0.5; (1 - 0.75) 0.6 + 0.75; 2.25 + 0.125
     expect_near(record.result, {0.8f, 0.9f, 2.375f, 0});
-}
-
-// ---- docs/materials.md
-
-// The page's table of channels: [row][column], the models' names in the first row.
-std::vector<std::vector<std::string>> channel_table() {
-    std::vector<std::vector<std::string>> rows;
-    std::ifstream page(ORL_FILE_MATERIALS_PAGE);
-    for (std::string line; std::getline(page, line);) {
-        if (!line.starts_with(rows.empty() ? "| channel" : "| "))
-            continue;
-        std::istringstream cells(line.substr(2));
-        rows.emplace_back();
-        for (std::string cell; std::getline(cells >> std::ws, cell, '|');)
-            rows.back().push_back(cell.erase(cell.find_last_not_of(' ') + 1));
-    }
-    return rows;
-}
-
-TEST_F(ModelTest, ThePageTellsTheChannels) {
-    const char* const slots[] = {"ambient",        "diffuse",           "specular",  "glossiness",
-                                 "specular level", "self-illumination", "opacity",   "filter",
-                                 "bump",           "reflection",        "refraction"};
-    const auto table = channel_table();
-    ASSERT_EQ(table.size(), 21u);
-    for (std::size_t column = 1; column < table[0].size(); ++column) {
-        std::istringstream names(table[0][column]);
-        for (std::string name; std::getline(names >> std::ws, name, ',');) {
-            SCOPED_TRACE(name);
-            use(name);
-            ASSERT_EQ(std::string(model.shader->name), "orl_base_" + name + "Illumination");
-            shade({});
-            for (int slot = slot_ambient; slot <= slot_refraction; ++slot)
-                if (const int channel = channel_of(record, static_cast<MapSlot>(slot)); channel >= 0) {
-                    std::string told = table[static_cast<std::size_t>(channel) + 1][column];
-                    if (slot < slot_bump) {
-                        EXPECT_EQ(told[0] == '*', (record.channelKind[channel] & channel_scalar) != 0);
-                    }
-                    std::erase(told, '*');
-                    told.erase(told.find_last_not_of(" 1U") + 1); // of several, the first
-                    EXPECT_EQ(told == "colour" ? "diffuse" : told, slots[slot]) << channel;
-                }
-            exit();
-        }
-    }
 }
 
 } // namespace

@@ -110,31 +110,7 @@ protected:
     }
 };
 
-TEST_F(Lights, ColourShapeAndDistance) {
-    energy({1, 1, 2, 1});
-    expect_all(WITH(l->color = {1, 0.5f, 0.25f, 7}; l->multiplier = 2), {2, 1, 1, 0});
-    energy(grey(1));
-    // at 5 of 20, t = 3/4: 1.5 * 9 / 16
-    bool asked = false; // for distances that do not count
-    const auto ask = [&](auto*) { return asked = true; };
-    expect_all(WITH(l->useFarAtten = miTRUE; l->farAttenEnd = 20; l.connect(l->nearAttenEnd, ask);
-                    l.connect(l->decayStart, ask)),
-               grey(0.84375f));
-    EXPECT_FALSE(asked);
-    expect_all(WITH(l->decayType = 2; l->decayStart = 2.5f), grey(0.25f));
-    expect_all(WITH(l->decayType = 1), dark);
-    expect_all(WITH(l->on = 0), dark);
-    place({75, 0, -100}); // half way from 60 to 90; of the cone t = (0.8 - 0.70711) / 0.15892 = 0.58453
-    EXPECT_NEAR(shade(beam, WITH()).r, 0.5f, 1e-6f);
-    EXPECT_NEAR(shade(spot, WITH()).r, 0.62559f, 1e-5f);
-    place({0, 0, 5}); // behind
-    expect_color(shade(beam, WITH()), dark);
-    expect_color(shade(beam, WITH(l->overshoot = miTRUE)), grey(1));
-    place({0, 0, 0});
-    expect_all(WITH(), dark);
-    state->type = miRAY_EYE;
-    expect_all(WITH(), grey(1, 1)); // no light ray: the colour as it is
-
+TEST_F(Lights, WithoutMemoryOrNumbersAreDark) {
     place({0, 0, -5});
     stage::fail_allocations_after(0); // no shape, no light
     for (const auto type : {miPHOTON_LIGHT, miRAY_LIGHT}) {
@@ -142,21 +118,6 @@ TEST_F(Lights, ColourShapeAndDistance) {
         expect_color(shade(spot, WITH()), dark);
     }
     stage::fail_allocations_after(-1);
-    const std::vector<miBoolean> excluded{1, 0, 1, 0, 1}; // the list is the middle of it
-    const auto exclude =
-        WITH(auto& [i, n, list] = l->excludeList; l.set_array(i, n, list, excluded); ++i; n = 3);
-    orl_NodeData node{};
-    for (const int node_id : {1, 0, 3, 1000000, -1}) {
-        node.node_id = node_id;
-        set_node(node);
-        expect_all(exclude, node_id == 1 ? dark : grey(1));
-    }
-    expect_color(shade(standby, WITH(l->multiplier = 0)), dark); // black is no light, but for omni lights
-    expect_color(shade(omni, WITH(l->multiplier = 0; l->decayType = 1)), grey(0));
-    expect_color(shade(spot, WITH(l->multiplier = 0)), dark);
-    energy(grey(0));
-    expect_all(WITH(), grey(0));
-    expect_color(shade(standby, WITH()), dark);
     energy(grey(not_a_number));
     expect_color(shade(omni, WITH()), grey(0));
     EXPECT_EQ(errors().size(), 1u);

@@ -187,57 +187,6 @@ TEST_F(Maps, CheckerIsFilteredExactly) {
         EXPECT_EQ(checker_share(u, v, 0, 0.1f), second ? 1 : 0) << u << ' ' << v;
 }
 
-TEST_F(Maps, CheckerIsSampledByItsGenerator) {
-    LiveShader<CheckerParams> checker{state, orl_Checker_init, orl_Checker_exit};
-    checker.start();
-    checker->color1 = {1, 0, 0, 1}, checker->color2 = {0, 0, 1, 0.5f};
-    EXPECT_EQ(run(checker, orl_Checker, color), (miColor{0, 0, 0, 0}));
-    EXPECT_EQ(run(checker, orl_Checker, vector), (miColor{0, 0, 0, 7}));
-    checker->coords = add_generator();
-    for (const int other : {-1, 3})
-        EXPECT_EQ(run(checker, orl_Checker, static_cast<OutputRequest>(other)), untouched);
-    // u, v, width, soften: share of the second kind, worked out on paper
-    for (const auto& [u, v, width, soften, share] : {std::tuple{0.25f, 0.75f, 0.0f, 0.0f, 0.0f},
-                                                     {0.75f, 0.75f, 0.0f, 0.0f, 1.0f},
-                                                     {0.5f, 0.75f, 0.1f, 0.0f, 0.5f},
-                                                     {0.5f, 0.75f, 0.0f, 0.1f, 0.5f},
-                                                     {0.45f, 0.75f, 0.1f, 0.1f, 0.25f},
-                                                     {0.25f, 0.45f, 0.1f, 0.1f, 0.75f},
-                                                     // shares below 0.0005 and above 0.9995 are none and all
-                                                     {0.2502f, 0.75f, 0.5f, 0.0f, 0.0f},
-                                                     {0.2503f, 0.75f, 0.5f, 0.0f, 0.0006f},
-                                                     {0.7497f, 0.75f, 0.5f, 0.0f, 0.9994f},
-                                                     {0.7498f, 0.75f, 0.5f, 0.0f, 1.0f},
-                                                     {not_a_number, 0.75f, 0.1f, 0.0f, 0.0f},
-                                                     {infinite, 0.75f, infinite, 0.0f, 0.0f}}) {
-        generator.u = u, generator.v = v, generator.width = width, checker->soften = soften;
-        const miColor c = run(checker, orl_Checker, mono);
-        EXPECT_NEAR(c.b, share, 1e-5f) << u << ' ' << v << ' ' << width;
-        EXPECT_NEAR(c.a, 1 - 0.5f * share, 1e-5f);
-    }
-    checker->soften = 0, checker->map1On = checker->map2On = miTRUE;
-    checker->map1 = add_map({2, 2, 2, 2}), checker->map2 = add_map({4, 4, 4, 4});
-    for (const auto& [u, width, value] :
-         {std::tuple{0.25f, 0.0f, 2.0f}, {0.75f, 0.0f, 4.0f}, {0.5f, 0.1f, 3.0f}}) {
-        generator.u = u, generator.v = 0.75f, generator.width = width;
-        EXPECT_NEAR(run(checker, orl_Checker, color).a, value, 1e-5f);
-        EXPECT_EQ(asked[0], color);
-    }
-    // The plain sampler has no width: at 0.5 only the second kind. Hundredths of 40 and 50.
-    generator.v = 0.25f;
-    const miColor bump = run(checker, orl_Checker, vector);
-    EXPECT_TRUE(std::fabs(bump.r - 0.4f) < 1e-6f && bump.g == 0 && std::fabs(bump.b - 0.5f) < 1e-6f);
-    EXPECT_EQ(generator.asked, vector);
-    EXPECT_EQ(asked.back(), mono);
-    run(checker, orl_Checker, mono);
-    EXPECT_EQ(generator.asked, mono);
-    EXPECT_EQ(asked[0], mono);
-    generator.fails = true;
-    EXPECT_EQ(run(checker, orl_Checker, color), (miColor{0, 0, 0, 0}));
-    EXPECT_EQ(run(checker, orl_Checker, vector), (miColor{0, 0, 0, 7}));
-    EXPECT_EQ(state->user, nullptr);
-}
-
 // ---- compositing
 
 TEST_F(Maps, MixChooses) {

@@ -102,23 +102,6 @@ TEST_F(Material, Wire) {
     EXPECT_NEAR(squared_line_distance({1, 2, 9}, {0, 0, 0}, {4, 0, 0}), 85, 1e-4f); // 2^2 + 9^2
 }
 
-TEST_F(Material, BackFaces) {
-    renderer.trace_color = grey(0.5f);
-    state->inv_normal = miTRUE;
-    EXPECT_TRUE(run() && shaded == 0 && result == grey(0.5f));
-    state->scanline = 1, state.options.scanline = 'r';
-    EXPECT_TRUE(run() && shaded == 0 && result == grey(0));
-    state->scanline = 0, state->type = miRAY_REFRACT;
-    EXPECT_TRUE(run() && shaded == 1);
-    EXPECT_TRUE(ior[0] == 1.5f && ior[1] == 1);
-    state->type = miPHOTON_REFLECT_DIFFUSE, run();
-    state->type = miPHOTON_TRANSMIT_DIFFUSE, run(); // absorbed
-    EXPECT_EQ(renderer.photons().size(), 1u);
-    const ScopedRecord report(state, keys::sub_material_report, {});
-    state->type = miRAY_REFLECT, run();
-    EXPECT_TRUE(result == grey(0) && renderer.traces().size() == 1);
-}
-
 TEST_F(Material, OpacityAndFalloff) {
     state.set_hit({3, 0, 4}, {0, 0, 0}, {0, 0, 1}); // cosine 0.8
     // opacity, visibility, falloff, type: opacity (1 - falloff * 0.8, or * 0.2), transparent

@@ -26,19 +26,6 @@ material "m2" "tint" () end material
     }
 };
 
-TEST_F(MiObject, BarePositionsHaveNothingElse) {
-    const miTriangles& t = read("visible group -1 0 0 1 0 0 0 1 0 # a comment\n+2 .5 1.e2 v # another\n"
-                                "0 v 1 v 2 v 3 p 0 1 # within\n 2 end group");
-    EXPECT_EQ(indices(t), (Indices{0, 1, 2}));
-    EXPECT_EQ(at(t, 3, 0), (Floats{2, 0.5f, 100}));
-    EXPECT_EQ(t.vertex_stride, 3);
-    for (const int offset : {t.normal_offset, t.motion_offset, t.texture_offset, t.bump_offset})
-        EXPECT_EQ(offset, -1);
-    EXPECT_EQ(t.material, miNULLTAG);
-    const auto& o = record<miObject>("o");
-    EXPECT_EQ((Floats{o.bbox_min.x, o.bbox_min.y, o.bbox_max.x, o.bbox_max.z}), (Floats{-1, 0, 2, 100}));
-}
-
 TEST_F(MiObject, EveryPartOfAVertex) {
     // Vector k is (k, 10 k, 100 k), so that every mistaken index shows.
     std::string text = "group ";

@@ -49,20 +49,6 @@ struct Many {
     miBoolean b;
 };
 
-TEST_F(MiShader, BlocksAreLaidOutAsInC) {
-    parse_declared("");
-    const Declaration& many = *scene.declarations.at("many");
-    EXPECT_EQ(many.block_size, sizeof(Many));
-    const std::pair<const char*, std::size_t> offsets[] = {
-        {"a", offsetof(Many, i_a)}, {"pair", offsetof(Many, pair)}, {"s", offsetof(Many, i_s)},
-        {"t", offsetof(Many, t)},   {"l", offsetof(Many, i_l)},     {"b", offsetof(Many, b)}};
-    for (const auto& [name, offset] : offsets)
-        EXPECT_EQ(many.find(name)->offset, offset) << name;
-    EXPECT_EQ(scene.declarations.at("tint")->block_size, sizeof(Tint));
-    EXPECT_EQ(scene.declarations.at("bundle")->result.size, sizeof(miColor) + sizeof(miScalar));
-    EXPECT_EQ(record<miFunction_decl>(many.tag).result_type, miTYPE_COLOR); // when nothing is said
-}
-
 TEST_F(MiShader, ValuesDefaultsAndArrays) {
     parse_declared(
         "light \"key\" \"tint\" () origin 0 1 0 end light light \"fill\" \"tint\" () origin 0 2 0 end light\n"

@@ -303,16 +303,6 @@ TEST_F(Noise, SumsOfOctaves) {
     EXPECT_TRUE(std::isfinite(fractalAbsNoise2(not_a_number, infinite, 1000)));
 }
 
-TEST(NoiseHelpers, SmoothStep) {
-    // t = 1/4: 1/16 (3 - 1/2)
-    EXPECT_EQ(smoothStep(2.0f, 6.0f, 3.0f), 0.15625f);
-    EXPECT_EQ(smoothStep(2.0f, 6.0f, 1.9f), 0.0f);
-    EXPECT_EQ(smoothStep(2.0f, 6.0f, 6.0f), 1.0f);
-    EXPECT_EQ(smoothStep(2.0f, 2.0f, 2.0f), 1.0f);
-    EXPECT_EQ(smoothStep(6.0f, 2.0f, 4.0f), 0.0f); // below a comes first
-    EXPECT_EQ(smoothStep(2.0f, 6.0f, not_a_number), 0.0f);
-}
-
 TEST(NoiseHelpers, PositiveMod) {
     EXPECT_EQ(positiveMod(-1.0f, 4.0f), 3.0f);
     EXPECT_EQ(positiveMod(9.5f, 4.0f), 1.5f);

@@ -222,24 +222,6 @@ TEST_F(Uv, BackFacesShowOnlyMapsThatGoOn) {
     EXPECT_EQ(both().uvw.x, 0.25f);
 }
 
-TEST_F(Uv, NoiseDisplacesUAndThenV) {
-    p.noiseOn = miTRUE, p.noiseAmount = 3, p.noiseSize = 0.4f, p.noisePhase = 1.7f;
-    place(0.3f, 0.7f, 0);
-    for (int i = 0; i < 8; ++i) {
-        p.noiseLevels = std::array{-1, 0, 5, 1000}[i / 2u];
-        p.noiseAnimate = i % 2;
-        const auto noise = [&](float x) {
-            return i % 2 ? fractalAbsNoise2(x / 0.4f, 1.7f, p.noiseLevels)
-                         : fractalAbsNoise1(x / 0.4f, p.noiseLevels);
-        };
-        const float u = 0.3f + 0.3f * noise(0.7f), v = 0.7f + 0.3f * noise(u);
-        expect_both({u, v, 0}, {pixel, high, 0}, 2e-6f);
-        EXPECT_EQ(i / 2 < 2, both().uvw.x == 0.3f);
-    }
-    p.noiseSize = 0;
-    expect_both({0.3f, 0.7f, 0}, {pixel, high, 0});
-}
-
 TEST(Wrap, FollowsTheEdge) {
     constexpr UvEdge ends{false, false}, tiles{true, false}, mirrors{false, true}, prefers_tiles{true, true};
     // clang-format off
@@ -258,28 +240,6 @@ TEST(Wrap, FollowsTheEdge) {
         float x = c.x;
         EXPECT_TRUE(wrap(c.edge, c.plain, x) == c.there && (!c.there || x == c.at)) << c.x;
     }
-}
-
-TEST_F(Uv, SamplesTheMapWhereItLies) {
-    place(1.25f, -0.5f, 0);
-    p.blur = 2;
-    p.blurOffset = 0.25f;
-    EXPECT_NEAR(sample(color, true).g, 0.2f + 0.125f + 0.125f, 1e-6f);
-    expect_near(ramp.over, {2 * pixel + 0.25f, 2 * high + 0.25f, 0}, 1e-7f, "widths");
-    p.vTile = miFALSE;
-    for (const bool with_filter : {false, true})
-        EXPECT_EQ(sample(color, with_filter), (miColor{0, 0, 0, 0}));
-    p.vTile = miTRUE;
-    renderer.answer(miQ_SAMPLE_OVERRIDE, static_cast<void*>(nullptr)); // that it is there counts
-    EXPECT_EQ(sample({OutputRequest::mono, context::Selector::surface}, true).a, 0.75f);
-    EXPECT_EQ(ramp.over.x, 0.0f);
-    // Three numbers, the coordinate, where the request cannot be sampled.
-    UvBumpRequest requests[] = {ramp.request(color), ramp.request(color)};
-    requests[0].magic = 7;
-    requests[1].plain = nullptr;
-    for (const UvBumpRequest* request : {static_cast<UvBumpRequest*>(nullptr), requests, requests + 1})
-        EXPECT_EQ(call(request), (miColor{1.25f, -0.5f, 0, 99}));
-    EXPECT_EQ(ramp.samples, 2);
 }
 
 // A ramp is its own gradient, downhill; its step is the pixel, whatever the blur.

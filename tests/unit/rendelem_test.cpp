@@ -355,36 +355,6 @@ TEST_F(StdElements, OfASurface) {
     EXPECT_EQ(element->highestSpeed, 5); // of (3, 0, -4)
 }
 
-TEST_F(StdElements, OtherSources) {
-    miObject hair{};
-    hair.type = miOBJECT_HAIR;
-    miInstance instance{};
-    instance.item = renderer.add_copy(miSCENE_OBJECT, hair);
-    instance.label = 0xFF00; // white
-    state->instance = renderer.add_instance(instance);
-    renderer.mi_trace_environment = [](auto* c, auto, auto* d) { return *c = {1, -d->z, 3, 1}, miTRUE; };
-    data.inputs = {0.5f, 1, 1, orl_weight_reflection, miTRUE};
-    data.shadow = {0.5f, 0.25f, 0.125f, 0};
-    data.reflection = data.refraction = {8, 0, 0, 1};
-    EXPECT_EQ(at_point(element_background), (miColor{2, 2, 6, 1}));
-    EXPECT_EQ(at_point(element_refraction), (miColor{16, 0, 0, 1}));
-    EXPECT_EQ(at_point(element_reflection), (miColor{8, 0, 0, 1}));
-    EXPECT_EQ(at_point(element_shadow), (miColor{0.5f, 0.25f, 0.125f, 1}));
-    EXPECT_EQ(at_point(element_hair_and_fur), (miColor{0, 0, 0, 1}));
-    EXPECT_EQ(at_point(element_object_id), (miColor{1, 1, 1, 1})) << "the label";
-    element->matteMaterial = element->matteMaterialId = element->matteObject = 1;
-    auto& list = element->matteInstances;
-    element.set_array(list.first, list.count, &list.elements[0], {miNULLTAG, state->instance});
-    std::string mattes; // bits: object matches, instance matches, inverted
-    for (int bits = 0; bits < 8; ++bits) {
-        element->matteObjectId = bits & 1 ? 0xFF00 : 1;
-        list.count = bits & 2;
-        element->matteInverted = bits >> 2;
-        mattes += at_point(element_matte).g == 1 ? '1' : '0';
-    }
-    EXPECT_EQ(mattes, "01111000");
-}
-
 TEST_F(StdElements, FinalPhase) {
     const miColor gathered{0.25f, 0.5f, 0.75f, 0.375f};
     EXPECT_EQ(finish(element_atmosphere, gathered), (miColor{0.5f, 1, 1.5f, 0.75f}));

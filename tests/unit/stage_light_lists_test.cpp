@@ -1,4 +1,4 @@
-// Whose shadows an instance casts, and which lights a shader is told of.
+// Which lights a shader is told of.
 #include "stage_scene.h"
 
 namespace {

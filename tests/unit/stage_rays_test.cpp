@@ -271,22 +271,6 @@ TEST(StageLens, ChainsHandTheHitBack) {
     EXPECT_TRUE(s.lit);
 }
 
-// Motion vectors of vertices, beside normals that make their records longer than a point.
-TEST(StageRays, DeformingObjectsAreMetWhereTheyAreAtTheTime) {
-    TestScene s;
-    s.parse("incremental options opt motion on shutter 1 end options\n"
-            "object rising visible trace group -1 -1 0  1 -1 0  1 1 0  0 0 2  0 0 1\n"
-            "v 0 n 4 m 3 v 1 n 4 m 3 v 2 n 4 m 3 c 0 1 2 end group end object\n");
-    s.instance("i", "rising", {}, "");
-    s.build();
-    for (const float time : {0.0f, 0.25f, 1.0f}) {
-        miRc_intersection hit;
-        ASSERT_TRUE(s.world->intersect({0.5f, -0.5f, 10.0f}, {0.0f, 0.0f, -1.0f}, 0.0, 100.0, time,
-                                       static_cast<std::uint32_t>(stage::RayMask::primary), hit));
-        EXPECT_NEAR(hit.distance, 10.0 - 2.0 * time, 1e-4);
-    }
-}
-
 TEST(StageRays, DeclarationsDemandShadowModes) {
     const struct {
         const char* demand;

@@ -29,13 +29,12 @@ instance "cam_inst" "cam" transform 1 0 0 0  0 1 0 0  0 0 1 0  0 0 -10 1 end ins
 
 // A scene and the world below its group "root". AT is a transform to local space without its last row.
 struct Frame {
-    explicit Frame(std::string text, bool camera_space = false, const std::string& options = {}) {
+    explicit Frame(std::string text) {
         for (std::size_t at; (at = text.find("AT")) != std::string::npos;)
             text.replace(at, 2, "transform 1 0 0 0  0 1 0 0  0 0 1 0 ");
-        text = "options \"opt\" " + options + " end options" + things + text +
-               " render \"root\" \"cam_inst\" \"opt\"";
+        text = "options \"opt\" end options" + things + text + " render \"root\" \"cam_inst\" \"opt\"";
         stage::parse_text(scene, text, "test.mi", [&](stage::Scene&, const stage::RenderCommand& command) {
-            world = std::make_unique<World>(scene, command, camera_space);
+            world = std::make_unique<World>(scene, command, false);
         });
     }
     std::string name_of(miTag tag) const { return tag ? scene.database.find(tag)->name : ""; }
@@ -46,11 +45,10 @@ struct Frame {
         throw std::runtime_error("no instance " + name);
     }
     // Distance of the first hit below (x, 0.1) from z = 10, in world space; -1 for none.
-    double look_down(float x, RayMask mask = RayMask::primary, float time = 0, double near = 0,
-                     double far = 1e30) const {
+    double look_down(float x, RayMask mask = RayMask::primary, double near = 0, double far = 1e30) const {
         miRc_intersection hit;
         const auto bits = static_cast<std::uint32_t>(mask);
-        return world->intersect({x, 0.1f, 10}, {0, 0, -1}, near, far, time, bits, hit) ? hit.distance : -1;
+        return world->intersect({x, 0.1f, 10}, {0, 0, -1}, near, far, 0, bits, hit) ? hit.distance : -1;
     }
 
     stage::Scene scene;
@@ -105,8 +103,8 @@ end instgroup)");
         EXPECT_EQ((frame[c.name].mask & static_cast<std::uint32_t>(c.mask)) != 0, c.meets) << c.name;
     EXPECT_EQ(frame.look_down(0.2f), 8);
     EXPECT_EQ(frame.look_down(0.2f, RayMask::shadow), 6);
-    EXPECT_EQ(frame.look_down(0.2f, RayMask::shadow, 0, 7), 8);
-    EXPECT_EQ(frame.look_down(0.2f, RayMask::primary, 0, 0, 7.9), -1);
+    EXPECT_EQ(frame.look_down(0.2f, RayMask::shadow, 7), 8);
+    EXPECT_EQ(frame.look_down(0.2f, RayMask::primary, 0, 7.9), -1);
     const auto& lights = frame.world->light_tags;
     ASSERT_EQ(lights.size(), 2u);
     EXPECT_EQ(frame.name_of(lights[0]) + frame.name_of(lights[1]), "firstsecond");
@@ -125,17 +123,6 @@ instgroup "root" "cam_inst" "back_only" "turned" "mirrored" "front_only" end ins
     miRc_intersection hit;
     ASSERT_TRUE(frame.world->intersect({0.2f, 0.1f, -10}, {0, 0, 1}, 0, infinity, 0, 1, hit));
     EXPECT_EQ(hit.distance, 13.0);
-}
-
-TEST(StageWorld, MotionTransformsMoveWithTheShutter) {
-    // World to local at the end: shifted by -4, so the square ends at x = 4.
-    const std::string moving = R"(instance "leaf" "square" motion AT -4 0 0 1 end instance
-instgroup "root" "cam_inst" "leaf" end instgroup)";
-    const Frame on(moving, false, "motion on shutter 1"), off(moving);
-    for (const auto& [x, time, distance] :
-         {std::tuple{0.0f, 0.0f, 10}, {2.0f, 0.5f, 10}, {4.0f, 1.0f, 10}, {2.0f, 0.0f, -1}, {0.0f, 1.0f, -1}})
-        EXPECT_EQ(on.look_down(x, RayMask::primary, time), distance) << x << ' ' << time;
-    EXPECT_EQ(off.look_down(0, RayMask::primary, 1), 10);
 }
 
 } // namespace

@@ -204,14 +204,6 @@ TEST_F(ToneOperator, LetsTheSkyShowThroughUnmapped) {
     EXPECT_EQ(shade_as(miSHADER_ENVIRONMENT, sky), mapped());
 }
 
-TEST_F(ToneOperator, OffItOnlyTraces) {
-    log->enabled = miFALSE;
-    log.start();
-    EXPECT_EQ(shade_as(miSHADER_LENS), sky);
-    EXPECT_EQ(shade_as(miSHADER_ENVIRONMENT, unmapped), unmapped);
-    EXPECT_EQ(renderer.mi_trace_eye.calls(), 1);
-}
-
 TEST_F(ToneOperator, PseudoColorShowsLuminance) {
     pseudo->lowLimit = 6;
     pseudo->highLimit = 200;

@@ -1,4 +1,4 @@
-// The small shaders: pass-through, lists, wrappers, the editor background, gamma and node data.
+// The small shaders: pass-through, shadows, the editor background and gamma.
 #include "shader_fixture.h"
 #include "utilshaders.h"
 
@@ -8,11 +8,6 @@
 using namespace orl;
 
 ENTRY_POINT(orl_passthru, void, PassthruParams);
-ENTRY_POINT(orl_WireColor, miColor, WireColorParams);
-ENTRY_POINT(orl_is_material_editor, miInteger, void);
-ENTRY_POINT(orl_MaterialToShader, miColor, MaterialToShaderParams);
-INIT_AND_EXIT(orl_MaterialToShader, MaterialToShaderParams);
-ENTRY_POINT(orl_ShaderList, miColor, ShaderListParams);
 ENTRY_POINT(orl_ShadowWrapper, miColor, ShadowWrapperParams);
 ENTRY_POINT(orl_base_MeditBackground, miColor, MeditBackgroundParams);
 INIT_AND_EXIT(orl_base_MeditBackground, MeditBackgroundParams);
@@ -73,23 +68,6 @@ TEST(CubeFaces, AreUprightAndUnmirroredFromTheMiddle) {
     }
 }
 
-// Inside the picture they are seen in one.
-TEST(BackgroundBands, RunDiagonallyAndStayInside) {
-    EXPECT_EQ(background_band({-0.5f, 0}), 1);     // -4, five bands further on
-    EXPECT_EQ(background_band({-0.5f, -0.5f}), 2); // -8
-    for (const float u : {not_a_number, infinite, -infinite, 1e30f, -1e30f, 3e9f}) {
-        const int band = background_band({u, -0.9f});
-        EXPECT_TRUE(band >= 0 && band < background_bands) << u;
-    }
-}
-
-TEST(Handles, AreJoinedWithoutSignExtension) {
-    EXPECT_EQ(join_handle(-1, 0), 0xffffffffu);
-    EXPECT_EQ(join_handle(0, 1), std::uint64_t{1} << 32);
-    EXPECT_EQ(join_handle(static_cast<miInteger>(0x89abcdefu), static_cast<miInteger>(0xfedcba98u)),
-              0xfedcba9889abcdefu);
-}
-
 TEST_F(UtilShaders, PassthruCopiesEightBytes) {
     const PassthruParams params{1.5f, not_a_number};
     float copied[3] = {0, 0, 7};
@@ -99,72 +77,7 @@ TEST_F(UtilShaders, PassthruCopiesEightBytes) {
     EXPECT_EQ(copied[2], 7.0f);
 }
 
-TEST_F(UtilShaders, MaterialEditorFlag) {
-    miInteger flag = 5;
-    EXPECT_TRUE(orl_is_material_editor(&flag, state, nullptr));
-    EXPECT_EQ(flag, 0);
-    orl_SceneData scene{};
-    for (const miBoolean field : {0, 1, 17}) {
-        scene.material_editor = field;
-        set_scene(scene);
-        EXPECT_TRUE(orl_is_material_editor(&flag, state, nullptr));
-        EXPECT_EQ(flag, field != 0);
-    }
-}
-
-// ---- materials and lists
-
-TEST_F(UtilShaders, MaterialToShaderTellsOncePerInstance) {
-    miMaterial material{};
-    material.shader = renderer.add_color({1, 2, 3, 4});
-    const miTag tag = renderer.add_material(material);
-    for (std::size_t told = 1; told <= 2; ++told) {
-        LiveShader<MaterialToShaderParams> shader(state, orl_MaterialToShader_init,
-                                                  orl_MaterialToShader_exit);
-        shader->material = tag;
-        const long long before = renderer.resources().live_bytes;
-        shader.start();
-        EXPECT_EQ(renderer.resources().live_bytes - before, 8);
-        state->call_type = miSHADER_MATERIAL;
-        EXPECT_TRUE(orl_MaterialToShader(&result, state, &shader.params()));
-        EXPECT_EQ(result, (miColor{1, 2, 3, 4}));
-        state->call_type = miSHADER_LENS;
-        for (int i = 0; i < 3; ++i)
-            EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
-        EXPECT_EQ(errors().size(), told);
-        state->call_type = miSHADER_MATERIAL;
-        shader.connect(shader->material, [](miState*) { return miNULLTAG; });
-        EXPECT_FALSE(orl_MaterialToShader(&result, state, &shader.params()));
-    }
-}
-
-TEST_F(UtilShaders, ShaderListRunsAllInOrder) {
-    std::string order;
-    const auto add = [&](char name, miBoolean answer) {
-        return renderer.add_shader([&order, name, answer](void* value, miState* s, void*) {
-            order += name;
-            static_cast<miColor*>(value)->r += 1;
-            EXPECT_EQ(s->call_type, miSHADER_SHADOW);
-            return answer;
-        });
-    };
-    const miTag yes = add('y', miTRUE), no = add('n', miFALSE);
-    const struct {
-        std::vector<miTag> list;
-        const char* order;
-        bool answer;
-    } cases[] = {{{no, yes, no}, "nyn", true}, {{no, no}, "nn", false}, {{}, "", false}, {{yes}, "y", true}};
-    for (const auto& each : cases) {
-        scripted::ShaderInstance<ShaderListParams> shader;
-        shader.set_array(shader->shaders.first, shader->shaders.count, shader->shaders.elements, each.list);
-        state.run(shader, miSHADER_SHADOW);
-        order.clear();
-        result.r = 5; // the list works on what it is given
-        EXPECT_EQ(orl_ShaderList(&result, state, &shader.params()), each.answer);
-        EXPECT_EQ(order, each.order);
-        EXPECT_EQ(result.r, 5 + static_cast<float>(each.list.size()));
-    }
-}
+// ---- shadows
 
 TEST_F(UtilShaders, ShadowWrapper) {
     scripted::ShaderInstance<ShadowWrapperParams> shader;
@@ -315,22 +228,6 @@ TEST_F(UtilShaders, GammaOfOneBuildsNoTableAndMissingImagesAreBlack) {
         state->tex_list = nullptr;
         for (const miTag texture : {miNULLTAG, miTag{9999}})
             EXPECT_EQ(shade(texture), (miColor{0, 0, 0, 0}));
-    }
-}
-
-// Pictures show the three; any other number takes each colour by its own share.
-TEST_F(UtilShaders, WireColorChannelsThatAreNone) {
-    scripted::ShaderInstance<WireColorParams> wire;
-    wire->a = {1, 1, 1, 0.5f};
-    wire->b = {0, 0, 4, 1};
-    orl_NodeData node{};
-    node.color_r = 0.25f, node.color_g = 0.5f, node.color_b = 0.75f, node.visibility = 0.5f;
-    set_node(node);
-    state.run(wire);
-    for (const int channel : {4, -1}) { // blue: 0.75 + 4 * 0.25
-        wire->channel = channel;
-        EXPECT_TRUE(orl_WireColor(&result, state, &wire.params()));
-        EXPECT_EQ(result, (miColor{0.25f, 0.5f, 1.75f, 0.5f})) << channel;
     }
 }
 

@@ -72,36 +72,6 @@ TEST_F(VolumeFog, EvenFogHasTheClosedForm) {
         }
 }
 
-// From (0, 0, 5) down to the plane: chords of 2 units inside, one of them cut at the plane.
-TEST_F(VolumeFog, EvenFogFillsGizmosAlone) {
-    constexpr miMatrix aside{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 3, 0, 2, 1};
-    constexpr miMatrix large{3, 0, 0, 0, 0, 3, 0, 0, 0, 0, 3, 0, 0, 0, 0, 1};
-    constexpr miMatrix around{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 5, 1};
-    const struct {
-        std::vector<miTag> gizmos;
-        float length;
-    } cases[] = {
-        {{add_node(ball, up)}, 2},
-        {{add_node(ball)}, 1},
-        {{add_node(ball, aside)}, 0},
-        {{add_node(ball, around)}, 1}, // the ray begins in it
-        {{add_node(ball, large)}, 1},  // 3 units of the world, and 1 of the gizmo
-        {{add_node(ball, up), miNULLTAG, add_node(ball), add_node(ball, aside)}, 3},
-        {{miNULLTAG}, 0},
-    };
-    for (const float soft : {0.0f, 1e-6f}) // hard edges look the noise up in the world
-        for (const auto& each : cases) {
-            const auto change = [&](Fog& fog) {
-                fog->maxSteps = 200, fog->softEdges = soft;
-                fog.fill(each.gizmos);
-            };
-            // The last step ends on the surface, where soft edges leave nothing of it.
-            EXPECT_NEAR(shade_even(change).a, 0.02f * each.length, soft == 0.0f ? 2e-6f : 4e-4f)
-                << each.length;
-        }
-    EXPECT_TRUE(errors().empty());
-}
-
 TEST_F(VolumeFog, WhichRaysAreFogged) {
     orl_SceneData editor{};
     editor.material_editor = miTRUE;
@@ -226,31 +196,6 @@ TEST_F(VolumeFog, SettingsStepByStep) {
                     }
     EXPECT_GT(opaque, 0); // marches that stop early are among them
     EXPECT_LT(opaque, k / 2);
-}
-
-// A gizmo looks the same wherever it stands with its camera; another seed looks different.
-TEST_F(VolumeFog, GizmosTakeTheirFogAlong) {
-    const auto seen = [&](const miMatrix& matrix, miInteger seed) {
-        orl_GizmoData data = box;
-        data.seed = seed;
-        Fog fog(state);
-        fog->size = 0.8f;
-        fog->bias = 0.3f;
-        fog->softEdges = 0.4f;
-        fog.fill({add_node(data, matrix)});
-        fog.start();
-        miVector org{-3, -2, 2}, end{0.5f, 0.9f, -0.8f};
-        mi_point_transform(&org, &org, matrix);
-        mi_point_transform(&end, &end, matrix);
-        state.set_hit(org, end, {0, 0, 1});
-        return amount(fog);
-    };
-    constexpr miMatrix moved{0, 4, 0, 0, -4, 0,  0,  0,
-                             0, 0, 4, 0, 8,  -4, 16, 1}; // turned, four times the size
-    const float here = seen(identity, 1);
-    EXPECT_GT(here, 0.01f);
-    EXPECT_NEAR(seen(moved, 1), here, 1e-5f);
-    EXPECT_GT(std::fabs(seen(identity, 2) - here), 1e-3f);
 }
 
 TEST_F(VolumeFog, SettingsThatMakeNoSense) {
