@@ -16,6 +16,7 @@
 #include "kit/color.h"
 #include "kit/lock.h"
 #include "kit/matrix.h"
+#include "kit/random.h"
 
 namespace scripted {
 
@@ -50,9 +51,12 @@ template <class T> bool give(void* result, const T& value) {
 
 // Bytes of a sample of a frame buffer.
 std::size_t value_size(miImg_type type) {
-    if (type == miIMG_TYPE_TAG || type == miIMG_TYPE_S_FP)
+    constexpr miImg_type scalars[] = {miIMG_TYPE_A,    miIMG_TYPE_A_16,    miIMG_TYPE_A_FP, miIMG_TYPE_S,
+                                      miIMG_TYPE_S_16, miIMG_TYPE_S_FP,    miIMG_TYPE_Z,    miIMG_TYPE_TAG,
+                                      miIMG_TYPE_BIT,  miIMG_TYPE_COVERAGE};
+    if (std::find(std::begin(scalars), std::end(scalars), type) != std::end(scalars))
         return sizeof(miScalar);
-    return type == miIMG_TYPE_M ? sizeof(miVector) : sizeof(miColor);
+    return type == miIMG_TYPE_N || type == miIMG_TYPE_M ? sizeof(miVector) : sizeof(miColor);
 }
 
 } // namespace
@@ -70,9 +74,16 @@ public:
                 return true;
         return false;
     }
-    bool get_buffercount(std::size_t&) override { return false; }
-    bool get_buffername(std::size_t, const char*&) override { return false; }
-    bool get_datatype(std::size_t, miImg_type&) override { return false; }
+    bool get_buffercount(std::size_t& count) override {
+        count = buffers.size();
+        return true;
+    }
+    bool get_buffername(std::size_t number, const char*& name) override {
+        return number < buffers.size() && (name = buffers[number].first.c_str());
+    }
+    bool get_datatype(std::size_t number, miImg_type& type) override {
+        return number < buffers.size() && (type = buffers[number].second, true);
+    }
     bool map_old_index(unsigned, int&) override { return false; }
     bool set(const char*, const char*, bool) override { return false; }
     bool set(const char*, const char*, float) override { return false; }
@@ -215,32 +226,36 @@ miTag Renderer::add_string(const char* text) {
     return add(miSCENE_STRING, std::memcpy(allocate(size), text, size));
 }
 
-miTag Renderer::add_group(const std::vector<miTag>& kids) {
+miTag Renderer::add_group(const std::vector<miTag>& kids, miTag userdata) {
     auto* group = static_cast<miGroup*>(allocate(sizeof(miGroup) + kids.size() * sizeof(miTag)));
     group->no_kids = group->max_kids = static_cast<int>(kids.size());
+    group->userdata = userdata;
     std::copy(kids.begin(), kids.end(), static_cast<miTag*>(group->kids));
     return add(miSCENE_GROUP, group);
 }
 
-miTag Renderer::add_userdata(const void* bytes, int size) {
+miTag Renderer::add_userdata(const void* bytes, int size, miUint label, miTag next, miTag decl) {
     auto* data = static_cast<miUserdata*>(allocate(sizeof(miUserdata) + static_cast<std::size_t>(size)));
-    *data = {miNULLTAG, miNULLTAG, 0, size, 1, {}, {}};
+    *data = {decl, next, label, size, 1, {}, {}};
     if (size)
         std::memcpy(static_cast<void*>(data->parameters), bytes, static_cast<std::size_t>(size));
     return add(miSCENE_USERDATA, data);
 }
 
-miTag Renderer::add_light(const std::vector<LightSample>& samples) {
+miTag Renderer::add_light(const std::vector<LightSample>& samples, const miLight& light, const char* name) {
     miInstance instance{};
-    instance.item = add_copy(miSCENE_LIGHT, miLight{});
-    lights.push_back(add_instance(instance));
+    instance.item = add_copy(miSCENE_LIGHT, light);
+    lights.push_back(add_instance(instance, name));
     find(lights.back())->samples = samples;
     return lights.back();
 }
 
-miTag Renderer::add_shader(ShaderScript script) {
-    const miTag tag = add(miSCENE_FUNCTION, allocate(sizeof(miFunction)));
+miTag Renderer::add_shader(ShaderScript script, const char* name, miFunction* function) {
+    auto* record = function ? function : static_cast<miFunction*>(allocate(sizeof(miFunction)));
+    const miTag tag = add(miSCENE_FUNCTION, record, name);
     find(tag)->script = std::move(script);
+    if (!function && name)
+        record->reserved[name_slot] = find(tag)->name.data();
     return tag;
 }
 
@@ -294,11 +309,20 @@ void* Renderer::access(miTag tag, int* type) {
 }
 
 void Renderer::answer_database_and_queries() {
+    mi_api_name_lookup.standard_ = [this](char* name) -> miTag {
+        std::size_t found = elements_.size();
+        while (found > 0 && (elements_[found - 1]->name.empty() || elements_[found - 1]->name != name))
+            --found;
+        stage::release(__FILE__, __LINE__, name); // the name is given away
+        return static_cast<miTag>(found);
+    };
     mi_db_access.standard_ = [this](miTag tag) { return access(tag, nullptr); };
     mi_db_access_type.standard_ = [this](miTag tag, int* type) { return access(tag, type); };
     mi_db_type.standard_ = [this](miTag tag) { return find(tag) ? int{find(tag)->type} : 0; };
     mi_db_unpin.standard_ = [this](miTag) { --pins_; };
-    mi_get_shader_interface.standard_ = [this](int) -> miShader_interface* {
+    mi_get_shader_interface.standard_ = [this](int version) -> miShader_interface* {
+        if (version != 3)
+            return nullptr;
         ++pins_;
         return interface_.get();
     };
@@ -328,16 +352,33 @@ struct Renderer::Field {
     { code, type, offsetof(Record, member), 0 }
 const Renderer::Field Renderer::fields[] = {
     ADDRESS(miQ_FUNC_USERPTR, miSCENE_FUNCTION, miFunction, reserved[user_pointer_slot]),
+    MEMBER(miQ_FUNC_DECL, miSCENE_FUNCTION, miFunction, function_decl),
+    MEMBER(miQ_FUNC_INDIRECT, miSCENE_FUNCTION, miFunction, parameter_indirect),
     MEMBER(miQ_FUNC_NEXT, miSCENE_FUNCTION, miFunction, next_function),
     ADDRESS(miQ_FUNC_LOCK, miSCENE_FUNCTION, miFunction, lock),
+    ADDRESS(miQ_FUNC_PARAM, miSCENE_FUNCTION, miFunction, parameters),
+    MEMBER(miQ_FUNC_PARAM_SIZE, miSCENE_FUNCTION, miFunction, parameter_size),
+    MEMBER(miQ_DECL_RESULT_SIZE, miSCENE_FUNCTION_DECL, miFunction_decl, result_size),
+    MEMBER(miQ_DECL_TYPE, miSCENE_FUNCTION_DECL, miFunction_decl, result_type),
     MEMBER(miQ_DECL_VERSION, miSCENE_FUNCTION_DECL, miFunction_decl, version),
     MEMBER(miQ_INST_ITEM, miSCENE_INSTANCE, miInstance, item),
+    MEMBER(miQ_INST_PARENT, miSCENE_INSTANCE, miInstance, parent),
     ADDRESS(miQ_INST_GLOBAL_TO_LOCAL, miSCENE_INSTANCE, miInstance, tf.global_to_local),
     ADDRESS(miQ_INST_LOCAL_TO_GLOBAL, miSCENE_INSTANCE, miInstance, tf.local_to_global),
+    MEMBER(miQ_INST_MATERIAL, miSCENE_INSTANCE, miInstance, material),
     MEMBER(miQ_INST_LABEL, miSCENE_INSTANCE, miInstance, label),
     MEMBER(miQ_INST_DATA, miSCENE_INSTANCE, miInstance, userdata),
     MEMBER(miQ_GROUP_NKIDS, miSCENE_GROUP, miGroup, no_kids),
+    MEMBER(miQ_GROUP_DATA, miSCENE_GROUP, miGroup, userdata),
+    MEMBER(miQ_LIGHT_TYPE, miSCENE_LIGHT, miLight, type),
+    MEMBER(miQ_LIGHT_AREA, miSCENE_LIGHT, miLight, area),
+    MEMBER(miQ_LIGHT_EXPONENT, miSCENE_LIGHT, miLight, exponent),
+    MEMBER(miQ_LIGHT_ORIGIN, miSCENE_LIGHT, miLight, origin),
+    MEMBER(miQ_LIGHT_DIRECTION, miSCENE_LIGHT, miLight, direction),
+    MEMBER(miQ_LIGHT_SPREAD, miSCENE_LIGHT, miLight, spread),
     MEMBER(miQ_LIGHT_ENERGY, miSCENE_LIGHT, miLight, energy),
+    MEMBER(miQ_LIGHT_SHADER, miSCENE_LIGHT, miLight, shader),
+    MEMBER(miQ_MTL_OPAQUE, miSCENE_MATERIAL, miMaterial, opaque),
     MEMBER(miQ_MTL_SHADER, miSCENE_MATERIAL, miMaterial, shader),
     MEMBER(miQ_MTL_DISPLACE, miSCENE_MATERIAL, miMaterial, displace),
     MEMBER(miQ_MTL_SHADOW, miSCENE_MATERIAL, miMaterial, shadow),
@@ -349,8 +390,13 @@ const Renderer::Field Renderer::fields[] = {
     MEMBER(miQ_MTL_LIGHTMAP, miSCENE_MATERIAL, miMaterial, lightmap),
     MEMBER(miQ_OBJ_DATA, miSCENE_OBJECT, miObject, userdata),
     MEMBER(miQ_OBJ_TYPE, miSCENE_OBJECT, miObject, type),
+    MEMBER(miQ_DATA_NEXT, miSCENE_USERDATA, miUserdata, next_data),
+    MEMBER(miQ_DATA_DECL, miSCENE_USERDATA, miUserdata, data_decl),
     ADDRESS(miQ_DATA_PARAM, miSCENE_USERDATA, miUserdata, parameters),
+    MEMBER(miQ_DATA_LABEL, miSCENE_USERDATA, miUserdata, label),
     MEMBER(miQ_DATA_PARAM_SIZE, miSCENE_USERDATA, miUserdata, parameter_size),
+    MEMBER(miQ_IMAGE_WIDTH, miSCENE_IMAGE, miImg_image, width),
+    MEMBER(miQ_IMAGE_HEIGHT, miSCENE_IMAGE, miImg_image, height),
 };
 
 // The record that a query is about: functions may be the running one, declarations given by a function,
@@ -381,6 +427,7 @@ bool Renderer::query(miQ_type code, miState* state, miTag tag, void* result, va_
 }
 
 bool Renderer::query_special(miQ_type code, miState* state, miTag tag, void* result, va_list arguments) {
+    const Element* element = find(tag);
     auto* function = static_cast<miFunction*>(record_of(miSCENE_FUNCTION, state, tag));
     const auto* group = record<miGroup>(tag, miSCENE_GROUP);
     const bool by_thread = function && state;
@@ -390,6 +437,11 @@ bool Renderer::query_special(miQ_type code, miState* state, miTag tag, void* res
         pointers->resize(thread_count);
     void** own = pointers ? &(*pointers)[static_cast<std::size_t>(state->thread) % thread_count] : nullptr;
     switch (code) {
+    case miQ_FUNC_TAG:
+        for (std::size_t k = 0; k < elements_.size(); ++k)
+            if (function && elements_[k]->record == function)
+                return give(result, static_cast<miTag>(k + 1));
+        return false;
     case miQ_DECL_NAME:
         if (const Element* decl = find(function ? function->function_decl : tag))
             return !decl->name.empty() && give(result, decl->name.c_str());
@@ -404,16 +456,27 @@ bool Renderer::query_special(miQ_type code, miState* state, miTag tag, void* res
         return own && std::memcpy(own, result, sizeof *own);
     case miQ_FUNC_TLS_GETALL:
         return own && give(va_arg(arguments, int*), int{thread_count}) && give(result, pointers->data());
+    case miQ_INST_NAME:
+        return element && element->type == miSCENE_INSTANCE && give(result, element->name.c_str());
     case miQ_GROUP_KID: {
         const int kid = group ? va_arg(arguments, int) : -1;
         return kid >= 0 && kid < group->no_kids && give(result, (&group->kids[0])[kid]);
     }
+    case miQ_DATA_NEEDSWAP:
+        return element && element->type == miSCENE_USERDATA && give(result, miBoolean{miFALSE});
     default:
         return false;
     }
 }
 
 bool Renderer::query_scene(miQ_type code, void* result) {
+    constexpr miQ_type to[] = {miQ_TRANS_INTERNAL_TO_WORLD, miQ_TRANS_INTERNAL_TO_CAMERA,
+                               miQ_TRANS_INTERNAL_TO_OBJECT};
+    constexpr miQ_type from[] = {miQ_TRANS_WORLD_TO_INTERNAL, miQ_TRANS_CAMERA_TO_INTERNAL,
+                                 miQ_TRANS_OBJECT_TO_INTERNAL};
+    for (int space = 0; space < 3; ++space)
+        if (code == to[space] || code == from[space])
+            return give(result, code == to[space] ? &to_space_[space][0] : &from_space_[space][0]);
     if (code == miQ_NUM_GLOBAL_LIGHTS)
         return give(result, static_cast<int>(lights.size()));
     if (code == miQ_GLOBAL_LIGHTS)
@@ -506,6 +569,9 @@ void Renderer::answer_light() {
     };
     standard([](auto...) { return miTRUE; }, mi_trace_shadow, mi_trace_shadow_seg);
 
+    mi_global_lights_info.standard_ = [this](miState*, int* count, miTag** list) -> miBoolean {
+        return give(count, static_cast<int>(lights.size())) && give(list, lights.data());
+    };
     mi_sample_light.standard_ = [this](miColor* result, miVector* dir, miScalar* dot_nl, miState*,
                                        miTag light, miInteger* samples) {
         const Element* found = find(light);
@@ -526,10 +592,13 @@ void Renderer::answer_light() {
              scripts),
          ...);
     };
-    photon(mi_photon_light, mi_photon_reflection_diffuse, mi_photon_reflection_specular,
-           mi_photon_transmission_diffuse, mi_photon_transparent, mi_store_photon);
+    photon(mi_photon_light, mi_photon_reflection_diffuse, mi_photon_reflection_glossy,
+           mi_photon_reflection_specular, mi_photon_transmission_diffuse, mi_photon_transmission_glossy,
+           mi_photon_transmission_specular, mi_photon_transparent, mi_photon_volume_scattering,
+           mi_store_photon, mi_store_volume_photon);
     // Everything is absorbed.
-    standard([](auto...) { return miPHOTON_ABSORB; }, mi_choose_simple_scatter_type);
+    standard([](auto...) { return miPHOTON_ABSORB; }, mi_choose_lobe, mi_choose_scatter_type,
+             mi_choose_simple_scatter_type);
 }
 
 // ---- spaces
@@ -555,10 +624,15 @@ void Renderer::answer_spaces() {
 // ---- sample
 
 Triangle::Corners* Renderer::corners(int which, int space) {
-    if (which == 'p' && triangle.points)
-        return &*triangle.points;
-    const auto number = static_cast<std::size_t>(space); // beyond any size for one below 0
-    return which == 't' && number < triangle.textures.size() ? &triangle.textures[number] : nullptr;
+    for (const auto& [letter, values] :
+         {std::pair{'p', &triangle.points}, {'n', &triangle.normals}, {'m', &triangle.motion}})
+        if (which == letter)
+            return *values ? &**values : nullptr;
+    for (const auto& [letter, values] :
+         {std::pair{'t', &triangle.textures}, {'x', &triangle.bump_x}, {'y', &triangle.bump_y}})
+        if (which == letter && space >= 0 && static_cast<std::size_t>(space) < values->size())
+            return &(*values)[static_cast<std::size_t>(space)];
+    return nullptr;
 }
 
 void Renderer::answer_sample() {
@@ -586,8 +660,20 @@ void Renderer::answer_sample() {
         return miTRUE;
     };
     mi_par_aborted.standard_ = [this] { return miBoolean{aborted}; };
-    mi_sample.standard_ = [](double* sample, int*, miState*, miUshort dim, const miUint*) {
-        std::fill_n(sample, dim, 0.5);
+    // Points of Halton's sequence; a single sample is the centre.
+    mi_sample.standard_ = [](double* sample, int* instance, miState*, miUshort dim, const miUint* n) {
+        constexpr std::array primes = {2, 3, 5, 7, 11, 13, 17, 19};
+        if (instance && n && static_cast<miUint>(*instance) >= *n)
+            return miFALSE;
+        for (std::size_t i = 0; i < dim; ++i) {
+            const int base = primes[i % primes.size()];
+            double digit = 1.0 / base;
+            sample[i] = instance ? 0.0 : 0.5;
+            for (int k = instance ? *instance + 1 : 0; k > 0; k /= base, digit /= base)
+                sample[i] += digit * (k % base);
+        }
+        if (instance)
+            ++*instance;
         return miTRUE;
     };
     mi_texture_interpolate.standard_ = [](miState* state, miUint space, miScalar* result) -> miBoolean {
@@ -599,10 +685,12 @@ void Renderer::answer_sample() {
         *dir = {state->dir.x - twice * state->normal.x, state->dir.y - twice * state->normal.y,
                 state->dir.z - twice * state->normal.z};
     };
-    standard(mirror, mi_reflection_dir, mi_reflection_dir_specular);
-    mi_reflection_dir_diffuse.standard_ = [](miVector* dir, miState* state) { *dir = state->normal; };
+    standard(mirror, mi_reflection_dir, mi_reflection_dir_specular, mi_reflection_dir_glossy,
+             mi_reflection_dir_anisglossy);
+    standard([](miVector* dir, miState* state, auto...) { *dir = state->normal; }, mi_reflection_dir_diffuse,
+             mi_reflection_dir_diffuse_x);
     // Snell's law.
-    mi_refraction_dir.standard_ = [](miVector* dir, miState* state, miScalar ior_in, miScalar ior_out) {
+    const auto refract = [](miVector* dir, miState* state, miScalar ior_in, miScalar ior_out, auto...) {
         const double ratio = static_cast<double>(ior_in) / static_cast<double>(ior_out);
         const double cosine = -static_cast<double>(mi_vector_dot(&state->dir, &state->normal));
         const double square = 1.0 - ratio * ratio * (1.0 - cosine * cosine);
@@ -615,6 +703,8 @@ void Renderer::answer_sample() {
                 along * state->dir.z + normal * state->normal.z};
         return miTRUE;
     };
+    standard(refract, mi_refraction_dir, mi_transmission_dir_specular, mi_transmission_dir_glossy,
+             mi_transmission_dir_anisglossy);
     const auto keep = [this](Level level) {
         return [this, level](const char* text) { messages.add({level, text}); };
     };
@@ -640,10 +730,15 @@ void Renderer::answer_from_the_kit() {
     mi_mem_int_allocate.standard_ = stage::allocate;
     mi_mem_int_test_allocate.standard_ = stage::test_allocate;
     mi_mem_int_release.standard_ = stage::release;
+    mi_mem_int_strdup.standard_ = stage::duplicate;
     mi_init_lock.standard_ = [](miLock* lock) { *lock = stage::create_lock(); };
     mi_delete_lock.standard_ = [](miLock* lock) { stage::destroy_lock(std::exchange(*lock, nullptr)); };
     mi_lock.standard_ = stage::acquire_lock;
     mi_unlock.standard_ = stage::release_lock;
+    mi_erandom.standard_ = stage::next_random;
+    mi_matrix_ident.standard_ = stage::matrix_identity;
+    mi_matrix_invert.standard_ = stage::matrix_invert;
+    mi_matrix_prod.standard_ = stage::matrix_product;
     const auto transformed = [](auto transform) {
         return [transform](miVector* r, const miVector* v, const miScalar* m) { *r = transform(*v, m); };
     };

@@ -137,8 +137,9 @@ enum class Space { world, camera, object, light };
 // Corner values of the triangle at the hit, object space; absent ones make mi_tri_vectors miFALSE.
 struct Triangle {
     using Corners = std::array<miVector, 3>;
-    std::optional<Corners> points;
+    std::optional<Corners> points, normals, motion;
     std::vector<Corners> textures; // for each texture space
+    std::vector<Corners> bump_x, bump_y;
 };
 
 // What a scripted shader is: called with the result, the state and its argument (the parameter block of its
@@ -191,19 +192,27 @@ public:
     // borrowed, not copied, and may be null. Tags count from 1; the functions return the new one.
     miTag add(miScene_type type, void* record, const char* name = nullptr);
     // A copy of a record: miInstance, miMaterial, miLight, miObject, ...
-    template <class Record> miTag add_copy(miScene_type type, const Record& record) {
-        return add(type, std::memcpy(allocate(sizeof record), &record, sizeof record));
+    template <class Record>
+    miTag add_copy(miScene_type type, const Record& record, const char* name = nullptr) {
+        return add(type, std::memcpy(allocate(sizeof record), &record, sizeof record), name);
     }
-    miTag add_material(const miMaterial& material) { return add_copy(miSCENE_MATERIAL, material); }
-    miTag add_instance(const miInstance& instance) { return add_copy(miSCENE_INSTANCE, instance); }
+    miTag add_material(const miMaterial& material, const char* name = nullptr) {
+        return add_copy(miSCENE_MATERIAL, material, name);
+    }
+    miTag add_instance(const miInstance& instance, const char* name = nullptr) {
+        return add_copy(miSCENE_INSTANCE, instance, name);
+    }
     miTag add_string(const char* text);
-    miTag add_group(const std::vector<miTag>& kids);
-    miTag add_userdata(const void* bytes, int size);
-    // An instance of a light, also listed in `lights`. mi_sample_light gives its samples one by one.
-    miTag add_light(const std::vector<LightSample>& samples);
+    miTag add_group(const std::vector<miTag>& kids, miTag userdata = miNULLTAG);
+    miTag add_userdata(const void* bytes, int size, miUint label = 0, miTag next = miNULLTAG,
+                       miTag decl = miNULLTAG);
+    // An instance of `light`, also listed in `lights`. mi_sample_light gives its samples one by one.
+    miTag add_light(const std::vector<LightSample>& samples, const miLight& light = {},
+                    const char* name = nullptr);
 
-    // A shader that calls by tag, look-ups and material slots run.
-    miTag add_shader(ShaderScript script);
+    // A shader that calls by tag, look-ups and material slots run. `function` is what state->shader names
+    // while it runs; null for a record of the renderer's own.
+    miTag add_shader(ShaderScript script, const char* name = nullptr, miFunction* function = nullptr);
     miTag add_color(const miColor& color); // a shader that always gives that colour and miTRUE
 
     // A texture image: mi_lookup_color_texture asks the function for the coordinate.
@@ -218,7 +227,7 @@ public:
 
     void set_to_space(Space space, const miScalar* internal_to_space);
 
-    std::vector<miTag> lights;           // miQ_GLOBAL_LIGHTS
+    std::vector<miTag> lights;           // mi_global_lights_info, miQ_GLOBAL_LIGHTS
     std::optional<miColor> trace_color;  // what every cast ray brings back; none: miFALSE, result untouched
     Triangle triangle;                   // mi_tri_vectors
     int texture_spaces = 0;              // miQ_NUM_TEXTURES
