@@ -5,9 +5,9 @@
  *
  *   OutputRequest           0 to 2; maps take any other number for a request that they do not know
  *   orl_RenderElementCall   its phase, 0 or 1; it never comes with a texture call, as requests do
- *   GeneratorRequest, CurveRequest   like requests; longer, and read as far as they go by coordinates over
- * three dimensions and by curves, whose numbers then mean nothing all others              a magic number of
- * their own, `magic`
+ *   GeneratorRequest,       like requests; longer, and read as far as they go by coordinates over three
+ *   CurveRequest            dimensions and by curves, whose numbers then mean nothing
+ *   all others              a magic number of their own, `magic`
  */
 #pragma once
 
