@@ -92,8 +92,7 @@ inline constexpr auto fields = decl::fields<P>(
     decl::integer(&P::samples, "samples", 15, {0, most_steps}, "steps of a ray through each gizmo"),
     decl::scalar(
         &P::phase, "phase", 0, decl::any, "",
-        "time: flames churn with it. An explosion begins at 0, is largest in force at 100, and over at "
-        "300"),
+        "time: flames churn with it. An explosion begins at 0, is largest in force at 100, and over at 300"),
     decl::scalar(&P::drift, "drift", 0, decl::any, "units of the gizmo", "how far flames have risen"),
     decl::boolean(&P::explosion, "explosion", false, "the gizmos explode"),
     decl::boolean(&P::smoke, "smoke", true, "an explosion turns to smoke"),
@@ -107,8 +106,8 @@ inline constexpr auto fields = decl::fields<P>(
 inline constexpr decl::Shader atm_combust[] = {
     {"orl_FireEffect", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_VOLUME), fire_effect_table::fields,
      "Flames, fireballs and explosions in gizmos: they glow, and hide what is behind them. They light "
-     "nothing; "
-     "light whose shadows count the atmosphere is tinted by them and dimmed to no less than a quarter."},
+     "nothing; light whose shadows count the atmosphere is tinted by them and dimmed to no less than a "
+     "quarter."},
 };
 
 } // namespace orl

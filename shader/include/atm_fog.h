@@ -66,10 +66,9 @@ inline constexpr auto fields = decl::fields<P>(
     decl::boolean(&P::useOpacityMap, "useOpacityMap", true, "opacityMap counts, where there is one"),
     decl::boolean(&P::fogBackground, "fogBackground", true, "rays that hit nothing are fogged as well"),
     decl::integer(&P::type, "type", 0, decl::any, "0 by distance from the camera, otherwise in a layer"),
-    decl::scalar(
-        &P::nearAmount, "nearAmount", 0, decl::unit_interval, "",
-        "by distance: amount of fog up to the near_range of the camera's orl_CameraData. Without that "
-        "record the amounts themselves are the ranges: fog within one scene unit"),
+    decl::scalar(&P::nearAmount, "nearAmount", 0, decl::unit_interval, "",
+                 "by distance: amount of fog up to the near_range of the camera's orl_CameraData. Without "
+                 "that record the amounts themselves are the ranges: fog within one scene unit"),
     decl::scalar(&P::farAmount, "farAmount", 1, decl::unit_interval, "", "amount from its far_range on"),
     decl::scalar(&P::top, "top", 100, decl::any, "scene units",
                  "layer: height of one of its sides, world space"),
@@ -96,8 +95,7 @@ inline constexpr auto fields = decl::fields<P>(
 inline constexpr decl::Shader atm_fog[] = {
     {"orl_Fog", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_VOLUME), fog_table::fields,
      "Volume: fog that grows with distance or lies in a level layer. For the camera's volume; acts on eye "
-     "rays "
-     "and on rays through transparent surfaces."},
+     "rays and on rays through transparent surfaces."},
 };
 
 } // namespace orl

@@ -96,10 +96,9 @@ inline constexpr auto fields = decl::fields<P>(
     decl::scalar(&P::lowThreshold, "lowThreshold", 0, decl::unit_interval, "", "below it there is no fog"),
     decl::scalar(&P::highThreshold, "highThreshold", 1, decl::unit_interval, "",
                  "above it fog is as dense as it gets; both thresholds 0 leave the noise as it is"),
-    decl::scalar(
-        &P::softEdges, "softEdges", 0.2, decl::unit_interval, "",
-        "share of a gizmo, from its surface inwards, in which fog thins out. With 0, fog has its place "
-        "in the world, and gizmos only show it"),
+    decl::scalar(&P::softEdges, "softEdges", 0.2, decl::unit_interval, "",
+                 "share of a gizmo, from its surface inwards, in which fog thins out. With 0, fog has its "
+                 "place in the world, and gizmos only show it"),
     decl::boolean(&P::fogBackground, "fogBackground", true,
                   "fog before what rays without a hit see; it takes gizmos to do so"),
     decl::boolean(&P::on, "on", true, "there is fog"),
@@ -111,9 +110,8 @@ inline constexpr auto fields = decl::fields<P>(
 inline constexpr decl::Shader atm_vfog[] = {
     {"orl_VolumeFog", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_VOLUME), volume_fog_table::fields,
      "Fog of uneven density, everywhere or in gizmos. Rays of lights lose light to it where their lights "
-     "have "
-     "shadows of the atmosphere. Ways of more than 100000 units, of a ray or of the part of it in a gizmo, "
-     "have no fog. Not in the material editor."},
+     "have shadows of the atmosphere. Ways of more than 100000 units, of a ray or of the part of it in a "
+     "gizmo, have no fog. Not in the material editor."},
 };
 
 } // namespace orl

@@ -131,6 +131,16 @@ constexpr auto transform(Transform Block::*member, const char* name, const char*
     return entry(member, miTYPE_TRANSFORM, name, {}, any, "", help);
 }
 
+/* A number that only the host reads. */
+template <class Block> constexpr auto host_field(miInteger Block::*member, const char* name) {
+    return integer(member, name, 0, any, "the host's own");
+}
+
+/* The number by which a map or material is told apart in a frame buffer. */
+template <class Block> constexpr auto material_id(miInteger Block::*member, const char* name) {
+    return integer(member, name, 0, any, "written to fb_mtl_id; 0 for none");
+}
+
 /* Parameters that name an element of the scene: shader, texture, light, material, string and so on. */
 template <class Block>
 constexpr auto element(miTag Block::*member, miParam_type type, const char* name, const char* help) {

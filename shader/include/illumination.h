@@ -155,19 +155,28 @@ template <class... Channels> constexpr SlotMap slot_map(Channels... channels) {
     return table;
 }
 
-/* What all instances of a model have in common. */
+// Callbacks that models install.
+void tint_by_specular(miState* state, const IllumRecord* record, miColor* color);
+void tint_by_diffuse(miState* state, const IllumRecord* record, miColor* color);
+void reflect_channel(miState* state, IllumRecord* record);
+void transmit_light(miState* state, IllumRecord* record);
+void leave_alone(miState* state, IllumRecord* record); /* of models that reflect or transmit by themselves */
+void combine_simple(IllumRecord* record);
+void combine_conserving(IllumRecord* record);
+
+/* What all instances of a model have in common. A model states what it does otherwise than most. */
 struct IllumModel {
     const char* unit; /* in whose accounts the instances' memory is */
     unsigned features;
     miInteger channelCount; /* 0: what the material preset */
     ChannelKinds channelKinds;
     SlotMap slotMap;
-    bool faceted;
+    bool faceted = false;
     void (*shade)(miState* state, IllumRecord* record, const void* model_params);
-    void (*tintReflection)(miState* state, const IllumRecord* record, miColor* color);
-    void (*combine)(IllumRecord* record);
-    void (*transmit)(miState* state, IllumRecord* record);
-    void (*reflect)(miState* state, IllumRecord* record);
+    void (*tintReflection)(miState* state, const IllumRecord* record, miColor* color) = tint_by_specular;
+    void (*combine)(IllumRecord* record) = combine_simple;
+    void (*transmit)(miState* state, IllumRecord* record) = transmit_light;
+    void (*reflect)(miState* state, IllumRecord* record) = reflect_channel;
 };
 
 /* Whether a model was called by a material, with all that it needs. The first other call of an instance is
@@ -275,15 +284,6 @@ void multiply_ambient_and_specular(IllumRecord* record);
 
 /* End of every shade callback: transmission, reflection, combine. */
 void finish(miState* state, IllumRecord* record);
-
-// Callbacks that models install.
-void tint_by_specular(miState* state, const IllumRecord* record, miColor* color);
-void tint_by_diffuse(miState* state, const IllumRecord* record, miColor* color);
-void reflect_channel(miState* state, IllumRecord* record);
-void transmit_light(miState* state, IllumRecord* record);
-void leave_alone(miState* state, IllumRecord* record); /* of models that reflect or transmit by themselves */
-void combine_simple(IllumRecord* record);
-void combine_conserving(IllumRecord* record);
 
 /* What transmit_light does for a model of these features, for models that transmit by themselves. */
 void transmit_with(unsigned features, miState* state, IllumRecord* record);

@@ -56,15 +56,6 @@ inline void answer_vector(miColor* result, const miColor& vector) {
     result->b = vector.b;
 }
 
-namespace decl {
-
-/* Last parameter of the maps. */
-template <class Block> constexpr auto map_id(miInteger Block::*member) {
-    return integer(member, "mtlId", 0, any, "written to fb_mtl_id; 0 for none");
-}
-
-} // namespace decl
-
 } // namespace orl
 
 /* Version, init and exit of a map, which all maps have in common. */

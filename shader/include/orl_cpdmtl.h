@@ -35,7 +35,7 @@ inline constexpr auto fields = decl::fields<P>(
     decl::scalar(&P::lower, "lower", 0.3, decl::unit_interval, "", "lower end of the mixing curve"),
     decl::scalar(&P::upper, "upper", 0.7, decl::unit_interval, "", "upper end of the mixing curve"),
     decl::boolean(&P::useCurve, "useCurve", false, "reshape the mask between lower and upper"),
-    decl::integer(&P::field_4, "field_4", 0, decl::any, "the host's own"),
+    decl::host_field(&P::field_4, "field_4"),
     decl::element(&P::material1, miTYPE_MATERIAL, "material1", "first material"),
     decl::element(&P::material2, miTYPE_MATERIAL, "material2", "second material"),
     decl::element(&P::mask, miTYPE_SHADER, "mask", "map whose intensity is the share of material2"),
@@ -44,8 +44,7 @@ inline constexpr auto fields = decl::fields<P>(
                   "unmixed where both would"),
     decl::boolean(&P::material2On, "material2On", true,
                   "material2 counts; off, the same the other way round"),
-    decl::boolean(&P::maskOn, "maskOn", true, "the mask counts"),
-    decl::integer(&P::mtlId, "mtlId", 0, decl::any, "written to fb_mtl_id; 0 for none"));
+    decl::boolean(&P::maskOn, "maskOn", true, "the mask counts"), decl::material_id(&P::mtlId, "mtlId"));
 
 } // namespace blend_material_table
 

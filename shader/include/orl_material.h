@@ -66,15 +66,13 @@ using P = StandardMaterialParams;
 inline constexpr auto fields = decl::fields<P>(
     decl::boolean(&P::wire, "wire", false, "draw only the edges of the polygons"),
     decl::boolean(&P::twoSided, "twoSided", false, "shade back faces, too; otherwise rays pass them"),
-    decl::integer(
-        &P::energyConservation, "energyConservation", 0, {0, 1},
-        "1: highlights and reflections take light from the rest, in models that support it; render elements "
-        "show the components as they were before"),
+    decl::integer(&P::energyConservation, "energyConservation", 0, {0, 1},
+                  "1: highlights and reflections take light from the rest, in models that support it; render "
+                  "elements show the components as they were before"),
     decl::boolean(&P::faceted, "faceted", false, "shade every triangle flat"),
-    decl::integer(
-        &P::transparencyType, "transparencyType", 0, {0, 2},
-        "what comes through: 0 is multiplied (by the filter colour at opacity 0.5, more white below, more "
-        "black above), 1 has the diffuse colour taken off, 2 is added"),
+    decl::integer(&P::transparencyType, "transparencyType", 0, {0, 2},
+                  "what comes through: 0 is multiplied (by the filter colour at opacity 0.5, more white "
+                  "below, more black above), 1 has the diffuse colour taken off, 2 is added"),
     decl::scalar(&P::opacity, "opacity", 1, decl::unit_interval, "", "opacity, under the opacity map"),
     decl::color(&P::filterColor, "filterColor", {1, 1, 1, 1},
                 "colour of what comes through, for type 0; 0.5 0.5 0.5 is the plain mix by the opacity"),
@@ -102,9 +100,8 @@ inline constexpr auto fields = decl::fields<P>(
                   "1: the diffuse map also colours ambient light, in place of the ambient map"),
     decl::boolean(&P::selfIlluminationColorOn, "selfIlluminationColorOn", false,
                   "the surface glows in a colour of its own; otherwise in its diffuse colour"),
-    decl::integer(&P::field_21, "field_21", 0, decl::any, "the host's own"),
-    decl::integer(&P::field_22, "field_22", 0, decl::any, "the host's own"),
-    decl::integer(&P::materialId, "materialId", 0, decl::any, "written to fb_mtl_id; 0 for none"),
+    decl::host_field(&P::field_21, "field_21"), decl::host_field(&P::field_22, "field_22"),
+    decl::material_id(&P::materialId, "materialId"),
     decl::element(&P::illumination, miTYPE_SHADER, "illumination",
                   "illumination model, required; any other shader shows its colour"));
 

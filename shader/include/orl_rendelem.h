@@ -43,10 +43,9 @@ struct RenderElementHandlerParams {
 namespace orl_rendelem_table {
 
 inline constexpr auto handler = decl::fields<RenderElementHandlerParams>(
-    decl::array(
-        &RenderElementHandlerParams::elementShaders, miTYPE_SHADER, "elementShaders",
-        "one shader for each element; element k is written to the frame buffer named fb_re#k, or to none "
-        "where the camera has no buffer of that name"),
+    decl::array(&RenderElementHandlerParams::elementShaders, miTYPE_SHADER, "elementShaders",
+                "one shader for each element; element k is written to the frame buffer named fb_re#k, or to "
+                "none where the camera has no buffer of that name"),
     decl::array(&RenderElementHandlerParams::elementEnabled, miTYPE_BOOLEAN, "elementEnabled",
                 "for each element whether it takes part; elements behind the end of the list do not, so that "
                 "without the list there are none"),

@@ -94,10 +94,9 @@ inline constexpr auto standard = decl::fields<StdElementParams>(
                  "Z depth: white up to this distance"),
     decl::scalar(&StdElementParams::farDepth, "farDepth", 1000, decl::not_negative, "scene units",
                  "Z depth: black from this distance on"),
-    decl::scalar(
-        &StdElementParams::nearestDepth, "nearestDepth", 0, decl::any, "scene units",
-        "Z depth writes the smallest distance here at the end of the render; it depends on the order of "
-        "samples"),
+    decl::scalar(&StdElementParams::nearestDepth, "nearestDepth", 0, decl::any, "scene units",
+                 "Z depth writes the smallest distance here at the end of the render; it depends on the "
+                 "order of samples"),
     decl::scalar(&StdElementParams::farthestDepth, "farthestDepth", 0, decl::any, "scene units",
                  "likewise, the largest distance"),
     decl::scalar(&StdElementParams::highestSpeed, "highestSpeed", 0, decl::any, "scene units",

@@ -103,9 +103,9 @@ inline constexpr auto uv_generator_fields = decl::fields<UVGeneratorParams>(
     decl::scalar(&UVGeneratorParams::noisePhase, "noisePhase", 0, decl::any, "", "time of animated noise"),
     decl::boolean(&UVGeneratorParams::centerAtOrigin, "centerAtOrigin", false,
                   "turns and tilings keep the point (0, 0) where it is; off: the middle of the map"),
-    decl::integer(&UVGeneratorParams::screenParam1, "screenParam1", 0, decl::any,
-                  "screen mappings: width in pixels of the picture that the map covers; 0 for the rendered "
-                  "one"),
+    decl::integer(
+        &UVGeneratorParams::screenParam1, "screenParam1", 0, decl::any,
+        "screen mappings: width in pixels of the picture that the map covers; 0 for the rendered one"),
     decl::integer(&UVGeneratorParams::screenParam2, "screenParam2", 0, decl::any, "its height in pixels"),
     decl::integer(&UVGeneratorParams::screenParam3, "screenParam3", 0, decl::any,
                   "mapping 4: where the rendered part begins in it, pixels from the left"),

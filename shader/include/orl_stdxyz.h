@@ -71,9 +71,9 @@ struct XyzCoordinateResult {
 namespace orl_stdxyz_table {
 
 inline constexpr auto parameters = decl::fields<XyzParams>(
-    decl::integer(&XyzParams::coordSource, "coordSource", xyz_object, {0, 3},
-                  "0 object space, 1 map channel, 2 vertex colours, 3 world space; others give the zero "
-                  "vector"),
+    decl::integer(
+        &XyzParams::coordSource, "coordSource", xyz_object, {0, 3},
+        "0 object space, 1 map channel, 2 vertex colours, 3 world space; others give the zero vector"),
     decl::integer(&XyzParams::mapChannel, "mapChannel", 1, decl::any,
                   "channel of the map or the vertex colours"),
     decl::vector(&XyzParams::offset, "offset", {0, 0, 0}, "", "added to the coordinates"),
@@ -97,8 +97,7 @@ inline constexpr decl::Shader orl_stdxyz[] = {
     {"orl_base_XYZGenerator", miTYPE_STRUCT, 2, false, true, decl::apply(miSHADER_TEXTURE),
      orl_stdxyz_table::parameters,
      "Coordinates for a map over three dimensions: the point, and w, which is always 1. Maps that call it "
-     "may "
-     "ask for the filter's width as well.",
+     "may ask for the filter's width as well.",
      orl_stdxyz_table::generated},
     {"orl_XYZCoordinate", miTYPE_STRUCT, 2, false, true, decl::apply(miSHADER_TEXTURE),
      orl_stdxyz_table::parameters,

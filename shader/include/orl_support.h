@@ -11,9 +11,7 @@ namespace orl {
 
 namespace scene_data_table {
 
-constexpr auto host_field(miInteger orl_SceneData::*member, const char* name) {
-    return decl::integer(member, name, 0, decl::any, "the host's own");
-}
+using decl::host_field;
 
 inline constexpr auto fields = decl::fields<orl_SceneData>(
     decl::boolean(&orl_SceneData::material_editor, "material_editor", false,
@@ -68,18 +66,15 @@ inline constexpr auto fields = decl::fields<orl_NodeData>(
                   "the node casts shadows for every light; shadow_lights is ignored"),
     decl::array(&orl_NodeData::lights, miTYPE_LIGHT, "lights",
                 "lights, or groups of lights, that light the node; they do so alone with all_lights off"),
-    decl::boolean(
-        &orl_NodeData::all_lights, "all_lights", true,
-        "all lights of the scene light the node as well as those of `lights`; a light in both counts "
-        "twice. Off: `lights` alone"));
+    decl::boolean(&orl_NodeData::all_lights, "all_lights", true,
+                  "all lights of the scene light the node as well as those of `lights`; a light in both "
+                  "counts twice. Off: `lights` alone"));
 
 } // namespace node_data_table
 
 namespace object_data_table {
 
-constexpr auto host_field(miInteger orl_ObjectData::*member, const char* name) {
-    return decl::integer(member, name, 0, decl::any, "the host's own");
-}
+using decl::host_field;
 
 inline constexpr auto fields = decl::fields<orl_ObjectData>(
     host_field(&orl_ObjectData::field_1, "field_1"), host_field(&orl_ObjectData::field_2, "field_2"),
@@ -101,9 +96,7 @@ static_assert(offsetof(orl_ObjectData, particle_data) == 36);
 
 namespace camera_data_table {
 
-constexpr auto host_field(miInteger orl_CameraData::*member, const char* name) {
-    return decl::integer(member, name, 0, decl::any, "the host's own");
-}
+using decl::host_field;
 
 inline constexpr auto fields = decl::fields<orl_CameraData>(
     host_field(&orl_CameraData::field_1, "field_1"), host_field(&orl_CameraData::field_2, "field_2"),

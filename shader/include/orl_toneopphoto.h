@@ -47,10 +47,8 @@ inline constexpr decl::Shader orl_toneopphoto[] = {
     {"orl_ToneOpPhoto", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_LENS, miSHADER_ENVIRONMENT),
      orl_toneopphoto_table::photo,
      "Photographic exposure: film, shutter and aperture of a camera. Read once for each render. The mapping "
-     "is "
-     "that of the renderer's library \"architectural\"; where that cannot be loaded, colours pass as they "
-     "are, "
-     "and a warning says so."},
+     "is that of the renderer's library \"architectural\"; where that cannot be loaded, colours pass as they "
+     "are, and a warning says so."},
 };
 
 } // namespace orl

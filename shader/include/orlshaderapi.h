@@ -20,6 +20,13 @@
 
 namespace orl {
 
+inline constexpr miColor transparent_black{0, 0, 0, 0};
+
+/* Whatever its alpha. */
+inline bool is_black(const miColor& color) {
+    return color.r == 0.0f && color.g == 0.0f && color.b == 0.0f;
+}
+
 // ---- entry protocol
 
 /* First lines of every init: true when the call is for an instance. The call for the shader as a whole, with
@@ -396,6 +403,9 @@ void guard_nan(miState* state, miColor& color);
 /* Index of a named frame buffer for mi_fb_put, -1 when the camera has none of that name. For instance init.
  */
 int frame_buffer_index(miState* state, const char* name);
+
+/* Writes the id of a material on eye rays, unless it is 0 or there is no buffer for it. */
+void put_material_id(miState* state, int buffer, const miInteger& parameter);
 
 /* Whether the rasterizer asks for the sample, which composes transparent surfaces by itself. */
 bool comes_from_rasterizer(const miState* state);

@@ -32,9 +32,8 @@ inline constexpr auto anisotropic_fields = decl::fields<AnisotropicParams>(
 inline constexpr decl::Shader shd_aniso[] = {
     {"orl_base_AnisotropicIllumination", miTYPE_COLOR, 1, false, true, decl::apply(miSHADER_TEXTURE),
      anisotropic_fields,
-     "Illumination model: brushed metal and hair, whose highlights are longer one way than the other. "
-     "They follow the texture direction of each triangle, so that facets show and the terminator is a hard "
-     "line, "
+     "Illumination model: brushed metal and hair, whose highlights are longer one way than the other. They "
+     "follow the texture direction of each triangle, so that facets show and the terminator is a hard line, "
      "unless the object carries a bump basis."},
 };
 

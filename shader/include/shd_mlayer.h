@@ -46,8 +46,7 @@ inline constexpr decl::Shader shd_mlayer[] = {
      multi_layer_fields,
      "Illumination model: two brushed highlights over a rough surface, for paint, lacquer and satin. "
      "Highlights follow the texture direction of each triangle, so that facets show unless the object "
-     "carries a "
-     "bump basis."},
+     "carries a bump basis."},
 };
 
 } // namespace orl

@@ -34,9 +34,8 @@ inline constexpr auto translucent_fields = decl::fields<TranslucentParams>(
 inline constexpr decl::Shader shd_trnslcnt[] = {
     {"orl_base_TranslucentIllumination", miTYPE_COLOR, 1, true, true, decl::apply(miSHADER_TEXTURE),
      translucent_fields,
-     "Illumination model: thin sheets that light shines through, such as lamp shades. "
-     "Under a light that casts shadows, an opaque solid shadows itself from behind: then only sheets shine "
-     "through."},
+     "Illumination model: thin sheets that light shines through, such as lamp shades. Under a light that "
+     "casts shadows, an opaque solid shadows itself from behind: then only sheets shine through."},
 };
 
 } // namespace orl

@@ -29,10 +29,9 @@ inline constexpr auto ward_fields = decl::fields<WardParams>(
 
 inline constexpr decl::Shader shd_ward[] = {
     {"orl_base_WardIllumination", miTYPE_COLOR, 1, false, true, decl::apply(miSHADER_TEXTURE), ward_fields,
-     "Illumination model: measured anisotropic surfaces, in physical units of reflectance. "
-     "Highlights follow the texture direction of each triangle, so that facets show and the terminator is a "
-     "hard "
-     "line, unless the object carries a bump basis."},
+     "Illumination model: measured anisotropic surfaces, in physical units of reflectance. Highlights follow "
+     "the texture direction of each triangle, so that facets show and the terminator is a hard line, unless "
+     "the object carries a bump basis."},
 };
 
 } // namespace orl

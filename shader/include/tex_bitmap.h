@@ -87,10 +87,7 @@ inline constexpr miInteger no_filtering = 2;
 namespace bitmap_table {
 
 using P = BitmapParams;
-
-constexpr auto host_field(miInteger P::*member, const char* name) {
-    return decl::integer(member, name, 0, decl::any, "the host's own");
-}
+using decl::host_field;
 
 inline constexpr auto fields = decl::fields<P>(
     decl::scalar(

@@ -42,7 +42,7 @@ inline constexpr auto fields =
                     decl::boolean(&P::map2On, "map2On", true, "map2 counts"),
                     decl::element(&P::coords, miTYPE_SHADER, "coords",
                                   "an orl_base_UVGenerator; without one the map is transparent"),
-                    decl::map_id(&P::mtlId));
+                    decl::material_id(&P::mtlId, "mtlId"));
 
 } // namespace checker_table
 

@@ -25,11 +25,10 @@ inline constexpr auto fields = decl::fields<P>(
     decl::scalar(&P::toValue, "toValue", 1, decl::any, "", "grey where the term is 1"),
     decl::boolean(&P::signedRange, "signedRange", false,
                   "the term is 0 for a cosine of -1 and 1 for 1; otherwise the cosine's absolute value"),
-    decl::integer(
-        &P::direction, "direction", 0, {0, 7},
-        "cosine of the normal with: 0 the viewer, 1 the direction to point, 2 to 4 the object's x, y, z "
-        "axis, 5 to 7 the world's"),
-    decl::map_id(&P::mtlId),
+    decl::integer(&P::direction, "direction", 0, {0, 7},
+                  "cosine of the normal with: 0 the viewer, 1 the direction to point, 2 to 4 the object's x, "
+                  "y, z axis, 5 to 7 the world's"),
+    decl::material_id(&P::mtlId, "mtlId"),
     decl::vector(&P::point, "point", {0, 0, 0}, "world space", "where direction 1 points"));
 
 } // namespace falloff_table

@@ -26,7 +26,7 @@ inline constexpr auto fields = decl::fields<P>(
     decl::boolean(&P::map1On, "map1On", true, "map1 counts"),
     decl::boolean(&P::maskOn, "maskOn", true, "the mask counts"),
     decl::boolean(&P::invertMask, "invertMask", false, "dark parts of the mask show map1"),
-    decl::map_id(&P::mtlId));
+    decl::material_id(&P::mtlId, "mtlId"));
 
 } // namespace mask_table
 

@@ -43,7 +43,7 @@ inline constexpr auto fields = decl::fields<P>(
     decl::boolean(&P::map2On, "map2On", true, "map2 counts"),
     decl::boolean(&P::mixMapOn, "mixMapOn", true, "mixMap counts"),
     decl::element(&P::output, miTYPE_SHADER, "output", "an orl_base_Output that the result passes"),
-    decl::map_id(&P::mtlId));
+    decl::material_id(&P::mtlId, "mtlId"));
 
 } // namespace mix_table
 

@@ -20,13 +20,13 @@ namespace tint_table {
 
 using P = TintParams;
 
-inline constexpr auto fields =
-    decl::fields<P>(decl::color(&P::tintRed, "tintRed", {1, 0, 0, 1},
-                                "what the map's red is mapped to; alpha does not count"),
-                    decl::color(&P::tintGreen, "tintGreen", {0, 1, 0, 1}, "the same for green"),
-                    decl::color(&P::tintBlue, "tintBlue", {0, 0, 1, 1}, "the same for blue"),
-                    decl::element(&P::map1, miTYPE_SHADER, "map1", "the map to tint; opaque white without"),
-                    decl::boolean(&P::map1On, "map1On", true, "map1 counts"), decl::map_id(&P::mtlId));
+inline constexpr auto fields = decl::fields<P>(
+    decl::color(&P::tintRed, "tintRed", {1, 0, 0, 1},
+                "what the map's red is mapped to; alpha does not count"),
+    decl::color(&P::tintGreen, "tintGreen", {0, 1, 0, 1}, "the same for green"),
+    decl::color(&P::tintBlue, "tintBlue", {0, 0, 1, 1}, "the same for blue"),
+    decl::element(&P::map1, miTYPE_SHADER, "map1", "the map to tint; opaque white without"),
+    decl::boolean(&P::map1On, "map1On", true, "map1 counts"), decl::material_id(&P::mtlId, "mtlId"));
 
 } // namespace tint_table
 

@@ -115,8 +115,7 @@ inline constexpr decl::Shader utl_curve[] = {
     {"orl_base_CurveControl", miTYPE_SCALAR, 1, false, false, decl::apply(miSHADER_TEXTURE),
      utl_curve_table::control,
      "Holds curves together for the host's panels. It computes nothing: as a curve it leaves every value as "
-     "it "
-     "is."},
+     "it is."},
 };
 
 } // namespace orl

@@ -7,6 +7,7 @@
 #include "noise.h"
 #include "numeric.h"
 #include "orlshaderapi.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -138,9 +139,8 @@ bool fire_of_ray(miState* state, const FireEffectParams* params, const FireInsta
         if (!pass_through_gizmo(data.gizmos[k], ray, passage))
             continue;
         const float step = passage.length / static_cast<float>(steps);
-        const miVector step_vector{step * passage.dir.x, step * passage.dir.y, step * passage.dir.z};
-        march_fire(flames, data.gizmos[k], {passage.start, step_vector, static_cast<float>(steps)}, step,
-                   sums);
+        const MarchWay way{passage.start, scaled(passage.dir, step), static_cast<float>(steps)};
+        march_fire(flames, data.gizmos[k], way, step, sums);
         crossed = true;
     }
     return crossed;

@@ -8,6 +8,7 @@
 #include "orl_support.h"
 #include "orlshaderapi.h"
 #include "output_request.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -192,8 +193,7 @@ FogRay fog_ray(miState* state) {
     mi_vector_to_world(state, &ray.dir, &state->dir);
     mi_vector_normalize(&ray.dir);
     if (hit_nothing(state))
-        ray.end = {ray.origin.x + ray.dir.x * endless, ray.origin.y + ray.dir.y * endless,
-                   ray.origin.z + ray.dir.z * endless};
+        ray.end = along(ray.origin, ray.dir, endless);
     else
         mi_point_to_world(state, &ray.end, &state->point);
     return ray;

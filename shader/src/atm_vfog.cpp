@@ -8,6 +8,7 @@
 #include "numeric.h"
 #include "orl_support.h"
 #include "orlshaderapi.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -126,10 +127,6 @@ FogTexture read_texture(miState* state, const VolumeFogParams* params, const Vol
     return fog;
 }
 
-miVector times(float factor, const miVector& v) {
-    return {factor * v.x, factor * v.y, factor * v.z};
-}
-
 struct FogSteps {
     float length; // world units
     miInteger limit;
@@ -141,7 +138,7 @@ float add_fog_of_ray(const FogTexture& fog, const FogSteps& steps, const VolumeF
     if (!(ray.length <= longest_way))
         return 0.0f;
     const FogWay way{
-        {ray.org, times(steps.length, ray.dir), count_fog_steps(ray.length, steps.length, steps.limit)},
+        {ray.org, scaled(ray.dir, steps.length), count_fog_steps(ray.length, steps.length, steps.limit)},
         data.wind_offset,
         data.step_density,
         nullptr};
@@ -157,7 +154,7 @@ float add_fog_of_gizmo(const FogTexture& fog, const FogSteps& steps, const Volum
         !(passage.length <= longest_way))
         return sum;
     const float step = passage.length / static_cast<float>(count);
-    const miVector step_vector = times(step, passage.dir);
+    const miVector step_vector = scaled(passage.dir, step);
     FogWay way{{passage.start, step_vector, static_cast<float>(count)},
                gizmo.noise_offset,
                data.step_density * step / steps.length,
@@ -226,7 +223,7 @@ void fill_record(miState* state, const VolumeFogParams* params, VolumeFogInstanc
     data.frequency = size != 0.0f ? 1.0f / size : 0.0f;
     data.range = std::max(eval(state, params->bias) + 1.0f, 0.0001f);
     const miScalar way = phase * eval(state, params->windStrength);
-    data.wind_offset = times(way, wind_vector(eval(state, params->windDirection)));
+    data.wind_offset = scaled(wind_vector(eval(state, params->windDirection)), way);
     const auto nodes = span(state, params, &VolumeFogParams::gizmos);
     data.gizmo_count = nodes.size();
     data.gizmos = read_gizmos(state, nodes, {1.0f, GizmoShape::centred_cylinder, data.wind_offset});

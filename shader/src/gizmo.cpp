@@ -4,6 +4,7 @@
 #include "gizmo.h"
 
 #include "host_random.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -28,14 +29,6 @@ miVector transform_point(const AffineMap& map, const miVector& point) {
 }
 
 namespace {
-
-float dot(const miVector& a, const miVector& b) {
-    return a.x * b.x + a.y * b.y + a.z * b.z;
-}
-
-miVector along(const miVector& org, const miVector& dir, float t) {
-    return {org.x + t * dir.x, org.y + t * dir.y, org.z + t * dir.z};
-}
 
 // ---- intersections
 // Conditions are such that what is not a number misses.

@@ -6,6 +6,7 @@
 
 #include "numeric.h"
 #include "orl_attenuv.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,11 +16,6 @@
 namespace orl {
 
 namespace {
-
-miVector normalized(miVector v) {
-    mi_vector_normalize(&v);
-    return v;
-}
 
 // ---- making a shape
 
@@ -218,9 +214,8 @@ LightConeShape* make_beam(miScalar hotspot, miScalar falloff, miBoolean overshoo
 miBoolean intersect_sphere(const miVector* org, const miVector* dir, miScalar radius, miScalar* enter,
                            miScalar* leave) {
     const miScalar nearest = -mi_vector_dot(org, dir) / mi_vector_dot(dir, dir);
-    const miVector from_center{org->x + nearest * dir->x, org->y + nearest * dir->y,
-                               org->z + nearest * dir->z};
-    const miScalar squared = radius * radius - mi_vector_dot(&from_center, &from_center);
+    const miVector from_center = along(*org, *dir, nearest);
+    const miScalar squared = radius * radius - dot(from_center, from_center);
     if (!(squared >= 0.0f))
         return miFALSE;
     const miScalar half = std::sqrt(squared / mi_vector_dot(dir, dir));

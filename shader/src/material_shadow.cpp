@@ -72,13 +72,13 @@ miColor light_filter(miState* state, IllumRecord* record, const orl_NodeData* no
 
 miBoolean pass_light(miColor* light, const miColor& filter) {
     // Infinite light is blocked like any other: it cannot be multiplied by 0.
-    if (filter.r == 0.0f && filter.g == 0.0f && filter.b == 0.0f) {
+    if (is_black(filter)) {
         *light = black;
         return miFALSE;
     }
     multiply(*light, filter);
     light->a = 0.0f;
-    return light->r != 0.0f || light->g != 0.0f || light->b != 0.0f;
+    return !is_black(*light);
 }
 
 } // namespace

@@ -40,10 +40,6 @@ miColor probe_light(miState* state, miTag light, LightAttenuationProbe& probe) {
     return {sum.r / count, sum.g / count, sum.b / count, sum.a / count};
 }
 
-bool is_black(const miColor& color) {
-    return color.r == 0.0f && color.g == 0.0f && color.b == 0.0f;
-}
-
 } // namespace
 
 miScalar nearFarAttenuation(miScalar distance, const AttenuationRange& range) {

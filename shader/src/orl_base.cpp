@@ -13,8 +13,6 @@ constexpr const char* missing_input_formats[] = {
     "\"%s\" requires object user data",     "\"%s\" requires vector texture",
 };
 
-constexpr miColor transparent_black{0, 0, 0, 0};
-
 // ---- CallMaterial
 
 miTag material_slot(miState* state, miTag material, miQ_type slot) {
@@ -184,6 +182,13 @@ int frame_buffer_index(miState* state, const char* name) {
     }
     renderer->release();
     return found ? static_cast<int>(index) : -1;
+}
+
+void put_material_id(miState* state, int buffer, const miInteger& parameter) {
+    if (state->type != miRAY_EYE || buffer == -1)
+        return;
+    if (miInteger id = eval(state, parameter); id != 0)
+        mi_fb_put(state, buffer, &id);
 }
 
 bool comes_from_rasterizer(const miState* state) {

@@ -3,6 +3,7 @@
  * caller's channel cache.
  */
 #include "orl_context.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <limits>
@@ -10,27 +11,6 @@
 namespace orl::context {
 
 namespace {
-
-miVector scaled(const miVector& v, float f) {
-    return {v.x * f, v.y * f, v.z * f};
-}
-
-miVector sum(const miVector& a, const miVector& b) {
-    return {a.x + b.x, a.y + b.y, a.z + b.z};
-}
-
-miVector difference(const miVector& a, const miVector& b) {
-    return {a.x - b.x, a.y - b.y, a.z - b.z};
-}
-
-float dot(const miVector& a, const miVector& b) {
-    return mi_vector_dot(&a, &b);
-}
-
-miVector normalized(miVector v) {
-    mi_vector_normalize(&v);
-    return v;
-}
 
 // Moves v along `dir` into the plane with that normal. Close to grazing the plane is taken to be tilted a
 // little towards the ray, so that footprints stay finite.
@@ -109,12 +89,6 @@ bool tangents(const Corners& points, const Corners& texture, Tangents& result) {
 namespace {
 
 using Transform = void (*)(miState* state, miVector* r, miVector* v);
-
-miVector transformed(Transform transform, miState* state, miVector v) {
-    miVector result;
-    transform(state, &result, &v);
-    return result;
-}
 
 // The eye ray and the length of the path from there to the end of this state's ray. An environment ray adds
 // nothing: it ends nowhere.

@@ -21,8 +21,6 @@ struct BlendThread {
     HitVisit visit;
 };
 
-constexpr miColor transparent_black{0, 0, 0, 0};
-
 BlendChoice choose(miState* state, const BlendMaterialParams* params) {
     const miTag mask = eval(state, params->maskOn) ? eval(state, params->mask) : miNULLTAG;
     if (mask == miNULLTAG)
@@ -59,13 +57,6 @@ void blend(miColor* result, miState* state, miTag first, miTag second, miScalar 
     state->importance = importance;
 }
 
-void put_material_id(miState* state, const BlendMaterialParams* params) {
-    miInteger id = state->type == miRAY_EYE ? eval(state, params->mtlId) : 0;
-    const auto* const instance = id != 0 ? instance_data<BlendInstance>(state) : nullptr;
-    if (instance != nullptr && instance->mtlIdBuffer != -1)
-        mi_fb_put(state, instance->mtlIdBuffer, &id);
-}
-
 } // namespace
 
 // ---- blend material
@@ -92,7 +83,8 @@ ORL_EXPORT miBoolean orl_BlendMaterial(miColor* result, miState* state, const Bl
     const ScopedVisit visit(state, thread ? &thread->visit : nullptr);
     if (visit.is_recursive)
         return miFALSE;
-    put_material_id(state, params);
+    if (const auto* const instance = instance_data<BlendInstance>(state))
+        put_material_id(state, instance->mtlIdBuffer, params->mtlId);
     const BlendChoice choice = choose(state, params);
     const miTag first = eval(state, params->material1On) ? eval(state, params->material1) : miNULLTAG;
     const miTag second = eval(state, params->material2On) ? eval(state, params->material2) : miNULLTAG;
@@ -101,9 +93,7 @@ ORL_EXPORT miBoolean orl_BlendMaterial(miColor* result, miState* state, const Bl
     else
         run(result, state, choice.which == BlendChoice::first ? first : second);
     // A shadow ray without light is blocked.
-    if (state->type != miRAY_SHADOW)
-        return miTRUE;
-    return result->r != 0.0f || result->g != 0.0f || result->b != 0.0f;
+    return state->type != miRAY_SHADOW || !is_black(*result);
 }
 
 } // namespace orl

@@ -149,10 +149,6 @@ namespace {
 
 // ---- instances
 
-bool is_black(const miColor& c) {
-    return c.r == 0.0f && c.g == 0.0f && c.b == 0.0f;
-}
-
 // Of the light that is being sampled; white where the shader runs for none.
 miColor light_energy(miState* state) {
     miColor energy{1, 1, 1, 1};

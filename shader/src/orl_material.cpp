@@ -25,7 +25,6 @@ MaterialCall::MaterialCall(miState* state, const StandardMaterialParams* its_par
 
 namespace {
 
-constexpr miColor transparent_black{0, 0, 0, 0};
 constexpr miColor white{1, 1, 1, 0};
 constexpr miColor black{0, 0, 0, 0};
 
@@ -72,17 +71,11 @@ void add_ambient_light(miState* state, IllumRecord* record) {
     const miColor& color = slot_value(*record, slot_ambient, white);
     miColor light = black;
     const KeepsHit hit(state);
-    if ((color.r != 0.0f || color.g != 0.0f || color.b != 0.0f) && mi_compute_irradiance(&light, state))
+    if (!is_black(color) && mi_compute_irradiance(&light, state))
         add(record->ambient, light);
 }
 
 // ---- results
-
-void put_material_id(miState* state, const MaterialCall& call) {
-    miInteger id = state->type == miRAY_EYE ? eval(state, call.params->materialId) : 0;
-    if (id != 0 && call.instance->mtlIdBuffer != -1)
-        mi_fb_put(state, call.instance->mtlIdBuffer, &id);
-}
 
 // Transparency as others see it: of what the surface covers, less what was found behind it.
 void report_transparency(miState* state, const miColor& transparency, miScalar alpha) {
@@ -124,7 +117,8 @@ void call_elements(miState* state, const IllumRecord& record, miInteger material
 
 void prepare_surface(miState* state, IllumRecord* record) {
     const ActsAsMaterial material(state, *record);
-    put_material_id(state, call_of(*record));
+    const MaterialCall& call = call_of(*record);
+    put_material_id(state, call.instance->mtlIdBuffer, call.params->materialId);
     set_own_channels(state, record);
     set_normal(state, record);
     bend_normal(state, record);

@@ -15,8 +15,6 @@
 namespace orl {
 namespace {
 
-constexpr miColor transparent_black{0, 0, 0, 0};
-
 // ---- from the material to the elements
 
 // What is behind shows through the surface; alpha gathers what is not covered yet.

@@ -9,6 +9,7 @@
 #include "orl_rtt.h"
 #include "orl_context.h"
 #include "rttgridaccelerator.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -33,21 +34,7 @@ struct RttLensInstance {
     RttGridAccelerator grid;
 };
 
-constexpr miColor transparent_black{0, 0, 0, 0};
-
 // ---- mathematics
-
-miVector difference(const miVector& a, const miVector& b) {
-    return {a.x - b.x, a.y - b.y, a.z - b.z};
-}
-
-miVector scaled(const miVector& v, miScalar f) {
-    return {v.x * f, v.y * f, v.z * f};
-}
-
-miVector along(const miVector& from, const miVector& dir, miScalar way) {
-    return {from.x + dir.x * way, from.y + dir.y * way, from.z + dir.z * way};
-}
 
 miVector weighted(const context::Corners& corners, const CornerWeights& w) {
     // From the first corner, so that weights whose sum is not quite 1 leave the point in the triangle.

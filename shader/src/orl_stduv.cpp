@@ -12,6 +12,7 @@
 #include "orlshaderapi.h"
 #include "uv_map.h"
 #include "uv_placement.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -261,12 +262,6 @@ miColor gradient(const WrappedMap& map, const Coordinate& at) {
 }
 
 // ---- derivatives
-
-miVector transformed(void (*transform)(miState*, miVector*, miVector*), miState* state, miVector v) {
-    miVector result;
-    transform(state, &result, &v);
-    return result;
-}
 
 struct SourceTangents {
     miVector u, v, w;

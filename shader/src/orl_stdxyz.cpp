@@ -7,6 +7,7 @@
 #include "orl_stdxyz.h"
 #include "numeric.h"
 #include "orlshaderapi.h"
+#include "vectors.h"
 
 namespace orl {
 
@@ -18,10 +19,6 @@ namespace {
 
 bool same(const miVector& a, const miVector& b) {
     return a.x == b.x && a.y == b.y && a.z == b.z;
-}
-
-miVector sum(const miVector& a, const miVector& b) {
-    return {a.x + b.x, a.y + b.y, a.z + b.z};
 }
 
 // A rotation in the plane from a towards b.

@@ -47,12 +47,8 @@ constexpr IllumModel model{
                                   channel_scalar, channel_scalar, channel_scalar, channel_color,
                                   channel_scalar, channel_color),
     .slotMap = slot_map(0, 1, 2, 5, 4, 8, 9, 10),
-    .faceted = false,
     .shade = shade,
-    .tintReflection = tint_by_specular,
     .combine = combine_conserving,
-    .transmit = transmit_light,
-    .reflect = reflect_channel,
 };
 
 void set_channels(miState* state, const AnisotropicParams* params, IllumRecord* record) {

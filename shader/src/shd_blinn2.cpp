@@ -26,12 +26,7 @@ constexpr IllumModel model{
     .channelCount = basic_channel::count,
     .channelKinds = basic_channel_kinds,
     .slotMap = basic_slot_map,
-    .faceted = false,
     .shade = shade,
-    .tintReflection = tint_by_specular,
-    .combine = combine_simple,
-    .transmit = transmit_light,
-    .reflect = reflect_channel,
 };
 
 } // namespace

@@ -17,10 +17,6 @@ constexpr IllumModel model{
     .slotMap = basic_slot_map,
     .faceted = true,
     .shade = shade_phong,
-    .tintReflection = tint_by_specular,
-    .combine = combine_simple,
-    .transmit = transmit_light,
-    .reflect = reflect_channel,
 };
 
 } // namespace

@@ -105,12 +105,8 @@ constexpr IllumModel model{
     .channelCount = basic_channel::count,
     .channelKinds = kinds,
     .slotMap = basic_slot_map,
-    .faceted = false,
     .shade = shade,
     .tintReflection = tint_by_diffuse,
-    .combine = combine_simple,
-    .transmit = transmit_light,
-    .reflect = reflect_channel,
 };
 
 } // namespace

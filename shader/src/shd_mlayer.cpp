@@ -92,12 +92,9 @@ constexpr IllumModel model{
                       channel_color, channel_scalar, channel_scalar, channel_scalar, channel_scalar,
                       channel_color, channel_scalar, channel_color),
     .slotMap = slot_map(0, 1, 4, 6, 5, 14, 15, 16),
-    .faceted = false,
     .shade = shade,
     .tintReflection = tint,
     .combine = combine_conserving,
-    .transmit = transmit_light,
-    .reflect = reflect_channel,
 };
 
 void set_layer(miState* state, miColor* channel, const miColor& specular, const miScalar& specular_level,

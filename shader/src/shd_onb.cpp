@@ -44,12 +44,8 @@ constexpr IllumModel model{
         channel_kinds(channel_color, channel_color, channel_color, channel_scalar, channel_scalar,
                       channel_color, channel_scalar, channel_color, channel_scalar, channel_scalar),
     .slotMap = slot_map(0, 1, 2, 3, 4, 5, 6, 7),
-    .faceted = false,
     .shade = shade,
-    .tintReflection = tint_by_specular,
     .combine = combine_conserving,
-    .transmit = transmit_light,
-    .reflect = reflect_channel,
 };
 
 void set_channels(miState* state, const OrenNayarBlinnParams* params, IllumRecord* record) {

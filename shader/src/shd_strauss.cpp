@@ -160,7 +160,6 @@ constexpr IllumModel model{
     .channelKinds =
         channel_kinds(channel_color, channel_scalar, channel_scalar, channel_scalar, channel_color),
     .slotMap = slot_map(-1, color, -1, glossiness, -1, -1, opacity, filter),
-    .faceted = false,
     .shade = shade,
     .tintReflection = tint,
     .combine = combine,

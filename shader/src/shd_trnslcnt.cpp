@@ -98,12 +98,8 @@ constexpr IllumModel model{
         channel_kinds(channel_color, channel_color, channel_color, channel_scalar, channel_scalar,
                       channel_color, channel_scalar, channel_color, channel_color, channel_scalar),
     .slotMap = slot_map(0, 1, 2, 3, 4, 5, 6, 7, 10, 11, 12, 13, -1, -1, -1, translucent_level),
-    .faceted = false,
     .shade = shade,
-    .tintReflection = tint_by_specular,
     .combine = combine_conserving,
-    .transmit = transmit_light,
-    .reflect = reflect_channel,
 };
 
 void set_channels(miState* state, const TranslucentParams* params, IllumRecord* record) {

@@ -91,12 +91,7 @@ constexpr IllumModel model{
                                   channel_scalar, channel_scalar, channel_scalar, channel_color, channel_none,
                                   channel_own_16, channel_own_32, channel_displacement),
     .slotMap = slot_map(0, 1, 2, 5, 4, -1, 7, 8, -1, 10, 11),
-    .faceted = false,
     .shade = shade,
-    .tintReflection = tint_by_specular,
-    .combine = combine_simple,
-    .transmit = transmit_light,
-    .reflect = reflect_channel,
 };
 
 void set_channels(miState* state, const WardParams* params, IllumRecord* record) {

@@ -5,6 +5,7 @@
 
 #include "noise.h"
 #include "numeric.h"
+#include "vectors.h"
 
 #include <algorithm>
 #include <cmath>
@@ -60,10 +61,6 @@ UvPoint shrink_wrap_uv(const miVector& dir, miScalar spread) {
 // ---- turning
 
 namespace {
-
-miVector sum(const miVector& a, const miVector& b) {
-    return {a.x + b.x, a.y + b.y, a.z + b.z};
-}
 
 // Turns what the matrix gives, from one axis towards the other.
 void turn_further(UvMatrix& m, miScalar miVector::*from, miScalar miVector::*to, miScalar angle) {
