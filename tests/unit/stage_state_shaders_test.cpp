@@ -95,8 +95,12 @@ TEST(StageTags, ThatNameNothingAreAnsweredAndDoNoHarm) {
             }
             EXPECT_TRUE(light || !mi_sample_light(&color, &vector, &scalar, state, tag, &count)) << tag;
             mi_lightprofile_value(state, tag, &vector);
-            EXPECT_EQ(mi_get_shader_interface(3)->accessFramebuffer(tag) != nullptr,
-                      element && element->type == miSCENE_FRAMEBUFFERS);
+            auto* const interface = mi_get_shader_interface(3);
+            auto* const buffers = interface->accessFramebuffer(tag);
+            EXPECT_EQ(buffers != nullptr, element && element->type == miSCENE_FRAMEBUFFERS);
+            if (buffers)
+                interface->releaseFramebuffer(buffers);
+            interface->release();
             for (int code = 0; code <= 200; ++code) {
                 alignas(16) std::array<std::byte, 256> result{}, extra{};
                 mi_query(static_cast<miQ_type>(code), state, tag, result.data(), extra.data(), extra.data(),
