@@ -2,12 +2,12 @@
 #include "render/shading.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <iterator>
 #include <mutex>
 #include <utility>
 
+#include "kit/color.h"
 #include "kit/lock.h"
 #include "kit/message.h"
 #include "render/renderer.h"
@@ -147,10 +147,6 @@ void initialise_code(ShaderCode& code, miState* state) {
     scene.init_order.push_back(element.tag);
     instance.initialising = false;
     instance.initialised.store(true, std::memory_order_release);
-}
-
-bool is_finite(const miColor& c) {
-    return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
 }
 
 // Runs the code of one instance.
