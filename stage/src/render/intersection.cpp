@@ -27,12 +27,6 @@ private:
     const miScalar* m_;
 };
 
-const Matrix& matrix_at(const WorldInstance& instance, float t, Matrix& blended) {
-    if (!(t > 0.0f) || !instance.has_motion)
-        return instance.to_internal;
-    return blend(instance.to_internal, instance.motion_to_internal, t, blended);
-}
-
 // The corners of a hit triangle and the weights of the hit point.
 struct Corners {
     const miTriangles* triangles;
@@ -183,7 +177,7 @@ void set_intersection(RayFrame& frame, bool was_hit) {
     const Corners corners(*instance.triangles, frame.hit);
     const float time = shutter_time(&state);
     Matrix blended;
-    const Placement place(matrix_at(instance, time, blended));
+    const Placement place(place_at(instance, time, blended));
 
     Lanes points[3];
     for (int k = 0; k < 3; ++k) {

@@ -88,6 +88,13 @@ inline const Matrix& blend(const Matrix& start, const Matrix& at_one, float time
     return blended;
 }
 
+// The same for an instance or a light, which may stand still.
+template <class Placed> const Matrix& place_at(const Placed& placed, float time, Matrix& blended) {
+    if (!(time > 0.0f) || !placed.has_motion)
+        return placed.to_internal;
+    return blend(placed.to_internal, placed.motion_to_internal, time, blended);
+}
+
 struct EmbreeScene; // render/embree_scene.h, the only place that includes Embree
 
 class World {
