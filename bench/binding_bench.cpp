@@ -6,7 +6,6 @@
 
 #include <dlfcn.h>
 
-#include <cstring>
 
 namespace {
 

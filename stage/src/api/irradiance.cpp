@@ -1,7 +1,7 @@
 // Indirect light at a point: what gathering rays find and photons bring.
 #include <algorithm>
 
-#include "api/unsupported.h"
+#include "api/api.h"
 #include "render/gather.h"
 #include "render/photons.h"
 #include "render/vector.h"

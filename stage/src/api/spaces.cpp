@@ -4,7 +4,6 @@
 // leads back: a normal stays perpendicular to the surface under any scaling. Nothing is normalised.
 #include "api/spaces.h"
 
-#include <cstddef>
 
 #include "api/api.h"
 #include "kit/matrix.h"

@@ -1,6 +1,5 @@
 // Fills a state from the triangle that its ray hit.
 #include <algorithm>
-#include <cmath>
 
 #include "render/shading.h"
 #include "render/vector.h"

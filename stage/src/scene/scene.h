@@ -9,7 +9,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -194,9 +193,9 @@ struct Element {
     std::atomic<bool> origin_missed{false}; // miSCENE_LIGHT: told that its shader does not see the origin
     std::atomic<bool> direction_missed{false};   // miSCENE_LIGHT: the same of its direction
     std::shared_ptr<const LightProfile> profile; // miSCENE_LIGHTPROFILE: null when its file is missing
-    float texture_filter = 1.0f;            // miSCENE_IMAGE: scale of the filter, when the image asks for one
-    std::string texture_file_type;          // miSCENE_IMAGE, writable: file format, "" by the file's name
-    const ColorProfile* color_profile = nullptr;  // miSCENE_IMAGE: how its pixels are stored; null as they are
+    float texture_filter = 1.0f;   // miSCENE_IMAGE: scale of the filter, when the image asks for one
+    std::string texture_file_type; // miSCENE_IMAGE, writable: file format, "" by the file's name
+    const ColorProfile* color_profile = nullptr; // miSCENE_IMAGE: how its pixels are stored; null as they are
 
     template <class T> [[nodiscard]] T* as() { return static_cast<T*>(record); }
     template <class T> [[nodiscard]] const T* as() const { return static_cast<const T*>(record); }
