@@ -79,8 +79,7 @@ void report_bent_ray(const miState* state, const ThreadContext& context) {
     const miVector& org = state->parent ? state->parent->org : context.camera_org;
     const miVector& dir = state->parent ? state->parent->dir : context.camera_dir;
     const Element* lens = running_shader();
-    if ((same(state->org, org) && same(state->dir, dir)) ||
-        lens->shader->code->reported_bent_ray.exchange(true, std::memory_order_relaxed))
+    if ((same(state->org, org) && same(state->dir, dir)) || !is_first(lens->shader->code->reported_bent_ray))
         return;
     send_message(
         MessageLevel::error,
@@ -92,7 +91,7 @@ void report_bent_ray(const miState* state, const ThreadContext& context) {
 // Once for each shader.
 [[gnu::noinline]] void report_stray_eye_ray() {
     const Element* shader = running_shader();
-    if (shader && !shader->shader->code->reported_stray_eye_ray.exchange(true, std::memory_order_relaxed))
+    if (shader && is_first(shader->shader->code->reported_stray_eye_ray))
         send_message(MessageLevel::error,
                      "%s: shader \"%s\" traces eye rays, which only a lens shader of the camera can: it is "
                      "used in another place",

@@ -132,7 +132,7 @@ void Renderer::check_sample(ThreadContext& context, const miState& state, miColo
     const Element* shader = context.bad_shader;
     ShaderCode* code = shader && shader->shader ? shader->shader->code : nullptr;
     std::atomic<bool>& reported = code ? code->reported_bad_value : frame_->reported_bad_value;
-    if (reported.exchange(true, std::memory_order_relaxed))
+    if (!is_first(reported))
         return;
     const Database& database = world_->scene.database;
     const Element* instance = database.find(state.instance);

@@ -94,7 +94,7 @@ private:
 [[gnu::noinline]] void report_depth(const miState* state, const Element* element) {
     if (!element->shader || !element->shader->code)
         element = state->shader ? element_of(state->shader) : nullptr;
-    if (element && !element->shader->code->reported_depth.exchange(true, std::memory_order_relaxed))
+    if (element && is_first(element->shader->code->reported_depth))
         send_message(MessageLevel::error,
                      "shaders call each other without end; given up at shader \"%s\" (%s)",
                      element->name.c_str(), element->place.text().c_str());
