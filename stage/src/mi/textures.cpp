@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "mi/parser_impl.h"
-#include "scene/light_profile.h"
 #include "scene/color_profile.h"
+#include "scene/light_profile.h"
 
 namespace stage::mi {
 

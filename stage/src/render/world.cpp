@@ -21,6 +21,19 @@ miTag WorldInstance::material_of(std::uint32_t triangle) const {
     return own == miNULLTAG || (override_material && inherited != miNULLTAG) ? inherited : own;
 }
 
+void set_cofactors(Matrix& cofactors, const Matrix& matrix) {
+    const auto row = [&](std::size_t i) {
+        return miVector{matrix.m[4 * i], matrix.m[4 * i + 1], matrix.m[4 * i + 2]};
+    };
+    cofactors = {};
+    for (std::size_t i = 0; i < 3; ++i) {
+        const miVector c = cross(row((i + 1) % 3), row((i + 2) % 3));
+        cofactors.m[4 * i] = c.x;
+        cofactors.m[4 * i + 1] = c.y;
+        cofactors.m[4 * i + 2] = c.z;
+    }
+}
+
 namespace {
 
 // Remembers the place of a tag; the first one counts.
@@ -78,6 +91,7 @@ World::World(Scene& the_scene, const RenderCommand& command, bool camera_space)
         const Inherited& in = flat.instance_spaces()[i];
         const Affine to_internal = in.to_world * from_world;
         to_internal.store(w.to_internal.m);
+        set_cofactors(w.normal_to_internal, w.to_internal);
         (to_world * in.to_local).store(w.from_internal.m);
         (in.motion_to_world * from_world).store(w.motion_to_internal.m);
         w.mirrored = to_internal.determinant() < 0.0;
