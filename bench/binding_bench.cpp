@@ -6,8 +6,6 @@
 
 #include <dlfcn.h>
 
-#include <cstring>
-
 namespace {
 
 using DbType = int (*)(miTag);

@@ -16,7 +16,6 @@
 #include <numbers>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <embree3/rtcore.h>

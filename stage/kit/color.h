@@ -1,12 +1,19 @@
 // Colour measures of the renderer.
 #pragma once
 
+#include <cmath>
+
 #include "shader.h"
 
 namespace stage {
 
 // Weights of red, green and blue that stand in the options by default.
 inline constexpr miColor default_luminance_weight = {0.299f, 0.587f, 0.114f, 0.0f};
+
+// Inline: every shader's colour is looked at.
+[[nodiscard]] inline bool is_finite(const miColor& c) {
+    return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
+}
 
 [[nodiscard]] miScalar luminance(const miColor& color, const miColor& weight = default_luminance_weight);
 

@@ -49,9 +49,7 @@ AreaSample stratified_sample(ThreadContext& context, const WorldLight& light, co
 void aim(miState& state, const World& world, const WorldLight& light, const miVector& offset) {
     const miLight& record = *light.light;
     Matrix blended;
-    const Matrix& place =
-        light.has_motion ? blend(light.to_internal, light.motion_to_internal, shutter_time(&state), blended)
-                         : light.to_internal;
+    const Matrix& place = place_at(light, shutter_time(&state), blended);
     if (record.type == miLIGHT_DIRECTION) {
         state.dir = normalized(transform_vector(record.direction, place.m));
         state.dist = world.way_from_afar(state.point, state.dir);

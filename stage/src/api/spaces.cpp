@@ -4,8 +4,6 @@
 // leads back: a normal stays perpendicular to the surface under any scaling. Nothing is normalised.
 #include "api/spaces.h"
 
-#include <cstddef>
-
 #include "api/api.h"
 #include "kit/matrix.h"
 #include "kit/message.h"
@@ -62,7 +60,7 @@ Space object_space(const miState* state, MovingSpace& storage) {
 namespace {
 
 void tell_once(std::atomic<bool>& told, const Element& light, const char* what) {
-    if (!told.load(std::memory_order_relaxed) && !told.exchange(true))
+    if (is_first(told))
         send_message(MessageLevel::warning, "%s: light \"%s\": its shader measures %s",
                      light.place.text().c_str(), light.name.c_str(), what);
 }

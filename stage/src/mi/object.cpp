@@ -1,6 +1,5 @@
 // Polygon objects. Most of a scene's text is here, so this is written for speed: numbers go straight from the
 // text into flat arrays, and a word is only made where the text shows something unusual.
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <limits>

@@ -35,6 +35,9 @@ inline constexpr std::pair<std::string_view, int> apply_words[] = {
     {"contour", miSHADER_CONTOUR},
 };
 
+inline constexpr int deepest_trace = 10000;
+inline constexpr int largest_picture = 1 << 16; // pixels along one side
+
 class Parser {
 public:
     Parser(Scene& scene, const RenderHandler& on_render);
@@ -150,7 +153,7 @@ private:
     bool phenomenon_root(Element& function, const Declaration& declaration);
     miTag root_element(const Declaration& declaration);
 
-    // ---- elements (elements.cpp, placing.cpp, textures.cpp, object.cpp)
+    // ---- options (options.cpp)
     void options();
     bool options_rays(miOptions& o);
     bool options_photons(miOptions& o);
@@ -159,20 +162,30 @@ private:
     void options_filter(miOptions& o);
     float caustic_filter();
     void options_text(Element& element);
+
+    // ---- cameras (camera.cpp)
     void camera();
     bool camera_lens(miCamera& c, const Element& element);
     bool camera_picture(miCamera& c);
+    std::string one_of(const char* what, std::span<const std::string_view> list, const char* known);
     void framebuffer(std::vector<FramebufferDesc>& buffers);
     void output(Element& camera, std::vector<FramebufferDesc>& buffers,
                 std::vector<std::pair<Token, miTag>>& outputs);
+
+    // ---- elements (elements.cpp, placing.cpp, textures.cpp, object.cpp)
     void material();
     void material_phenomenon(const Token& name);
     void inherit_parameters(miTag main_shader, miTag shader);
     void light();
     void light_area(miLight& light, const Token& word);
     void light_shadowmap(miLight& light);
+    struct LightPlace { // which parts a light has
+        bool origin, direction, spread;
+    };
+    bool light_place(miLight& light, LightPlace& given);
+    bool light_photons(miLight& light);
     miTag shadowmap_file();
-    void light_type(miLight& light, bool origin, bool direction, bool spread, const Token& name);
+    void light_type(miLight& light, const LightPlace& given, const Token& name);
     void texture();
     void texture_file(Element& element);
     void texture_bytes(Element& element, miParam_type kind);

@@ -1,5 +1,4 @@
 // Shader instances, chains of shaders, and phenomena.
-#include <algorithm>
 #include <stdexcept>
 #include <unordered_set>
 

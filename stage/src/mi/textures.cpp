@@ -1,7 +1,6 @@
 // Textures, light profiles and user data: elements whose contents are bytes or files.
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 
 #include "mi/parser_impl.h"
 #include "scene/color_profile.h"

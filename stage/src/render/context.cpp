@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "render/sampling.h"
+
 namespace stage {
 
 namespace {
@@ -34,14 +36,21 @@ void* Arena::allocate(std::size_t size, std::size_t alignment) {
     return chunks_[chunk_].bytes.get() + start;
 }
 
+void ThreadContext::start_sample(std::uint32_t x, std::uint32_t y, std::uint32_t index,
+                                 std::uint64_t its_seed) {
+    pixel_x = x;
+    pixel_y = y;
+    sample = index;
+    sample_seed = its_seed;
+    sample_dimension = 0;
+    random_state = mix_bits(its_seed);
+}
+
 // The splitmix64 generator (Steele, Lea and Flood, "Fast splittable pseudorandom number generators", 2014).
 float ThreadContext::next_random() {
-    random_state += 0x9e3779b97f4a7c15u;
-    std::uint64_t z = random_state;
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9u;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebu;
-    z ^= z >> 31;
-    return static_cast<float>(z >> 40) * 0x1p-24f;
+    const std::uint64_t bits = mix_bits(random_state);
+    random_state += golden_ratio_bits;
+    return unit_float(bits);
 }
 
 } // namespace stage

@@ -128,6 +128,8 @@ struct ThreadContext {
     bool in_lens = false;                // one of them runs, and none of the shaders at the end of its ray
     miVector camera_org{}, camera_dir{}; // the sample's ray as it leaves the camera
 
+    // All random numbers from here on are those of sample `index` of a pixel, whose seed is given.
+    void start_sample(std::uint32_t x, std::uint32_t y, std::uint32_t index, std::uint64_t its_seed);
     // The next number in [0, 1) of the sample's own stream.
     float next_random();
 };

@@ -1,6 +1,5 @@
 #include "render/demands.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <unordered_set>
 #include <vector>

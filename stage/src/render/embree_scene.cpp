@@ -1,10 +1,12 @@
-// Builds the ray casting structure, and the filter for one-sided surfaces.
+// Builds the ray casting structure.
 #include "render/embree_scene.h"
 
 #include <map>
 #include <stdexcept>
 #include <string>
 #include <utility>
+
+#include "kit/matrix.h"
 
 namespace stage {
 
@@ -20,17 +22,6 @@ void check(RTCDevice device, const Element* element) {
         (element ? " of \"" + element->name + '"' : std::string()) + ": " +
         (error == RTC_ERROR_OUT_OF_MEMORY ? "out of memory" : "Embree error " + std::to_string(error));
     throw element ? SceneError(element->place, message) : SceneError(message);
-}
-
-} // namespace
-
-namespace {
-
-bool is_identity(const Matrix& matrix) {
-    for (int k = 0; k < 16; ++k)
-        if (matrix.m[k] != (k % 5 == 0 ? 1.0f : 0.0f))
-            return false;
-    return true;
 }
 
 } // namespace
@@ -82,7 +73,7 @@ void EmbreeScene::build(const World& world) {
         const bool moving = world.moving && instance.has_motion;
         const bool deforming = moving && instance.triangles->motion_offset >= 0;
         rejects_sides = rejects_sides || instance.face != 'a';
-        if (!moving && uses[instance.triangles] == 1 && is_identity(instance.to_internal)) {
+        if (!moving && uses[instance.triangles] == 1 && matrix_is_identity(instance.to_internal.m)) {
             RTCGeometry geometry = make_geometry(*instance.triangles, false, 0.0f);
             rtcSetGeometryMask(geometry, instance.mask);
             rtcCommitGeometry(geometry);
@@ -162,27 +153,6 @@ void EmbreeScene::add_instance(const WorldInstance& instance, unsigned index, RT
     rtcCommitGeometry(geometry);
     rtcAttachGeometryByID(top, geometry, index);
     rtcReleaseGeometry(geometry);
-}
-
-void reject_hidden_side(const RTCFilterFunctionNArguments* arguments) {
-    const auto* context = reinterpret_cast<const SideContext*>(arguments->context);
-    for (unsigned i = 0; i < arguments->N; ++i) {
-        if (arguments->valid[i] == 0)
-            continue;
-        const unsigned instance = hit_instance(RTCHitN_instID(arguments->hit, arguments->N, i, 0),
-                                               RTCHitN_geomID(arguments->hit, arguments->N, i));
-        // Ray and normal are both in object space here, where the front is the counterclockwise side.
-        const float cosine =
-            RTCRayN_dir_x(arguments->ray, arguments->N, i) * RTCHitN_Ng_x(arguments->hit, arguments->N, i) +
-            RTCRayN_dir_y(arguments->ray, arguments->N, i) * RTCHitN_Ng_y(arguments->hit, arguments->N, i) +
-            RTCRayN_dir_z(arguments->ray, arguments->N, i) * RTCHitN_Ng_z(arguments->hit, arguments->N, i);
-        const miUint1 face = context->world->instances[instance].face;
-        const auto is_hidden = [cosine](int side) {
-            return (side == 'f' && cosine > 0.0f) || (side == 'b' && cosine < 0.0f);
-        };
-        if (is_hidden(face) || is_hidden(context->face))
-            arguments->valid[i] = 0;
-    }
 }
 
 } // namespace stage

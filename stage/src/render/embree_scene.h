@@ -1,6 +1,6 @@
 // The ray casting structure over a world: one Embree scene for each object, instances of them on top. Objects
 // that stand there once, in internal space itself, are on top without an instance: rays meet them sooner.
-// The only header that includes Embree; world.cpp and embree_scene.cpp are its only users.
+// The only header that includes Embree; those of the world and of its rays are its users.
 #pragma once
 
 #include <embree3/rtcore.h>
@@ -35,20 +35,5 @@ private:
 
     std::vector<RTCScene> objects_;
 };
-
-// The index of the instance that was hit: Embree's numbers of geometries on top, with or without an instance.
-inline unsigned hit_instance(unsigned instance, unsigned geometry) {
-    return instance == RTC_INVALID_GEOMETRY_ID ? geometry : instance;
-}
-
-// What the side filter of a ray needs beside Embree's own context, which comes first.
-struct SideContext {
-    RTCIntersectContext embree;
-    const World* world;
-    int face; // that the ray meets: 'f', 'b', or another for both
-};
-
-// Refuses hits on the side of a surface that its instance does not show or the ray does not meet.
-void reject_hidden_side(const RTCFilterFunctionNArguments* arguments);
 
 } // namespace stage

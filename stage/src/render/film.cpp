@@ -10,11 +10,6 @@ int divide_up(int a, int b) {
     return (a + b - 1) / b;
 }
 
-std::size_t pixel_index(const PixelRect& rect, int x, int y) {
-    return static_cast<std::size_t>(y - rect.y0) * static_cast<std::size_t>(rect.width()) +
-           static_cast<std::size_t>(x - rect.x0);
-}
-
 float channel(const miColor& value, std::size_t index) {
     return index == 0 ? value.r : index == 1 ? value.g : index == 2 ? value.b : value.a;
 }
@@ -74,8 +69,7 @@ std::size_t Film::bucket_at(int x, int y) const {
 BucketSamples& Film::begin(std::size_t bucket) {
     auto samples = std::make_unique<BucketSamples>();
     samples->rect = bucket_rect(bucket);
-    const std::size_t count = static_cast<std::size_t>(samples->rect.width()) *
-                              static_cast<std::size_t>(samples->rect.height()) * samples_;
+    const std::size_t count = samples->rect.count() * samples_;
     samples->offsets.resize(2 * count);
     samples->values.resize(count * buffers_.size());
     buckets_[bucket].samples = std::move(samples);
@@ -125,7 +119,7 @@ void Film::filter_pixel(int x, int y, const BucketSamples& own, std::vector<floa
             if (from.finished)
                 gather(x, y, u, v, *from.samples, weights, sums);
         }
-    const std::size_t central = (pixel_index(own.rect, x, y) * samples_ + central_) * buffers_.size();
+    const std::size_t central = (own.rect.index(x, y) * samples_ + central_) * buffers_.size();
     for (std::size_t b = 0; b < buffers_.size(); ++b) {
         FrameBuffer& buffer = buffers_[b];
         const bool filtered = filtered_[b] && weights != 0.0f;
@@ -138,7 +132,7 @@ void Film::filter_pixel(int x, int y, const BucketSamples& own, std::vector<floa
 // Adds what the samples of the pixel (from_x, from_y) give to the pixel (x, y).
 void Film::gather(int x, int y, int from_x, int from_y, const BucketSamples& samples, float& weights,
                   std::vector<float>& sums) const {
-    const std::size_t first = pixel_index(samples.rect, from_x, from_y) * samples_;
+    const std::size_t first = samples.rect.index(from_x, from_y) * samples_;
     const float dx = static_cast<float>(from_x - x) - 0.5f, dy = static_cast<float>(from_y - y) - 0.5f;
     for (std::size_t s = first; s < first + samples_; ++s) {
         const float weight = filter_.weight(samples.offsets[2 * s] + dx, samples.offsets[2 * s + 1] + dy);

@@ -18,6 +18,14 @@ struct PixelRect {
     int x0 = 0, y0 = 0, x1 = 0, y1 = 0;
     [[nodiscard]] int width() const { return x1 - x0; }
     [[nodiscard]] int height() const { return y1 - y0; }
+    [[nodiscard]] std::size_t count() const {
+        return static_cast<std::size_t>(width()) * static_cast<std::size_t>(height());
+    }
+    // Of a pixel, row by row from the lower left.
+    [[nodiscard]] std::size_t index(int x, int y) const {
+        return static_cast<std::size_t>(y - y0) * static_cast<std::size_t>(width()) +
+               static_cast<std::size_t>(x - x0);
+    }
     [[nodiscard]] bool empty() const { return x0 >= x1 || y0 >= y1; }
     [[nodiscard]] bool contains(int x, int y) const { return x >= x0 && x < x1 && y >= y0 && y < y1; }
     [[nodiscard]] PixelRect cut(const PixelRect& other) const;

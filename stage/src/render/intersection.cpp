@@ -1,6 +1,5 @@
 // Fills a state from the triangle that its ray hit.
 #include <algorithm>
-#include <cmath>
 
 #include "render/shading.h"
 #include "render/vector.h"
@@ -9,28 +8,14 @@ namespace stage {
 
 namespace {
 
-// Carries points and normals by a matrix, which is only referred to.
-class Placement {
-public:
-    explicit Placement(const Matrix& matrix) : m_(matrix.m) {}
+Lanes placed_point(const Matrix& place, const miVector& v) {
+    const miScalar* m = place.m;
+    return load_four(m) * v.x + load_four(m + 4) * v.y + load_four(m + 8) * v.z + load_four(m + 12);
+}
 
-    [[nodiscard]] Lanes point(const miVector& v) const {
-        return load_four(m_) * v.x + load_four(m_ + 4) * v.y + load_four(m_ + 8) * v.z + load_four(m_ + 12);
-    }
-    // Times the determinant: the cofactors act on normals, whatever the scale.
-    [[nodiscard]] miVector normal(const miVector& n) const {
-        return cross(row(1), row(2)) * n.x + cross(row(2), row(0)) * n.y + cross(row(0), row(1)) * n.z;
-    }
-
-private:
-    [[nodiscard]] miVector row(std::size_t i) const { return {m_[4 * i], m_[4 * i + 1], m_[4 * i + 2]}; }
-    const miScalar* m_;
-};
-
-const Matrix& matrix_at(const WorldInstance& instance, float t, Matrix& blended) {
-    if (!(t > 0.0f) || !instance.has_motion)
-        return instance.to_internal;
-    return blend(instance.to_internal, instance.motion_to_internal, t, blended);
+miVector placed_normal(const Matrix& cofactors, const miVector& n) {
+    const miScalar* m = cofactors.m;
+    return vector_of(load_four(m) * n.x + load_four(m + 4) * n.y + load_four(m + 8) * n.z);
 }
 
 // The corners of a hit triangle and the weights of the hit point.
@@ -76,13 +61,14 @@ void face_ray(miState& state) {
     state.dot_nd = std::min(cosine, 0.0f);
 }
 
-void set_normals(miState& state, const Corners& corners, const Placement& place, const Lanes (&points)[3],
+void set_normals(miState& state, const Corners& corners, const Matrix& cofactors, const Lanes (&points)[3],
                  bool mirrored) {
     const miVector edges = vector_of(cross(points[1] - points[0], points[2] - points[0]));
     state.normal_geom = normalized(mirrored ? -edges : edges);
     state.normal = state.normal_geom;
     if (corners.triangles->normal_offset >= 0) {
-        miVector smooth = normalized(place.normal(corners.interpolate(corners.triangles->normal_offset)));
+        miVector smooth =
+            normalized(placed_normal(cofactors, corners.interpolate(corners.triangles->normal_offset)));
         if (dot(smooth, state.normal_geom) <
             0.0f) // also for a mirrored placement, whose determinant is negative
             smooth = -smooth;
@@ -137,8 +123,8 @@ miVector motion_of(const WorldInstance& instance, const Corners& corners) {
         return {};
     const miVector start = corners.interpolate(0);
     const miVector end = offset >= 0 ? start + corners.interpolate(offset) : start;
-    return vector_of(Placement(instance.motion_to_internal).point(end) -
-                     Placement(instance.to_internal).point(start));
+    return vector_of(placed_point(instance.motion_to_internal, end) -
+                     placed_point(instance.to_internal, start));
 }
 
 void set_material(miState& state, const World& world, const WorldInstance& instance, std::uint32_t triangle) {
@@ -182,15 +168,18 @@ void set_intersection(RayFrame& frame, bool was_hit) {
     const WorldInstance& instance = world.instances[frame.hit.instance];
     const Corners corners(*instance.triangles, frame.hit);
     const float time = shutter_time(&state);
-    Matrix blended;
-    const Placement place(matrix_at(instance, time, blended));
+    Matrix blended, blended_cofactors;
+    const Matrix& place = place_at(instance, time, blended);
+    const bool stays = &place != &blended;
+    if (!stays)
+        set_cofactors(blended_cofactors, blended);
 
     Lanes points[3];
     for (int k = 0; k < 3; ++k) {
         miVector p = corners.at(k, 0);
         if (time > 0.0f && instance.has_motion && corners.triangles->motion_offset >= 0)
             p = p + corners.at(k, corners.triangles->motion_offset) * time;
-        points[k] = place.point(p);
+        points[k] = placed_point(place, p);
     }
     // From the corners rather than along the ray: the error does not grow with the length of the ray.
     state.point = vector_of(points[0] * corners.weight[0] + points[1] * corners.weight[1] +
@@ -203,7 +192,8 @@ void set_intersection(RayFrame& frame, bool was_hit) {
     std::copy(std::begin(corners.weight), std::end(corners.weight), state.bary);
     state.bary[3] = 0.0f;
 
-    set_normals(state, corners, place, points, instance.mirrored);
+    set_normals(state, corners, stays ? instance.normal_to_internal : blended_cofactors, points,
+                instance.mirrored);
     set_textures(frame, corners);
     set_derivatives(frame, corners, points);
     state.motion = motion_of(instance, corners);

@@ -2,7 +2,6 @@
 // opacity, and the next surface along the eye ray is shaded as one more primary hit, until nothing is left to
 // be seen through.
 #include <algorithm>
-#include <limits>
 
 #include "render/renderer.h"
 #include "render/shading.h"

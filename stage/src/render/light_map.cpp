@@ -151,12 +151,7 @@ private:
 
     // Random numbers that belong to the vertex, whatever was done before.
     void begin_sample(std::uint32_t vertex, std::uint32_t instance) {
-        context_.pixel_x = vertex;
-        context_.pixel_y = instance;
-        context_.sample = 0;
-        context_.sample_seed = pixel_sample(vertex, instance, 0, 1, 0.0f).seed;
-        context_.sample_dimension = 0;
-        context_.random_state = mix_bits(context_.sample_seed);
+        context_.start_sample(vertex, instance, 0, pixel_sample(vertex, instance, 0, 1, 0.0f).seed);
         context_.bad_shader = nullptr;
         std::ranges::fill(context_.buffers.values, miColor{});
         context_.buffers.written.assign(context_.buffers.written.size(), false);

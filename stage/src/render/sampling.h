@@ -8,10 +8,13 @@
 
 namespace stage {
 
+// The fraction of the golden ratio: its multiples are spread evenly.
+inline constexpr std::uint64_t golden_ratio_bits = 0x9E3779B97F4A7C15u;
+
 // Mixes the bits of a 64-bit number so that neighbouring inputs give unrelated outputs: the finaliser of
 // splitmix64 (Sebastiano Vigna, "Further scramblings of Marsaglia's xorshift generators", 2017).
 constexpr std::uint64_t mix_bits(std::uint64_t v) {
-    v += 0x9E3779B97F4A7C15u;
+    v += golden_ratio_bits;
     v = (v ^ (v >> 30)) * 0xBF58476D1CE4E5B9u;
     v = (v ^ (v >> 27)) * 0x94D049BB133111EBu;
     return v ^ (v >> 31);

@@ -2,12 +2,11 @@
 #include "render/shading.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
-#include <iterator>
 #include <mutex>
 #include <utility>
 
+#include "kit/color.h"
 #include "kit/lock.h"
 #include "kit/message.h"
 #include "render/renderer.h"
@@ -95,7 +94,7 @@ private:
 [[gnu::noinline]] void report_depth(const miState* state, const Element* element) {
     if (!element->shader || !element->shader->code)
         element = state->shader ? element_of(state->shader) : nullptr;
-    if (element && !element->shader->code->reported_depth.exchange(true, std::memory_order_relaxed))
+    if (element && is_first(element->shader->code->reported_depth))
         send_message(MessageLevel::error,
                      "shaders call each other without end; given up at shader \"%s\" (%s)",
                      element->name.c_str(), element->place.text().c_str());
@@ -147,10 +146,6 @@ void initialise_code(ShaderCode& code, miState* state) {
     scene.init_order.push_back(element.tag);
     instance.initialising = false;
     instance.initialised.store(true, std::memory_order_release);
-}
-
-bool is_finite(const miColor& c) {
-    return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
 }
 
 // Runs the code of one instance.

@@ -1,7 +1,6 @@
 // Sums and prints what a frame took.
 #include "render/statistics.h"
 
-#include <algorithm>
 #include <string>
 #include <utility>
 

@@ -27,6 +27,10 @@ struct Matrix {
     miMatrix m;
 };
 
+// The cofactors of the 3x3 part act on normals as the matrix acts on points, whatever its scale; times the
+// determinant.
+void set_cofactors(Matrix& cofactors, const Matrix& matrix);
+
 enum class RayMask : std::uint32_t { // which instances a ray can meet
     primary = 1u << 0,               // visible
     shadow = 1u << 1,                // casts shadows
@@ -46,6 +50,7 @@ struct WorldInstance {
     Matrix to_internal; // object to internal space
     Matrix from_internal;
     Matrix motion_to_internal; // at time 1 of the shutter; equals to_internal when nothing moves
+    Matrix normal_to_internal; // cofactors of to_internal: for normals, which it also scales
     bool mirrored = false;     // to_internal turns orientation around
     bool has_motion = false;
     std::uint32_t mask = 0;             // RayMask bits
@@ -86,6 +91,13 @@ inline const Matrix& blend(const Matrix& start, const Matrix& at_one, float time
     for (std::size_t i = 0; i < 16; ++i)
         blended.m[i] = start.m[i] + (at_one.m[i] - start.m[i]) * time;
     return blended;
+}
+
+// The same for an instance or a light, which may stand still.
+template <class Placed> const Matrix& place_at(const Placed& placed, float time, Matrix& blended) {
+    if (!(time > 0.0f) || !placed.has_motion)
+        return placed.to_internal;
+    return blend(placed.to_internal, placed.motion_to_internal, time, blended);
 }
 
 struct EmbreeScene; // render/embree_scene.h, the only place that includes Embree

@@ -9,7 +9,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -89,6 +88,11 @@ using InitEntry = void (*)(miState* state, void* params, miBoolean* inst_init_re
 using ExitEntry = void (*)(miState* state, void* params);
 using VersionEntry = int (*)();
 
+// For what is told once: whether this is the first time. Any thread.
+inline bool is_first(std::atomic<bool>& told) {
+    return !told.load(std::memory_order_relaxed) && !told.exchange(true, std::memory_order_relaxed);
+}
+
 // The functions of one shader in a loaded library. One for each shader name, shared by its instances.
 struct ShaderCode {
     std::string name;
@@ -102,10 +106,11 @@ struct ShaderCode {
     std::shared_ptr<miLock_record> owned_lock;
     std::atomic<bool> initialised{false}; // X_init(null) has run
     bool wants_instance_init = false;
-    std::atomic<bool> reported_bad_value{false};     // a NaN or infinite result was reported once
-    std::atomic<bool> reported_depth{false};         // calls that led too deep were reported once
-    std::atomic<bool> reported_bent_ray{false};      // so was a lens shader that the rasterizer cannot follow
-    std::atomic<bool> reported_stray_eye_ray{false}; // and an eye ray of what is no lens shader
+    // What has been reported of the shader, once each:
+    std::atomic<bool> reported_bad_value{false};     // a NaN or infinite result
+    std::atomic<bool> reported_depth{false};         // calls that led too deep
+    std::atomic<bool> reported_bent_ray{false};      // a lens shader that the rasterizer cannot follow
+    std::atomic<bool> reported_stray_eye_ray{false}; // an eye ray of what is no lens shader
 };
 
 // What a connected parameter gets its value from. Entry k of the connection table is connections[k - 1].
@@ -145,11 +150,10 @@ struct Geometry {
     miTriangles view{}; // points into the vectors above
 };
 
-// A texture or frame image; defined by stage/src/image.
-class Image;
-// What a light profile's file says (scene/light_profile.h).
-struct LightProfile;
-struct ColorProfile;
+class Image;         // of a texture (image/texture.h)
+struct LightProfile; // scene/light_profile.h
+struct ColorProfile; // scene/color_profile.h
+
 // The named frame buffers of a camera.
 struct FramebufferDesc {
     std::string name;
