@@ -96,7 +96,7 @@ void Film::finish_rest() {
 }
 
 void Film::filter_bucket(std::size_t bucket) {
-    std::vector<float> sums(4 * buffers_.size());
+    Sums sums{{}, std::vector<miColor>(buffers_.size())};
     const BucketSamples& own = *buckets_[bucket].samples;
     const PixelRect rect = own.rect.cut(crop_);
     for (int y = rect.y0; y < rect.y1; ++y)
@@ -105,49 +105,48 @@ void Film::filter_bucket(std::size_t bucket) {
     buckets_[bucket].filtered = true;
 }
 
-void Film::filter_pixel(int x, int y, const BucketSamples& own, std::vector<float>& sums) {
-    std::ranges::fill(sums, 0.0f);
-    float weights = 0.0f;
+void Film::filter_pixel(int x, int y, const BucketSamples& own, Sums& sums) {
+    sums.weights.reset();
     const int reach = filter_.reach();
     for (int v = std::max(y - reach, sampled_.y0); v <= std::min(y + reach, sampled_.y1 - 1); ++v)
         for (int u = std::max(x - reach, sampled_.x0); u <= std::min(x + reach, sampled_.x1 - 1); ++u) {
             if (own.rect.contains(u, v)) {
-                gather(x, y, u, v, own, weights, sums);
+                gather(x, y, u, v, own, sums);
                 continue;
             }
             const Bucket& from = buckets_[bucket_at(u, v)];
             if (from.finished)
-                gather(x, y, u, v, *from.samples, weights, sums);
+                gather(x, y, u, v, *from.samples, sums);
         }
+    const float weights = sums.weights.value_or(0.0f);
     const std::size_t central = (own.rect.index(x, y) * samples_ + central_) * buffers_.size();
     for (std::size_t b = 0; b < buffers_.size(); ++b) {
         FrameBuffer& buffer = buffers_[b];
         const bool filtered = filtered_[b] && weights != 0.0f;
         const std::span<float> pixel = buffer.pixel(x, y);
         for (std::size_t c = 0; c < pixel.size(); ++c)
-            pixel[c] = filtered ? sums[4 * b + c] / weights : channel(own.values[central + b], c);
+            pixel[c] = filtered ? channel(sums.values[b], c) / weights : channel(own.values[central + b], c);
     }
 }
 
 // Adds what the samples of the pixel (from_x, from_y) give to the pixel (x, y).
-void Film::gather(int x, int y, int from_x, int from_y, const BucketSamples& samples, float& weights,
-                  std::vector<float>& sums) const {
+void Film::gather(int x, int y, int from_x, int from_y, const BucketSamples& samples, Sums& sums) const {
     const std::size_t first = samples.rect.index(from_x, from_y) * samples_;
     const float dx = static_cast<float>(from_x - x) - 0.5f, dy = static_cast<float>(from_y - y) - 0.5f;
     for (std::size_t s = first; s < first + samples_; ++s) {
         const float weight = filter_.weight(samples.offsets[2 * s] + dx, samples.offsets[2 * s + 1] + dy);
         if (weight == 0.0f)
             continue;
-        weights += weight;
+        const bool is_first = !sums.weights;
+        sums.weights = sums.weights.value_or(0.0f) + weight;
         for (std::size_t b = 0; b < buffers_.size(); ++b) {
             if (!filtered_[b])
                 continue;
             const miColor& value = samples.values[s * buffers_.size() + b];
-            float* sum = &sums[4 * b];
-            sum[0] += weight * value.r;
-            sum[1] += weight * value.g;
-            sum[2] += weight * value.b;
-            sum[3] += weight * value.a;
+            miColor& sum = sums.values[b];
+            const miColor before = is_first ? miColor{} : sum;
+            sum = {before.r + weight * value.r, before.g + weight * value.g, before.b + weight * value.b,
+                   before.a + weight * value.a};
         }
     }
 }

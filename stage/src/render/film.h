@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -68,12 +69,18 @@ private:
         bool finished = false, filtered = false;
     };
 
+    // Of one pixel. Nothing before the first sample, which then need not read what was just cleared: the
+    // processor waits for that.
+    struct Sums {
+        std::optional<float> weights;
+        std::vector<miColor> values; // by buffer
+    };
+
     template <class Visit> void around(std::size_t bucket, const Visit& visit) const;
     [[nodiscard]] std::size_t bucket_at(int x, int y) const;
     void filter_bucket(std::size_t bucket);
-    void filter_pixel(int x, int y, const BucketSamples& own, std::vector<float>& sums);
-    void gather(int x, int y, int from_x, int from_y, const BucketSamples& samples, float& weights,
-                std::vector<float>& sums) const;
+    void filter_pixel(int x, int y, const BucketSamples& own, Sums& sums);
+    void gather(int x, int y, int from_x, int from_y, const BucketSamples& samples, Sums& sums) const;
 
     std::span<FrameBuffer> buffers_;
     std::vector<std::uint8_t> filtered_; // by buffer: its samples are averaged
