@@ -108,7 +108,10 @@ void write_light_flags(miState* state, bool ambientOnly, miInteger affectFlags);
 
 // ---- mathematics
 
-/* `contrastA` of a contrast from 0 to 100; what lies outside counts as the nearest of these. */
+/* A setting of 0 to 100; what lies outside counts as the nearest of these, what is not a number as 0. */
+miScalar percent(miScalar value);
+
+/* `contrastA` of a contrast from 0 to 100. */
 miScalar contrast_weight(miScalar contrast);
 
 /* Cosine of the angle of incidence as the light's diffuse settings bend it. */
@@ -141,6 +144,10 @@ enum class LightKind { omni, spot, beam };
    picture stands upright where it falls. `cosine` is that of the angle with the axis; spots only. */
 ProjectorCoordinate projection(const LightInstanceData& data, LightKind kind, const miVector& point,
                                miScalar cosine);
+
+/* A colour that light is filtered by: its alpha does not count. What is not a number is told and becomes
+   black. */
+miColor light_filter(miState* state, miColor color);
 
 /* The map at a projector's coordinate. It sees the vector from the light (light space) as the ray's
    direction; the state is as before afterwards. Black where the map fails or is not a number; alpha 1. */

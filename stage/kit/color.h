@@ -15,6 +15,10 @@ inline constexpr miColor default_luminance_weight = {0.299f, 0.587f, 0.114f, 0.0
     return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
 }
 
+[[nodiscard]] inline bool is_black(const miColor& c) {
+    return c.r == 0.0f && c.g == 0.0f && c.b == 0.0f;
+}
+
 [[nodiscard]] miScalar luminance(const miColor& color, const miColor& weight = default_luminance_weight);
 
 // CIE 1931 XYZ (in r, g, b) to the linear colours that the renderer computes in: the primaries of

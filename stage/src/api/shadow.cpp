@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "api/api.h"
+#include "kit/color.h"
 #include "render/passage.h"
 #include "render/vector.h"
 
@@ -20,10 +21,6 @@ constexpr double nearly_all = 1.0 - 1e-6;
 miBoolean block(miColor* result) {
     *result = {};
     return miFALSE;
-}
-
-bool is_black(const miColor& c) {
-    return c.r == 0.0f && c.g == 0.0f && c.b == 0.0f;
 }
 
 // Runs the shadow shader of the state's material.

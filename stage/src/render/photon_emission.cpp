@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numbers>
 
 #include "kit/matrix.h"
+#include "render/hemisphere.h"
 #include "render/light_area.h"
 #include "render/photon_path.h"
 #include "render/shading.h"
@@ -15,8 +15,6 @@
 namespace stage {
 
 namespace {
-
-constexpr float two_pi = 2.0f * std::numbers::pi_v<float>;
 
 // ---- directions, in light space; numbers in [0, 1)
 

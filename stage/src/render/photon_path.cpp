@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "kit/color.h"
 #include "kit/message.h"
 #include "render/renderer.h"
 #include "render/shading.h"
@@ -39,10 +40,6 @@ bool is_usable(const miColor& energy, const miVector& v) {
     report(&ShaderCode::reported_bad_value,
            "a photon with NaN or infinite energy, point or direction is lost");
     return false;
-}
-
-bool is_black(const miColor& energy) {
-    return energy.r == 0.0f && energy.g == 0.0f && energy.b == 0.0f;
 }
 
 PhotonPath* path_of(const miState* state) {

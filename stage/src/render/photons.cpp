@@ -7,6 +7,7 @@
 #include <cmath>
 #include <vector>
 
+#include "kit/color.h"
 #include "kit/message.h"
 #include "render/demands.h"
 #include "render/photon_emission.h"
@@ -41,10 +42,6 @@ struct Pass {
 
 std::uint64_t emission_limit(std::uint64_t wanted, miUint given) {
     return given ? given : std::min<std::uint64_t>(usual_limit * wanted + most_in_vain, UINT32_MAX);
-}
-
-bool is_black(const miColor& c) {
-    return c.r == 0.0f && c.g == 0.0f && c.b == 0.0f;
 }
 
 // What falls into volumes is kept once: by the global photons of a light where it has any, else by the
