@@ -9,7 +9,6 @@
  */
 #include "orl_light.h"
 #include "orlshaderapi.h"
-#include "output_request.h"
 
 #include <algorithm>
 
