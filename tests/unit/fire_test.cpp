@@ -3,7 +3,6 @@
 #include "atm_combust.h"
 #include "gizmo_fixture.h"
 
-#include <climits>
 #include <cmath>
 
 ENTRY_POINT(orl_FireEffect, miColor, orl::FireEffectParams);
@@ -161,26 +160,6 @@ TEST_F(FireEffect, RaysWithoutFireStayAsTheyAre) {
     EXPECT_NEAR(shade(fire, {}).a, 1 - std::exp(-0.25f), 1e-6f);
     state.set_hit({0, 0, 5}, {0, 0, 2}, {0, 0, 1});
     EXPECT_NEAR(shade(fire, {}).a, 1 - std::exp(-0.125f * 1.01f), 1e-6f);
-}
-
-TEST_F(FireEffect, SettingsThatMakeNoSense) {
-    using P = FireEffectParams;
-    const std::vector<Change<P>> changes{[](P& p) { p.samples = 1000000000; },
-                                         [](P& p) { p.samples = INT_MIN; }};
-    for (const bool explosion : {false, true})
-        survives<P>(changes,
-                    {&P::stretch, &P::regularity, &P::flameSize, &P::flameDetail, &P::density, &P::phase,
-                     &P::drift, &P::fury},
-                    [&](const Change<P>& change) {
-                        Fire fire(state);
-                        fire->flameSize = 0.5f;
-                        fire->phase = 50;
-                        fire->explosion = explosion;
-                        change(fire.params());
-                        fire.fill({raised, 9999, miNULLTAG});
-                        fire.start();
-                        return shade(fire, {0.5f, 0.5f, 0.5f, 0.5f});
-                    });
 }
 
 } // namespace
