@@ -128,7 +128,7 @@ TEST_P(Contract, SelfIllumination) {
 
 // What render elements are told adds up to the picture, as the element of what lies behind sees it.
 TEST_P(Contract, ElementsAddUp) {
-    const miColor behind{0.5f, 1, 2, 0.25f};
+    const miColor behind{0.5f, 1, 2, 0};
     renderer.mi_trace_transparent = [&](miColor* c, miState*) { return *c = behind, miTRUE; };
     for (int k = 0; k < 12; ++k) { // types of transparency, without and with maps of the rays
         randomise(false), values.transparencyType = k % 3;

@@ -19,11 +19,6 @@ OutputStageParams graded(float amount, float offset, float level, miBoolean inve
     return {amount, offset, level, 9, invert, clamp, alpha_from_rgb, 0, 0, 0, 0};
 }
 
-void expect_near(const miColor& got, const miColor& wanted) {
-    EXPECT_LT(std::fabs(got.r - wanted.r) + std::fabs(got.g - wanted.g), 2e-6f) << got.r << ' ' << got.g;
-    EXPECT_LT(std::fabs(got.b - wanted.b) + std::fabs(got.a - wanted.a), 2e-6f) << got.b << ' ' << got.a;
-}
-
 class Output : public ShaderTest {
 protected:
     scripted::ShaderInstance<OutputStageParams> stage;

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
@@ -26,6 +27,21 @@ inline bool operator==(const miColor& x, const miColor& y) {
 
 inline void PrintTo(const miColor& c, std::ostream* out) {
     *out << "(" << c.r << ", " << c.g << ", " << c.b << ", " << c.a << ")";
+}
+
+constexpr miColor grey(float c, float alpha = 0) {
+    return {c, c, c, alpha};
+}
+
+// The tolerance is relative for large numbers, absolute for small ones.
+inline void expect_near(const miColor& got, const miColor& expected, float tolerance = 1e-6f) {
+    const auto same = [=](float a, float b) { return std::fabs(a - b) <= tolerance * (1 + std::fabs(b)); };
+    EXPECT_TRUE(same(got.r, expected.r) && same(got.g, expected.g) && same(got.b, expected.b) &&
+                same(got.a, expected.a))
+        << testing::PrintToString(got) << " instead of " << testing::PrintToString(expected);
+}
+inline void expect_near(const miVector& got, const miVector& expected, float tolerance = 1e-6f) {
+    expect_near(miColor{got.x, got.y, got.z, 0}, miColor{expected.x, expected.y, expected.z, 0}, tolerance);
 }
 
 class ShaderTest : public testing::Test {

@@ -13,10 +13,6 @@ extern "C" miBoolean orl_base_XYZGenerator(XyzGeneratorResult*, miState*, const 
 
 namespace {
 
-void expect_near(const miVector& got, const miVector& wanted) {
-    EXPECT_LT(std::hypot(got.x - wanted.x, got.y - wanted.y, got.z - wanted.z), 4e-6f) << got.x;
-}
-
 class Xyz : public ShaderTest {
 protected:
     scripted::ShaderInstance<XyzParams> shader;
