@@ -251,33 +251,4 @@ TEST_F(Lights, AnswerVolumeLights) {
     expect_near(shade(omni, WITH(stretched(l); l->atmosphereShadowsOn = miTRUE), &request), grey(1, 1));
 }
 
-// Numbers 1/4 and 0, and the picture { 1/2, 1/4, 2 } of mean 11/12, so 9 times 12/11 of it.
-TEST_F(Lights, EmitPhotons) {
-    const miMatrix to_light{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 7, 1};
-    renderer.set_to_space(scripted::Space::light, to_light);
-    renderer.mi_sample = [](double* sample, int*, miState*, miUshort dim, const miUint*) {
-        sample[0] = dim == 2 ? 0.25 : 0.9, sample[dim - 1] = dim == 2 ? 0 : 0.9;
-        return miTRUE;
-    };
-    const miTag map = renderer.add_shader([](void* result, miState* s, void*) {
-        EXPECT_EQ(s->org.z, -7.0f); // where the light stands
-        *static_cast<miColor*>(result) = {0.5f, 0.25f, 2, 1};
-        return miTRUE;
-    });
-    miColor energy{};
-    renderer.mi_photon_light = [&](miColor* e, miState*) { return energy = *e, miTRUE; };
-    const auto expect = [&](const auto& kind, const miVector& org, const miVector& dir) {
-        for (const auto type : {miPHOTON_LIGHT, miPHOTON_EMIT_CAUSTIC, miPHOTON_EMIT_GLOBILLUM}) {
-            state->type = type, state->org = {};
-            shade(kind, WITH(l->projectorOn = miTRUE; l->projectorMap = map));
-            expect_near(std::exchange(energy, {}), {4.909091f, 2.4545455f, 19.636364f, 9});
-            EXPECT_LT(std::fabs(state->org.x - org.x) + std::fabs(state->org.z - org.z), 1e-5f);
-            EXPECT_LT(std::fabs(state->dir.x - dir.x) + std::fabs(state->dir.z - dir.z), 1e-6f);
-        }
-    };
-    expect(omni, {0, 0, -7}, {0.8660254f, 0, 0.5f});         // z = 1 - 2 / 4
-    expect(spot, {0, 0, -7}, {0.37561278f, 0, -0.9267767f}); // z = (1 - cos 45) / 4 - 1
-    expect(beam, {45, 0, -7}, {0, 0, -1});                   // 90 sqrt(1/4)
-}
-
 } // namespace

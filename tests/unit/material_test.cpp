@@ -1,6 +1,5 @@
 // The standard material under a scripted illumination model, which shows what it was given.
 #include "material_call.h"
-#include "orl_rendelem.h"
 #include "shader_fixture.h"
 
 #include <array>
@@ -71,25 +70,6 @@ protected:
         return answer;
     }
 };
-
-// A triangle with legs of 2 from (-1, -1), the hit at (-0.5, -0.5): 0.5 from edges 0 and 2, sqrt(0.5) from 1.
-TEST_F(Material, Wire) {
-    renderer.mi_point_to_raster = [](miState*, miVector* r, miVector* v) { *r = {v->x * 10, v->y * 10, 0}; };
-    state.set_hit({-0.5f, -0.5f, 5}, {-0.5f, -0.5f, 0}, {0, 0, 1});
-    const std::optional<scripted::Triangle::Corners> legs{{{{-1, -1, 0}, {1, -1, 0}, {-1, 1, 0}}}},
-        point{scripted::Triangle::Corners{}}, none;
-    // units, size, kept; a triangle without area is all wire, geometry without any is whole
-    const std::tuple<const decltype(none)*, miInteger, float, bool> table[] = {
-        {&legs, 0, 11, true}, {&legs, 0, 9, false}, {&legs, 1, 1.1f, true}, {&legs, 1, 0.9f, false},
-        {&point, 0, 1, true}, {&point, 1, 1, true}, {&none, 1, 0, true}};
-    for (const auto& [corners, units, size, kept] : table) {
-        renderer.triangle.points = *corners;
-        material->wire = miTRUE, material->wireUnits = units, material->wireSize = size;
-        EXPECT_TRUE(run() == kept && shaded == kept) << units << ' ' << size;
-    }
-    EXPECT_NEAR(raster_line_distance({0, 5, 9}, {0, 0, 0}, {3, 4, 0}), 3, 1e-6f);   // |0 * 4 - 5 * 3| / 5
-    EXPECT_NEAR(squared_line_distance({1, 2, 9}, {0, 0, 0}, {4, 0, 0}), 85, 1e-4f); // 2^2 + 9^2
-}
 
 TEST_F(Material, OpacityAndFalloff) {
     state.set_hit({3, 0, 4}, {0, 0, 0}, {0, 0, 1}); // cosine 0.8
@@ -196,38 +176,6 @@ TEST_F(Material, ResultsAreReported) {
     EXPECT_TRUE(renderer.framebuffer_writes().size() == 1 && renderer.opacities().size() == 1);
     shade = [](miState*, IllumRecord& record) { record.filter[0] = grey(1); };
     EXPECT_TRUE(run() && result.a == 0); // three thirds
-}
-
-// What elements are given adds up to the picture, as combined by the models' own functions.
-TEST_F(Material, ElementsAddUp) {
-    orl_PostIllumData data{};
-    miInteger zero = 0;
-    miTag shader = renderer.add_shader([&](void*, miState*, void* arg) {
-        data = *static_cast<orl_PostIllumData*>(static_cast<orl_RenderElementCall*>(arg)->data);
-        return data.slots[slot_bump] == 8 && data.materialId == 3 ? miTRUE : miFALSE;
-    });
-    miColor color{}, behind{0.5f, 1, 2, 0.25f};
-    const RenderElementList list{1, 0, 1, &zero, &zero, &shader, &zero, &zero, &zero};
-    RenderElementResults results{&color, 0};
-    const ScopedRecord elements(state, keys::render_elements, {&list, &results, 1, 0, 0});
-    renderer.mi_trace_transparent = [&](miColor* c, miState*) { return *c = behind, miTRUE; };
-    shade = [&](miState* s, IllumRecord& r) {
-        r.ambient = grey(0.1f), r.diffuse = grey(0.2f), r.specular = grey(0.4f), r.reflection = grey(0.8f);
-        r.selfIllumination = grey(1.6f), r.extraDiffuse = grey(3.2f);
-        transmit_light(s, &r), combine_simple(&r);
-    };
-    channels[1] = {0.2f, 0.4f, 0.6f, 0}, map(10, renderer.add_color(grey(0.5f)), 0.5f);
-    for (const int k : {0, 1, 2, 3, 4, 5}) {
-        material->opacity = 0.25f, material->transparencyType = k % 3, material->materialId = 3;
-        features = k < 3 ? 0x1F20FFE : 0x1720FFE, run(); // with refraction and without
-        const orl_PostIllumOutputs& out = data.outputs;
-        miColor sum = k < 3 ? grey(0) : behind;
-        multiply(sum, out.transparency);
-        for (const miColor& part : {out.ambient, out.diffuse, out.selfIllumination})
-            add(sum, part, data.inputs.opacity);
-        add(sum, out.specular), add(sum, data.reflection), add(sum, data.refraction), sum.a = result.a;
-        expect_near(sum, result);
-    }
 }
 
 TEST_F(Material, WhatIsMissingOrRecursiveFails) {

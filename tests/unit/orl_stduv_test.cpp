@@ -172,26 +172,6 @@ TEST_F(Uv, EnvironmentsAtKnownDirections) {
     EXPECT_NEAR(spherical_uv({0, 0, 1.0000001f}, 0).uvw.y, 1.0f, 1e-6f); // as rounding may leave a direction
 }
 
-TEST_F(Uv, ScreensByRasterPosition) {
-    p.isEnvironment = miTRUE;
-    state->raster_x = 160;
-    state->raster_y = 120;
-    state.options.max_samples = 1; // 2 x 2 samples
-    const int windows[][4] = {{1280, 960, 480, 120}, {320, 960, 0, 0},    {1280, 960, 480, -1},
-                              {1280, 960, -1, 120},  {1280, 0, 480, 120}, {0, 960, 480, 120}};
-    const miVector expected[] = {{0.5f, 0.25f, 0}, {0.5f, 0.125f, 0}, {0.25f, 0.25f, 0}};
-    const float du = 0.5f / 640, dv = 0.5f / 480, s = std::sin(0.6f), c = std::cos(0.6f);
-    p.mappingType = mapping_screen;
-    p.wAngle = 0.6f; // about the middle, from which (-0.25, -0.25) leads to the point; from v to u
-    expect_both({0.5f - 0.25f * (c + s), 0.5f + 0.25f * (s - c), 0}, {c * du + s * dv, s * du + c * dv, 0});
-    p.wAngle = 0;
-    for (int i = 0; i < 6; ++i) {
-        p.mappingType = i == 1 ? mapping_screen : mapping_screen_part;
-        std::memcpy(&p.screenParam1, windows[i], sizeof windows[i]);
-        expect_both(expected[std::min(i, 2)], {du, dv, 0});
-    }
-}
-
 TEST_F(Uv, BackFacesShowOnlyMapsThatGoOn) {
     p.showMapOnBack = p.uTile = p.vTile = miFALSE;
     p.uOffset = 0.25f;
@@ -263,27 +243,6 @@ TEST_F(Uv, GradientOfARamp) {
     expect_slope(0, 0);
 }
 
-// Moving the point along a tangent must change that coordinate and no other.
-TEST_F(Uv, TangentsFollowTheCoordinates) {
-    constexpr miMatrix turned{0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1}; // and twice as large
-    constexpr miMatrix rolled{2, 0, 0, 0, 0, 0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 1};
-    renderer.set_to_space(scripted::Space::object, turned);
-    renderer.set_to_space(scripted::Space::world, rolled);
-    p.uAngle = 0.5f, p.vAngle = -0.8f, p.wAngle = 1.1f, p.uTiling = 3;
-    for (int i = 0; i < 6; ++i) {
-        const float step = i % 2 ? 0.998f : 2.0f;
-        p.uvwSource = i % 2 ? uvw_object_xyz : uvw_world_xyz;
-        p.axis = i / 2;
-        state->point = {0, 0, 0};
-        sample(bump);
-        const miVector here = both().uvw;
-        state->point = record.dPdu;
-        expect_near(both().uvw, {here.x + 3 * step, here.y, here.z}, 3e-6f);
-        state->point = record.dPdv;
-        expect_near(both().uvw, {here.x, here.y + step, here.z}, 3e-6f);
-    }
-}
-
 TEST_F(Uv, RecordsAreFilledAsAsked) {
     p.blur = 2;
     p.wAngle = 0.6f;
@@ -327,29 +286,6 @@ TEST_F(Uv, EachThreadKeepsItsTurn) {
             renderer.deny(miQ_FUNC_TLS_SET);
         EXPECT_NEAR(call(nullptr).r, state->thread == 0 ? 4.5f : 0.5f, 1e-6f);
     }
-}
-
-// The ramp watches where it is sampled.
-TEST_F(Uv, BadNumbersAreSurvived) {
-    const UVGeneratorParams sound = p;
-    for (const float value : {not_a_number, infinite, -infinite, 3e38f, -3e9f, 0.0f})
-        for (int i = 0; i < 248; ++i) { // each parameter in turn, the first stands for the state
-            p = sound;
-            p.isEnvironment = i & 4;
-            p.uvwSource = p.mappingType = i & 3;
-            p.noiseOn = p.uMirror = miTRUE;
-            p.noiseAnimate = p.uTile = i & 1;
-            const decl::Field& field = uv_generator_fields[static_cast<std::size_t>(i) / 8];
-            if (field.type == miTYPE_SCALAR)
-                std::memcpy(reinterpret_cast<char*>(&p) + field.offset, &value, sizeof value);
-            if (i < 8)
-                state.textures[0] = state->point = state->dir = {value, value, value};
-            sample(color, true);
-            sample(bump);
-            place(0.5f, 0.5f, 0);
-            state.set_hit({0, 0, 5}, {0, 0, 0}, {0, 0, 1});
-        }
-    EXPECT_GT(ramp.samples, 0);
 }
 
 } // namespace
