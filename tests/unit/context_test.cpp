@@ -74,20 +74,11 @@ class Context : public ShaderTest {
 protected:
     ChannelCache cache{};
     Context() {
-        // The plane z = 0 with texture coordinates equal to the position; the object's first space is
-        // channel 4.
-        renderer.triangle.points = scripted::Triangle::Corners{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}};
-        renderer.triangle.textures = {*renderer.triangle.points};
-        renderer.texture_spaces = 1;
+        set_textured_plane(4);
         orl_SceneData scene{};
         scene.map_channel_ids = miTRUE;
         set_scene(scene);
-        orl_ObjectData record{};
-        record.uv_channels = {0, 1, {4}};
-        object.userdata = add_record(record);
-        state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
     }
-    miObject object{};
 };
 
 // Seen straight on from 5 units away: a pixel of 1/640 of the aperture, 5 times as large at the plane. The

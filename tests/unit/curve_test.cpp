@@ -3,7 +3,6 @@
 #include "shader_fixture.h"
 #include "utl_curve.h"
 
-#include <barrier>
 #include <complex>
 #include <thread>
 
@@ -131,19 +130,12 @@ TEST_F(Curve, ThreadsShareOneTable) {
         return 0.7f;
     });
     mi_init_lock(&curve.function().lock);
-    std::barrier all_at_once(8);
-    std::vector<std::thread> threads;
-    for (int k = 0; k < 8; ++k)
-        threads.emplace_back([&] {
-            scripted::State own;
-            const CurveRequest request{0, 0, 0.5f, 0, 1, 0, 1, miTRUE};
-            miScalar result = 99;
-            all_at_once.arrive_and_wait();
-            orl_base_Curve(&result, own.run(curve), &curve.params(), &request);
-            EXPECT_NEAR(result, 0.7f, 1e-5f);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    in_threads(8, [&](scripted::State& own) {
+        const CurveRequest request{0, 0, 0.5f, 0, 1, 0, 1, miTRUE};
+        miScalar result = 99;
+        orl_base_Curve(&result, own.run(curve), &curve.params(), &request);
+        EXPECT_NEAR(result, 0.7f, 1e-5f);
+    });
     mi_delete_lock(&curve.function().lock);
     EXPECT_EQ(renderer.resources().allocations, before.allocations + 3); // instance, points, table
 }

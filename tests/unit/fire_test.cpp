@@ -4,6 +4,7 @@
 #include "gizmo_fixture.h"
 
 #include <cmath>
+#include <functional>
 
 ENTRY_POINT(orl_FireEffect, miColor, orl::FireEffectParams);
 INIT_AND_EXIT(orl_FireEffect, orl::FireEffectParams);

@@ -5,8 +5,6 @@
 #include "kit/matrix.h"
 #include "shader_fixture.h"
 
-#include <functional>
-
 struct GizmoTest : ShaderTest {
     static constexpr miMatrix identity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
     static constexpr miMatrix up{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 2, 1}; // by 2

@@ -229,18 +229,21 @@ TEST_F(Lights, AnswerVolumeLights) {
         WITH(l->useNearAtten = l->useFarAtten = miTRUE; l->nearAttenStart = l->nearAttenEnd = 4;
              l->farAttenStart = l->farAttenEnd = 8; l->decayType = 1; l->decayStart = 2;
              l->shadowColor = grey(0.4f, 1));
-    const miVector point{3, 0, -4};
-    miColor answer{};
-    miScalar attenuation = 0;
+    const miMatrix to_light{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 7, 1};
+    renderer.set_to_space(scripted::Space::light, to_light);
+    const miVector points[] = {{0, 0, -47}, {3, 0, -11}}; // the first is too far away
+    miColor answers[2] = {};
+    miScalar attenuations[2] = {};
     const VolumeLightRequest request{
-        VolumeLightRequest::magic_number, lamp, 0.5f, 1.5f, 1, &point, &answer, &attenuation};
+        VolumeLightRequest::magic_number, lamp, 0.5f, 1.5f, 2, points, answers, attenuations};
     state->type = miRAY_EYE;
     const auto expect = [&](const auto& kind, float color, float ranges) {
         for (const float density : {0.0f, 1.0f, -1.0f}) { // no shadow, nothing else, taken from the light
             const auto setup = WITH(stretched(l); l->shadowOn = density != 0; l->shadowDensity = density);
             expect_near(shade(kind, setup, &request), grey(1, 1));
-            expect_near(answer, grey(density > 0 ? 0.4f : color + 0.4f * density));
-            EXPECT_NEAR(attenuation, ranges, 1e-6f);
+            expect_near(answers[1], grey(density > 0 ? 0.4f : color + 0.4f * density));
+            EXPECT_NEAR(attenuations[1], ranges, 1e-6f);
+            EXPECT_EQ(attenuations[0], 0);
         }
     };
     expect(omni, 0.48449707f, 0.48449707f);

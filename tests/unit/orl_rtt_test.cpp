@@ -3,7 +3,6 @@
 #include "orl_rtt.h"
 
 #include <algorithm>
-#include <barrier>
 #include <chrono>
 #include <thread>
 #include <tuple>
@@ -188,20 +187,11 @@ TEST_F(Bake, ThreadsShareOneGrid) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5)); // so that all come while one builds
         return renderer.mi_mem_int_test_allocate.unscripted(arguments...);
     };
-    std::barrier all_at_once(8);
-    std::vector<std::thread> threads;
-    for (short k = 0; k < 8; ++k)
-        threads.emplace_back([&, k] {
-            scripted::State own;
-            own->thread = k;
-            own->raster_x = 160;
-            miColor color{};
-            own.run(lens, miSHADER_LENS);
-            all_at_once.arrive_and_wait();
-            orl_rtt_lens(&color, own, &lens.params());
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    in_threads(8, [&](scripted::State& own) {
+        own->raster_x = 160;
+        miColor color{};
+        orl_rtt_lens(&color, own.run(lens, miSHADER_LENS), &lens.params());
+    });
     mi_delete_lock(&lens.function().lock);
     EXPECT_EQ(count(scripted::Level::info), 1);
     EXPECT_EQ(renderer.pins(), 1);

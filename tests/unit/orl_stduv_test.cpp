@@ -1,13 +1,11 @@
 // Coordinate generators over (u, v): placement against matrices worked out apart, environments at directions
 // whose place is known, and what generators do with a map that they are to sample.
-#include "noise.h"
 #include "orl_stduv.h"
 #include "shader_fixture.h"
 #include "uv_map.h"
 #include "uv_placement.h"
 
 #include <algorithm>
-#include <array>
 #include <complex>
 #include <numbers>
 
@@ -52,22 +50,14 @@ class Uv : public ShaderTest {
 protected:
     LiveShader<UVGeneratorParams> base{state, orl_base_UVGenerator_init, orl_base_UVGenerator_exit};
     UVGeneratorParams& p = base.params();
-    miObject object{};
     UvDerivRecord record{UvDerivRecord::magic_number, 7, {9, 9, 9}, {9, 9, 9}, {9, 9, 9}, {9, 9, 9}};
     Ramp ramp;
 
-    // The plane z = 0 with texture coordinates equal to the position, in the object's channel 0.
     Uv() {
         state.camera.aspect = 8.0f / 3;
         p.uTiling = p.vTiling = p.blur = p.noiseSize = 1;
         p.uTile = p.vTile = p.wrapPlain = p.showMapOnBack = miTRUE;
-        renderer.triangle.points = scripted::Triangle::Corners{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}};
-        renderer.triangle.textures = {*renderer.triangle.points};
-        renderer.texture_spaces = 1;
-        orl_ObjectData data{};
-        data.uv_channels = {0, 1, {0}};
-        object.userdata = add_record(data);
-        state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
+        set_textured_plane();
         state->user = &record;
         state->user_size = sizeof record;
         base.start();

@@ -7,9 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <barrier>
 #include <cmath>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 // An entry point by name; the headers of the library declare none.
@@ -73,6 +75,19 @@ protected:
         state->instance = add_instance_with(add_record(node));
     }
 
+    // The hit lies on the plane z = 0 of an object with texture coordinates equal to positions, in that
+    // channel.
+    void set_textured_plane(miInteger channel = 0) {
+        renderer.triangle.points = {{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}}};
+        renderer.triangle.textures = {*renderer.triangle.points};
+        renderer.texture_spaces = 1;
+        orl_ObjectData data{};
+        data.uv_channels = {0, 1, {channel}};
+        miObject object{};
+        object.userdata = add_record(data);
+        state->instance = add_instance_with(miNULLTAG, renderer.add_copy(miSCENE_OBJECT, object));
+    }
+
     std::vector<std::string> errors() const {
         std::vector<std::string> texts;
         for (const scripted::Message& message : renderer.messages())
@@ -81,6 +96,21 @@ protected:
         return texts;
     }
 };
+
+// Runs `work(state)` in so many threads at once.
+template <class Work> void in_threads(short count, Work work) {
+    std::barrier all_at_once(count);
+    std::vector<std::thread> threads;
+    for (short k = 0; k < count; ++k)
+        threads.emplace_back([&, k] {
+            scripted::State own;
+            own->thread = k;
+            all_at_once.arrive_and_wait();
+            work(own);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
 
 // One instance of a shader with init and exit, which must leave nothing behind.
 template <class Params> class LiveShader : public scripted::ShaderInstance<Params> {

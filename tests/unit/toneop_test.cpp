@@ -6,8 +6,6 @@ using namespace orl;
 
 ENTRY_POINT(orl_ToneOpLog, miColor, ToneOpLogParams);
 INIT_AND_EXIT(orl_ToneOpLog, ToneOpLogParams);
-ENTRY_POINT(orl_ToneOpPseudo, miColor, ToneOpPseudoParams);
-INIT_AND_EXIT(orl_ToneOpPseudo, ToneOpPseudoParams);
 
 namespace {
 
@@ -101,7 +99,6 @@ TEST(PseudoMapping, PalettesAndLevels) {
 class ToneOperator : public ShaderTest {
 protected:
     LiveShader<ToneOpLogParams> log{state, orl_ToneOpLog_init, orl_ToneOpLog_exit};
-    LiveShader<ToneOpPseudoParams> pseudo{state, orl_ToneOpPseudo_init, orl_ToneOpPseudo_exit};
     const miColor sky{0.5f, 0.25f, 2, 1}, unmapped{9, 8, 7, 6};
     miColor result{};
 

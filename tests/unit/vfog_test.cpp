@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 
 ENTRY_POINT(orl_VolumeFog, miColor, orl::VolumeFogParams);
 INIT_AND_EXIT(orl_VolumeFog, orl::VolumeFogParams);
@@ -155,11 +156,11 @@ TEST_F(VolumeFog, NoiseByItsSettings) {
         float soft;
     } cases[] = {
         {fog_noise_plain, 0, 3, 0, 0, 0, {0, -1, 0}, 0, 0, 0},
-        {fog_noise_plain, 1.3f, 3, 0, 0, 1, {0, 1, 0}, 1, 1, 0},
-        {fog_noise_fractal, 1.3f, 2.7f, 0, 0, 2, {-1, 0, 0}, 0, 0, 0.3f},
-        {fog_noise_fractal, 0, 1, 0.8f, 0, 3, {1, 0, 0}, 1, 0, 0},
-        {fog_noise_fractal, 1.3f, 5, 0.8f, 0.05f, 4, {0, 0, 1}, 0, 1, 0.6f},
-        {fog_noise_turbulence, 1.3f, 2.7f, 0, 0, 5, {0, 0, -1}, 0, 1, 0},
+        {fog_noise_plain, 1.3f, 3, 0, 0, 1, {0, 1, 0}, 1, 1, 0.3f},
+        {fog_noise_fractal, 1.3f, 2.7f, 0, 0, 2, {-1, 0, 0}, 0, 0, 0},
+        {fog_noise_fractal, 1.3f, 1, 0.8f, 0, 3, {1, 0, 0}, 1, 1, 0.6f},
+        {fog_noise_fractal, 1.3f, 5, 0.8f, 0.05f, 4, {0, 0, 1}, 0, 1, 0},
+        {fog_noise_turbulence, 1.3f, 2.7f, 0, 0, 5, {0, 0, -1}, 0, 1, 0.6f},
         {fog_noise_turbulence, 0, 0, 0, 0, 6, {0, 0, 0}, 1, 0, 0},
         {fog_noise_turbulence, 1.3f, 5, 0.05f, 0.8f, -1, {0, 0, 0}, 0, 1, 0.6f},
     };
