@@ -265,17 +265,4 @@ TEST_F(Uv, RecordsAreFilledAsAsked) {
     }
 }
 
-TEST_F(Uv, EachThreadKeepsItsTurn) {
-    p.uAngle = std::numbers::pi_v<float>;
-    call(nullptr);
-    void* kept = nullptr; // flags, angles, sine and cosine, and the matrix that is not made anew
-    mi_query(miQ_FUNC_TLS_GET, state, miNULLTAG, &kept);
-    static_cast<miScalar*>(kept)[7 + 9] = 4; // the image of the origin
-    for (; state->thread < 3; ++state->thread) {
-        if (state->thread == 2) // no place to keep one
-            renderer.deny(miQ_FUNC_TLS_SET);
-        EXPECT_NEAR(call(nullptr).r, state->thread == 0 ? 4.5f : 0.5f, 1e-6f);
-    }
-}
-
 } // namespace
