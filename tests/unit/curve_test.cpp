@@ -3,6 +3,7 @@
 #include "shader_fixture.h"
 #include "utl_curve.h"
 
+#include <climits>
 #include <complex>
 #include <thread>
 
@@ -64,7 +65,7 @@ TEST_F(Curve, TableIsInterpolatedBetweenItsSamples) {
     for (const auto& [x0, x1] : {std::pair{0.0f, 0.9f}, {0.1f, 1.0f}}) // not the table's range
         EXPECT_EQ(curve({0, 0, 0.33f, x0, x1, 0, 1, miTRUE}), curve.at(0.33f));
     // The sample at the end lies on the last point, even where 41 steps of 0.7 / 41 are more than 0.7.
-    for (const miInteger steps : {1, 41, 65536}) {
+    for (const miInteger steps : {INT_MIN, 1, 41, 65536, INT_MAX}) {
         Live line(state, {knot(0, 0, 0.25f), knot(0, 0.7f, 0.75f)}, 0, steps);
         EXPECT_EQ(line({0, 0, 0.7f, 0, 0.7f, 0, 1, miTRUE}), 0.75f) << steps;
         EXPECT_NEAR(line({0, 0, 0.28f, 0, 0.7f, 0, 1, miTRUE}), 0.45f, 1e-5f) << steps;

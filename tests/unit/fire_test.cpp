@@ -3,6 +3,7 @@
 #include "atm_combust.h"
 #include "gizmo_fixture.h"
 
+#include <climits>
 #include <cmath>
 #include <functional>
 
@@ -99,6 +100,12 @@ TEST_F(FireEffect, EvenFlamesHaveTheClosedForm) {
     EXPECT_EQ(shade(fire, carried), carried);
     state->type = miRAY_EYE;
 
+    Fire countless(state); // ends in time
+    countless->samples = INT_MAX;
+    countless.fill({raised});
+    countless.start();
+    EXPECT_NEAR(shade(countless, {}).a, t, 1e-4f);
+
     // Two gizmos add up before the colours do.
     Fire twice(state);
     twice.fill({raised, raised});
@@ -118,6 +125,7 @@ TEST_F(FireEffect, RaysWithoutFireStayAsTheyAre) {
         [](Fire& fire) { fire->on = miFALSE; },
         [](Fire& fire) { fire->samples = 0; },
         [](Fire& fire) { fire->samples = -7; },
+        [](Fire& fire) { fire->density = not_a_number; },
         [](Fire& fire) { fire->explosion = miTRUE, fire->phase = 301; },
         [](Fire& fire) { fire->explosion = miTRUE, fire->phase = 0; },
         [&](Fire& fire) { // at phase 25 the ball is half as large

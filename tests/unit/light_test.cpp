@@ -218,6 +218,7 @@ TEST_F(Lights, ShadowsAndMaps) {
 
 TEST_F(Lights, AnswerVolumeLights) {
     renderer.mi_sample_light = [&](miColor* color, miVector*, miScalar*, miState* at, miTag, miInteger* n) {
+        EXPECT_TRUE(at->parent == state && at->pri == nullptr); // a point in the air
         miState ray = *at;
         ray.parent = at, ray.type = miRAY_LIGHT, ray.dist = 1;
         return *n == 0 && ++*n && call(color, &ray);

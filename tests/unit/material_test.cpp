@@ -1,5 +1,6 @@
 // The standard material under a scripted illumination model, which shows what it was given.
 #include "material_call.h"
+#include "orl_rendelem.h"
 #include "shader_fixture.h"
 
 #include <array>
@@ -176,6 +177,23 @@ TEST_F(Material, ResultsAreReported) {
     EXPECT_TRUE(renderer.framebuffer_writes().size() == 1 && renderer.opacities().size() == 1);
     shade = [](miState*, IllumRecord& record) { record.filter[0] = grey(1); };
     EXPECT_TRUE(run() && result.a == 0); // three thirds
+}
+
+TEST_F(Material, ElementsGetTheLightOfBothSides) {
+    orl_PostIllumData data{};
+    miInteger zero = 0;
+    miTag shader = renderer.add_shader([&](void*, miState*, void* call) {
+        data = *static_cast<orl_PostIllumData*>(static_cast<orl_RenderElementCall*>(call)->data);
+        return miTRUE;
+    });
+    miColor color{};
+    const RenderElementList list{1, 0, 1, &zero, &zero, &shader, &zero, &zero, &zero};
+    RenderElementResults results{&color, 0};
+    const ScopedRecord elements(state, keys::render_elements, {&list, &results, 1, 0, 0});
+    shade = [](miState*, IllumRecord& r) { r.diffuse = grey(0.2f), r.extraDiffuse = grey(3.2f); };
+    material->materialId = 3, run();
+    expect_near(data.outputs.diffuse, grey(3.4f));
+    EXPECT_TRUE(data.slots[slot_bump] == 8 && data.materialId == 3);
 }
 
 TEST_F(Material, WhatIsMissingOrRecursiveFails) {

@@ -8,6 +8,8 @@ using namespace orl;
 extern "C" miBoolean orl_base_Output(miColor*, miState*, const OutputStageParams*, const OutputRequest*);
 extern "C" miBoolean orl_Output(miColor*, miState*, const OutputMapParams*, OutputRequest*);
 
+INIT_AND_EXIT(orl_Output, OutputMapParams);
+
 namespace {
 
 constexpr auto color = OutputRequest::color, mono = OutputRequest::mono, bump = OutputRequest::vector,
@@ -112,6 +114,31 @@ TEST_F(OutputMap, RunsTheMapAndThenTheStage) {
         miColor result{};
         EXPECT_TRUE(orl_Output(&result, state.run(shader), &shader.params(), &request));
         EXPECT_EQ(result, expected);
+    }
+}
+
+TEST_F(OutputMap, EyeRaysAreWrittenToTheNumberedBuffer) {
+    state.camera.framebuffers =
+        renderer.add_framebuffers({{"fb_output3", miIMG_TYPE_RGBA_FP}, {"fb_output-2", miIMG_TYPE_RGBA_FP}});
+    const miTag map = renderer.add_color({1, 2, 3, 4});
+    const std::tuple<miInteger, miRay_type, std::vector<int>> cases[] = {
+        {3, miRAY_EYE, {0}},    {-2, miRAY_EYE, {1}}, {5, miRAY_EYE, {-1}}, // missing: left to the renderer
+        {3, miRAY_REFLECT, {}}, {0, miRAY_EYE, {}},
+    };
+    for (const auto& [number, ray, expected] : cases) {
+        std::vector<int> puts;
+        renderer.mi_fb_put = [&](miState*, int index, void* value) {
+            EXPECT_EQ(*static_cast<miColor*>(value), (miColor{1, 2, 3, 4}));
+            puts.push_back(index);
+            return miTRUE;
+        };
+        LiveShader<OutputMapParams> shader(state, orl_Output_init, orl_Output_exit);
+        shader.params() = {map, miTRUE, miNULLTAG, number};
+        shader.start();
+        state->type = ray;
+        miColor result{};
+        orl_Output(&result, state, &shader.params(), nullptr);
+        EXPECT_EQ(puts, expected) << number;
     }
 }
 

@@ -62,6 +62,12 @@ TEST(LogMapping, InverseBringsColorsBack) {
         expect_near(unmap_log(m, {-1, 0, 0, 1}), {0, 0, 0, 1});
         EXPECT_TRUE(std::isfinite(unmap_log(m, {50, 50, 50, 1}).r)); // brighter than the curve ever gets
     }
+    ToneOpLogParams unlit = log_defaults(); // which gives no colours to bring back
+    unlit.physicalScale = 0;
+    unlit.whiteBalanceOn = miTRUE;
+    unlit.whiteBalance = grey(0, 1);
+    for (const float level : {0.0f, 0.5f})
+        EXPECT_TRUE(std::isfinite(unmap_log(log_mapping(unlit), grey(level)).r));
 }
 
 TEST(PseudoMapping, PalettesAndLevels) {
