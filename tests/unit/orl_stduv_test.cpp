@@ -233,6 +233,27 @@ TEST_F(Uv, GradientOfARamp) {
     expect_slope(0, 0);
 }
 
+// Moving the point along a tangent must change that coordinate and no other.
+TEST_F(Uv, TangentsFollowTheCoordinates) {
+    constexpr miMatrix turned{0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1}; // and twice as large
+    constexpr miMatrix rolled{2, 0, 0, 0, 0, 0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 1};
+    renderer.set_to_space(scripted::Space::object, turned);
+    renderer.set_to_space(scripted::Space::world, rolled);
+    p.uAngle = 0.5f, p.vAngle = -0.8f, p.wAngle = 1.1f, p.uTiling = 3;
+    for (int i = 0; i < 6; ++i) {
+        const float step = i % 2 ? 0.998f : 2.0f;
+        p.uvwSource = i % 2 ? uvw_object_xyz : uvw_world_xyz;
+        p.axis = i / 2;
+        state->point = {0, 0, 0};
+        sample(bump);
+        const miVector here = both().uvw;
+        state->point = record.dPdu;
+        expect_near(both().uvw, {here.x + 3 * step, here.y, here.z}, 3e-6f);
+        state->point = record.dPdv;
+        expect_near(both().uvw, {here.x, here.y + step, here.z}, 3e-6f);
+    }
+}
+
 TEST_F(Uv, RecordsAreFilledAsAsked) {
     p.blur = 2;
     p.wAngle = 0.6f;
