@@ -2,8 +2,6 @@
 // when a call cannot be served.
 #include "shader_fixture.h"
 
-#include <thread>
-
 namespace {
 
 struct Warned {
@@ -41,70 +39,55 @@ protected:
 TEST_F(CallMaterialTest, RunsTheSlotOfTheCallInProgress) {
     const miMaterial material = full_material();
     const miTag tag = renderer.add_material(material);
+    const miTag function = add_slot(2);
+    const miTag surface = material.volume, around = material.environment;
     const struct {
         miShader_type type;
         float number;
         miTag volume, environment; // seen by the slot's shader
+        const char* as_function;   // what runs a function in place of a material
     } cases[] = {
-        {miSHADER_MATERIAL, 1, material.volume, material.environment},
-        {miSHADER_TEXTURE, 1, material.volume, material.environment},
-        {miSHADER_SHADOW, 3, 500, 600},
-        {miSHADER_ENVIRONMENT, 4, 500, 600},
-        {miSHADER_VOLUME, 5, 500, 600},
-        {miSHADER_PHOTON, 7, material.photonvol, 600},
-        {miSHADER_DISPLACE, 9, 500, 600},
-        {miSHADER_LIGHTMAP, 13, 500, 600},
-        {miSHADER_PHOTONVOL, 14, 500, 600},
-        {miSHADER_CONTOUR, 16, 500, 600},
+        {miSHADER_MATERIAL, 1, surface, around, "mi_call_material"},
+        {miSHADER_TEXTURE, 1, surface, around, "mi_call_material"},
+        {miSHADER_SHADOW, 3, 500, 600, "mi_call_shadow_material"},
+        {miSHADER_ENVIRONMENT, 4, 500, 600, "mi_call_environment_material"},
+        {miSHADER_VOLUME, 5, 500, 600, "mi_call_volume_material"},
+        {miSHADER_PHOTON, 7, material.photonvol, 600, "mi_call_photon_material"},
+        {miSHADER_DISPLACE, 9, 500, 600, nullptr},
+        {miSHADER_LIGHTMAP, 13, 500, 600, nullptr},
+        {miSHADER_PHOTONVOL, 14, 500, 600, "mi_call_photonvol_material"},
+        {miSHADER_CONTOUR, 16, 500, 600, nullptr},
     };
     for (const auto& each : cases) {
+        SCOPED_TRACE(each.type);
         state.run(shader, each.type);
-        state->volume = 500;
-        state->environment = 600;
-        miColor result{8, 8, 8, 8};
-        EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr)) << each.type;
-        EXPECT_EQ(result, (miColor{each.number, 0, 0, 0})) << each.type;
-        EXPECT_EQ(type_seen, each.type);
-        EXPECT_EQ(volume_seen, each.volume) << each.type;
-        EXPECT_EQ(environment_seen, each.environment) << each.type;
-        EXPECT_EQ(state->volume, each.volume) << "the volume stays, call type " << each.type;
-        EXPECT_EQ(state->environment, 600u) << each.type;
-        EXPECT_EQ(state->call_type, each.type);
+        state->volume = 500, state->environment = 600, state->material = 700;
+        miColor result = grey(8, 8);
+        EXPECT_TRUE(CallMaterial(&result, state, tag, nullptr));
+        EXPECT_EQ(result, (miColor{each.number, 0, 0, 0}));
+        EXPECT_TRUE(type_seen == each.type && state->call_type == each.type);
+        EXPECT_TRUE(volume_seen == each.volume && environment_seen == each.environment);
+        EXPECT_EQ(state->volume, each.volume) << "the volume stays";
+        EXPECT_EQ(state->environment, 600u);
+        if (each.as_function == nullptr)
+            continue;
+        renderer.clear_logs();
+        EXPECT_TRUE(CallMaterial(&result, state, function, nullptr));
+        ASSERT_EQ(renderer.calls().size(), 1u);
+        EXPECT_STREQ(renderer.calls()[0].function, each.as_function);
+        EXPECT_TRUE(renderer.calls()[0].tag == function && state->material == 700);
     }
 }
 
-TEST_F(CallMaterialTest, FunctionsRunAsTheCurrentMaterial) {
-    const std::pair<miShader_type, const char*> cases[] = {
-        {miSHADER_MATERIAL, "mi_call_material"},
-        {miSHADER_TEXTURE, "mi_call_material"},
-        {miSHADER_SHADOW, "mi_call_shadow_material"},
-        {miSHADER_ENVIRONMENT, "mi_call_environment_material"},
-        {miSHADER_VOLUME, "mi_call_volume_material"},
-        {miSHADER_PHOTON, "mi_call_photon_material"},
-        {miSHADER_PHOTONVOL, "mi_call_photonvol_material"},
-    };
-    const miTag function = add_slot(2);
-    for (const auto& [type, expected] : cases) {
-        renderer.clear_logs();
-        state.run(shader, type);
-        state->material = 700;
-        miColor result{};
-        EXPECT_TRUE(CallMaterial(&result, state, function, nullptr)) << expected;
-        ASSERT_EQ(renderer.calls().size(), 1u);
-        EXPECT_STREQ(renderer.calls()[0].function, expected);
-        EXPECT_EQ(renderer.calls()[0].tag, function);
-        EXPECT_EQ(state->material, 700u);
-    }
-    // A failing environment function falls back to the camera.
+TEST_F(CallMaterialTest, FailingEnvironmentsFallBackToTheCamera) {
     const miTag failing = renderer.add_shader([](void*, miState*, void*) { return miFALSE; });
     state.run(shader, miSHADER_ENVIRONMENT);
+    state->material = 700;
     miColor result{};
     EXPECT_FALSE(CallMaterial(&result, state, failing, nullptr));
     state.camera.environment = add_slot(44);
     EXPECT_TRUE(CallMaterial(&result, state, failing, nullptr));
-    EXPECT_EQ(result.r, 44.0f);
-    EXPECT_EQ(type_seen, miSHADER_ENVIRONMENT);
-    EXPECT_EQ(state->material, 700u);
+    EXPECT_TRUE(result.r == 44 && type_seen == miSHADER_ENVIRONMENT && state->material == 700);
 }
 
 TEST_F(CallMaterialTest, UnsupportedCallsAreReportedOncePerFlag) {
@@ -147,18 +130,12 @@ TEST_F(CallMaterialTest, ThreadsShareTheFlag) {
     const miTag material = renderer.add_material(full_material());
     orl::new_instance_data<Warned>(state.run(shader, miSHADER_LENS));
     miSetModuleHandle(renderer.handle()); // the threads meet while functions are being looked up
-    std::vector<std::thread> threads;
-    for (short number = 0; number < 4; ++number)
-        threads.emplace_back([&, number] {
-            scripted::State own;
-            own.run(shader, miSHADER_LENS);
-            own->thread = number;
-            miColor result{};
-            for (int i = 0; i < 200; ++i)
-                EXPECT_FALSE(CallMaterial(&result, own, material, nullptr));
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    in_threads(4, [&](scripted::State& own) {
+        own.run(shader, miSHADER_LENS);
+        miColor result{};
+        for (int i = 0; i < 200; ++i)
+            EXPECT_FALSE(CallMaterial(&result, own, material, nullptr));
+    });
     EXPECT_EQ(errors().size(), 1u);
     orl::delete_instance_data(state);
 }

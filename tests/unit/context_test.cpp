@@ -8,103 +8,54 @@ using namespace orl::context;
 
 namespace {
 
-struct V {
-    double x, y, z;
-};
-V operator+(V a, V b) {
-    return {a.x + b.x, a.y + b.y, a.z + b.z};
-}
-V operator-(V a, V b) {
-    return {a.x - b.x, a.y - b.y, a.z - b.z};
-}
-V operator*(double f, V a) {
-    return {f * a.x, f * a.y, f * a.z};
-}
-double dot(V a, V b) {
-    return a.x * b.x + a.y * b.y + a.z * b.z;
-}
-double length(V a) {
-    return std::sqrt(dot(a, a));
-}
-V wide(const miVector& v) {
-    return {v.x, v.y, v.z};
-}
-miVector narrow(V v) {
-    return {static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z)};
-}
+// A camera at the origin with axes turned away from those of space; pixels are 0.001 by 0.002.
+constexpr Lens lens{false, 1.5f, 0.001f, 0.002f, {0.8f, 0, 0.6f}, {0, 1, 0}, {0.6f, 0, -0.8f}};
 
-void expect_near(const miVector& got, V expected, double tolerance, const char* what) {
-    EXPECT_LE(length(wide(got) - expected), tolerance)
-        << what << ": (" << got.x << ", " << got.y << ", " << got.z << ") instead of (" << expected.x << ", "
-        << expected.y << ", " << expected.z << ")";
-}
-
-// A camera at the origin with right, up and forward turned away from the axes; rays by image plane position
-// in pixels from the middle.
-struct Pinhole {
-    V right{0.8, 0, 0.6}, up{0, 1, 0}, forward{0.6, 0, -0.8};
-    double focal = 1.5, pixel_width = 0.001, pixel_height = 0.002;
-    bool orthographic = false;
-
-    Lens lens() const {
-        return {orthographic,
-                static_cast<float>(focal),
-                static_cast<float>(pixel_width),
-                static_cast<float>(pixel_height),
-                narrow(right),
-                narrow(up),
-                narrow(forward)};
-    }
-    V plane_point(double x, double y) const {
-        return (x * pixel_width) * right + (y * pixel_height) * up + focal * forward;
-    }
-    V dir(double x, double y) const {
-        const V d = orthographic ? forward : plane_point(x, y);
-        return (1 / length(d)) * d;
-    }
-    V origin(double x, double y) const {
-        return orthographic ? plane_point(x, y) - focal * forward : V{0, 0, 0};
-    }
-    // Where the ray meets the plane through `at` with that normal.
-    V hit(double x, double y, V at, V normal) const {
-        const V o = origin(x, y), d = dir(x, y);
-        return o + (dot(at - o, normal) / dot(d, normal)) * d;
-    }
-};
-
+// The hit is 7 units away. Expected are central differences of where neighbouring pixels' rays meet the
+// plane, and of their directions, in double precision.
 TEST(Footprint, IsTheDifferenceOfNeighbouringPixels) {
-    const V normals[] = {{-0.6, 0, 0.8}, {0, 1, 0.2}, {-0.3, 0.5, 0.9}};
-    for (const bool orthographic : {false, true})
-        for (const V& n : normals)
-            for (const double x : {-300.0, 0.0, 170.0})
-                for (const double y : {-80.0, 55.0}) {
-                    Pinhole camera;
-                    camera.orthographic = orthographic;
-                    const V normal = (1 / length(n)) * n;
-                    const V at = camera.origin(x, y) + 7.0 * camera.dir(x, y);
-                    const Differential d = surface_footprint(camera.lens(), narrow(camera.dir(x, y)),
-                                                             narrow(camera.dir(x, y)), narrow(normal), 7.0f);
-                    const double h = 1e-3; // central differences: an error of h^2, far below single precision
-                    const V right =
-                        0.5 / h * (camera.hit(x + h, y, at, normal) - camera.hit(x - h, y, at, normal));
-                    const V up =
-                        0.5 / h * (camera.hit(x, y + h, at, normal) - camera.hit(x, y - h, at, normal));
-                    expect_near(d.right, right, 3e-6 * length(right) + 1e-9, "right");
-                    expect_near(d.up, up, 3e-6 * length(up) + 1e-9, "up");
-
-                    const Differential turned = direction_footprint(camera.lens(), narrow(camera.dir(x, y)));
-                    expect_near(turned.right, 0.5 / h * (camera.dir(x + h, y) - camera.dir(x - h, y)), 1e-8,
-                                "turn");
-                    expect_near(turned.up, 0.5 / h * (camera.dir(x, y + h) - camera.dir(x, y - h)), 1e-8,
-                                "turn");
-                }
+    const struct {
+        bool orthographic;
+        miVector dir, normal, right, up, turn_right, turn_up;
+    } cases[] = {
+        {false,
+         lens.forward,
+         {-0.6f, 0, 0.8f}, // of the middle, straight on
+         {3.7333333e-3f, 0, 2.8e-3f},
+         {0, 9.3333333e-3f, 0},
+         {5.3333333e-4f, 0, 4e-4f},
+         {0, 1.3333333e-3f, 0}},
+        {false,
+         {0.43034429f, 0.071724048f, -0.89981079f},
+         {0, 0.8f, 0.6f}, // 300 pixels to the left, 55 up
+         {5.1169029e-3f, 2.4424946e-4f, -3.2566595e-4f},
+         {6.513319e-3f, 0.010214068f, -0.013618758f},
+         {5.7651796e-4f, 9.148087e-6f, 2.7645518e-4f},
+         {-4.0251581e-5f, 1.297365e-3f, 8.4162397e-5f}},
+        {false,
+         {0.68245088f, -0.10539782f, -0.72329254f},
+         {-0.48f, 0.6f, 0.64f}, // 170 right, 80 down
+         {3.6889237e-3f, 0, 2.7666928e-3f},
+         {4.4232928e-3f, 8.5391752e-3f, -4.6880072e-3f},
+         {4.7664557e-4f, 7.775062e-6f, 4.4859818e-4f},
+         {9.4764279e-5f, 1.3028373e-3f, -1.004355e-4f}},
+        {true, lens.forward, {-0.48f, 0.6f, 0.64f}, {8e-4f, 0, 6e-4f}, {9e-4f, 2e-3f, -1.2e-3f}, {}, {}},
+    };
+    for (const auto& each : cases) {
+        Lens camera = lens;
+        camera.orthographic = each.orthographic;
+        const Differential plane = surface_footprint(camera, each.dir, each.dir, each.normal, 7);
+        expect_near(plane.right, each.right, 2e-8f);
+        expect_near(plane.up, each.up, 2e-8f);
+        const Differential turn = direction_footprint(camera, each.dir);
+        expect_near(turn.right, each.turn_right, 1e-8f);
+        expect_near(turn.up, each.turn_up, 1e-8f);
+    }
 }
 
 TEST(Degenerate, RaysThatGrazeStayFiniteAndFlatTrianglesChangeNothing) {
-    const Pinhole camera;
-    const miVector ahead = narrow(camera.forward);
     for (const miVector& normal : {miVector{0, 1, 0}, {0.8f, 0, 0.6f}, {0, 0, 0}}) {
-        const Differential d = surface_footprint(camera.lens(), ahead, ahead, normal, 100.0f);
+        const Differential d = surface_footprint(lens, lens.forward, lens.forward, normal, 100);
         EXPECT_TRUE(std::isfinite(d.right.x + d.right.z + d.up.x + d.up.y));
     }
     const Corners line{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}, point{{1, 1, 1}, {1, 1, 1}, {1, 1, 1}};
@@ -123,20 +74,11 @@ class Context : public ShaderTest {
 protected:
     ChannelCache cache{};
     Context() {
-        // The plane z = 0 with texture coordinates equal to the position; the object's first space is
-        // channel 4.
-        renderer.triangle.points = scripted::Triangle::Corners{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}};
-        renderer.triangle.textures = {*renderer.triangle.points};
-        renderer.texture_spaces = 1;
+        set_textured_plane(4);
         orl_SceneData scene{};
         scene.map_channel_ids = miTRUE;
         set_scene(scene);
-        orl_ObjectData record{};
-        record.uv_channels = {0, 1, {4}};
-        object.userdata = add_record(record);
-        state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
     }
-    miObject object{};
 };
 
 // Seen straight on from 5 units away: a pixel of 1/640 of the aperture, 5 times as large at the plane. The
@@ -160,11 +102,11 @@ TEST_F(Context, PointsAndDirectionsBySelector) {
     renderer.set_to_space(scripted::Space::light, mirror_x);
     state->point = {2, 3, 4};
     state->dir = {3, 0, -4};
-    expect_near(object_point(state, Selector::surface), {2, 4, 4}, 0, "surface");
-    expect_near(object_point(state, Selector::light_ray), {-2, 3, 4}, 0, "light");
-    expect_near(object_point(state, Selector::environment_ray), {0.6, 0, -0.8}, 1e-7, "environment");
-    expect_near(direction(state, Selector::light_ray), {-0.6, 0, -0.8}, 1e-7, "light direction");
-    expect_near(world_point(state, Selector::surface), {2, 3, 4}, 0, "world");
+    expect_near(object_point(state, Selector::surface), {2, 4, 4}, 0);
+    expect_near(object_point(state, Selector::light_ray), {-2, 3, 4}, 0);
+    expect_near(object_point(state, Selector::environment_ray), {0.6f, 0, -0.8f}, 1e-7f);
+    expect_near(direction(state, Selector::light_ray), {-0.6f, 0, -0.8f}, 1e-7f);
+    expect_near(world_point(state, Selector::surface), {2, 3, 4}, 0);
 }
 
 TEST_F(Context, TextureVerticesOfAnotherSourceGoFirst) {
@@ -183,7 +125,7 @@ TEST_F(Context, TextureVerticesOfAnotherSourceGoFirst) {
     EXPECT_NEAR(uvw.y, 2, 1e-6f);
     Tangents along;
     EXPECT_TRUE(texture_tangents(state, 4, cache, along));
-    expect_near(along.along_u, {6, 0, 0}, 1e-6, "18 units of x for 3 of u");
+    expect_near(along.along_u, {6, 0, 0}); // 18 units of x for 3 of u
 }
 
 } // namespace

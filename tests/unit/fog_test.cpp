@@ -167,40 +167,4 @@ TEST_F(FogShader, LiesInLayers) {
     EXPECT_NE(run(clear), clear);
 }
 
-// Maps and noise in a layer: the exponent of -2 / 3 as above, at an elevation of asin(1.5 / |(3, 4, 1.5)|).
-TEST_F(FogShader, LayersTakeMapsAndNoise) {
-    fog->type = 1, fog->density = 40, fog->top = 5, fog->bottom = 2;
-    fog->horizonNoise = miTRUE, fog->noiseSize = 20, fog->noiseAngle = 0.5f, fog->noisePhase = 1.4f;
-    fog->opacityMap = add_map({1, 0.5f, 0, 1});
-    const auto mapped = [](FogParams& p) { p.useOpacityMap = miTRUE; };
-    aim({0, 0, 3}, {3, 4, 4.5f});
-    const float noise = horizon_factor(state->dir, 0.5f, 400 / 20.0f, 1.4f);
-    EXPECT_GT(noise, 0.001f + std::pow(std::asin(state->dir.z) / 0.5f, 2)); // its share: the noise is not 1
-    // the amount without a map, the exponent with one
-    EXPECT_NEAR(run({}, as_set).r, (1 - std::exp(-2 / 3.0f)) * noise, 1e-5f);
-    const miColor c = run({0, 0, 1, 0}, mapped);
-    EXPECT_NEAR(c.r, 1 - std::exp(-2 / 3.0f * noise), 1e-5f);
-    EXPECT_NEAR(c.g, 0.5f * (1 - std::exp(-1 / 3.0f * noise)), 1e-5f);
-    EXPECT_EQ(c.b, 1);
-    // level rays: all of the opacity
-    fog->horizonNoise = miFALSE;
-    aim({0, 0, 3}, {0, 30, 3});
-    EXPECT_EQ(run({0, 0, 1, 0}, mapped), (miColor{1, 0.25f, 1, 1}));
-}
-
-TEST_F(FogShader, ToleratesWhatMakesNoSense) {
-    const float values[] = {0, -5, not_a_number, infinite, 1e30f};
-    for (const float value : values)
-        for (const int type : {0, 1})
-            for (const bool hits : {true, false}) {
-                aim({0, 0, 0}, {1, 2, 0.25f}, hits);
-                const miColor c = run({0.5f, 0.5f, 0.5f, 1}, [=](FogParams& p) {
-                    p.type = type;
-                    p.noiseSize = p.noiseAngle = p.top = p.bottom = p.nearAmount = value;
-                    p.density = p.noisePhase = value, p.horizonNoise = p.exponential = miTRUE;
-                });
-                EXPECT_TRUE(std::isfinite(c.r)) << type;
-            }
-}
-
 } // namespace

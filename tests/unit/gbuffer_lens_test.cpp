@@ -61,24 +61,8 @@ protected:
                 return &write;
         return nullptr;
     }
-    int written_integer(int buffer) {
-        const auto* const write = written(buffer);
-        return write ? std::bit_cast<int>(write->value.r) : -1;
-    }
     std::vector<scripted::FramebufferWrite> writes;
 };
-
-TEST_F(GBufferLens, WritesEveryBufferOfAHit) {
-    all_on();
-    EXPECT_TRUE(shade());
-    EXPECT_EQ(result, (miColor{0.5f, 0.25f, 0, 1}));
-    EXPECT_EQ(written_integer(node_id), 1234567);
-    EXPECT_EQ(written_integer(node_render_id), 42);
-    ASSERT_TRUE(written(u) && written(v) && written(velocity));
-    EXPECT_EQ(written(u)->value.r, 0.125f);
-    EXPECT_EQ(written(v)->value.r, 0.75f);
-    EXPECT_EQ(renderer.framebuffer_writes().size(), 5u);
-}
 
 TEST_F(GBufferLens, VelocityIsTheMotionInPixels) {
     all_on();

@@ -45,18 +45,6 @@ inline void PrintTo(const Model& model, std::ostream* out) {
 ALL_MODELS(DECLARE_MODEL)
 inline constexpr Model models[] = {ALL_MODELS(MODEL_ENTRY)};
 
-constexpr miColor grey(float c) {
-    return {c, c, c, 0};
-}
-
-inline void expect_near(const miColor& x, const miColor& y, float tolerance = 1e-5f) {
-    const auto off = [tolerance](float a, float b) {
-        return !(std::fabs(a - b) <= tolerance * (1 + std::fabs(b)));
-    };
-    EXPECT_FALSE(off(x.r, y.r) || off(x.g, y.g) || off(x.b, y.b))
-        << testing::PrintToString(x) << " instead of " << testing::PrintToString(y);
-}
-
 // The state looks down on the plane z = 0, where the lamps' samples arrive from any side.
 class ModelTest : public ShaderTest {
 protected:

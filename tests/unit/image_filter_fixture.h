@@ -9,6 +9,15 @@
 #include <cstdint>
 #include <random>
 
+// Functions that read images get them from memory.
+inline void read_images(scripted::Renderer& renderer) {
+    renderer.mi_img_get_color = [](miImg_image* image, miColor* color, int x, int y) {
+        *color = stage::image_color(image, x, y);
+    };
+    renderer.mi_img_get_width = [](miImg_image* image) { return image->width; };
+    renderer.mi_img_get_height = [](miImg_image* image) { return image->height; };
+}
+
 // One image with its filter. The constructor makes the levels.
 struct Filter {
     orl::BitmapFilter* filter;
@@ -39,11 +48,7 @@ struct Filter {
 class ImageFilterTest : public ShaderTest {
 protected:
     ImageFilterTest() {
-        renderer.mi_img_get_color = [](miImg_image* image, miColor* color, int x, int y) {
-            *color = stage::image_color(image, x, y);
-        };
-        renderer.mi_img_get_width = [](miImg_image* image) { return image->width; };
-        renderer.mi_img_get_height = [](miImg_image* image) { return image->height; };
+        read_images(renderer);
         renderer.mi_img_pyramid_get_level = stage::image_level;
     }
 

@@ -1,4 +1,4 @@
-// Shapes of lights, attenuation with distance, the exchange with a volume light, photons.
+// Shapes of lights and their photons.
 #include "orl_light.h"
 #include "shader_fixture.h"
 
@@ -99,43 +99,6 @@ TEST(OmniShape, IsASphere) {
     EXPECT_TRUE(hits(start, fast) && at == (std::array{3.0f, 7.0f}));
     EXPECT_TRUE(hits(inside, back) && at == (std::array{0.0f, 3.0f}));
     EXPECT_FALSE(hits(start, back) || hits(start, across));
-}
-
-TEST_F(LightShapes, VolumeLightIsAnsweredWithTheStretchedRanges) {
-    const miMatrix to_light{0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, -7, 1}; // (x, y, z) to (z, x, y - 7)
-    renderer.set_to_space(scripted::Space::light, to_light);
-    // Start factor 0.5 and end factor 1.5: near 1 to 6, far 5 to 30, decay from 3 rather than 2 on. Distances 31,
-    // 5, 0.5, 17.5 and 2.5; the last point lies at 5, on the axis at 4. Ranges 0, 0.896 (t = 0.8), 0, 0.5,
-    // 0.216 (t = 0.3) and 0.896 or 0.648; decay (3 / d)^2 where that is below 1.
-    const miVector points[] = {{0, -24, 0}, {0, 2, 0}, {0, 6.5f, 0}, {0, -10.5f, 0}, {0, 4.5f, 0}, {3, 3, 0}};
-    state->pri = &renderer;
-    for (const bool axis : {false, true}) {
-        const miScalar expected[] = {0, 0.32256f, 0, 0.01469388f, 0.216f, axis ? 0.3645f : 0.32256f};
-        // A light with two samples, one of them in the shade, that fades by its own decay.
-        renderer.mi_sample_light = [&](miColor* color, miVector*, miScalar*, miState* at, miTag light, miInteger* n) {
-            auto* const probe = find_record(at, keys::attenuation_probe);
-            const auto [x, y, z] = *probe->point;
-            EXPECT_TRUE(light == 77 && at->light_instance == 77 && at->parent == state && !at->pri && x == at->point.z);
-            EXPECT_TRUE(y == at->point.x && z == at->point.y - 7);
-            EXPECT_TRUE(probe->nearStart == 1 && probe->nearEnd == 6 && probe->farStart == 5 && probe->farEnd == 30);
-            const miScalar d = axis ? -z : std::hypot(x, y, z);
-            probe->attenuation = nearFarAttenuation(d, {1, 1, 6, 1, 5, 30});
-            EXPECT_TRUE(probe->hasDecayStart == 1);
-            const miScalar a = 2 * probe->attenuation * decay(d, decay_inverse_square, probe->decayStart);
-            *color = *n == 0 ? miColor{a, a, a, 0} : miColor{};
-            if (*n < 2) // a shader on the way had one of its own, which it cleared
-                mi_shaderstate_set(at, keys::attenuation_probe.name, nullptr, 0, 2);
-            return *n < 2 && ++*n;
-        };
-        miColor colors[6];
-        miScalar attenuations[6];
-        for (const int count : {1, 6})
-            EXPECT_EQ(count == 6, sample_light_in_volume(state, {VolumeLightRequest::magic_number, 77, 0.5f, 1.5f, count, points, colors, attenuations},
-                                                         {1, 2, 4, 1, 10, 20}, decay_inverse_square, 2, ProbeDistance(axis)));
-        for (int k = 0; k < 6; ++k)
-            EXPECT_LT(std::hypot(attenuations[k] - expected[k], colors[k].g - expected[k]), 1e-6f) << k;
-        EXPECT_EQ(find_record(state, keys::attenuation_probe), nullptr);
-    }
 }
 
 // Photons arrive on the plane z = -1, or leave the beam's disc, within these half extents, spread over that solid

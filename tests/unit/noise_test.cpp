@@ -7,10 +7,7 @@
 
 #include <array>
 #include <bit>
-#include <cmath>
-#include <complex>
 #include <cstdlib>
-#include <numbers>
 #include <random>
 #include <thread>
 
@@ -145,8 +142,7 @@ TEST_F(Noise, CoordinatesAtTheEndOfTheLatticeAndBeyond) {
 }
 
 TEST_F(Noise, ManyValues) {
-    static std::array<std::array<float, 20000>, 4>
-        noise; // in 1 to 4 dimensions, at points all over the lattice
+    static std::array<std::array<float, 20000>, 4> noise; // in 1 to 4 dimensions, all over the lattice
     std::mt19937 random(4);
     for (std::size_t i = 0; i < noise[0].size(); ++i) {
         Point point;
@@ -159,48 +155,6 @@ TEST_F(Noise, ManyValues) {
     EXPECT_EQ(checksum(noise[1]), 0xc47b15aa3fde600f);
     EXPECT_EQ(checksum(noise[2]), 0x574642e532f0272c);
     EXPECT_EQ(checksum(noise[3]), 0x7ad939050359b0ca);
-}
-
-// ---- laws
-
-// Mean power of many pieces of lines of 16 units, with a window after Hann.
-double measured_power(int n, double frequency) {
-    constexpr int samples = 256, rate = 16, lines = 1000;
-    std::mt19937 random(6);
-    double sum = 0.0, window_power = 0.0;
-    for (int line = 0; line < lines; ++line) {
-        Point point;
-        for (float& coordinate : point)
-            coordinate = static_cast<float>(random() % 0x40000) * 0x1p-9f;
-        const float start = point[0];
-        std::complex<double> transform;
-        for (int i = 0; i < samples; ++i) {
-            const double turn = 2.0 * std::numbers::pi * i;
-            const double window = 0.5 - 0.5 * std::cos(turn / samples);
-            point[0] = start + static_cast<float>(i) / rate;
-            transform +=
-                std::polar(window * static_cast<double>(noise_at(n, point)), turn * frequency / rate);
-            window_power += window * window;
-        }
-        sum += std::norm(transform);
-    }
-    return sum / (window_power * rate);
-}
-
-// The noise along an axis: gradients g by a kernel, w(x) = x f(x) along the axis and f across, or f along and
-// w across, with f(x) = 1 - 3 x^2 + 2 |x|^3 for |x| < 1. With the variance v of a component of g, C and D the
-// integrals of f^2 and w^2, and W, F the Fourier transforms, the power at frequency k in n dimensions is
-// v (|W(k)|^2 C^(n-1) + (n - 1) |F(k)|^2 D C^(n-2)).
-TEST_F(Noise, SpectrumIsThatOfItsKernel) {
-    const double at_half[] = {0.01926, 0.02879, 0.01788, 0.01198}; // in 1 to 4 dimensions
-    for (int n = 1; n <= 4; ++n) {
-        const double power = measured_power(n, 0.5);
-        EXPECT_NEAR(power / at_half[n - 1], 1.0, 0.25) << n; // 512 gradients leave a spread of a tenth
-        EXPECT_LT(measured_power(n, 3.5), 0.01 * power) << n;
-        EXPECT_LT(measured_power(n, 6.5), 0.001 * power) << n;
-    }
-    // A line through noise of more dimensions meets waves at all angles; the noise itself has nothing at 0.
-    EXPECT_LT(measured_power(1, 0.0), 0.05 * measured_power(1, 0.5));
 }
 
 // ---- many points at once

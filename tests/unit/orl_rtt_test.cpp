@@ -1,12 +1,9 @@
 // Baking: where the lens looks from, what it leaves out, and the border.
-#include "kit/image.h"
+#include "image_filter_fixture.h"
 #include "orl_rtt.h"
-#include "shader_fixture.h"
 
 #include <algorithm>
-#include <barrier>
 #include <chrono>
-#include <functional>
 #include <thread>
 #include <tuple>
 
@@ -17,10 +14,6 @@ INIT_AND_EXIT(orl_rtt_lens, RttLensParams);
 ENTRY_POINT(orl_rtt_output, miColor, void);
 
 namespace {
-
-void expect_near(const miVector& got, const miVector& expected, float tolerance) {
-    EXPECT_LE(mi_vector_dist(&got, &expected), tolerance) << got.x << ' ' << got.y << ' ' << got.z;
-}
 
 // Two triangles, 4 by 2 units, on the left half of the texture square. Their normals lean along x; they stand
 // where the first of two texture spaces does, the second is baked. Object space is internal space moved by 10
@@ -142,17 +135,6 @@ TEST_F(Bake, LooksAtTheTexelsPointAlongTheNormal) {
     stop();
 }
 
-TEST_F(Bake, StartsFurtherOffWhereNumbersAreCoarse) {
-    constexpr miMatrix far_away{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, -1000, 0, 0, 1};
-    renderer.set_to_space(scripted::Space::object, far_away);
-    lens.start();
-    shade();
-    // A ten-thousandth not of 4.5, the size, but of a tenth of 1004, the distance; the normal is (0.6, 0,
-    // 0.8).
-    EXPECT_NEAR(org.value().z, 0.8f * 0.01004f, 1e-6f);
-    stop();
-}
-
 TEST_F(Bake, LeavesOutWhatIsHidden) {
     lens.start();
     const miTag own = met;
@@ -177,29 +159,16 @@ TEST_F(Bake, LeavesOutWhatIsHidden) {
 
 TEST_F(Bake, Failures) {
     const std::string create = "Render to Texture: Failed to create acceleration structure (unkown error).",
-                      memory =
-                          "Render to Texture: Failed to allocate acceleration structure (not enough memory).",
                       no_object = "Render to Texture: Shader 'shader' requires the instance of an object.";
-    // What spoils it, or sets how many allocations succeed.
-    const std::tuple<const char*, const std::string&, std::function<void(int&)>> cases[] = {
-        {"null", no_object, [this](int&) { lens->object = miNULLTAG; }},
-        {"an empty instance", no_object, [this](int&) { lens->object = add_instance_with(miNULLTAG); }},
-        {"a group", no_object,
-         [this](int&) { lens->object = add_instance_with(miNULLTAG, renderer.add_group({})); }},
-        {"space below the first", create, [this](int&) { lens->textureSpace = -1; }},
-        {"no memory for the cells", memory, [](int& granted) { granted = 0; }},
-        {"no memory for the items", memory, [](int& granted) { granted = 1; }},
-    };
-    const RttLensParams good = lens.params();
-    for (const auto& [what, message, spoil] : cases) {
-        SCOPED_TRACE(what);
+    const std::tuple<miTag, miInteger, std::string> cases[] = {
+        // the object, the texture space
+        {miNULLTAG, 1, no_object},
+        {add_instance_with(miNULLTAG), 1, no_object},
+        {add_instance_with(miNULLTAG, renderer.add_group({})), 1, no_object},
+        {met, -1, create}};
+    for (const auto& [tag, space, message] : cases) {
         renderer.clear_logs();
-        lens.params() = good;
-        int granted = 2;
-        spoil(granted);
-        renderer.mi_mem_int_test_allocate = [&](const char* file, int line, miUint size) -> void* {
-            return granted-- > 0 ? renderer.mi_mem_int_test_allocate.unscripted(file, line, size) : nullptr;
-        };
+        lens->object = tag, lens->textureSpace = space;
         miBoolean wants = miFALSE;
         state.run(lens);
         orl_rtt_lens_init(state, &lens.params(), &wants);
@@ -218,20 +187,11 @@ TEST_F(Bake, ThreadsShareOneGrid) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5)); // so that all come while one builds
         return renderer.mi_mem_int_test_allocate.unscripted(arguments...);
     };
-    std::barrier all_at_once(8);
-    std::vector<std::thread> threads;
-    for (short k = 0; k < 8; ++k)
-        threads.emplace_back([&, k] {
-            scripted::State own;
-            own->thread = k;
-            own->raster_x = 160;
-            miColor color{};
-            own.run(lens, miSHADER_LENS);
-            all_at_once.arrive_and_wait();
-            orl_rtt_lens(&color, own, &lens.params());
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    in_threads(8, [&](scripted::State& own) {
+        own->raster_x = 160;
+        miColor color{};
+        orl_rtt_lens(&color, own.run(lens, miSHADER_LENS), &lens.params());
+    });
     mi_delete_lock(&lens.function().lock);
     EXPECT_EQ(count(scripted::Level::info), 1);
     EXPECT_EQ(renderer.pins(), 1);
@@ -246,14 +206,10 @@ protected:
     // Two texels are covered, one of them by half; the lens is the second one of the camera's.
     Border() {
         renderer.output_image = memory.image();
-        renderer.mi_img_get_color = [](miImg_image* image, miColor* color, int x, int y) {
-            *color = stage::image_color(image, x, y);
-        };
+        read_images(renderer);
         renderer.mi_img_put_color = [](miImg_image* image, miColor* color, int x, int y) {
             stage::put_image_color(image, *color, x, y);
         };
-        renderer.mi_img_get_width = [](miImg_image* image) { return image->width; };
-        renderer.mi_img_get_height = [](miImg_image* image) { return image->height; };
         miColor full{0.2f, 0.4f, 0.6f, 1}, half{0.1f, 0.1f, 0.1f, 0.5f};
         stage::put_image_color(memory.image(), full, 1, 2);
         stage::put_image_color(memory.image(), half, 2, 2);
@@ -267,9 +223,7 @@ protected:
         return orl_rtt_output(nullptr, state, nullptr);
     }
     void expect_color(int x, int y, const miColor& expected) {
-        const miColor got = stage::image_color(memory.image(), x, y);
-        expect_near({got.r, got.g, got.b}, {expected.r, expected.g, expected.b}, 1e-6f);
-        EXPECT_NEAR(got.a, expected.a, 1e-6f) << x << ' ' << y;
+        expect_near(stage::image_color(memory.image(), x, y), expected, 1e-6f);
     }
 };
 

@@ -1,13 +1,11 @@
 // Coordinate generators over (u, v): placement against matrices worked out apart, environments at directions
 // whose place is known, and what generators do with a map that they are to sample.
-#include "noise.h"
 #include "orl_stduv.h"
 #include "shader_fixture.h"
 #include "uv_map.h"
 #include "uv_placement.h"
 
 #include <algorithm>
-#include <array>
 #include <complex>
 #include <numbers>
 
@@ -18,12 +16,6 @@ ENTRY_POINT(orl_UVCoordinate, UVCoordinateResult, UVGeneratorParams);
 extern "C" miBoolean orl_base_UVGenerator(void*, miState*, const UVGeneratorParams*, const UvBumpRequest*);
 
 namespace {
-
-void expect_near(const miVector& got, const miVector& expected, float tolerance, const char* what) {
-    const float off[] = {got.x - expected.x, got.y - expected.y, got.z - expected.z};
-    for (int k = 0; k < 3; ++k)
-        EXPECT_LE(std::fabs(off[k]), tolerance) << what << ", component " << k;
-}
 
 // A map of intensity 0.2 + 0.5 u + 0.25 v that keeps how it was sampled last.
 struct Ramp {
@@ -58,22 +50,14 @@ class Uv : public ShaderTest {
 protected:
     LiveShader<UVGeneratorParams> base{state, orl_base_UVGenerator_init, orl_base_UVGenerator_exit};
     UVGeneratorParams& p = base.params();
-    miObject object{};
     UvDerivRecord record{UvDerivRecord::magic_number, 7, {9, 9, 9}, {9, 9, 9}, {9, 9, 9}, {9, 9, 9}};
     Ramp ramp;
 
-    // The plane z = 0 with texture coordinates equal to the position, in the object's channel 0.
     Uv() {
         state.camera.aspect = 8.0f / 3;
         p.uTiling = p.vTiling = p.blur = p.noiseSize = 1;
         p.uTile = p.vTile = p.wrapPlain = p.showMapOnBack = miTRUE;
-        renderer.triangle.points = scripted::Triangle::Corners{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}};
-        renderer.triangle.textures = {*renderer.triangle.points};
-        renderer.texture_spaces = 1;
-        orl_ObjectData data{};
-        data.uv_channels = {0, 1, {0}};
-        object.userdata = add_record(data);
-        state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
+        set_textured_plane();
         state->user = &record;
         state->user_size = sizeof record;
         base.start();
@@ -89,8 +73,8 @@ protected:
         return result;
     }
     void expect_both(const miVector& uvw, const miVector& width, float tolerance = 1e-6f) {
-        expect_near(both().uvw, uvw, tolerance, "coordinate");
-        expect_near(both().duvw, width, 1e-7f, "width");
+        expect_near(both().uvw, uvw, tolerance);
+        expect_near(both().duvw, width, 1e-7f);
     }
     miColor call(const UvBumpRequest* request) {
         miColor result{99, 99, 99, 99};
@@ -178,26 +162,6 @@ TEST_F(Uv, EnvironmentsAtKnownDirections) {
     EXPECT_NEAR(spherical_uv({0, 0, 1.0000001f}, 0).uvw.y, 1.0f, 1e-6f); // as rounding may leave a direction
 }
 
-TEST_F(Uv, ScreensByRasterPosition) {
-    p.isEnvironment = miTRUE;
-    state->raster_x = 160;
-    state->raster_y = 120;
-    state.options.max_samples = 1; // 2 x 2 samples
-    const int windows[][4] = {{1280, 960, 480, 120}, {320, 960, 0, 0},    {1280, 960, 480, -1},
-                              {1280, 960, -1, 120},  {1280, 0, 480, 120}, {0, 960, 480, 120}};
-    const miVector expected[] = {{0.5f, 0.25f, 0}, {0.5f, 0.125f, 0}, {0.25f, 0.25f, 0}};
-    const float du = 0.5f / 640, dv = 0.5f / 480, s = std::sin(0.6f), c = std::cos(0.6f);
-    p.mappingType = mapping_screen;
-    p.wAngle = 0.6f; // about the middle, from which (-0.25, -0.25) leads to the point; from v to u
-    expect_both({0.5f - 0.25f * (c + s), 0.5f + 0.25f * (s - c), 0}, {c * du + s * dv, s * du + c * dv, 0});
-    p.wAngle = 0;
-    for (int i = 0; i < 6; ++i) {
-        p.mappingType = i == 1 ? mapping_screen : mapping_screen_part;
-        std::memcpy(&p.screenParam1, windows[i], sizeof windows[i]);
-        expect_both(expected[std::min(i, 2)], {du, dv, 0});
-    }
-}
-
 TEST_F(Uv, BackFacesShowOnlyMapsThatGoOn) {
     p.showMapOnBack = p.uTile = p.vTile = miFALSE;
     p.uOffset = 0.25f;
@@ -248,7 +212,7 @@ TEST_F(Uv, GradientOfARamp) {
     const auto expect_slope = [&](float by_u, float by_v) {
         for (const int request : {2, 3}) {
             const miColor got = sample({static_cast<OutputRequest>(request), context::Selector::surface});
-            expect_near({got.r, got.g, got.b}, {by_u, by_v, 0}, 2e-4f, "gradient");
+            expect_near(miVector{got.r, got.g, got.b}, {by_u, by_v, 0}, 2e-4f);
         }
     };
     p.blur = 5;
@@ -284,9 +248,9 @@ TEST_F(Uv, TangentsFollowTheCoordinates) {
         sample(bump);
         const miVector here = both().uvw;
         state->point = record.dPdu;
-        expect_near(both().uvw, {here.x + 3 * step, here.y, here.z}, 3e-6f, "along dPdu");
+        expect_near(both().uvw, {here.x + 3 * step, here.y, here.z}, 3e-6f);
         state->point = record.dPdv;
-        expect_near(both().uvw, {here.x, here.y + step, here.z}, 3e-6f, "along dPdv");
+        expect_near(both().uvw, {here.x, here.y + step, here.z}, 3e-6f);
     }
 }
 
@@ -301,15 +265,15 @@ TEST_F(Uv, RecordsAreFilledAsAsked) {
     }
     sample(color); // tangents are for gradients and for callers that want no sample
     const float s = std::sin(0.6f), c = std::cos(0.6f);
-    expect_near(record.dPdu, {9, 9, 9}, 0, "left alone");
-    expect_near(record.uvw, {0.5f - s, 0.5f + c, 0}, 1e-6f, "not wrapped");
-    expect_near(record.width, {2 * (c * pixel + s * high), 2 * (s * pixel + c * high), 0}, 1e-7f, "blurred");
+    expect_near(record.dPdu, {9, 9, 9}, 0);
+    expect_near(record.uvw, {0.5f - s, 0.5f + c, 0}, 1e-6f);
+    expect_near(record.width, {2 * (c * pixel + s * high), 2 * (s * pixel + c * high), 0}, 1e-7f);
     const miVector nines{9, 9, 9};
     for (const miUint flags : {1u, 2u, 4u}) {
         record = {UvDerivRecord::magic_number, flags, nines, nines, nines, nines};
         call(nullptr);
-        expect_near(record.dPdu, flags == 1 ? miVector{c, -s, 0} : nines, 1e-6f, "turns against the map");
-        expect_near(record.dPdv, flags == 1 ? miVector{s, c, 0} : nines, 1e-6f, "dPdv");
+        expect_near(record.dPdu, flags == 1 ? miVector{c, -s, 0} : nines, 1e-6f);
+        expect_near(record.dPdv, flags == 1 ? miVector{s, c, 0} : nines, 1e-6f);
         EXPECT_EQ(record.uvw.x == 9, flags != 2);
         EXPECT_EQ(record.width.x == 9, flags != 4);
     }
@@ -317,45 +281,9 @@ TEST_F(Uv, RecordsAreFilledAsAsked) {
     for (miInteger* other : {&p.isEnvironment, &p.mapChannel}) { // around the scene; no such channel
         *other = 9;
         sample(bump);
-        expect_near(record.dPdu, {0, 0, 0}, 0, "none");
+        expect_near(record.dPdu, {0, 0, 0}, 0);
         *other = 0;
     }
-}
-
-TEST_F(Uv, EachThreadKeepsItsTurn) {
-    p.uAngle = std::numbers::pi_v<float>;
-    call(nullptr);
-    void* kept = nullptr; // flags, angles, sine and cosine, and the matrix that is not made anew
-    mi_query(miQ_FUNC_TLS_GET, state, miNULLTAG, &kept);
-    static_cast<miScalar*>(kept)[7 + 9] = 4; // the image of the origin
-    for (; state->thread < 3; ++state->thread) {
-        if (state->thread == 2) // no place to keep one
-            renderer.deny(miQ_FUNC_TLS_SET);
-        EXPECT_NEAR(call(nullptr).r, state->thread == 0 ? 4.5f : 0.5f, 1e-6f);
-    }
-}
-
-// The ramp watches where it is sampled.
-TEST_F(Uv, BadNumbersAreSurvived) {
-    const UVGeneratorParams sound = p;
-    for (const float value : {not_a_number, infinite, -infinite, 3e38f, -3e9f, 0.0f})
-        for (int i = 0; i < 248; ++i) { // each parameter in turn, the first stands for the state
-            p = sound;
-            p.isEnvironment = i & 4;
-            p.uvwSource = p.mappingType = i & 3;
-            p.noiseOn = p.uMirror = miTRUE;
-            p.noiseAnimate = p.uTile = i & 1;
-            const decl::Field& field = uv_generator_fields[static_cast<std::size_t>(i) / 8];
-            if (field.type == miTYPE_SCALAR)
-                std::memcpy(reinterpret_cast<char*>(&p) + field.offset, &value, sizeof value);
-            if (i < 8)
-                state.textures[0] = state->point = state->dir = {value, value, value};
-            sample(color, true);
-            sample(bump);
-            place(0.5f, 0.5f, 0);
-            state.set_hit({0, 0, 5}, {0, 0, 0}, {0, 0, 1});
-        }
-    EXPECT_GT(ramp.samples, 0);
 }
 
 } // namespace

@@ -5,9 +5,10 @@
 
 using namespace orl;
 
-INIT_AND_EXIT(orl_Output, OutputMapParams);
 extern "C" miBoolean orl_base_Output(miColor*, miState*, const OutputStageParams*, const OutputRequest*);
 extern "C" miBoolean orl_Output(miColor*, miState*, const OutputMapParams*, OutputRequest*);
+
+INIT_AND_EXIT(orl_Output, OutputMapParams);
 
 namespace {
 
@@ -17,11 +18,6 @@ constexpr auto color = OutputRequest::color, mono = OutputRequest::mono, bump = 
 OutputStageParams graded(float amount, float offset, float level, miBoolean invert = 0, miBoolean clamp = 0,
                          miBoolean alpha_from_rgb = 0) {
     return {amount, offset, level, 9, invert, clamp, alpha_from_rgb, 0, 0, 0, 0};
-}
-
-void expect_near(const miColor& got, const miColor& wanted) {
-    EXPECT_LT(std::fabs(got.r - wanted.r) + std::fabs(got.g - wanted.g), 2e-6f) << got.r << ' ' << got.g;
-    EXPECT_LT(std::fabs(got.b - wanted.b) + std::fabs(got.a - wanted.a), 2e-6f) << got.b << ' ' << got.a;
 }
 
 class Output : public ShaderTest {

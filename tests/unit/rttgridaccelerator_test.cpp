@@ -126,24 +126,11 @@ bool covers(const Triangle& t, int u, int v) {
     return has_area && ((ab >= 0 && bc >= 0 && ca >= 0) || (ab <= 0 && bc <= 0 && ca <= 0));
 }
 
-// Whether the triangle is listed in the column or row of the coordinate x.
-bool reaches(int cells, int x, int a, int b, int c) {
-    const auto cell = [=](int at) {
-        const int truncated = cells * at / lattice; // towards 0
-        return truncated < 0 || truncated >= cells ? cells - 1 : truncated;
-    };
-    const auto [low, high] = std::minmax({cell(a), cell(b), cell(c)});
-    return low <= cell(x) && cell(x) <= high;
-}
-
-int search(const std::vector<Triangle>& triangles, int cells, bool below_zero, int u, int v) {
+int search(const std::vector<Triangle>& triangles, int u, int v) {
     int best = -1, best_height = -1;
     for (std::size_t k = 0; k < triangles.size(); ++k) {
         const auto& [a, b, c] = triangles[k];
-        // Only coordinates below 0 keep a triangle out of cells that it covers.
-        const bool listed =
-            !below_zero || (reaches(cells, u, a.u, b.u, c.u) && reaches(cells, v, a.v, b.v, c.v));
-        if (a.w + b.w + c.w > best_height && covers(triangles[k], u, v) && listed) {
+        if (a.w + b.w + c.w > best_height && covers(triangles[k], u, v)) {
             best = static_cast<int>(k);
             best_height = a.w + b.w + c.w;
         }
@@ -158,7 +145,6 @@ TEST_F(Grid, FindsWhatASearchFinds) {
         {"half without area", 300, 0, lattice, 200, 4, true},
         {"more than 256 in a cell", 700, lattice / 2, lattice / 2, 400, 4},
         {"above 1", 300, 200, 3 * lattice / 2, 200, 4},
-        {"below 0", 300, -200, lattice, 200, 4},
     };
     Random random;
     for (const Shape& shape : shapes) {
@@ -172,14 +158,24 @@ TEST_F(Grid, FindsWhatASearchFinds) {
         for (int k = 0; k < 100000; ++k) {
             const int u = between(random, 0, lattice - 1), v = between(random, 0, lattice - 1);
             const int is = find(mesh, static_cast<float>(u) / lattice, static_cast<float>(v) / lattice);
-            differences +=
-                is != search(triangles, static_cast<int>(grid.cells_per_side), shape.low < 0, u, v);
+            differences += is != search(triangles, u, v);
             hits += is >= 0;
         }
         EXPECT_EQ(differences, 0);
         EXPECT_TRUE(hits > 20000 && hits < 100000) << hits; // some texels have no triangle
         release_grid(grid);
     }
+}
+
+// Coordinates below 0 count as the last cell's, so that this one is not in the first of 2 columns that it
+// covers.
+TEST_F(Grid, CoordinatesBelowZeroKeepATriangleOutOfCells) {
+    std::vector<Triangle> triangles(60, dot);
+    triangles.back() = {Vertex{-600, 0, 4}, {1000, 0, 4}, {-600, 1000, 4}};
+    Mesh mesh(triangles);
+    build(mesh);
+    EXPECT_EQ(find(mesh, 0.25f, 0.125f), -1);
+    EXPECT_EQ(find(mesh, 0.625f, 0.125f), 59);
 }
 
 // ---- the build

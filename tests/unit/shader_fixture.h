@@ -7,8 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <barrier>
+#include <cmath>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 // An entry point by name; the headers of the library declare none.
@@ -26,6 +29,21 @@ inline bool operator==(const miColor& x, const miColor& y) {
 
 inline void PrintTo(const miColor& c, std::ostream* out) {
     *out << "(" << c.r << ", " << c.g << ", " << c.b << ", " << c.a << ")";
+}
+
+constexpr miColor grey(float c, float alpha = 0) {
+    return {c, c, c, alpha};
+}
+
+// The tolerance is relative for large numbers, absolute for small ones.
+inline void expect_near(const miColor& got, const miColor& expected, float tolerance = 1e-6f) {
+    const auto same = [=](float a, float b) { return std::fabs(a - b) <= tolerance * (1 + std::fabs(b)); };
+    EXPECT_TRUE(same(got.r, expected.r) && same(got.g, expected.g) && same(got.b, expected.b) &&
+                same(got.a, expected.a))
+        << testing::PrintToString(got) << " instead of " << testing::PrintToString(expected);
+}
+inline void expect_near(const miVector& got, const miVector& expected, float tolerance = 1e-6f) {
+    expect_near(miColor{got.x, got.y, got.z, 0}, miColor{expected.x, expected.y, expected.z, 0}, tolerance);
 }
 
 class ShaderTest : public testing::Test {
@@ -57,6 +75,19 @@ protected:
         state->instance = add_instance_with(add_record(node));
     }
 
+    // The hit lies on the plane z = 0 of an object with texture coordinates equal to positions, in that
+    // channel.
+    void set_textured_plane(miInteger channel = 0) {
+        renderer.triangle.points = {{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}}};
+        renderer.triangle.textures = {*renderer.triangle.points};
+        renderer.texture_spaces = 1;
+        orl_ObjectData data{};
+        data.uv_channels = {0, 1, {channel}};
+        miObject object{};
+        object.userdata = add_record(data);
+        state->instance = add_instance_with(miNULLTAG, renderer.add_copy(miSCENE_OBJECT, object));
+    }
+
     std::vector<std::string> errors() const {
         std::vector<std::string> texts;
         for (const scripted::Message& message : renderer.messages())
@@ -65,6 +96,21 @@ protected:
         return texts;
     }
 };
+
+// Runs `work(state)` in so many threads at once.
+template <class Work> void in_threads(short count, Work work) {
+    std::barrier all_at_once(count);
+    std::vector<std::thread> threads;
+    for (short k = 0; k < count; ++k)
+        threads.emplace_back([&, k] {
+            scripted::State own;
+            own->thread = k;
+            all_at_once.arrive_and_wait();
+            work(own);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
 
 // One instance of a shader with init and exit, which must leave nothing behind.
 template <class Params> class LiveShader : public scripted::ShaderInstance<Params> {

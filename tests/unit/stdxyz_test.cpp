@@ -13,14 +13,9 @@ extern "C" miBoolean orl_base_XYZGenerator(XyzGeneratorResult*, miState*, const 
 
 namespace {
 
-void expect_near(const miVector& got, const miVector& wanted) {
-    EXPECT_LT(std::hypot(got.x - wanted.x, got.y - wanted.y, got.z - wanted.z), 4e-6f) << got.x;
-}
-
 class Xyz : public ShaderTest {
 protected:
     scripted::ShaderInstance<XyzParams> shader;
-    miObject object{};
     const long long blocks = renderer.resources().live_blocks;
     // At (0, 1, 0), where the object sees the hit: the point, and the width of a pixel.
     const miVector at_hit{1.763668f, -2.171688f, 0.4869145f}, width{-0.01221517f, 0.01789567f, 0.01600735f};
@@ -31,14 +26,7 @@ protected:
         constexpr miMatrix twice{2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 3, 0, -1, 1};
         renderer.set_to_space(scripted::Space::object, up_one);
         renderer.set_to_space(scripted::Space::world, twice);
-        // The one space of texture coordinates, which change as positions do.
-        renderer.triangle.points = scripted::Triangle::Corners{{{-9, -9, 0}, {9, -9, 0}, {0, 18, 0}}};
-        renderer.triangle.textures = {*renderer.triangle.points};
-        renderer.texture_spaces = 1;
-        orl_ObjectData record{};
-        record.uv_channels = {0, 1, {0}};
-        object.userdata = add_record(record);
-        state->instance = add_instance_with(miNULLTAG, renderer.add(miSCENE_OBJECT, &object));
+        set_textured_plane();
         state.run(shader, miSHADER_TEXTURE);
     }
     ~Xyz() override {

@@ -1,6 +1,5 @@
 // The bitmap: where in the image a coordinate leads, which image is shown, and what comes out.
-#include "kit/image.h"
-#include "shader_fixture.h"
+#include "image_filter_fixture.h"
 #include "tex_bitmap.h"
 #include "uv_map.h"
 
@@ -44,11 +43,7 @@ protected:
 
     Bitmap() {
         renderer.answer(miQ_DECL_VERSION, 4);
-        renderer.mi_img_get_width = [](miImg_image* image) { return image->width; };
-        renderer.mi_img_get_height = [](miImg_image* image) { return image->height; };
-        renderer.mi_img_get_color = [](miImg_image* image, miColor* color, int x, int y) {
-            *color = stage::image_color(image, x, y);
-        };
+        read_images(renderer);
         params.uvGenerator = renderer.add_shader([this](void* result, miState* s, void* arg) {
             const auto& ask = *static_cast<const UvBumpRequest*>(arg);
             EXPECT_EQ(ask.magic, 152457728u);

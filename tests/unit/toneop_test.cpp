@@ -6,8 +6,6 @@ using namespace orl;
 
 ENTRY_POINT(orl_ToneOpLog, miColor, ToneOpLogParams);
 INIT_AND_EXIT(orl_ToneOpLog, ToneOpLogParams);
-ENTRY_POINT(orl_ToneOpPseudo, miColor, ToneOpPseudoParams);
-INIT_AND_EXIT(orl_ToneOpPseudo, ToneOpPseudoParams);
 
 namespace {
 
@@ -20,36 +18,6 @@ ToneOpLogParams log_defaults() {
     p.contrast = 50;
     p.midTones = 1;
     return p;
-}
-
-void expect_near(const miColor& is, const miColor& expected, float relative) {
-    const float bound = relative * (std::fabs(expected.r) + std::fabs(expected.g) + std::fabs(expected.b));
-    EXPECT_NEAR(is.r, expected.r, bound);
-    EXPECT_NEAR(is.g, expected.g, bound);
-    EXPECT_NEAR(is.b, expected.b, bound);
-    EXPECT_EQ(is.a, expected.a);
-}
-
-TEST(LogMapping, Constants) {
-    ToneOpLogParams dim = log_defaults(), flat = log_defaults();
-    dim.brightness = -20; // counts as 0
-    dim.exteriorDaylightA = dim.exteriorDaylightB = miTRUE;
-    flat.enabled = miFALSE;
-    flat.midTones = 2;
-    flat.exteriorDaylightA = miTRUE; // not daylight without the other
-    const struct {
-        ToneOpLogParams params;
-        double a, b, c, scale;
-    } cases[] = {{log_defaults(), 0.03108021, 0.0325471203, 2, 477.464805},
-                 {dim, 1.65e-6, 1.72787599e-6, 2, 477.464805},
-                 {flat, 0.03108021, 0.0325471203, 1, 1500}};
-    for (const auto& [params, a, b, c, scale] : cases) {
-        const LogMapping m = log_mapping(params);
-        EXPECT_NEAR(m.a / a, 1, 2e-6);
-        EXPECT_NEAR(m.b / b, 1, 2e-6);
-        EXPECT_NEAR(m.c / c, 1, 2e-6);
-        EXPECT_NEAR(m.scale / scale, 1, 2e-6);
-    }
 }
 
 TEST(LogMapping, Colors) {
@@ -72,7 +40,7 @@ TEST(LogMapping, Colors) {
     };
     for (const auto& [what, params, in, out] : cases) {
         SCOPED_TRACE(what);
-        expect_near(map_log(log_mapping(params), in), out, 2e-6f);
+        expect_near(map_log(log_mapping(params), in), out, 1e-6f * (out.r + out.g + out.b));
     }
 }
 
@@ -91,24 +59,15 @@ TEST(LogMapping, InverseBringsColorsBack) {
             EXPECT_NEAR(back.b / color.b, 1, 1e-4) << level;
             EXPECT_EQ(back.a, color.a);
         }
-        expect_near(unmap_log(m, {-1, 0, 0, 1}), {0, 0, 0, 1}, 0);
+        expect_near(unmap_log(m, {-1, 0, 0, 1}), {0, 0, 0, 1});
         EXPECT_TRUE(std::isfinite(unmap_log(m, {50, 50, 50, 1}).r)); // brighter than the curve ever gets
     }
-}
-
-TEST(LogMapping, StaysANumberForOddParameters) {
-    ToneOpLogParams black = log_defaults(), unlit = log_defaults(), flat = log_defaults();
-    black.whiteBalanceOn = miTRUE;
-    black.whiteBalance = {0, 0, 0, 1};
+    ToneOpLogParams unlit = log_defaults(); // which gives no colours to bring back
     unlit.physicalScale = 0;
-    flat.contrast = 0;
-    for (const ToneOpLogParams& params : {black, unlit, flat}) {
-        const LogMapping m = log_mapping(params);
-        for (const miColor& color : {miColor{0, 0, 0, 1}, {0.5f, 0, 2, 1}, {-1, 1, 0, 1}}) {
-            for (const miColor& result : {map_log(m, color), unmap_log(m, color)})
-                EXPECT_FALSE(std::isnan(result.r) || std::isnan(result.g) || std::isnan(result.b));
-        }
-    }
+    unlit.whiteBalanceOn = miTRUE;
+    unlit.whiteBalance = grey(0, 1);
+    for (const float level : {0.0f, 0.5f})
+        EXPECT_TRUE(std::isfinite(unmap_log(log_mapping(unlit), grey(level)).r));
 }
 
 TEST(PseudoMapping, PalettesAndLevels) {
@@ -146,7 +105,6 @@ TEST(PseudoMapping, PalettesAndLevels) {
 class ToneOperator : public ShaderTest {
 protected:
     LiveShader<ToneOpLogParams> log{state, orl_ToneOpLog_init, orl_ToneOpLog_exit};
-    LiveShader<ToneOpPseudoParams> pseudo{state, orl_ToneOpPseudo_init, orl_ToneOpPseudo_exit};
     const miColor sky{0.5f, 0.25f, 2, 1}, unmapped{9, 8, 7, 6};
     miColor result{};
 
@@ -202,36 +160,6 @@ TEST_F(ToneOperator, LetsTheSkyShowThroughUnmapped) {
     EXPECT_EQ(shade_as(miSHADER_ENVIRONMENT, sky), mapped());
     state->type = miRAY_EYE;
     EXPECT_EQ(shade_as(miSHADER_ENVIRONMENT, sky), mapped());
-}
-
-TEST_F(ToneOperator, PseudoColorShowsLuminance) {
-    pseudo->lowLimit = 6;
-    pseudo->highLimit = 200;
-    pseudo->quantity = pseudo_luminance;
-    pseudo->scale = 100;
-    pseudo->enabled = pseudo->linear = miTRUE;
-    pseudo.start();
-    renderer.answer(miQ_FUNC_CALLTYPE, static_cast<int>(miSHADER_LENS));
-    renderer.trace_color = miColor{1.5707963f, 1.5707963f, 1.5707963f, 0}; // 100 / pi of it: 50 cd/m2
-    renderer.mi_trace_eye = [this](miColor* color, miState* s, miVector* org, miVector* dir) {
-        miColor unchanged = sky;
-        EXPECT_FALSE(ApplyInverseToneOperator(s, &unchanged)); // it has no inverse
-        return renderer.mi_trace_eye.unscripted(color, s, org, dir);
-    };
-    EXPECT_TRUE(orl_ToneOpPseudo(&result, state, &pseudo.params()));
-    EXPECT_EQ(result, pseudo_color(22, 100));
-
-    LiveShader<ToneOpPseudoParams> grey{state, orl_ToneOpPseudo_init, orl_ToneOpPseudo_exit};
-    grey.params() = pseudo.params();
-    grey->quantity = pseudo_illuminance; // 157.08 lx: place 77.88 of 100
-    grey->greyScale = miTRUE;
-    for (const miInteger levels : {100, 1, 1000000}) {
-        grey->levels = levels;
-        grey.start();
-        EXPECT_TRUE(orl_ToneOpPseudo(&result, state, &grey.params()));
-        EXPECT_EQ(result, pseudo_grey(levels == 100 ? 77 : levels == 1 ? 0 : 778761, levels));
-        orl_ToneOpPseudo_exit(state, &grey.params());
-    }
 }
 
 } // namespace

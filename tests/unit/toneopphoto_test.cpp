@@ -44,13 +44,6 @@ protected:
     }
 };
 
-void expect_near(const miColor& is, const miColor& expected) {
-    EXPECT_NEAR(is.r, expected.r, 1e-5);
-    EXPECT_NEAR(is.g, expected.g, 1e-5);
-    EXPECT_NEAR(is.b, expected.b, 1e-5);
-    EXPECT_EQ(is.a, expected.a);
-}
-
 TEST_F(PhotoOperator, ExposesColors) {
     photo.start();
     EXPECT_EQ(renderer.messages().size(), library_is_there ? 0u : 1u); // that colours pass
