@@ -12,51 +12,27 @@
 
 #include <gtest/gtest.h>
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#endif
-
+#include "built_module.h"
 #include "exports.h"
 #include "illumination.h"
 #include "orl_attenuv.h"
 #include "output_request.h"
-#include "scripted_renderer.h"
-#include "state_builder.h"
 
 namespace {
 
 using orl::decl::Field;
 using orl::decl::Shader;
+using scripted::is_integral;
+using scripted::is_real;
 using scripted::Renderer;
 using scripted::State;
-
-template <class Function> Function* function(const std::string& name) {
-#ifdef _WIN32
-    static const HMODULE module = LoadLibraryA(ORL_FILE_ORLSHADERS);
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name.c_str())));
-#else
-    static void* const module = dlopen(ORL_FILE_ORLSHADERS, RTLD_NOW | RTLD_LOCAL);
-    return reinterpret_cast<Function*>(dlsym(module, name.c_str()));
-#endif
-}
-
-using Init = void(miState*, void*, miBoolean*);
-using Exit = void(miState*, void*);
-using Call = miBoolean(void*, miState*, void*, void*); // the last for those that take an argument
 
 // The renderer's part in front of the module, as after loading.
 class Module : public testing::Test {
 protected:
     Renderer& renderer = Renderer::get();
 
-    void SetUp() override {
-        auto* const set_handle = function<void(void*)>("miSetModuleHandle");
-        ASSERT_NE(set_handle, nullptr) << ORL_FILE_ORLSHADERS;
-        renderer.reset();
-        set_handle(renderer.handle());
-    }
+    Module() { renderer.reset(); }
 
     // At most 2380 calls that take microseconds each; a loop that runs to INT_MAX takes far longer.
     template <class Visitor> static void for_each_shader(Visitor visit) {
@@ -77,14 +53,6 @@ struct alignas(8) Block {
 };
 
 enum class Fill { defaults, zero, nan, infinite, huge, negative };
-
-bool is_integral(const Field& field) {
-    return field.type == miTYPE_BOOLEAN || field.type == miTYPE_INTEGER;
-}
-bool is_real(const Field& field) {
-    return field.type == miTYPE_SCALAR || field.type == miTYPE_COLOR || field.type == miTYPE_VECTOR ||
-           field.type == miTYPE_TRANSFORM;
-}
 
 // Writes one parameter's four-byte words; tags stay null, arrays empty.
 void fill_field(Block& block, const Field& field, Fill fill) {
@@ -114,7 +82,7 @@ void fill_field(Block& block, const Field& field, Fill fill) {
 class Life {
 public:
     Life(const Shader& shader, Fill fill)
-        : name_(shader.name), instance_(name_.c_str()), shader_(shader),
+        : shader_(shader), entries_(scripted::entries_of(shader)), instance_(shader.name),
           blocks_(Renderer::get().resources().live_blocks), locks_(Renderer::get().resources().live_locks) {
         for (const Field& field : shader.fields)
             fill_field(instance_.params(), field, fill);
@@ -142,33 +110,35 @@ public:
     }
 
     void begin() {
-        auto* init = shader_.has_init ? function<Init>(name_ + "_init") : nullptr;
-        if (!init)
+        if (!entries_.init)
             return;
         miBoolean wanted = miFALSE;
-        init(state, nullptr, &wanted);
+        entries_.init(state, nullptr, &wanted);
         EXPECT_EQ(wanted, miTRUE);
         EXPECT_EQ(held(), 0) << "allocated before there was an instance";
-        init(state, &instance_.params(), &wanted);
+        entries_.init(state, &instance_.params(), &wanted);
     }
 
     alignas(16) std::array<unsigned char, 1024> result; // of the last call
 
     miBoolean call(void* argument = nullptr) {
         result = {};
-        const miBoolean answer = function<Call>(name_)(result.data(), state, &instance_.params(), argument);
+        const miBoolean answer = entries_.run(result.data(), state, &instance_.params(), argument);
         EXPECT_TRUE(answer == miTRUE || answer == miFALSE) << answer;
         return answer;
     }
 
     void end() {
         const Renderer& renderer = Renderer::get();
-        if (auto* exit = shader_.has_exit ? function<Exit>(name_ + "_exit") : nullptr) {
-            exit(state, &instance_.params());
-            exit(state, nullptr);
+        if (entries_.exit) {
+            entries_.exit(state, &instance_.params());
+            entries_.exit(state, nullptr);
         }
         EXPECT_EQ(instance_.user_pointer(), nullptr);
-        EXPECT_EQ(held(), thread_blocks()) << "memory is left";
+        const auto& of_threads = Renderer::get().thread_data(instance_.function()); // freed when threads end
+        EXPECT_EQ(held(), std::count_if(of_threads.begin(), of_threads.end(),
+                                        [](const void* block) { return block != nullptr; }))
+            << "memory is left";
         EXPECT_EQ(renderer.resources().live_locks, locks_) << "locks are left";
         EXPECT_EQ(renderer.pins(), 0) << "records are left pinned";
         EXPECT_EQ(renderer.bad_accesses(), 0) << "accessed a tag that names nothing";
@@ -177,24 +147,9 @@ public:
 private:
     long long held() const { return Renderer::get().resources().live_blocks - blocks_; }
 
-    // Blocks that belong to threads, which the renderer frees when a thread ends.
-    long long thread_blocks() {
-        void** pointers = nullptr;
-        int count = 0;
-        query(miQ_FUNC_TLS_GETALL, &pointers, &count);
-        return std::count_if(pointers, pointers + count,
-                             [](const void* pointer) { return pointer != nullptr; });
-    }
-    void query(miQ_type code, void* answer, ...) {
-        va_list arguments;
-        va_start(arguments, answer);
-        Renderer::get().mi_vquery.unscripted(code, state, miNULLTAG, answer, arguments);
-        va_end(arguments);
-    }
-
-    std::string name_;
-    scripted::ShaderInstance<Block> instance_;
     const Shader& shader_;
+    const scripted::Entries entries_;
+    scripted::ShaderInstance<Block> instance_;
     long long blocks_, locks_;
 };
 
@@ -212,7 +167,7 @@ void live(
 
 TEST_F(Module, WhatAnInstanceTakesItGivesBack) {
     for_each_shader([&](const Shader& shader) {
-        EXPECT_EQ(function<int()>(shader.name + std::string("_version"))(), shader.version);
+        EXPECT_EQ(scripted::entries_of(shader).version(), shader.version);
         for (int round = 0; round < 2; ++round)
             live(shader, Fill::defaults);
         Life unused(shader, Fill::defaults); // exit of an instance that never ran
