@@ -52,23 +52,18 @@ struct alignas(8) Block {
     unsigned char bytes[2048];
 };
 
-enum class Fill { defaults, zero, nan, infinite, huge, negative };
+struct Fill {
+    float scalar;
+    int integer;
+    bool declared = false; // where a default is declared, that
+};
+constexpr Fill defaults{0, 0, true};
 
 // Writes one parameter's four-byte words; tags stay null, arrays empty.
-void fill_field(Block& block, const Field& field, Fill fill) {
-    using Limits = std::numeric_limits<float>;
-    const struct {
-        float scalar;
-        int integer;
-    } values[] = {{},
-                  {0, 0},
-                  {Limits::quiet_NaN(), 0},
-                  {Limits::infinity(), 0},
-                  {Limits::max(), INT_MAX},
-                  {-1e30f, INT_MIN}};
+void fill_field(Block& block, const Field& field, const Fill& fill) {
     for (std::size_t i = 0; !field.array && i < field.size / 4; ++i) {
-        auto value = values[static_cast<int>(fill)];
-        if (fill == Fill::defaults && static_cast<int>(i) < field.value.count)
+        Fill value = fill;
+        if (fill.declared && static_cast<int>(i) < field.value.count)
             value = {static_cast<float>(field.value.number[i]), static_cast<int>(field.value.number[i])};
         unsigned char* place = block.bytes + field.offset + 4 * i;
         if (is_integral(field))
@@ -81,7 +76,7 @@ void fill_field(Block& block, const Field& field, Fill fill) {
 // One instance from its shader's init to its shader's exit.
 class Life {
 public:
-    Life(const Shader& shader, Fill fill)
+    explicit Life(const Shader& shader, const Fill& fill = defaults)
         : shader_(shader), entries_(scripted::entries_of(shader)), instance_(shader.name),
           blocks_(Renderer::get().resources().live_blocks), locks_(Renderer::get().resources().live_locks) {
         for (const Field& field : shader.fields)
@@ -129,16 +124,15 @@ public:
     }
 
     void end() {
-        const Renderer& renderer = Renderer::get();
+        Renderer& renderer = Renderer::get();
         if (entries_.exit) {
             entries_.exit(state, &instance_.params());
             entries_.exit(state, nullptr);
         }
         EXPECT_EQ(instance_.user_pointer(), nullptr);
-        const auto& of_threads = Renderer::get().thread_data(instance_.function()); // freed when threads end
-        EXPECT_EQ(held(), std::count_if(of_threads.begin(), of_threads.end(),
-                                        [](const void* block) { return block != nullptr; }))
-            << "memory is left";
+        const auto& of_threads = renderer.thread_data(instance_.function()); // freed when threads end
+        const auto empty = std::ranges::count(of_threads, nullptr);
+        EXPECT_EQ(held(), std::ssize(of_threads) - empty) << "memory is left";
         EXPECT_EQ(renderer.resources().live_locks, locks_) << "locks are left";
         EXPECT_EQ(renderer.pins(), 0) << "records are left pinned";
         EXPECT_EQ(renderer.bad_accesses(), 0) << "accessed a tag that names nothing";
@@ -156,8 +150,8 @@ private:
 // Calls the shader in a state that `spoil` has changed, from init to exit.
 using Spoil = std::function<void(Life&)>;
 void live(
-    const Shader& shader, Fill fill, const Spoil& spoil = [](Life&) {}) {
-    Life life(shader, fill);
+    const Shader& shader, const Spoil& spoil = [](Life&) {}) {
+    Life life(shader);
     spoil(life);
     life.begin();
     life.call();
@@ -169,19 +163,25 @@ TEST_F(Module, WhatAnInstanceTakesItGivesBack) {
     for_each_shader([&](const Shader& shader) {
         EXPECT_EQ(scripted::entries_of(shader).version(), shader.version);
         for (int round = 0; round < 2; ++round)
-            live(shader, Fill::defaults);
-        Life unused(shader, Fill::defaults); // exit of an instance that never ran
+            live(shader);
+        Life unused(shader); // exit of an instance that never ran
         unused.begin();
         unused.end();
-        Life never_begun(shader, Fill::defaults);
+        Life never_begun(shader);
         never_begun.end();
     });
 }
 
 TEST_F(Module, BadParametersAreSurvivedInTime) {
+    using Limits = std::numeric_limits<float>;
+    const Fill fills[] = {{0, 0},
+                          {Limits::quiet_NaN(), 0},
+                          {Limits::infinity(), 0},
+                          {Limits::max(), INT_MAX},
+                          {-1e30f, INT_MIN}};
     for_each_shader([&](const Shader& shader) {
-        for (const Fill fill : {Fill::zero, Fill::nan, Fill::infinite, Fill::huge, Fill::negative}) {
-            SCOPED_TRACE(static_cast<int>(fill));
+        for (const Fill& fill : fills) {
+            SCOPED_TRACE(fill.scalar);
             Life life(shader, fill);
             life.begin();
             for (int type = 0; type < miNRAYTYPES; ++type)
@@ -225,7 +225,7 @@ TEST_F(Module, BadStatesAndTagsAreSurvivedInTime) {
     for_each_shader([&](const Shader& shader) {
         for (std::size_t k = 0; k < std::size(faults); ++k) {
             SCOPED_TRACE(k);
-            live(shader, Fill::defaults, faults[k]);
+            live(shader, faults[k]);
         }
     });
 }
@@ -266,7 +266,7 @@ TEST_F(Module, RecordsForOthersAreLeftAlone) {
     const std::pair<Family, std::span<const Slot>> slots[] = {
         {model, illumination}, {light, volume_light}, {element, elements}, {others, maps}};
     const auto run = [&](const Shader& shader, miShader_type call, const std::shared_ptr<void>& argument) {
-        Life life(shader, Fill::defaults);
+        Life life(shader);
         life.begin();
         life.state->call_type = call;
         life.call(argument.get());

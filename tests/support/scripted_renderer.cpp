@@ -399,6 +399,12 @@ bool Renderer::query_special(miQ_type code, miState* state, miTag tag, void* res
         return own && std::memcpy(own, result, sizeof *own);
     case miQ_FUNC_TLS_GETALL:
         return own && give(va_arg(arguments, int*), int{thread_count}) && give(result, pointers->data());
+    case miQ_PRI_DATA:
+        if (triangle.slots.empty())
+            return false;
+        *va_arg(arguments, const int**) = triangle.slots.data();
+        *va_arg(arguments, const miUint**) = triangle.words.data();
+        return give(result, static_cast<int>(triangle.slots.size()));
     case miQ_GROUP_KID: {
         const int kid = group ? va_arg(arguments, int) : -1;
         return kid >= 0 && kid < group->no_kids && give(result, (&group->kids[0])[kid]);

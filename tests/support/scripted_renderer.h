@@ -134,6 +134,8 @@ struct Triangle {
     std::optional<Corners> points, normals;
     std::vector<Corners> textures; // for each texture space
     std::vector<Corners> bump_x, bump_y;
+    std::vector<int> slots; // miQ_PRI_DATA: where the word of each slot stands in `words`
+    std::vector<miUint> words;
 };
 
 // What a scripted shader is: called with the result, the state and its argument (the parameter block of its

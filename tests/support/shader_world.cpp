@@ -331,6 +331,8 @@ void World::make_scene() {
     renderer.triangle.textures = {{{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}}}};
     renderer.triangle.bump_x = {{{{1, 0, 0}, {1, 0, 0}, {1, 0, 0}}}};
     renderer.triangle.bump_y = {{{{0, 1, 0}, {0, 1, 0}, {0, 1, 0}}}};
+    renderer.triangle.slots = {0, 1, 2};
+    renderer.triangle.words = {0x70003, 5, 1}; // material 3 and all edges, smoothing groups 5, particle 1
     renderer.texture_spaces = 1;
     miObject object{};
     object.bbox_max = {4, 2, 0};
@@ -490,18 +492,6 @@ void World::script_images() {
         if (tag != image_tag_)
             return Renderer::get().mi_lookup_color_texture.unscripted(result, state, tag, coord);
         *result = color_of(*coord);
-        return miTRUE;
-    };
-    renderer.mi_vquery = [](miQ_type code, miState* state, miTag tag, void* result, va_list arguments) {
-        if (code != miQ_PRI_DATA)
-            return Renderer::get().mi_vquery.unscripted(code, state, tag, result, arguments);
-        // Material 3 and all edges, smoothing groups 5, particle 1.
-        static constexpr int slots_of_triangle[] = {0, 1, 2};
-        static constexpr miUint words[] = {0x70003, 5, 1};
-        const int count = 3;
-        std::memcpy(result, &count, sizeof count);
-        *va_arg(arguments, const int**) = slots_of_triangle;
-        *va_arg(arguments, const miUint**) = words;
         return miTRUE;
     };
 }
