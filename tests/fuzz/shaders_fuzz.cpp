@@ -1,8 +1,6 @@
 // Whatever a scene gives a shader of the built module, it survives: any parameters, not-a-number and infinity
 // among them, any kind of ray and call, null and strange tags, points without a surface, memory that runs
 // out. It writes nothing outside its result, and gives back what it took.
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -15,10 +13,10 @@
 #include <string_view>
 #include <vector>
 
+#include "built_module.h"
 #include "exports.h"
 #include "orl_attenuv.h"
 #include "output_request.h"
-#include "shader_world.h"
 #include "utl_curve.h"
 
 namespace {
@@ -32,18 +30,6 @@ void require(bool condition, const char* shader, const char* what) {
         return;
     std::fprintf(stderr, "%s: %s\n", shader, what);
     std::abort();
-}
-
-void* symbol(const std::string& name) {
-    static void* const module = [] {
-        void* const loaded = dlopen(ORL_FILE_ORLSHADERS, RTLD_NOW | RTLD_LOCAL);
-        const auto set_handle =
-            reinterpret_cast<void (*)(void*)>(loaded ? dlsym(loaded, "miSetModuleHandle") : nullptr);
-        require(set_handle != nullptr, ORL_FILE_ORLSHADERS, "cannot be loaded");
-        set_handle(Renderer::get().handle());
-        return loaded;
-    }();
-    return dlsym(module, name.c_str());
 }
 
 // What the fuzzer gives, taken piece by piece. When it is used up, it goes on with a sequence that the first
@@ -260,7 +246,7 @@ void live(const Shader& shader, Input& input) {
     Renderer& renderer = Renderer::get();
     const long long blocks = Renderer::resources().live_blocks, locks = Renderer::resources().live_locks;
     FuzzValues values(input);
-    scripted::World world([](const std::string& name) { return symbol(name); }, values);
+    scripted::World world(scripted::entries_of, values);
     // Some do their work only in another's slot.
     const bool hosted = input.byte() % 2 != 0;
     scripted::Actor* const host = hosted ? world.add_host(shader) : nullptr;
@@ -293,7 +279,7 @@ void live(const Shader& shader, Input& input) {
 
 // Before the fuzzer looks for what it can see of the code.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    symbol("");
+    scripted::built_module();
     return 0;
 }
 

@@ -12,51 +12,27 @@
 
 #include <gtest/gtest.h>
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#endif
-
+#include "built_module.h"
 #include "exports.h"
 #include "illumination.h"
 #include "orl_attenuv.h"
 #include "output_request.h"
-#include "scripted_renderer.h"
-#include "state_builder.h"
 
 namespace {
 
 using orl::decl::Field;
 using orl::decl::Shader;
+using scripted::is_integral;
+using scripted::is_real;
 using scripted::Renderer;
 using scripted::State;
-
-template <class Function> Function* function(const std::string& name) {
-#ifdef _WIN32
-    static const HMODULE module = LoadLibraryA(ORL_FILE_ORLSHADERS);
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name.c_str())));
-#else
-    static void* const module = dlopen(ORL_FILE_ORLSHADERS, RTLD_NOW | RTLD_LOCAL);
-    return reinterpret_cast<Function*>(dlsym(module, name.c_str()));
-#endif
-}
-
-using Init = void(miState*, void*, miBoolean*);
-using Exit = void(miState*, void*);
-using Call = miBoolean(void*, miState*, void*, void*); // the last for those that take an argument
 
 // The renderer's part in front of the module, as after loading.
 class Module : public testing::Test {
 protected:
     Renderer& renderer = Renderer::get();
 
-    void SetUp() override {
-        auto* const set_handle = function<void(void*)>("miSetModuleHandle");
-        ASSERT_NE(set_handle, nullptr) << ORL_FILE_ORLSHADERS;
-        renderer.reset();
-        set_handle(renderer.handle());
-    }
+    Module() { renderer.reset(); }
 
     // At most 2380 calls that take microseconds each; a loop that runs to INT_MAX takes far longer.
     template <class Visitor> static void for_each_shader(Visitor visit) {
@@ -76,31 +52,18 @@ struct alignas(8) Block {
     unsigned char bytes[2048];
 };
 
-enum class Fill { defaults, zero, nan, infinite, huge, negative };
-
-bool is_integral(const Field& field) {
-    return field.type == miTYPE_BOOLEAN || field.type == miTYPE_INTEGER;
-}
-bool is_real(const Field& field) {
-    return field.type == miTYPE_SCALAR || field.type == miTYPE_COLOR || field.type == miTYPE_VECTOR ||
-           field.type == miTYPE_TRANSFORM;
-}
+struct Fill {
+    float scalar;
+    int integer;
+    bool declared = false; // where a default is declared, that
+};
+constexpr Fill defaults{0, 0, true};
 
 // Writes one parameter's four-byte words; tags stay null, arrays empty.
-void fill_field(Block& block, const Field& field, Fill fill) {
-    using Limits = std::numeric_limits<float>;
-    const struct {
-        float scalar;
-        int integer;
-    } values[] = {{},
-                  {0, 0},
-                  {Limits::quiet_NaN(), 0},
-                  {Limits::infinity(), 0},
-                  {Limits::max(), INT_MAX},
-                  {-1e30f, INT_MIN}};
+void fill_field(Block& block, const Field& field, const Fill& fill) {
     for (std::size_t i = 0; !field.array && i < field.size / 4; ++i) {
-        auto value = values[static_cast<int>(fill)];
-        if (fill == Fill::defaults && static_cast<int>(i) < field.value.count)
+        Fill value = fill;
+        if (fill.declared && static_cast<int>(i) < field.value.count)
             value = {static_cast<float>(field.value.number[i]), static_cast<int>(field.value.number[i])};
         unsigned char* place = block.bytes + field.offset + 4 * i;
         if (is_integral(field))
@@ -113,8 +76,8 @@ void fill_field(Block& block, const Field& field, Fill fill) {
 // One instance from its shader's init to its shader's exit.
 class Life {
 public:
-    Life(const Shader& shader, Fill fill)
-        : name_(shader.name), instance_(name_.c_str()), shader_(shader),
+    explicit Life(const Shader& shader, const Fill& fill = defaults)
+        : shader_(shader), entries_(scripted::entries_of(shader)), instance_(shader.name),
           blocks_(Renderer::get().resources().live_blocks), locks_(Renderer::get().resources().live_locks) {
         for (const Field& field : shader.fields)
             fill_field(instance_.params(), field, fill);
@@ -142,33 +105,34 @@ public:
     }
 
     void begin() {
-        auto* init = shader_.has_init ? function<Init>(name_ + "_init") : nullptr;
-        if (!init)
+        if (!entries_.init)
             return;
         miBoolean wanted = miFALSE;
-        init(state, nullptr, &wanted);
+        entries_.init(state, nullptr, &wanted);
         EXPECT_EQ(wanted, miTRUE);
         EXPECT_EQ(held(), 0) << "allocated before there was an instance";
-        init(state, &instance_.params(), &wanted);
+        entries_.init(state, &instance_.params(), &wanted);
     }
 
     alignas(16) std::array<unsigned char, 1024> result; // of the last call
 
     miBoolean call(void* argument = nullptr) {
         result = {};
-        const miBoolean answer = function<Call>(name_)(result.data(), state, &instance_.params(), argument);
+        const miBoolean answer = entries_.run(result.data(), state, &instance_.params(), argument);
         EXPECT_TRUE(answer == miTRUE || answer == miFALSE) << answer;
         return answer;
     }
 
     void end() {
-        const Renderer& renderer = Renderer::get();
-        if (auto* exit = shader_.has_exit ? function<Exit>(name_ + "_exit") : nullptr) {
-            exit(state, &instance_.params());
-            exit(state, nullptr);
+        Renderer& renderer = Renderer::get();
+        if (entries_.exit) {
+            entries_.exit(state, &instance_.params());
+            entries_.exit(state, nullptr);
         }
         EXPECT_EQ(instance_.user_pointer(), nullptr);
-        EXPECT_EQ(held(), thread_blocks()) << "memory is left";
+        const auto& of_threads = renderer.thread_data(instance_.function()); // freed when threads end
+        const auto empty = std::ranges::count(of_threads, nullptr);
+        EXPECT_EQ(held(), std::ssize(of_threads) - empty) << "memory is left";
         EXPECT_EQ(renderer.resources().live_locks, locks_) << "locks are left";
         EXPECT_EQ(renderer.pins(), 0) << "records are left pinned";
         EXPECT_EQ(renderer.bad_accesses(), 0) << "accessed a tag that names nothing";
@@ -177,32 +141,17 @@ public:
 private:
     long long held() const { return Renderer::get().resources().live_blocks - blocks_; }
 
-    // Blocks that belong to threads, which the renderer frees when a thread ends.
-    long long thread_blocks() {
-        void** pointers = nullptr;
-        int count = 0;
-        query(miQ_FUNC_TLS_GETALL, &pointers, &count);
-        return std::count_if(pointers, pointers + count,
-                             [](const void* pointer) { return pointer != nullptr; });
-    }
-    void query(miQ_type code, void* answer, ...) {
-        va_list arguments;
-        va_start(arguments, answer);
-        Renderer::get().mi_vquery.unscripted(code, state, miNULLTAG, answer, arguments);
-        va_end(arguments);
-    }
-
-    std::string name_;
-    scripted::ShaderInstance<Block> instance_;
     const Shader& shader_;
+    const scripted::Entries entries_;
+    scripted::ShaderInstance<Block> instance_;
     long long blocks_, locks_;
 };
 
 // Calls the shader in a state that `spoil` has changed, from init to exit.
 using Spoil = std::function<void(Life&)>;
 void live(
-    const Shader& shader, Fill fill, const Spoil& spoil = [](Life&) {}) {
-    Life life(shader, fill);
+    const Shader& shader, const Spoil& spoil = [](Life&) {}) {
+    Life life(shader);
     spoil(life);
     life.begin();
     life.call();
@@ -212,21 +161,27 @@ void live(
 
 TEST_F(Module, WhatAnInstanceTakesItGivesBack) {
     for_each_shader([&](const Shader& shader) {
-        EXPECT_EQ(function<int()>(shader.name + std::string("_version"))(), shader.version);
+        EXPECT_EQ(scripted::entries_of(shader).version(), shader.version);
         for (int round = 0; round < 2; ++round)
-            live(shader, Fill::defaults);
-        Life unused(shader, Fill::defaults); // exit of an instance that never ran
+            live(shader);
+        Life unused(shader); // exit of an instance that never ran
         unused.begin();
         unused.end();
-        Life never_begun(shader, Fill::defaults);
+        Life never_begun(shader);
         never_begun.end();
     });
 }
 
 TEST_F(Module, BadParametersAreSurvivedInTime) {
+    using Limits = std::numeric_limits<float>;
+    const Fill fills[] = {{0, 0},
+                          {Limits::quiet_NaN(), 0},
+                          {Limits::infinity(), 0},
+                          {Limits::max(), INT_MAX},
+                          {-1e30f, INT_MIN}};
     for_each_shader([&](const Shader& shader) {
-        for (const Fill fill : {Fill::zero, Fill::nan, Fill::infinite, Fill::huge, Fill::negative}) {
-            SCOPED_TRACE(static_cast<int>(fill));
+        for (const Fill& fill : fills) {
+            SCOPED_TRACE(fill.scalar);
             Life life(shader, fill);
             life.begin();
             for (int type = 0; type < miNRAYTYPES; ++type)
@@ -270,7 +225,7 @@ TEST_F(Module, BadStatesAndTagsAreSurvivedInTime) {
     for_each_shader([&](const Shader& shader) {
         for (std::size_t k = 0; k < std::size(faults); ++k) {
             SCOPED_TRACE(k);
-            live(shader, Fill::defaults, faults[k]);
+            live(shader, faults[k]);
         }
     });
 }
@@ -311,7 +266,7 @@ TEST_F(Module, RecordsForOthersAreLeftAlone) {
     const std::pair<Family, std::span<const Slot>> slots[] = {
         {model, illumination}, {light, volume_light}, {element, elements}, {others, maps}};
     const auto run = [&](const Shader& shader, miShader_type call, const std::shared_ptr<void>& argument) {
-        Life life(shader, Fill::defaults);
+        Life life(shader);
         life.begin();
         life.state->call_type = call;
         life.call(argument.get());

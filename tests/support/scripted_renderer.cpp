@@ -7,36 +7,14 @@
 #include <cstdio>
 #include <cstdlib>
 
-#ifdef _WIN32
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#endif
-
 #include "kit/color.h"
 #include "kit/lock.h"
 #include "kit/matrix.h"
-#include "kit/random.h"
+#include "library.h"
 
 namespace scripted {
 
 namespace {
-
-void* open_library(const char* file) {
-#ifdef _WIN32
-    return reinterpret_cast<void*>(LoadLibraryA(file));
-#else
-    return dlopen(file, RTLD_NOW | RTLD_LOCAL);
-#endif
-}
-
-void* symbol_of(void* library, const char* name) {
-#ifdef _WIN32
-    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name));
-#else
-    return dlsym(library, name);
-#endif
-}
 
 // Where a shader's function record keeps what is the renderer's own.
 constexpr int user_pointer_slot = 0;
@@ -194,7 +172,6 @@ void Renderer::reset() {
 
 void Renderer::clear_logs() {
     messages.clear();
-    traces.clear();
     calls.clear();
     framebuffer_writes.clear();
     photons.clear();
@@ -226,26 +203,25 @@ miTag Renderer::add_string(const char* text) {
     return add(miSCENE_STRING, std::memcpy(allocate(size), text, size));
 }
 
-miTag Renderer::add_group(const std::vector<miTag>& kids, miTag userdata) {
+miTag Renderer::add_group(const std::vector<miTag>& kids) {
     auto* group = static_cast<miGroup*>(allocate(sizeof(miGroup) + kids.size() * sizeof(miTag)));
     group->no_kids = group->max_kids = static_cast<int>(kids.size());
-    group->userdata = userdata;
     std::copy(kids.begin(), kids.end(), static_cast<miTag*>(group->kids));
     return add(miSCENE_GROUP, group);
 }
 
-miTag Renderer::add_userdata(const void* bytes, int size, miUint label, miTag next, miTag decl) {
+miTag Renderer::add_userdata(const void* bytes, int size) {
     auto* data = static_cast<miUserdata*>(allocate(sizeof(miUserdata) + static_cast<std::size_t>(size)));
-    *data = {decl, next, label, size, 1, {}, {}};
+    data->parameter_size = size;
     if (size)
         std::memcpy(static_cast<void*>(data->parameters), bytes, static_cast<std::size_t>(size));
     return add(miSCENE_USERDATA, data);
 }
 
-miTag Renderer::add_light(const std::vector<LightSample>& samples, const miLight& light, const char* name) {
+miTag Renderer::add_light(const std::vector<LightSample>& samples, const miLight& light) {
     miInstance instance{};
     instance.item = add_copy(miSCENE_LIGHT, light);
-    lights.push_back(add_instance(instance, name));
+    lights.push_back(add_instance(instance));
     find(lights.back())->samples = samples;
     return lights.back();
 }
@@ -309,13 +285,6 @@ void* Renderer::access(miTag tag, int* type) {
 }
 
 void Renderer::answer_database_and_queries() {
-    mi_api_name_lookup.standard_ = [this](char* name) -> miTag {
-        std::size_t found = elements_.size();
-        while (found > 0 && (elements_[found - 1]->name.empty() || elements_[found - 1]->name != name))
-            --found;
-        stage::release(__FILE__, __LINE__, name); // the name is given away
-        return static_cast<miTag>(found);
-    };
     mi_db_access.standard_ = [this](miTag tag) { return access(tag, nullptr); };
     mi_db_access_type.standard_ = [this](miTag tag, int* type) { return access(tag, type); };
     mi_db_type.standard_ = [this](miTag tag) { return find(tag) ? int{find(tag)->type} : 0; };
@@ -352,33 +321,18 @@ struct Renderer::Field {
     { code, type, offsetof(Record, member), 0 }
 const Renderer::Field Renderer::fields[] = {
     ADDRESS(miQ_FUNC_USERPTR, miSCENE_FUNCTION, miFunction, reserved[user_pointer_slot]),
-    MEMBER(miQ_FUNC_DECL, miSCENE_FUNCTION, miFunction, function_decl),
-    MEMBER(miQ_FUNC_INDIRECT, miSCENE_FUNCTION, miFunction, parameter_indirect),
     MEMBER(miQ_FUNC_NEXT, miSCENE_FUNCTION, miFunction, next_function),
     ADDRESS(miQ_FUNC_LOCK, miSCENE_FUNCTION, miFunction, lock),
-    ADDRESS(miQ_FUNC_PARAM, miSCENE_FUNCTION, miFunction, parameters),
-    MEMBER(miQ_FUNC_PARAM_SIZE, miSCENE_FUNCTION, miFunction, parameter_size),
-    MEMBER(miQ_DECL_RESULT_SIZE, miSCENE_FUNCTION_DECL, miFunction_decl, result_size),
-    MEMBER(miQ_DECL_TYPE, miSCENE_FUNCTION_DECL, miFunction_decl, result_type),
     MEMBER(miQ_DECL_VERSION, miSCENE_FUNCTION_DECL, miFunction_decl, version),
     MEMBER(miQ_INST_ITEM, miSCENE_INSTANCE, miInstance, item),
     MEMBER(miQ_INST_PARENT, miSCENE_INSTANCE, miInstance, parent),
     ADDRESS(miQ_INST_GLOBAL_TO_LOCAL, miSCENE_INSTANCE, miInstance, tf.global_to_local),
     ADDRESS(miQ_INST_LOCAL_TO_GLOBAL, miSCENE_INSTANCE, miInstance, tf.local_to_global),
-    MEMBER(miQ_INST_MATERIAL, miSCENE_INSTANCE, miInstance, material),
     MEMBER(miQ_INST_LABEL, miSCENE_INSTANCE, miInstance, label),
     MEMBER(miQ_INST_DATA, miSCENE_INSTANCE, miInstance, userdata),
     MEMBER(miQ_GROUP_NKIDS, miSCENE_GROUP, miGroup, no_kids),
-    MEMBER(miQ_GROUP_DATA, miSCENE_GROUP, miGroup, userdata),
     MEMBER(miQ_LIGHT_TYPE, miSCENE_LIGHT, miLight, type),
-    MEMBER(miQ_LIGHT_AREA, miSCENE_LIGHT, miLight, area),
-    MEMBER(miQ_LIGHT_EXPONENT, miSCENE_LIGHT, miLight, exponent),
-    MEMBER(miQ_LIGHT_ORIGIN, miSCENE_LIGHT, miLight, origin),
-    MEMBER(miQ_LIGHT_DIRECTION, miSCENE_LIGHT, miLight, direction),
-    MEMBER(miQ_LIGHT_SPREAD, miSCENE_LIGHT, miLight, spread),
     MEMBER(miQ_LIGHT_ENERGY, miSCENE_LIGHT, miLight, energy),
-    MEMBER(miQ_LIGHT_SHADER, miSCENE_LIGHT, miLight, shader),
-    MEMBER(miQ_MTL_OPAQUE, miSCENE_MATERIAL, miMaterial, opaque),
     MEMBER(miQ_MTL_SHADER, miSCENE_MATERIAL, miMaterial, shader),
     MEMBER(miQ_MTL_DISPLACE, miSCENE_MATERIAL, miMaterial, displace),
     MEMBER(miQ_MTL_SHADOW, miSCENE_MATERIAL, miMaterial, shadow),
@@ -390,13 +344,8 @@ const Renderer::Field Renderer::fields[] = {
     MEMBER(miQ_MTL_LIGHTMAP, miSCENE_MATERIAL, miMaterial, lightmap),
     MEMBER(miQ_OBJ_DATA, miSCENE_OBJECT, miObject, userdata),
     MEMBER(miQ_OBJ_TYPE, miSCENE_OBJECT, miObject, type),
-    MEMBER(miQ_DATA_NEXT, miSCENE_USERDATA, miUserdata, next_data),
-    MEMBER(miQ_DATA_DECL, miSCENE_USERDATA, miUserdata, data_decl),
     ADDRESS(miQ_DATA_PARAM, miSCENE_USERDATA, miUserdata, parameters),
-    MEMBER(miQ_DATA_LABEL, miSCENE_USERDATA, miUserdata, label),
     MEMBER(miQ_DATA_PARAM_SIZE, miSCENE_USERDATA, miUserdata, parameter_size),
-    MEMBER(miQ_IMAGE_WIDTH, miSCENE_IMAGE, miImg_image, width),
-    MEMBER(miQ_IMAGE_HEIGHT, miSCENE_IMAGE, miImg_image, height),
 };
 
 // The record that a query is about: functions may be the running one, declarations given by a function,
@@ -427,7 +376,6 @@ bool Renderer::query(miQ_type code, miState* state, miTag tag, void* result, va_
 }
 
 bool Renderer::query_special(miQ_type code, miState* state, miTag tag, void* result, va_list arguments) {
-    const Element* element = find(tag);
     auto* function = static_cast<miFunction*>(record_of(miSCENE_FUNCTION, state, tag));
     const auto* group = record<miGroup>(tag, miSCENE_GROUP);
     const bool by_thread = function && state;
@@ -437,11 +385,6 @@ bool Renderer::query_special(miQ_type code, miState* state, miTag tag, void* res
         pointers->resize(thread_count);
     void** own = pointers ? &(*pointers)[static_cast<std::size_t>(state->thread) % thread_count] : nullptr;
     switch (code) {
-    case miQ_FUNC_TAG:
-        for (std::size_t k = 0; k < elements_.size(); ++k)
-            if (function && elements_[k]->record == function)
-                return give(result, static_cast<miTag>(k + 1));
-        return false;
     case miQ_DECL_NAME:
         if (const Element* decl = find(function ? function->function_decl : tag))
             return !decl->name.empty() && give(result, decl->name.c_str());
@@ -456,27 +399,24 @@ bool Renderer::query_special(miQ_type code, miState* state, miTag tag, void* res
         return own && std::memcpy(own, result, sizeof *own);
     case miQ_FUNC_TLS_GETALL:
         return own && give(va_arg(arguments, int*), int{thread_count}) && give(result, pointers->data());
-    case miQ_INST_NAME:
-        return element && element->type == miSCENE_INSTANCE && give(result, element->name.c_str());
+    case miQ_PRI_DATA:
+        if (triangle.slots.empty())
+            return false;
+        *va_arg(arguments, const int**) = triangle.slots.data();
+        *va_arg(arguments, const miUint**) = triangle.words.data();
+        return give(result, static_cast<int>(triangle.slots.size()));
     case miQ_GROUP_KID: {
         const int kid = group ? va_arg(arguments, int) : -1;
         return kid >= 0 && kid < group->no_kids && give(result, (&group->kids[0])[kid]);
     }
-    case miQ_DATA_NEEDSWAP:
-        return element && element->type == miSCENE_USERDATA && give(result, miBoolean{miFALSE});
     default:
         return false;
     }
 }
 
 bool Renderer::query_scene(miQ_type code, void* result) {
-    constexpr miQ_type to[] = {miQ_TRANS_INTERNAL_TO_WORLD, miQ_TRANS_INTERNAL_TO_CAMERA,
-                               miQ_TRANS_INTERNAL_TO_OBJECT};
-    constexpr miQ_type from[] = {miQ_TRANS_WORLD_TO_INTERNAL, miQ_TRANS_CAMERA_TO_INTERNAL,
-                                 miQ_TRANS_OBJECT_TO_INTERNAL};
-    for (int space = 0; space < 3; ++space)
-        if (code == to[space] || code == from[space])
-            return give(result, code == to[space] ? &to_space_[space][0] : &from_space_[space][0]);
+    if (code == miQ_TRANS_INTERNAL_TO_OBJECT)
+        return give(result, &to_space_[static_cast<int>(Space::object)][0]);
     if (code == miQ_NUM_GLOBAL_LIGHTS)
         return give(result, static_cast<int>(lights.size()));
     if (code == miQ_GLOBAL_LIGHTS)
@@ -490,7 +430,7 @@ bool Renderer::query_scene(miQ_type code, void* result) {
 
 miBoolean Renderer::run_shader(const char* function, void* result, miShader_type type, miState* state,
                                miTag tag, void* arg) {
-    calls.add({function, type, tag});
+    calls.add({function, tag});
     Element* element = find(tag);
     if (!element || !element->script)
         return miFALSE;
@@ -542,36 +482,18 @@ void Renderer::answer_calls() {
 // ---- rays and light
 
 void Renderer::answer_light() {
-    const auto trace = [this](auto& script) {
-        const char* name = script.name_;
-        const auto cast = [this, name](miColor* result, miState* state, const miVector* dir) -> miBoolean {
-            traces.add({name, state->type, dir ? *dir : miVector{}});
-            return trace_color && give(result, *trace_color);
-        };
-        if constexpr (requires { script.standard_(nullptr, nullptr, nullptr); })
-            script.standard_ = cast;
-        else
-            script.standard_ = [cast](miColor* result, miState* state) {
-                return cast(result, state, nullptr);
-            };
+    const auto trace = [this](miColor* result, auto...) -> miBoolean {
+        return trace_color && give(result, *trace_color);
     };
-    trace(mi_trace_reflection);
-    trace(mi_trace_refraction);
-    trace(mi_trace_environment);
-    trace(mi_trace_transparent);
-    trace(mi_trace_continue);
-    mi_trace_eye.standard_ = [this](miColor* result, miState* state, miVector* org,
-                                    miVector* dir) -> miBoolean {
+    standard(trace, mi_trace_reflection, mi_trace_refraction, mi_trace_environment, mi_trace_transparent,
+             mi_trace_continue);
+    mi_trace_eye.standard_ = [trace](miColor* result, miState* state, miVector* org, miVector* dir) {
         state->org = *org;
         state->dir = *dir;
-        traces.add({"mi_trace_eye", state->type, *dir});
-        return trace_color && give(result, *trace_color);
+        return trace(result);
     };
     standard([](auto...) { return miTRUE; }, mi_trace_shadow, mi_trace_shadow_seg);
 
-    mi_global_lights_info.standard_ = [this](miState*, int* count, miTag** list) -> miBoolean {
-        return give(count, static_cast<int>(lights.size())) && give(list, lights.data());
-    };
     mi_sample_light.standard_ = [this](miColor* result, miVector* dir, miScalar* dot_nl, miState*,
                                        miTag light, miInteger* samples) {
         const Element* found = find(light);
@@ -592,13 +514,9 @@ void Renderer::answer_light() {
              scripts),
          ...);
     };
-    photon(mi_photon_light, mi_photon_reflection_diffuse, mi_photon_reflection_glossy,
-           mi_photon_reflection_specular, mi_photon_transmission_diffuse, mi_photon_transmission_glossy,
-           mi_photon_transmission_specular, mi_photon_transparent, mi_photon_volume_scattering,
-           mi_store_photon, mi_store_volume_photon);
-    // Everything is absorbed.
-    standard([](auto...) { return miPHOTON_ABSORB; }, mi_choose_lobe, mi_choose_scatter_type,
-             mi_choose_simple_scatter_type);
+    photon(mi_photon_light, mi_photon_reflection_diffuse, mi_photon_reflection_specular,
+           mi_photon_transmission_diffuse, mi_photon_transparent, mi_store_photon);
+    mi_choose_simple_scatter_type.standard_ = [](auto...) { return miPHOTON_ABSORB; };
 }
 
 // ---- spaces
@@ -624,8 +542,7 @@ void Renderer::answer_spaces() {
 // ---- sample
 
 Triangle::Corners* Renderer::corners(int which, int space) {
-    for (const auto& [letter, values] :
-         {std::pair{'p', &triangle.points}, {'n', &triangle.normals}, {'m', &triangle.motion}})
+    for (const auto& [letter, values] : {std::pair{'p', &triangle.points}, {'n', &triangle.normals}})
         if (which == letter)
             return *values ? &**values : nullptr;
     for (const auto& [letter, values] :
@@ -685,12 +602,10 @@ void Renderer::answer_sample() {
         *dir = {state->dir.x - twice * state->normal.x, state->dir.y - twice * state->normal.y,
                 state->dir.z - twice * state->normal.z};
     };
-    standard(mirror, mi_reflection_dir, mi_reflection_dir_specular, mi_reflection_dir_glossy,
-             mi_reflection_dir_anisglossy);
-    standard([](miVector* dir, miState* state, auto...) { *dir = state->normal; }, mi_reflection_dir_diffuse,
-             mi_reflection_dir_diffuse_x);
+    standard(mirror, mi_reflection_dir, mi_reflection_dir_specular);
+    mi_reflection_dir_diffuse.standard_ = [](miVector* dir, miState* state) { *dir = state->normal; };
     // Snell's law.
-    const auto refract = [](miVector* dir, miState* state, miScalar ior_in, miScalar ior_out, auto...) {
+    mi_refraction_dir.standard_ = [](miVector* dir, miState* state, miScalar ior_in, miScalar ior_out) {
         const double ratio = static_cast<double>(ior_in) / static_cast<double>(ior_out);
         const double cosine = -static_cast<double>(mi_vector_dot(&state->dir, &state->normal));
         const double square = 1.0 - ratio * ratio * (1.0 - cosine * cosine);
@@ -703,8 +618,6 @@ void Renderer::answer_sample() {
                 along * state->dir.z + normal * state->normal.z};
         return miTRUE;
     };
-    standard(refract, mi_refraction_dir, mi_transmission_dir_specular, mi_transmission_dir_glossy,
-             mi_transmission_dir_anisglossy);
     const auto keep = [this](Level level) {
         return [this, level](const char* text) { messages.add({level, text}); };
     };
@@ -730,21 +643,10 @@ void Renderer::answer_from_the_kit() {
     mi_mem_int_allocate.standard_ = stage::allocate;
     mi_mem_int_test_allocate.standard_ = stage::test_allocate;
     mi_mem_int_release.standard_ = stage::release;
-    mi_mem_int_strdup.standard_ = stage::duplicate;
     mi_init_lock.standard_ = [](miLock* lock) { *lock = stage::create_lock(); };
     mi_delete_lock.standard_ = [](miLock* lock) { stage::destroy_lock(std::exchange(*lock, nullptr)); };
     mi_lock.standard_ = stage::acquire_lock;
     mi_unlock.standard_ = stage::release_lock;
-    mi_erandom.standard_ = stage::next_random;
-    mi_matrix_ident.standard_ = stage::matrix_identity;
-    mi_matrix_invert.standard_ = stage::matrix_invert;
-    mi_matrix_prod.standard_ = stage::matrix_product;
-    const auto transformed = [](auto transform) {
-        return [transform](miVector* r, const miVector* v, const miScalar* m) { *r = transform(*v, m); };
-    };
-    mi_point_transform.standard_ = transformed(stage::transform_point);
-    mi_vector_transform.standard_ = transformed(stage::transform_vector);
-    mi_vector_transform_T.standard_ = transformed(stage::transform_vector_transposed);
     mi_luminance.standard_ = [](miState* state, miColor* color) {
         return state && state->options ? stage::luminance(*color, state->options->luminance_weight)
                                        : stage::luminance(*color);

@@ -104,15 +104,9 @@ struct Message {
     std::string text;
     bool operator==(const Message&) const = default;
 };
-struct Trace {
-    const char* function;
-    miRay_type type; // of the casting state
-    miVector dir;    // null vector where the function takes none
-};
 struct Call {
     const char* function;
-    miShader_type type; // what the shader is called as
-    miTag tag;          // shader, material or texture that was called
+    miTag tag; // shader, material or texture that was called
 };
 struct FramebufferWrite {
     int index;
@@ -137,9 +131,11 @@ enum class Space { world, camera, object, light };
 // Corner values of the triangle at the hit, object space; absent ones make mi_tri_vectors miFALSE.
 struct Triangle {
     using Corners = std::array<miVector, 3>;
-    std::optional<Corners> points, normals, motion;
+    std::optional<Corners> points, normals;
     std::vector<Corners> textures; // for each texture space
     std::vector<Corners> bump_x, bump_y;
+    std::vector<int> slots; // miQ_PRI_DATA: where the word of each slot stands in `words`
+    std::vector<miUint> words;
 };
 
 // What a scripted shader is: called with the result, the state and its argument (the parameter block of its
@@ -166,7 +162,6 @@ public:
     // ---- what was asked
 
     Log<Message> messages;
-    Log<Trace> traces; // of the mi_trace_* functions that no script answers
     Log<Call> calls;
     Log<FramebufferWrite> framebuffer_writes;
     Log<Photon> photons;
@@ -175,6 +170,8 @@ public:
     int bad_accesses() const { return bad_accesses_; } // of tags that name nothing: a renderer would stop
     void clear_logs();
     static Resources resources();
+    // What miQ_FUNC_TLS_SET left for an instance, a pointer for each thread.
+    const std::vector<void*>& thread_data(const miFunction& instance) { return thread_pointers_[&instance]; }
 
     // ---- queries
 
@@ -196,19 +193,13 @@ public:
     miTag add_copy(miScene_type type, const Record& record, const char* name = nullptr) {
         return add(type, std::memcpy(allocate(sizeof record), &record, sizeof record), name);
     }
-    miTag add_material(const miMaterial& material, const char* name = nullptr) {
-        return add_copy(miSCENE_MATERIAL, material, name);
-    }
-    miTag add_instance(const miInstance& instance, const char* name = nullptr) {
-        return add_copy(miSCENE_INSTANCE, instance, name);
-    }
+    miTag add_material(const miMaterial& material) { return add_copy(miSCENE_MATERIAL, material); }
+    miTag add_instance(const miInstance& instance) { return add_copy(miSCENE_INSTANCE, instance); }
     miTag add_string(const char* text);
-    miTag add_group(const std::vector<miTag>& kids, miTag userdata = miNULLTAG);
-    miTag add_userdata(const void* bytes, int size, miUint label = 0, miTag next = miNULLTAG,
-                       miTag decl = miNULLTAG);
+    miTag add_group(const std::vector<miTag>& kids);
+    miTag add_userdata(const void* bytes, int size);
     // An instance of `light`, also listed in `lights`. mi_sample_light gives its samples one by one.
-    miTag add_light(const std::vector<LightSample>& samples, const miLight& light = {},
-                    const char* name = nullptr);
+    miTag add_light(const std::vector<LightSample>& samples, const miLight& light = {});
 
     // A shader that calls by tag, look-ups and material slots run. `function` is what state->shader names
     // while it runs; null for a record of the renderer's own.

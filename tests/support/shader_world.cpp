@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdarg>
 
 #include "exports.h"
 
@@ -13,10 +12,6 @@ using orl::decl::FieldList;
 using orl::decl::Shader;
 
 namespace {
-
-using EntryInit = void(miState*, void*, miBoolean*);
-using EntryExit = void(miState*, void*);
-using EntryCall = miBoolean(void*, miState*, void*, void*);
 
 // Parameters that want shaders of a kind, whose names end so.
 constexpr std::pair<std::string_view, std::string_view> slots[] = {
@@ -39,14 +34,6 @@ std::vector<const Shader*> shaders_ending(std::string_view end) {
             if (std::string_view(shader.name).ends_with(end))
                 found.push_back(&shader);
     return found;
-}
-
-bool is_integral(const Field& field) {
-    return field.type == miTYPE_BOOLEAN || field.type == miTYPE_INTEGER;
-}
-bool is_real(const Field& field) {
-    return field.type == miTYPE_SCALAR || field.type == miTYPE_COLOR || field.type == miTYPE_VECTOR ||
-           field.type == miTYPE_TRANSFORM;
 }
 
 std::size_t element_size(const Field& field) {
@@ -125,7 +112,7 @@ Actor* World::add_host(const Shader& shader) {
 }
 
 Actor& World::add_at(const Shader& shader, int depth) {
-    auto made = std::make_unique<Actor>(shader);
+    auto made = std::make_unique<Actor>(shader, find_(shader));
     Actor& actor = *made;
     if (depth == 0 && (shader.apply & orl::decl::apply(miSHADER_LENS)) != 0)
         surface_ = add_at(*find_shader("orl_StandardMaterial"), 1).tag;
@@ -139,7 +126,7 @@ Actor& World::add_at(const Shader& shader, int depth) {
     actor.instance.function().function_decl =
         renderer.add_copy(miSCENE_FUNCTION_DECL, declaration, shader.name);
     actor.tag = renderer.add_shader(
-        [this, &actor](void* result, miState* state, void* argument) {
+        [&actor](void* result, miState* state, void* argument) {
             const bool none = argument == &actor.instance.params();
             return call(actor, result, state, none ? nullptr : argument);
         },
@@ -148,47 +135,31 @@ Actor& World::add_at(const Shader& shader, int depth) {
     return actor;
 }
 
-miBoolean World::call(const Actor& actor, void* result, miState* state, void* argument) const {
-    const auto run = reinterpret_cast<EntryCall*>(find_(actor.shader->name));
-    return run(result, state, const_cast<ActorBlock*>(&const_cast<Actor&>(actor).instance.params()),
-               argument);
+miBoolean World::call(Actor& actor, void* result, miState* state, void* argument) {
+    return actor.entries.run(result, state, &actor.instance.params(), argument);
 }
 
-void World::run_init(const Actor& actor) {
-    const std::string name = actor.shader->name;
-    const auto init = actor.shader->has_init ? reinterpret_cast<EntryInit*>(find_(name + "_init")) : nullptr;
-    if (init == nullptr)
+void World::run_init(Actor& actor) {
+    if (!actor.entries.init)
         return;
     State state;
     place(state, 0);
-    Actor& its = const_cast<Actor&>(actor);
-    state.run(its.instance);
+    state.run(actor.instance);
     miBoolean wanted = miFALSE;
-    init(state, nullptr, &wanted);
-    init(state, &its.instance.params(), &wanted);
+    actor.entries.init(state, nullptr, &wanted);
+    actor.entries.init(state, &actor.instance.params(), &wanted);
 }
 
-void World::run_exit(const Actor& actor) {
-    const std::string name = actor.shader->name;
+void World::run_exit(Actor& actor) {
     State state;
     place(state, 0);
-    Actor& its = const_cast<Actor&>(actor);
-    state.run(its.instance);
-    if (const auto exit =
-            actor.shader->has_exit ? reinterpret_cast<EntryExit*>(find_(name + "_exit")) : nullptr) {
-        exit(state, &its.instance.params());
-        exit(state, nullptr);
+    state.run(actor.instance);
+    if (actor.entries.exit) {
+        actor.entries.exit(state, &actor.instance.params());
+        actor.entries.exit(state, nullptr);
     }
-    const auto pointers = [&](void*** all, int* count, ...) {
-        va_list arguments;
-        va_start(arguments, count);
-        Renderer::get().mi_vquery.unscripted(miQ_FUNC_TLS_GETALL, state, miNULLTAG, all, arguments);
-        va_end(arguments);
-    };
-    void** all = nullptr;
-    int count = 0;
-    pointers(&all, &count, &count);
-    std::for_each(all, all + count, [](void* block) { stage::release(nullptr, 0, block); });
+    for (void* block : Renderer::get().thread_data(actor.instance.function()))
+        stage::release(nullptr, 0, block);
 }
 
 void World::begin() {
@@ -360,6 +331,8 @@ void World::make_scene() {
     renderer.triangle.textures = {{{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}}}};
     renderer.triangle.bump_x = {{{{1, 0, 0}, {1, 0, 0}, {1, 0, 0}}}};
     renderer.triangle.bump_y = {{{{0, 1, 0}, {0, 1, 0}, {0, 1, 0}}}};
+    renderer.triangle.slots = {0, 1, 2};
+    renderer.triangle.words = {0x70003, 5, 1}; // material 3 and all edges, smoothing groups 5, particle 1
     renderer.texture_spaces = 1;
     miObject object{};
     object.bbox_max = {4, 2, 0};
@@ -519,18 +492,6 @@ void World::script_images() {
         if (tag != image_tag_)
             return Renderer::get().mi_lookup_color_texture.unscripted(result, state, tag, coord);
         *result = color_of(*coord);
-        return miTRUE;
-    };
-    renderer.mi_vquery = [](miQ_type code, miState* state, miTag tag, void* result, va_list arguments) {
-        if (code != miQ_PRI_DATA)
-            return Renderer::get().mi_vquery.unscripted(code, state, tag, result, arguments);
-        // Material 3 and all edges, smoothing groups 5, particle 1.
-        static constexpr int slots_of_triangle[] = {0, 1, 2};
-        static constexpr miUint words[] = {0x70003, 5, 1};
-        const int count = 3;
-        std::memcpy(result, &count, sizeof count);
-        *va_arg(arguments, const int**) = slots_of_triangle;
-        *va_arg(arguments, const miUint**) = words;
         return miTRUE;
     };
 }

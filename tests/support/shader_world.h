@@ -2,7 +2,7 @@
 // for materials, coordinates for maps, an image, a tessellated object, the host's records. What the
 // parameters hold comes from `Values`, so a fuzzer and a fixed sequence of cases share the scene.
 //
-//     scripted::World world(find, values);            // the renderer was reset before
+//     scripted::World world(entries_of, values);      // the renderer was reset before
 //     scripted::Actor& actor = world.add(shader);     // with everything that its parameters name
 //     world.begin();                                  // all inits; end() is all exits
 //     world.call(actor, result, state, argument);
@@ -34,19 +34,37 @@ struct alignas(16) ActorBlock { // parameters, and arrays behind them
     unsigned char bytes[6144];
 };
 
+// What a module exports for a shader.
+struct Entries {
+    int (*version)();
+    miBoolean (*run)(void* result, miState* state, void* params, void* argument);
+    void (*init)(miState* state, void* params, miBoolean* wants_instances); // null without one
+    void (*exit)(miState* state, void* params);                             // null without one
+};
+
+inline bool is_integral(const orl::decl::Field& field) {
+    return field.type == miTYPE_BOOLEAN || field.type == miTYPE_INTEGER;
+}
+inline bool is_real(const orl::decl::Field& field) {
+    return field.type == miTYPE_SCALAR || field.type == miTYPE_COLOR || field.type == miTYPE_VECTOR ||
+           field.type == miTYPE_TRANSFORM;
+}
+
 struct Actor {
     const orl::decl::Shader* shader;
+    Entries entries;
     ShaderInstance<ActorBlock> instance;
     miTag tag = miNULLTAG;
 
-    explicit Actor(const orl::decl::Shader& its) : shader(&its), instance(its.name, 0) {}
+    Actor(const orl::decl::Shader& its, const Entries& its_entries)
+        : shader(&its), entries(its_entries), instance(its.name, 0) {}
 };
 
 class World {
 public:
     static constexpr int most_elements = 16;
 
-    using Find = void* (*)(const std::string& entry_point); // in the module; null for what it does not have
+    using Find = Entries (*)(const orl::decl::Shader& shader);
 
     World(Find find, Values& values);
 
@@ -59,7 +77,7 @@ public:
     void begin();
     void end(); // also ends what the renderer ends: data of threads
 
-    miBoolean call(const Actor& actor, void* result, miState* state, void* argument) const;
+    static miBoolean call(Actor& actor, void* result, miState* state, void* argument);
 
     // A state in the scene; the number varies point and directions.
     void place(State& state, int number) const;
@@ -89,8 +107,8 @@ private:
     void script_light();
     void script_rays();
     void script_images();
-    void run_init(const Actor& actor);
-    void run_exit(const Actor& actor);
+    void run_init(Actor& actor);
+    void run_exit(Actor& actor);
     miBoolean sample(const Lamp& lamp, miColor* result, miVector* dir, miScalar* dot_nl, miState* state,
                      int sample) const;
 

@@ -1,7 +1,7 @@
 // Small scenes for tests of the stage: text in the scene language, shaders that are functions of the test.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cmath>
@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/message.h"
 #include "mi/parser.h"
 #include "render/renderer.h"
 #include "render/shading.h"
@@ -41,6 +42,18 @@ template <class T> T& eval(miState* state) {
     return *static_cast<T*>(mi_eval(state, std::is_same_v<T, miScalar> ? color + 1 : color));
 }
 
+// What is told while it lives, in a line each.
+class Told {
+public:
+    std::string text;
+    Told() {
+        stage::set_message_sink(
+            [this](stage::MessageLevel, std::string_view told) { text.append(told) += '\n'; });
+    }
+    ~Told() { stage::set_message_sink(nullptr); }
+    Told(const Told&) = delete;
+};
+
 // Text in the scene language, the world that its render statement makes, and a thread that renders it.
 class SceneText {
 public:
@@ -60,6 +73,15 @@ public:
                               world = std::make_unique<stage::World>(read, given, camera_space);
                               context.world = world.get();
                           });
+    }
+    // The buffers of the frame that was asked for last.
+    std::vector<stage::FrameBuffer> render(int threads = 1) {
+        stage::RenderSettings settings;
+        settings.progress = false;
+        settings.threads = threads;
+        stage::Renderer renderer(scene, command, settings);
+        EXPECT_TRUE(renderer.render());
+        return renderer.buffers();
     }
     void define(const std::string& code, stage::ShaderEntry entry) {
         scene.libraries->define(code, reinterpret_cast<void*>(entry));

@@ -1,8 +1,5 @@
-/*
- * States and shader instances for tests: a state that looks straight down on a
- * lit plane, ready to be changed, and shader records with a parameter block,
- * array parameters and connections.
- */
+// States and shader instances for tests: a state that looks straight down on a lit plane, ready to be
+// changed, and shader records with a parameter block, array parameters and connections.
 #pragma once
 
 #include "scripted_renderer.h"
@@ -15,12 +12,9 @@
 
 namespace scripted {
 
-/*
- * One instance of a shader whose parameter block is `Params`. Block, array
- * elements and connection table lie in one piece of memory behind the function
- * record, zeroed, as the renderer lays them out. `spare` is the room for array
- * elements in bytes.
- */
+// One instance of a shader whose parameter block is `Params`. Block, array elements and connection table lie
+// in one piece of memory behind the function record, zeroed, as the renderer lays them out. `spare` is the
+// room for array elements in bytes.
 template <class Params> class ShaderInstance {
     static_assert(std::is_trivially_copyable_v<Params>);
 
@@ -31,7 +25,7 @@ public:
           used_(sizeof(Params)) {
         function().parameter_size = static_cast<miUint>(sizeof(Params));
         function().type = miFUNCTION_C;
-        set_function_name(function(), name_.c_str());
+        function().reserved[1] = name_.data();
     }
     ShaderInstance(const ShaderInstance&) = delete;
     ShaderInstance& operator=(const ShaderInstance&) = delete;
@@ -40,11 +34,11 @@ public:
     Params& params() { return *reinterpret_cast<Params*>(block()); }
     Params* operator->() { return &params(); }
 
-    /* The instance's user pointer as miQ_FUNC_USERPTR gives it. */
+    // The instance's user pointer as miQ_FUNC_USERPTR gives it.
     void* user_pointer() { return function().reserved[0]; }
 
-    /* Fills an array parameter: the fields for the index of the first element and
-       the count, and the first member of the array itself. */
+    // Fills an array parameter: the fields for the index of the first element and the count, and the first
+    // member of the array itself.
     template <class T>
     void set_array(miInteger& first, miInteger& count, T* array, const std::vector<T>& values) {
         const auto start = static_cast<std::size_t>(reinterpret_cast<char*>(array) - block());
@@ -59,11 +53,10 @@ public:
         function().parameter_size = static_cast<miUint>(used_);
     }
 
-    /* Connects a parameter: each evaluation calls `value(state)` anew and sees
-     * what it returns. */
+    // Connects a parameter: each evaluation calls `value(state)` anew and sees what it returns.
     template <class T, class Value>
     void connect(T& parameter, Value value, Renderer& renderer = Renderer::get()) {
-        auto results = std::make_shared<std::array<T, 64>>(); /* one for each thread */
+        auto results = std::make_shared<std::array<T, 64>>(); // one for each thread
         set_connection(&parameter, renderer.add_connection([results, value](miState* state) -> void* {
             T& result = (*results)[static_cast<std::size_t>(state->thread) % 64];
             result = static_cast<T>(value(state));
@@ -71,8 +64,7 @@ public:
         }));
     }
 
-    /* The raw entry of the connection table: 0, miCONNECTION_NONE or a number
-     * from add_connection. */
+    // The raw entry of the connection table: 0, miCONNECTION_NONE or a number from add_connection.
     void set_connection(const void* parameter, int entry) {
         function().connection_offset = static_cast<miIntptr>(block_size_);
         const auto offset = reinterpret_cast<const char*>(parameter) - block();
@@ -80,9 +72,6 @@ public:
     }
 
 private:
-    static void set_function_name(miFunction& function, const char* name) {
-        function.reserved[1] = const_cast<char*>(name);
-    }
     char* block() { return reinterpret_cast<char*>(function().parameters); }
 
     std::size_t block_size_;
@@ -91,18 +80,15 @@ private:
     std::size_t used_;
 };
 
-/*
- * A state with its camera and options. As built: an eye ray from (0, 0, 5)
- * along -z meets the front of the plane z = 0 at the origin; perspective camera
- * of 640 x 480 with focal length 1 and aperture 1; ray tracing on, depths 5, no
- * motion; indices of refraction 1; one texture coordinate (0.5, 0.5, 0).
- */
+// A state with its camera and options. As built: an eye ray from (0, 0, 5) along -z meets the front of the
+// plane z = 0 at the origin; perspective camera of 640 x 480 with focal length 1 and aperture 1; ray tracing
+// on, depths 5, no motion; indices of refraction 1; one texture coordinate (0.5, 0.5, 0).
 class State {
 public:
     miState state{};
     miCamera camera{};
     miOptions options{};
-    std::vector<miVector> textures{{0.5f, 0.5f, 0.0f}}; /* tex_list; call use_textures() after resizing */
+    std::vector<miVector> textures{{0.5f, 0.5f, 0.0f}}; // tex_list; call use_textures() after resizing
     std::vector<miVector> bump_x{{1, 0, 0}}, bump_y{{0, 1, 0}};
 
     State() {
@@ -136,9 +122,8 @@ public:
     operator miState*() { return &state; }
     miState* operator->() { return &state; }
 
-    /* A ray from `org` that ends at `point` on a surface whose outward normal is
-       `normal`; the state's normals are turned towards the start of the ray and
-       inv_normal tells when they had to be. */
+    // A ray from `org` that ends at `point` on a surface whose outward normal is `normal`; the state's
+    // normals are turned towards the start of the ray and inv_normal tells when they had to be.
     State& set_hit(const miVector& org, const miVector& point, const miVector& normal) {
         state.org = org;
         state.point = point;
@@ -157,7 +142,7 @@ public:
         return *this;
     }
 
-    /* A ray that left the scene: no distance, no surface. */
+    // A ray that left the scene: no distance, no surface.
     State& set_miss(const miVector& org, const miVector& dir) {
         state.org = org;
         state.dir = dir;
@@ -171,8 +156,7 @@ public:
         return *this;
     }
 
-    /* Makes this the state of a ray that `caster` cast; depths and sample are
-     * taken over. */
+    // Makes this the state of a ray that `caster` cast; depths and sample are taken over.
     State& set_parent(State& caster, miRay_type type) {
         state.parent = &caster.state;
         caster.state.child = &state;
@@ -187,7 +171,7 @@ public:
         return *this;
     }
 
-    /* Makes `instance` the running shader, called as `type`. */
+    // Makes `instance` the running shader, called as `type`.
     template <class Params>
     State& run(ShaderInstance<Params>& instance, miShader_type type = miSHADER_MATERIAL) {
         state.shader = &instance.function();

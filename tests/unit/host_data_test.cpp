@@ -28,25 +28,7 @@ template <class Record> struct WithElements {
     }
 };
 
-class HostData : public ShaderTest {
-protected:
-    std::vector<int> slot_index;
-    std::vector<miUint> words;
-
-    void set_triangle_words(std::vector<int> index, std::vector<miUint> data) {
-        slot_index = std::move(index);
-        words = std::move(data);
-        renderer.mi_vquery = [this](miQ_type code, miState* s, miTag tag, void* result, va_list arguments) {
-            if (code != miQ_PRI_DATA)
-                return renderer.mi_vquery.unscripted(code, s, tag, result, arguments);
-            const int count = static_cast<int>(slot_index.size());
-            std::memcpy(result, &count, sizeof count);
-            *va_arg(arguments, const int**) = slot_index.data();
-            *va_arg(arguments, const miUint**) = words.data();
-            return miTRUE;
-        };
-    }
-};
+class HostData : public ShaderTest {};
 
 TEST_F(HostData, MissingRecordsAndNullArgumentsReadAsAnEmptyScene) {
     miLight light{};
@@ -144,7 +126,8 @@ TEST_F(HostData, TriangleWords) {
         {{}, {}, 0, 0, 0, {1, 1, 1}},
     };
     for (const auto& each : cases) {
-        set_triangle_words(each.index, each.words);
+        renderer.triangle.slots = each.index;
+        renderer.triangle.words = each.words;
         EXPECT_EQ(GetMaterialID(state), each.material);
         EXPECT_EQ(GetFaceSmoothingGroup(state), each.smoothing);
         EXPECT_EQ(GetParticleID(state), each.particle);

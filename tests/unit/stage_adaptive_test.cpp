@@ -1,6 +1,4 @@
 // How many samples the pixels of a frame get, and with which random numbers.
-#include <gmock/gmock.h>
-
 #include <atomic>
 
 #include "stage_scene.h"
@@ -11,7 +9,7 @@ using namespace stage_test;
 
 struct Frame {
     std::vector<float> pixels;
-    int samples = 0;
+    int samples;
 };
 
 // 16 by 16 pixels of a surrounding that is 1 left of the middle of the ninth column, elsewhere 0.
@@ -23,20 +21,10 @@ Frame render(const std::string& options, int threads, const std::string& camera 
         c.r = state->raster_x < 8.5f ? 1.0f : 0.0f;
         c.g = 0.0625f * mi_par_random(state);
     });
-    Frame frame;
-    stage::RenderSettings settings;
-    settings.progress = false;
-    settings.threads = threads;
     s.parse("incremental options opt jitter 0 " + options + " end options\n");
     s.build("environment step framebuffer m datatype 'rgba_fp' " + camera);
-    stage::parse_text(s.scene, "render root cam_inst opt\n", "test.mi",
-                      [&](stage::Scene& scene, const stage::RenderCommand& command) {
-                          stage::Renderer renderer(scene, command, settings);
-                          EXPECT_TRUE(renderer.render());
-                          frame.pixels = renderer.buffers()[0].pixels;
-                      });
-    frame.samples = samples;
-    return frame;
+    const std::vector<float> pixels = s.render(threads)[0].pixels;
+    return {pixels, samples};
 }
 
 // In one bucket all pixels have one sample, in the middle: 1 up to column 7, 0 from column 8 on. These two

@@ -8,8 +8,6 @@
 #include <sstream>
 #include <string>
 
-#include <gmock/gmock.h>
-
 #include "../support/stage_scene.h"
 
 namespace stage_test {

@@ -1,7 +1,6 @@
 // Conversions between spaces, and the current triangle.
 #include <cstring>
 
-#include "kit/message.h"
 #include "stage_api_scene.h"
 
 namespace {
@@ -92,18 +91,16 @@ TEST_P(Spaces, ObjectSpaceMovesWithTheShutter) {
 // its place, once. A light that takes directions alone has seen it: its rays start there.
 TEST(LightSpace, TellsOnceOfAnOriginThatIsNotSeen) {
     Stage stage;
-    std::string told;
-    stage::set_message_sink([&](stage::MessageLevel, std::string_view text) { told.append(text) += '\n'; });
+    const Told told;
     miVector v = {1, 2, 3};
     mi_vector_to_light(&stage.state, &v, &v);
-    EXPECT_EQ(told, "");
+    EXPECT_EQ(told.text, "");
     mi_point_to_light(&stage.state, &v, &v);
     mi_point_from_light(&stage.state, &v, &v);
     stage["lamp"].as<miLight>()->origin = {0, 0, 0};
     stage["lamp"].origin_missed = false;
     mi_point_to_light(&stage.state, &v, &v);
-    stage::set_message_sink(nullptr);
-    EXPECT_THAT(told, testing::MatchesRegex("scene.mi:6:7: light \"lamp\": [^\n]*origin[^\n]*\n"));
+    EXPECT_THAT(told.text, testing::MatchesRegex("scene.mi:6:7: light \"lamp\": [^\n]*origin[^\n]*\n"));
 }
 
 INSTANTIATE_TEST_SUITE_P(InternalSpace, Spaces, testing::Bool());

@@ -1,10 +1,5 @@
 // What the scene asks for and the stage passes over is told with its place, once; nothing else is.
-#include <gmock/gmock.h>
-
-#include "kit/message.h"
-#include "mi/parser.h"
-#include "render/renderer.h"
-#include "scene/libraries.h"
+#include "../support/stage_scene.h"
 
 namespace stage {
 namespace {
@@ -23,8 +18,8 @@ std::pair<std::string, bool> told(const Case& c) {
     Scene scene;
     for (const char* shader : {"s", "traced", "untraced"})
         scene.libraries->define(shader, reinterpret_cast<void*>(&nothing));
-    std::pair<std::string, bool> result;
-    set_message_sink([&](MessageLevel, std::string_view text) { result.first.append(text) += '\n'; });
+    stage_test::Told told;
+    bool traced = false;
     const std::string text =
         R"(declare shader "s" () end declare declare shader "traced" () trace on end declare declare shader "untraced" () trace off end declare
 options "opt" )" +
@@ -33,13 +28,12 @@ options "opt" )" +
         R"( render "root" "eye" "opt" render "root" "eye" "opt")";
     try {
         parse_text(scene, text, "t.mi", [&](Scene& s, const RenderCommand& command) {
-            result.second = Renderer(s, command, {}).world().options->trace != miFALSE;
+            traced = Renderer(s, command, {}).world().options->trace != miFALSE;
         });
     } catch (const SceneError& error) {
-        result.first.append(error.what()) += '\n';
+        told.text.append(error.what()) += '\n';
     }
-    set_message_sink(nullptr);
-    return result;
+    return {told.text, traced};
 }
 
 TEST(StageDemands, AreMetOrTold) {

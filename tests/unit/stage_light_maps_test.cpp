@@ -3,23 +3,12 @@
 
 #include "api/api.h"
 #include "image/texture.h"
-#include "kit/message.h"
 #include "stage_api_scene.h"
 #include "test_paths.h"
 
 namespace {
 
 using namespace stage_test;
-
-std::vector<std::string> told;
-
-struct Messages {
-    Messages() {
-        told.clear();
-        stage::set_message_sink([](stage::MessageLevel, std::string_view text) { told.emplace_back(text); });
-    }
-    ~Messages() { stage::set_message_sink(nullptr); }
-};
 
 miColor decoded(const std::string& profile, const miColor& stored) {
     Stage stage;
@@ -88,14 +77,14 @@ TEST(WritableTexture, IsEditedKeptAndWritten) {
     miColor color{};
     {
         Stage stage;
-        const Messages messages;
+        const Told told;
         stage.parse(texture);
         void *handle = nullptr, *other = &color;
         miImg_image* image = mi_lightmap_edit(&handle, stage.tag("t"));
         ASSERT_NE(image, nullptr);
         EXPECT_EQ(mi_lightmap_edit(&other, stage.tag("t")), nullptr);
         EXPECT_EQ(other, nullptr);
-        EXPECT_THAT(told, testing::ElementsAre(testing::HasSubstr("(scene.mi:1:")));
+        EXPECT_THAT(told.text, testing::MatchesRegex("[^\n]*.scene.mi:1:[^\n]*\n"));
         color = {0.25f, 0.5f, 1, 1};
         mi_img_put_color(image, &color, 1, 0);
         mi_lightmap_edit_end(handle);
@@ -112,10 +101,10 @@ TEST(WritableTexture, IsEditedKeptAndWritten) {
     EXPECT_TRUE(mi_lookup_color_texture(&color, &stage.state, stage.tag("t"), &middle));
     expect_color(color, {0.25f, 0.5f, 1, 1}, 4e-5);
     void* handle = &color;
-    const Messages messages;
+    const Told told;
     EXPECT_EQ(mi_lightmap_edit(&handle, stage.tag("plain")), nullptr);
     EXPECT_EQ(mi_lightmap_edit(&handle, 0), nullptr);
-    EXPECT_THAT(told, testing::ElementsAre(testing::HasSubstr("needs a writable texture")));
+    EXPECT_THAT(told.text, testing::MatchesRegex("[^\n]*needs a writable texture[^\n]*\n"));
 }
 
 // What a light map was called with, in the order of the calls.
@@ -149,13 +138,8 @@ TEST(LightMap, VisitsVerticesThenMeshes) {
     Stage stage;
     stage.define("log", log_call);
     calls.clear();
-    const auto render = [&](stage::Scene& scene, const stage::RenderCommand& command) {
-        stage::RenderSettings settings;
-        settings.progress = false;
-        stage::Renderer(scene, command, settings).render();
-    };
     // Two materials share one light map; the upper triangle and the second instance have the other material.
-    stage::parse_text(stage.scene, R"(
+    stage.parse(R"(
         declare shader scalar "log" () end declare
         shader "map" "log" ()
         material "a" "tint" () lightmap "map" end material  material "b" "tint" () lightmap "map" end material
@@ -164,8 +148,8 @@ TEST(LightMap, VisitsVerticesThenMeshes) {
         object "one" group 2 0 0 3 0 0 3 1 0 v 0 t 0 v 1 t 1 v 2 t 2 p "b" 0 1 2 end group end object
         instance "i" "two" end instance instance "j" "one" transform 1 0 0 0 0 1 0 0 0 0 1 0 0 0 -7 1 end instance
         camera "small" resolution 1 1 end camera instance "eye" "small" end instance
-        instgroup "g" "eye" "i" "j" end instgroup render "g" "eye" "opt")",
-                      "map.mi", render);
+        instgroup "g" "eye" "i" "j" end instgroup render "g" "eye" "opt")");
+    stage.render();
     EXPECT_THAT(calls, testing::ElementsAre(
                            "a v 0 0 0 n 1 t 5 d -1", "a v 1 0 0 n 1 t 6 d -1", "a v 1 1 0 n 1 t 6 d -1",
                            "b v 0 0 0 n 1 t 5 d -1", "b v 1 1 0 n 1 t 6 d -1", "b v 0 1 0 n 1 t 5 d -1",

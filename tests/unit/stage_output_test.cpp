@@ -1,24 +1,9 @@
 // Output shaders: what runs after the last sample, and the pictures that it reads and writes.
-#include <gmock/gmock.h>
-
 #include "stage_scene.h"
 
 namespace {
 
 using namespace stage_test;
-
-std::vector<stage::FrameBuffer> render(TestScene& s, const std::string& text) {
-    std::vector<stage::FrameBuffer> buffers;
-    stage::RenderSettings settings;
-    settings.progress = false;
-    stage::parse_text(s.scene, text + " render root cam_inst opt\n", "test.mi",
-                      [&](stage::Scene& scene, const stage::RenderCommand& command) {
-                          stage::Renderer renderer(scene, command, settings);
-                          EXPECT_TRUE(renderer.render());
-                          buffers = renderer.buffers();
-                      });
-    return buffers;
-}
 
 TEST(StageOutput, ShadersSeeTheFinishedPictureAndChangeIt) {
     TestScene s;
@@ -41,15 +26,15 @@ TEST(StageOutput, ShadersSeeTheFinishedPictureAndChangeIt) {
         for (const int none : {-1, 1, 3}) // 1 holds tags
             EXPECT_EQ(pictures.open_output_image(state, none), nullptr) << none;
     });
-    auto buffers =
-        render(s, R"(incremental camera cam resolution 4 3 environment = sky output = first output =
-        second framebuffer m datatype "rgba" primary on framebuffer t datatype "tag" framebuffer d datatype "z"
-        end camera instgroup root "cam_inst" end instgroup)");
+    s.build(
+        "resolution 4 3 environment = sky output = first output = second "
+        "framebuffer m datatype 'rgba' primary on framebuffer t datatype 'tag' framebuffer d datatype 'z'");
+    auto buffers = s.render();
     EXPECT_EQ(told, "4 3 0.5 0.25 0 1 1 | 2 3 4 0.5");
     EXPECT_THAT(buffers[0].pixel(1, 2), testing::ElementsAre(2.0f, 3.0f, 4.0f, 0.5f));
     EXPECT_EQ(buffers[2].pixel(0, 0)[0], 7.0f);
-    buffers = render(s, "incremental options opt output off end options");
-    EXPECT_EQ(buffers[0].pixel(1, 2)[0], 0.5f);
+    s.parse("incremental options opt output off end options render root cam_inst opt");
+    EXPECT_EQ(s.render()[0].pixel(1, 2)[0], 0.5f);
 }
 
 } // namespace

@@ -9,8 +9,6 @@
 #include <vector>
 
 #include "image/picture_file.h"
-#include "mi/parser.h"
-#include "render/renderer.h"
 #include "test_paths.h"
 
 namespace {
@@ -104,31 +102,6 @@ TEST_F(StagePicture, AFrameWritesWhatIsAskedForOrElseWhatTheBuffersNameOrElseThe
     buffers[1].desc.filetype = "zt"; // not one that can be written: the ending decides
     EXPECT_EQ(listed({}), "main.data:exr:2 depth.EXR:exr:1 ");
     EXPECT_EQ(listed({"a.png", "b.exr"}), "a.png:png:2 b.exr:exr:2 ");
-}
-
-TEST_F(StagePicture, AStoppedFrameReplacesNoFinishedPicture) {
-    const std::string path = (base / "frame.png").string();
-    std::ofstream(path) << "finished";
-    stage::RenderSettings settings;
-    settings.progress = false;
-    settings.outputs = {path};
-    const auto frame = [&](stage::Scene& scene, const stage::RenderCommand& command) {
-        stage::Renderer renderer(scene, command, settings);
-        renderer.abort();
-        EXPECT_FALSE(renderer.render());
-        EXPECT_THAT(renderer.write_pictures(), testing::ElementsAre((base / "frame.partial.png").string()));
-        settings.outputs = {(base / "missing/frame.png").string()}; // refused before rendering
-        EXPECT_THROW(stage::Renderer(scene, command, settings), std::runtime_error);
-    };
-    stage::Scene scene;
-    stage::parse_text(scene,
-                      "options o end options camera c resolution 8 6 end camera instance i c end instance "
-                      "instgroup g \"i\" end instgroup render g i o",
-                      "test.mi", frame);
-    std::string text;
-    std::ifstream(path) >> text;
-    EXPECT_EQ(text, "finished");
-    EXPECT_TRUE(fs::exists(base / "frame.partial.png"));
 }
 
 } // namespace

@@ -1,41 +1,22 @@
 // The instance graph as one frame sees it, and rays against it.
-#include <limits>
-#include <memory>
-#include <string>
-
-#include <gmock/gmock.h>
-
-#include "mi/parser.h"
-#include "render/world.h"
-#include "scene/scene.h"
+#include "stage_scene.h"
 
 namespace {
 
 using stage::RayMask;
-using stage::World;
 using stage::WorldInstance;
 
-constexpr float infinity = std::numeric_limits<float>::infinity();
-
-// A square of 2 by 2 in the plane z = 0, seen from +z, and a triangle; the camera stands at z = 10.
-const std::string things = R"(
-material "red" end material material "blue" end material
-object "square" visible shadow trace group -1 -1 0  1 -1 0  1 1 0  -1 1 0  v 0 v 1 v 2 v 3  p 0 1 2 3 end group end object
-object "coated" visible off shadow trace group -1 -1 0  1 -1 0  1 1 0  v 0 v 1 v 2  p "red" 0 1 2 end group end object
-light "lamp" origin 0 0 0 end light
-camera "cam" focal 1 aperture 1 aspect 1 resolution 8 8 end camera
-instance "cam_inst" "cam" transform 1 0 0 0  0 1 0 0  0 0 1 0  0 0 -10 1 end instance
-)";
-
-// A scene and the world below its group "root". AT is a transform to local space without its last row.
-struct Frame {
+// A scene and the world below its group "root", with a square and a triangle that have positions alone. AT is
+// a transform to local space without its last row.
+class Frame : public stage_test::TestScene {
+public:
     explicit Frame(std::string text) {
         for (std::size_t at; (at = text.find("AT")) != std::string::npos;)
             text.replace(at, 2, "transform 1 0 0 0  0 1 0 0  0 0 1 0 ");
-        text = "options \"opt\" end options" + things + text + " render \"root\" \"cam_inst\" \"opt\"";
-        stage::parse_text(scene, text, "test.mi", [&](stage::Scene&, const stage::RenderCommand& command) {
-            world = std::make_unique<World>(scene, command, false);
-        });
+        parse(R"(material "red" end material material "blue" end material light "lamp" origin 0 0 0 end light
+object "bare" visible shadow trace group -1 -1 0  1 -1 0  1 1 0  -1 1 0  v 0 v 1 v 2 v 3  p 0 1 2 3 end group end object
+object "coated" visible off shadow trace group -1 -1 0  1 -1 0  1 1 0  v 0 v 1 v 2  p "red" 0 1 2 end group end object
+)" + text + " render root cam_inst opt");
     }
     std::string name_of(miTag tag) const { return tag ? scene.database.find(tag)->name : ""; }
     const WorldInstance& operator[](const std::string& name) const {
@@ -50,16 +31,13 @@ struct Frame {
         const auto bits = static_cast<std::uint32_t>(mask);
         return world->intersect({x, 0.1f, 10}, {0, 0, -1}, near, far, 0, bits, hit) ? hit.distance : -1;
     }
-
-    stage::Scene scene;
-    std::unique_ptr<World> world;
 };
 
 TEST(StageWorld, MaterialsAreInherited) {
     const Frame frame(R"(
 object "pieces" tagged group -1 -1 0  1 -1 0  1 1 0  v 0 v 1 v 2  p 1 0 1 2  p 0 0 1 2 end group end object
-instance "plain" "square" end instance
-instance "own" "square" material "red" end instance
+instance "plain" "bare" end instance
+instance "own" "bare" material "red" end instance
 instance "object_own" "coated" end instance
 instance "forced" "coated" override material "blue" end instance
 instance "list" "pieces" material ["red", "blue"] end instance
@@ -81,11 +59,11 @@ TEST(StageWorld, FlagsAndDistancesDecideWhatRaysMeet) {
     const Frame frame(R"(
 instance "ghost" "coated" end instance
 instance "shown_again" "coated" visible on shadow off end instance
-instance "hidden" "square" hide on end instance
-instance "untraced" "square" trace off AT 0 0 -2 1 end instance
-instance "below" "square" end instance instgroup "group" "below" end instgroup
+instance "hidden" "bare" hide on end instance
+instance "untraced" "bare" trace off AT 0 0 -2 1 end instance
+instance "below" "bare" end instance instgroup "group" "below" end instgroup
 instance "group_inst" "group" shadow off end instance
-instance "top" "square" visible off AT 0 0 -4 1 end instance
+instance "top" "bare" visible off AT 0 0 -4 1 end instance
 instance "off" "lamp" hide on end instance
 instance "second" "lamp" AT 0 -5 0 1 end instance instance "first" "lamp" end instance
 instgroup "root" "cam_inst" "ghost" "shown_again" "hidden" "untraced" "group_inst" "top" "first" "off" "second"
@@ -114,14 +92,14 @@ end instgroup)");
 // From above: the one at 4 shows its back only, that at 3 has its back up; mirroring in x leaves the front up
 // at 2. From below only those two.
 TEST(StageWorld, SidesThatAreNotShownLetRaysPass) {
-    const Frame frame(R"(instance "back_only" "square" face back AT 0 0 -4 1 end instance
-instance "turned" "square" face front transform -1 0 0 0  0 1 0 0  0 0 -1 0  0 0 3 1 end instance
-instance "mirrored" "square" face front transform -1 0 0 0  0 1 0 0  0 0 1 0  0 0 -2 1 end instance
-instance "front_only" "square" face front end instance
+    const Frame frame(R"(instance "back_only" "bare" face back AT 0 0 -4 1 end instance
+instance "turned" "bare" face front transform -1 0 0 0  0 1 0 0  0 0 -1 0  0 0 3 1 end instance
+instance "mirrored" "bare" face front transform -1 0 0 0  0 1 0 0  0 0 1 0  0 0 -2 1 end instance
+instance "front_only" "bare" face front end instance
 instgroup "root" "cam_inst" "back_only" "turned" "mirrored" "front_only" end instgroup)");
     EXPECT_EQ(frame.look_down(0.2f), 8.0);
     miRc_intersection hit;
-    ASSERT_TRUE(frame.world->intersect({0.2f, 0.1f, -10}, {0, 0, 1}, 0, infinity, 0, 1, hit));
+    ASSERT_TRUE(frame.world->intersect({0.2f, 0.1f, -10}, {0, 0, 1}, 0, 1e30, 0, 1, hit));
     EXPECT_EQ(hit.distance, 13.0);
 }
 
