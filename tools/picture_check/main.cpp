@@ -1,9 +1,8 @@
 // Judges a rendered picture: against values worked out by hand, and against a reference picture.
 //
-//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--mirrored] [--within LIMIT] [--strays
-//   SHARE LIMIT]
-//       [--rms X Y WIDTH HEIGHT LEAST MOST]... [--output FOLDER] [--save FILE.exr] [--sum LAYER...]
-//       [--noise FILE.exr] [--more PICTURE.exr... --save-noise FILE.exr]
+//   picture_check PICTURE.exr [--expect FILE] [--reference FILE.exr] [--mirrored] [--within LIMIT]
+//       [--strays SHARE LIMIT] [--rms X Y WIDTH HEIGHT LEAST MOST]... [--output FOLDER] [--save FILE.exr]
+//       [--sum LAYER...] [--noise FILE.exr] [--more PICTURE.exr... --save-noise FILE.exr]
 //
 // --mirrored demands that the picture is its own mirror image, left and right.
 // --within demands that no pixel is off the reference or mirror image by more.
