@@ -17,6 +17,7 @@
 
 #include "exports.h"
 #include "orl_attenuv.h"
+#include "orlshaderapi.h"
 #include "output_request.h"
 #include "shader_world.h"
 #include "utl_curve.h"
@@ -140,13 +141,20 @@ public:
         const std::uint8_t byte = input_.byte();
         if (byte == 0)
             return field.value.count > 0 ? static_cast<std::int32_t>(field.value.number[0]) : 0;
-        return byte == 255 ? input_.integer() : byte % (field.type == miTYPE_BOOLEAN ? 2 : 8);
+        if (byte == 255)
+            return input_.integer();
+        const bool narrow = field.range.lowest >= 0 && field.range.highest < 64;
+        const int most = field.type == miTYPE_BOOLEAN ? 1
+                         : narrow                     ? static_cast<int>(field.range.highest)
+                                                      : 7;
+        return byte % (most + 1);
     }
     int elements(const Field&) override {
         const int many = input_.below(8) == 0 ? scripted::World::most_elements : 3;
         return input_.below(many + 1);
     }
     bool wild() override { return !tame_ && input_.byte() % 4 == 0; }
+    miImg_type image_type() override { return static_cast<miImg_type>(input_.below(miIMG_TYPE_RGB_FP + 1)); }
 
 private:
     static float lowest(const Field& field) {
@@ -160,8 +168,46 @@ private:
     bool tame_;
 };
 
+// What shaders further out have left for those that they call: of the right size, or of another.
+void leave_records(scripted::State& state, Input& input) {
+    static constexpr std::pair<const char*, int> records[] = {
+        {"KEY_0", 4},  {"KEY_1", 8},   {"KEY_2", 20},      {"KEY_3", 20},  {"KEY_5", 16},
+        {"KEY_6", 16}, {"KEY_10", 24}, {"SKY_IS_HDR", 40}, {"miXMLD", 12}, {"vdmScale", 4}};
+    for (int count = input.below(4); count > 0; --count) {
+        const auto& [key, size] = records[input.below(static_cast<int>(std::size(records)))];
+        float values[10];
+        std::generate(std::begin(values), std::end(values), [&] { return input.real(); });
+        Renderer::get().mi_shaderstate_set.unscripted(state, key, values,
+                                                      input.below(8) ? size : input.below(size), 0);
+    }
+    const auto doubled = [](miColor* color, miState*, void*) { color->r *= 2.0f; };
+    orl::ToneOpHook hook{input.below(2), doubled, input.below(2) ? doubled : nullptr, nullptr};
+    if (input.below(4) == 0)
+        Renderer::get().mi_shaderstate_set.unscripted(state, "KEY_7", &hook, sizeof hook, 0);
+}
+
+// What a shader of another library asks of the module where it is called.
+void ask(miState* state) {
+#define ASK(name) reinterpret_cast<decltype(&name)>(symbol(#name))
+    miColor color{1, 2, 3, 4};
+    orl_Illuminance light{{}, miTRUE, miTRUE};
+    ASK(ToneOpScaledToRGB)(state, &color, miTRUE);
+    ASK(ApplyInverseToneOperator)(state, &color);
+    ASK(ComputeIlluminance)(state, &light);
+    ASK(IllumShadow)(state);
+    ASK(GetMaterialID)(state);
+    ASK(GetFaceSmoothingGroup)(state);
+    ASK(GetObjectDataFromInstance)(state->instance);
+    ASK(orl_GetRenderElementResults)(state, nullptr);
+#undef ASK
+}
+
 void spoil(scripted::State& state, Input& input, const scripted::World& world) {
     world.place(state, input.byte());
+    leave_records(state, input);
+    constexpr int shadows[] = {0, miTRUE, 'l', 's'};
+    state.options.shadow = shadows[input.below(4)];
+    state.camera.orthographic = input.below(4) == 0;
     state->type = static_cast<miRay_type>(input.below(miNRAYTYPES));
     state->call_type = static_cast<miShader_type>(input.below(miNSHADERTYPES));
     // Half of the states are fit for work.
@@ -170,7 +216,9 @@ void spoil(scripted::State& state, Input& input, const scripted::World& world) {
             {miRAY_EYE, miSHADER_MATERIAL},      {miRAY_SHADOW, miSHADER_SHADOW},
             {miRAY_LIGHT, miSHADER_LIGHT},       {miPHOTON_LIGHT, miSHADER_PHOTON},
             {miRAY_EYE, miSHADER_VOLUME},        {miRAY_ENVIRONMENT, miSHADER_ENVIRONMENT},
-            {miRAY_DISPLACE, miSHADER_DISPLACE}, {miRAY_REFLECT, miSHADER_MATERIAL}};
+            {miRAY_DISPLACE, miSHADER_DISPLACE}, {miRAY_REFLECT, miSHADER_MATERIAL},
+            {miRAY_LM_MESH, miSHADER_LIGHTMAP},  {miRAY_LM_VERTEX, miSHADER_LIGHTMAP},
+            {miRAY_EYE, miSHADER_LENS},          {miRAY_TRANSPARENT, miSHADER_MATERIAL}};
         const auto& [ray, call] = fit[input.below(static_cast<int>(std::size(fit)))];
         state->type = ray;
         state->call_type = call;
@@ -210,7 +258,7 @@ public:
             break;
         case 2:
             hold(
-                orl::CurveRequest{input.below(4), 0, 0, 0, 0, 0, 0, 0}); // a request, with the room behind it
+                orl::CurveRequest{input.below(4), 0, 0, 0, 0, 0, 0, 0}); // a short record, and room behind it
             break;
         case 3:
             hold(orl::VolumeLightRequest{orl::VolumeLightRequest::magic_number, world.light(), input.real(),
@@ -219,9 +267,11 @@ public:
             break;
         default:
             hold(orl::CurveRequest{input.below(4), 0, input.real(), 0, 1, 0, 1, input.byte() % 2});
+            is_request_ = true;
         }
     }
     void* get() { return bytes_.get(); }
+    bool is_request() const { return is_request_; } // which come with texture calls
 
 private:
     template <class Record> void hold(const Record& record) {
@@ -230,6 +280,7 @@ private:
     }
 
     std::unique_ptr<unsigned char[]> bytes_;
+    bool is_request_ = false;
     std::array<miVector, 2> points_;
     std::array<miColor, 2> colors_{};
     std::array<miScalar, 2> attenuations_{};
@@ -250,7 +301,7 @@ const Shader& chosen(Input& input) {
 std::size_t result_room(const Shader& shader) {
     const bool hands_on = std::any_of(shader.fields.begin(), shader.fields.end(), [](const Field& field) {
         const std::string_view name = field.name;
-        return field.type == miTYPE_MATERIAL || name == "shaders" || name == "shadow";
+        return name == "shaders";
     });
     const std::size_t size = scripted::World::result_size(shader);
     return hands_on ? std::max(size, 2 * sizeof(miVector)) : size;
@@ -268,13 +319,18 @@ void live(const Shader& shader, Input& input) {
     scripted::State state;
     spoil(state, input, world);
     state.run(actor.instance, state->call_type);
+    state.camera.lens = actor.tag; // output shaders ask what it left
+    renderer.mi_opacity_set = [&renderer](miState* asking, miColor* opacity) {
+        ask(asking);
+        return renderer.mi_opacity_set.unscripted(asking, opacity);
+    };
     const std::uint8_t failing = input.byte(); // allocations fail from some time on
     if (failing >= 224)
         stage::fail_allocations_after(failing - 224);
     world.begin();
     for (int call = 0; call < 2; ++call) {
         Argument argument(input, world);
-        if (argument.get() != nullptr) // such records come with texture calls
+        if (argument.is_request())
             state->call_type = miSHADER_TEXTURE;
         // A block of its own: the sanitizer sees who writes beside it.
         const std::size_t size = result_room(*actor.shader);
@@ -290,6 +346,18 @@ void live(const Shader& shader, Input& input) {
 }
 
 } // namespace
+
+// Half of the inputs are new scenes of four bytes: mutations alone would stay with the few shaders that
+// branch most.
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t*, std::size_t, std::size_t);
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t room,
+                                               unsigned seed) {
+    if (seed % 2 == 0 || room < 4)
+        return LLVMFuzzerMutate(data, size, room);
+    const std::uint32_t fresh = (seed >> 1) * 2654435769u; // Fibonacci hashing spreads the seed's bits
+    std::memcpy(data, &fresh, sizeof fresh);
+    return sizeof fresh;
+}
 
 // Before the fuzzer looks for what it can see of the code.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

@@ -82,7 +82,7 @@ miColor color_of(const miVector& v) {
 } // namespace
 
 World::World(Find find, Values& values)
-    : find_(find), values_(values), image_(8, 8, miIMG_TYPE_RGBA, 4), output_(4, 4, miIMG_TYPE_RGBA_FP) {
+    : find_(find), values_(values), image_(8, 8, values.image_type(), 4), output_(4, 4, miIMG_TYPE_RGBA_FP) {
     script_light();
     script_rays();
     script_images();
@@ -237,6 +237,8 @@ miTag World::element_for(const Field& field, int depth) {
         const auto place = static_cast<std::size_t>(choice);
         if (place < tags_.size())
             return tags_[place];
+        if (field.type == miTYPE_LIGHT) // one that is made later, among others
+            return static_cast<miTag>(choice);
         // Any shader of the module, wherever it may stand.
         const auto all = shaders_ending("");
         return depth > deepest || actors_.size() >= most_actors
@@ -383,7 +385,8 @@ void World::make_scene() {
     instance.userdata = fill_with(data("orl_GizmoData"), deepest + 1);
     gizmo_ = renderer.add_instance(instance);
     group_ = renderer.add_group({instance_, gizmo_});
-    framebuffers_ = renderer.add_framebuffers({{"first", miIMG_TYPE_RGBA_FP}, {"second", miIMG_TYPE_Z}});
+    framebuffers_ =
+        renderer.add_framebuffers({{"fb_re#0", miIMG_TYPE_RGBA_FP}, {"fb_velocity", miIMG_TYPE_RGBA_FP}});
     tags_.insert(tags_.end(), {scene_data_, instance_, gizmo_, group_, instance.item, framebuffers_});
 }
 

@@ -28,6 +28,7 @@ public:
     virtual int integer(const orl::decl::Field& field) = 0;
     virtual int elements(const orl::decl::Field& array) = 0; // at most World::most_elements
     virtual bool wild() = 0;                                 // a parameter names anything of the scene
+    virtual miImg_type image_type() { return miIMG_TYPE_RGBA; }
 };
 
 struct alignas(16) ActorBlock { // parameters, and arrays behind them
