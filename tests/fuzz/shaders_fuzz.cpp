@@ -136,9 +136,9 @@ public:
         return std::clamp(part + static_cast<float>(element), lowest(field), highest(field));
     }
     std::int32_t integer(const Field& field) override {
-        if (!tame_)
-            return input_.integer();
         const std::uint8_t byte = input_.byte();
+        if (!tame_ && field.type != miTYPE_BOOLEAN && byte % 2 != 0)
+            return input_.integer();
         if (byte == 0)
             return field.value.count > 0 ? static_cast<std::int32_t>(field.value.number[0]) : 0;
         if (byte == 255)
@@ -154,7 +154,11 @@ public:
         return input_.below(many + 1);
     }
     bool wild() override { return !tame_ && input_.byte() % 4 == 0; }
-    miImg_type image_type() override { return static_cast<miImg_type>(input_.below(miIMG_TYPE_RGB_FP + 1)); }
+    stage::ImageMemory image() override {
+        const int width = 1 + input_.below(8), height = 1 + input_.below(8);
+        const auto type = static_cast<miImg_type>(input_.below(miIMG_TYPE_RGB_FP + 1));
+        return {width, height, type, 1 + input_.below(4)};
+    }
 
 private:
     static float lowest(const Field& field) {
@@ -319,11 +323,20 @@ void live(const Shader& shader, Input& input) {
     scripted::State state;
     spoil(state, input, world);
     state.run(actor.instance, state->call_type);
-    state.camera.lens = actor.tag; // output shaders ask what it left
-    renderer.mi_opacity_set = [&renderer](miState* asking, miColor* opacity) {
+    // An output shader finishes what a lens began.
+    const bool finishes = (shader.apply & orl::decl::apply(miSHADER_OUTPUT)) != 0;
+    scripted::Actor& lens = finishes ? world.add(*scripted::World::find_shader("orl_rtt_lens")) : actor;
+    state.camera.lens = lens.tag;
+    if (input.below(2) == 0)
+        state.camera.volume = state.camera.environment = renderer.add_color({0.5f, 0.25f, 0.5f, 0.5f});
+    renderer.aborted = input.below(4) == 0;
+    const auto foreign = [](miColor* result, miState* asking, auto...) {
         ask(asking);
-        return renderer.mi_opacity_set.unscripted(asking, opacity);
+        *result = {0.5f, 0.5f, 0.5f, 1.0f};
+        return miTRUE;
     };
+    renderer.mi_trace_reflection = foreign;
+    renderer.mi_trace_transparent = foreign;
     const std::uint8_t failing = input.byte(); // allocations fail from some time on
     if (failing >= 224)
         stage::fail_allocations_after(failing - 224);

@@ -82,7 +82,7 @@ miColor color_of(const miVector& v) {
 } // namespace
 
 World::World(Find find, Values& values)
-    : find_(find), values_(values), image_(8, 8, values.image_type(), 4), output_(4, 4, miIMG_TYPE_RGBA_FP) {
+    : find_(find), values_(values), image_(values.image()), output_(4, 4, miIMG_TYPE_RGBA_FP) {
     script_light();
     script_rays();
     script_images();
@@ -326,8 +326,7 @@ void World::make_scene() {
     Renderer& renderer = Renderer::get();
     text_ = renderer.add_string("text");
     image_tag_ = renderer.add(miSCENE_IMAGE, image_.image());
-    for (int level = 0; level < 4; ++level) {
-        miImg_image* const image = stage::image_level(image_.image(), level);
+    for (int level = 0; miImg_image* const image = stage::image_level(image_.image(), level); ++level)
         for (int y = 0; y < image->height; ++y)
             for (int x = 0; x < image->width; ++x)
                 stage::put_image_color(image,
@@ -335,7 +334,6 @@ void World::make_scene() {
                                         static_cast<float>((x * 5 + y * 29) % 64) / 63.0f,
                                         static_cast<float>((x + y) % 2), 1.0f},
                                        x, y);
-    }
     renderer.output_image = output_.image();
     maps_.push_back(renderer.add_shader([](void* result, miState* state, void*) {
         const miColor color = color_of(state->tex);

@@ -28,7 +28,7 @@ public:
     virtual int integer(const orl::decl::Field& field) = 0;
     virtual int elements(const orl::decl::Field& array) = 0; // at most World::most_elements
     virtual bool wild() = 0;                                 // a parameter names anything of the scene
-    virtual miImg_type image_type() { return miIMG_TYPE_RGBA; }
+    virtual stage::ImageMemory image() { return {8, 8, miIMG_TYPE_RGBA, 4}; }
 };
 
 struct alignas(16) ActorBlock { // parameters, and arrays behind them
