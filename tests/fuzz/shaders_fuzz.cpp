@@ -27,6 +27,7 @@ namespace {
 using orl::decl::Field;
 using orl::decl::Shader;
 using scripted::Renderer;
+using scripted::World;
 
 void require(bool condition, const char* shader, const char* what) {
     if (condition)
@@ -143,14 +144,11 @@ public:
             return field.value.count > 0 ? static_cast<std::int32_t>(field.value.number[0]) : 0;
         if (byte == 255)
             return input_.integer();
-        const bool narrow = field.range.lowest >= 0 && field.range.highest < 64;
-        const int most = field.type == miTYPE_BOOLEAN ? 1
-                         : narrow                     ? static_cast<int>(field.range.highest)
-                                                      : 7;
-        return byte % (most + 1);
+        const bool is_switch = field.type == miTYPE_BOOLEAN;
+        return byte % (is_switch ? 2 : 1 + static_cast<int>(std::clamp(field.range.highest, 7.0, 63.0)));
     }
     int elements(const Field&) override {
-        const int many = input_.below(8) == 0 ? scripted::World::most_elements : 3;
+        const int many = input_.below(8) == 0 ? World::most_elements : 3;
         return input_.below(many + 1);
     }
     bool wild() override { return !tame_ && input_.byte() % 4 == 0; }
@@ -187,7 +185,8 @@ void leave_records(scripted::State& state, Input& input) {
     const auto doubled = [](miColor* color, miState*, void*) { color->r *= 2.0f; };
     orl::ToneOpHook hook{input.below(2), doubled, input.below(2) ? doubled : nullptr, nullptr};
     if (input.below(4) == 0)
-        Renderer::get().mi_shaderstate_set.unscripted(state, "KEY_7", &hook, sizeof hook, 0);
+        Renderer::get().mi_shaderstate_set.unscripted(state, orl::keys::tone_operator.name, &hook,
+                                                      sizeof hook, 0);
 }
 
 // What a shader of another library asks of the module where it is called.
@@ -206,7 +205,23 @@ void ask(miState* state) {
 #undef ASK
 }
 
-void spoil(scripted::State& state, Input& input, const scripted::World& world) {
+// What lies around the scene.
+void surround(scripted::State& state, Input& input) {
+    Renderer& renderer = Renderer::get();
+    renderer.aborted = input.below(4) == 0;
+    stage::put_image_color(renderer.output_image, {0.5f, 0.25f, 0.125f, 0.5f}, 1, 1);
+    if (input.below(2) == 0)
+        state.camera.volume = state.camera.environment = renderer.add_color({0.5f, 0.25f, 0.5f, 0.5f});
+    const auto foreign = [](miColor* result, miState* asking, auto...) {
+        ask(asking);
+        *result = {0.5f, 0.5f, 0.5f, 1.0f};
+        return miTRUE;
+    };
+    renderer.mi_trace_reflection = foreign;
+    renderer.mi_trace_transparent = foreign;
+}
+
+void spoil(scripted::State& state, Input& input, const World& world) {
     world.place(state, input.byte());
     leave_records(state, input);
     constexpr int shadows[] = {0, miTRUE, 'l', 's'};
@@ -255,14 +270,13 @@ void spoil(scripted::State& state, Input& input, const scripted::World& world) {
 // The fourth argument: none, or a record, in memory of its own.
 class Argument {
 public:
-    Argument(Input& input, const scripted::World& world) : points_{input.vector(), input.vector()} {
+    Argument(Input& input, const World& world) : points_{input.vector(), input.vector()} {
         switch (input.below(5)) {
         case 0:
         case 1:
             break;
         case 2:
-            hold(
-                orl::CurveRequest{input.below(4), 0, 0, 0, 0, 0, 0, 0}); // a short record, and room behind it
+            hold(orl::CurveRequest{input.below(4), 0, 0, 0, 0, 0, 0, 0}); // a short one with room behind it
             break;
         case 3:
             hold(orl::VolumeLightRequest{orl::VolumeLightRequest::magic_number, world.light(), input.real(),
@@ -301,42 +315,31 @@ const Shader& chosen(Input& input) {
     return *all[input.byte() % all.size()];
 }
 
-// A shader that hands its result on to another's is as good as that one: coordinates write two vectors.
+// A list has the result of what is in it, whatever that is: coordinates write two vectors.
 std::size_t result_room(const Shader& shader) {
-    const bool hands_on = std::any_of(shader.fields.begin(), shader.fields.end(), [](const Field& field) {
-        const std::string_view name = field.name;
-        return name == "shaders";
-    });
-    const std::size_t size = scripted::World::result_size(shader);
-    return hands_on ? std::max(size, 2 * sizeof(miVector)) : size;
+    const std::size_t size = World::result_size(shader);
+    return shader.name == std::string_view("orl_ShaderList") ? 2 * sizeof(miVector) : size;
 }
 
 void live(const Shader& shader, Input& input) {
     Renderer& renderer = Renderer::get();
     const long long blocks = Renderer::resources().live_blocks, locks = Renderer::resources().live_locks;
     FuzzValues values(input);
-    scripted::World world([](const std::string& name) { return symbol(name); }, values);
+    World world([](const std::string& name) { return symbol(name); }, values);
     // Some do their work only in another's slot.
     const bool hosted = input.byte() % 2 != 0;
     scripted::Actor* const host = hosted ? world.add_host(shader) : nullptr;
     scripted::Actor& actor = host ? *host : world.add(shader);
-    scripted::State state;
+    scripted::State state, caster;
     spoil(state, input, world);
-    state.run(actor.instance, state->call_type);
+    world.place(caster, input.byte());
+    if (input.below(2) == 0)
+        state->parent = caster;
     // An output shader finishes what a lens began.
     const bool finishes = (shader.apply & orl::decl::apply(miSHADER_OUTPUT)) != 0;
-    scripted::Actor& lens = finishes ? world.add(*scripted::World::find_shader("orl_rtt_lens")) : actor;
-    state.camera.lens = lens.tag;
-    if (input.below(2) == 0)
-        state.camera.volume = state.camera.environment = renderer.add_color({0.5f, 0.25f, 0.5f, 0.5f});
-    renderer.aborted = input.below(4) == 0;
-    const auto foreign = [](miColor* result, miState* asking, auto...) {
-        ask(asking);
-        *result = {0.5f, 0.5f, 0.5f, 1.0f};
-        return miTRUE;
-    };
-    renderer.mi_trace_reflection = foreign;
-    renderer.mi_trace_transparent = foreign;
+    state.camera.lens = finishes ? world.add(*World::find_shader("orl_rtt_lens")).tag : actor.tag;
+    surround(state, input);
+    state.run(actor.instance, state->call_type);
     const std::uint8_t failing = input.byte(); // allocations fail from some time on
     if (failing >= 224)
         stage::fail_allocations_after(failing - 224);
