@@ -152,6 +152,7 @@ public:
         return input_.below(many + 1);
     }
     bool wild() override { return !tame_ && input_.byte() % 4 == 0; }
+    bool absent() override { return input_.byte() % 8 == 0; }
     stage::ImageMemory image() override {
         const int width = 1 + input_.below(8), height = 1 + input_.below(8);
         const auto type = static_cast<miImg_type>(input_.below(miIMG_TYPE_RGB_FP + 1));
@@ -212,11 +213,14 @@ void surround(scripted::State& state, Input& input) {
     stage::put_image_color(renderer.output_image, {0.5f, 0.25f, 0.125f, 0.5f}, 1, 1);
     if (input.below(2) == 0)
         state.camera.volume = state.camera.environment = renderer.add_color({0.5f, 0.25f, 0.5f, 0.5f});
-    const auto foreign = [](miColor* result, miState* asking, auto...) {
+    const miColor found{input.below(2) ? 1.0f : input.real(), input.real(), input.real(), input.real()};
+    const auto foreign = [found](miColor* result, miState* asking, auto...) {
         ask(asking);
-        *result = {0.5f, 0.5f, 0.5f, 1.0f};
+        *result = found;
         return miTRUE;
     };
+    if (input.below(2) == 0)
+        renderer.mi_lookup_color_texture = foreign;
     renderer.mi_trace_reflection = foreign;
     renderer.mi_trace_transparent = foreign;
 }
@@ -256,7 +260,9 @@ void spoil(scripted::State& state, Input& input, const World& world) {
         state->dot_nd = input.real();
     }
     if (faults & 8)
-        state.camera.x_resolution = state.camera.y_resolution = 0;
+        state.camera.x_resolution = state.camera.y_resolution = input.below(2);
+    if (faults & 8)
+        state->raster_x = input.real();
     if (faults & 16)
         state->instance = input.byte() % 32;
     if (faults & 32)
@@ -341,9 +347,10 @@ void live(const Shader& shader, Input& input) {
     surround(state, input);
     state.run(actor.instance, state->call_type);
     const std::uint8_t failing = input.byte(); // allocations fail from some time on
-    if (failing >= 224)
-        stage::fail_allocations_after(failing - 224);
+    if (failing >= 192)
+        stage::fail_allocations_after((failing - 192) / 8);
     world.begin();
+    const std::string block(reinterpret_cast<const char*>(&actor.instance.params()), actor.size);
     for (int call = 0; call < 2; ++call) {
         Argument argument(input, world);
         if (argument.is_request())
@@ -354,6 +361,9 @@ void live(const Shader& shader, Input& input) {
         const miBoolean answer = world.call(actor, result.get(), state, argument.get());
         require(answer == miTRUE || answer == miFALSE, actor.shader->name, "answers neither TRUE nor FALSE");
     }
+    const bool same = std::memcmp(block.data(), &actor.instance.params(), actor.size) == 0;
+    require(same, actor.shader->name, "writes to its parameters");
+    require(renderer.mi_lock.calls() == renderer.mi_unlock.calls(), actor.shader->name, "keeps a lock");
     stage::fail_allocations_after(-1);
     world.end();
     require(Renderer::resources().live_locks == locks, actor.shader->name, "locks are left");

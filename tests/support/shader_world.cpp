@@ -4,6 +4,12 @@
 #include <array>
 #include <cstdarg>
 
+#if __has_include(<sanitizer/asan_interface.h>)
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(place, size)
+#endif
+
 #include "exports.h"
 
 namespace scripted {
@@ -129,7 +135,9 @@ Actor& World::add_at(const Shader& shader, int depth) {
     Actor& actor = *made;
     if (depth == 0 && (shader.apply & orl::decl::apply(miSHADER_LENS)) != 0)
         surface_ = add_at(*find_shader("orl_StandardMaterial"), 1).tag;
-    fill(actor.instance.params().bytes, sizeof(ActorBlock), shader.fields, depth + 1);
+    unsigned char* const block = actor.instance.params().bytes;
+    actor.size = fill(block, sizeof(ActorBlock), shader.fields, depth + 1);
+    ASAN_POISON_MEMORY_REGION(block + actor.size, sizeof(ActorBlock) - actor.size);
     Renderer& renderer = Renderer::get();
     miFunction_decl declaration{};
     declaration.type = miFUNCTION_C;
@@ -232,6 +240,8 @@ miTag World::material_around(miTag shader) {
 }
 
 miTag World::element_for(const Field& field, int depth) {
+    if (values_.absent())
+        return miNULLTAG;
     if (values_.wild()) {
         const int choice = values_.below(static_cast<int>(tags_.size()) + 40);
         const auto place = static_cast<std::size_t>(choice);
@@ -301,7 +311,7 @@ void World::fill_array(unsigned char* block, std::size_t& used, const Field& fie
     used = start + static_cast<std::size_t>(first + count) * size;
 }
 
-void World::fill(unsigned char* block, std::size_t room, const FieldList& fields, int depth) {
+std::size_t World::fill(unsigned char* block, std::size_t room, const FieldList& fields, int depth) {
     std::size_t used = 0;
     for (const Field& field : fields)
         used = std::max(used, field.offset + field.size);
@@ -312,12 +322,14 @@ void World::fill(unsigned char* block, std::size_t room, const FieldList& fields
             fill_value(block + field.offset, field, 0, depth);
     if (used > room)
         std::abort();
+    return used;
 }
 
 miTag World::fill_with(const FieldList& fields, int depth) {
     alignas(8) unsigned char block[4096] = {};
-    fill(block, sizeof block, fields, depth);
-    return Renderer::get().add_userdata(block, sizeof block);
+    const std::size_t used = fill(block, sizeof block, fields, depth);
+    const std::size_t size = values_.wild() ? used / 8 * 4 : used; // a record that is cut off
+    return Renderer::get().add_userdata(block, static_cast<int>(size));
 }
 
 // ---- the scene
