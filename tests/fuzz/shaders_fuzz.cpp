@@ -338,7 +338,10 @@ void live(const Shader& shader, Input& input) {
     scripted::Actor& actor = host ? *host : world.add(shader);
     scripted::State state, caster;
     spoil(state, input, world);
-    world.place(caster, input.byte());
+    const std::uint8_t number = input.byte();
+    world.place(caster, number);
+    if (number >= 192) // whatever the state is fit for, its coordinates are none
+        state->tex = state.textures[0] = {number % 2 ? 1e30f : std::numeric_limits<float>::quiet_NaN(), 1, 0};
     if (input.below(2) == 0)
         state->parent = caster;
     // An output shader finishes what a lens began.
