@@ -3,6 +3,7 @@
  * buffers, checks and messages.
  */
 #include "orlshaderapi.h"
+#include "output_request.h"
 
 namespace orl {
 namespace {
@@ -227,12 +228,11 @@ ORL_EXPORT miBoolean CallMaterial(miColor* result, miState* state, miTag materia
         return miFALSE;
     if (!brings_a_value(state->type))
         *result = transparent_black;
-    switch (material ? mi_db_type(material) : 0) {
-    case miSCENE_MATERIAL:
-        return run_material(result, state, material, warned);
-    case miSCENE_FUNCTION:
-        return run_function(result, state, material);
-    default:
+    const int type = material ? mi_db_type(material) : 0;
+    if (type != miSCENE_MATERIAL && type != miSCENE_FUNCTION)
         return miFALSE;
-    }
+    return with_room(result, [=](miColor* value) {
+        return type == miSCENE_MATERIAL ? run_material(value, state, material, warned)
+                                        : run_function(value, state, material);
+    });
 }

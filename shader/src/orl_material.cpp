@@ -220,9 +220,11 @@ miBoolean run_model(miColor* result, miState* state, const StandardMaterialParam
     record.material = &call;
     const PushedIndices indices(state, eval(state, params->indexOfRefraction));
     // Where the renderer displaces, the result is a scalar.
-    const miBoolean done = state->type == miRAY_DISPLACE
-                               ? mi_call_shader_x(result, miSHADER_TEXTURE, state, model, &record)
-                               : miBoolean{call_in_slot(result, state, miSHADER_TEXTURE, model, &record)};
+    const std::size_t size = state->type == miRAY_DISPLACE ? sizeof(miScalar) : sizeof(miColor);
+    miColor value{};
+    std::memcpy(&value, result, size);
+    const miBoolean done = call_in_slot(&value, state, miSHADER_TEXTURE, model, &record);
+    std::memcpy(result, &value, size);
     // Whatever shader it is, its colour shows.
     if (done && record.shade == nullptr && !test_and_set(instance->warnedOfModel))
         mi_warning("\"%s\": the shader in `illumination` is no illumination model", shader_name(state));

@@ -376,7 +376,8 @@ ORL_EXPORT miBoolean orl_StdRenderElements(miColor* result, miState* state, cons
     if (!is_callable(state, call))
         return miTRUE;
     const miInteger type = eval(state, params->type);
-    if (type < 0 || type >= element_type_count)
+    // A call that is no texture call may bring another's record, which begins like this one.
+    if (type < 0 || type >= element_type_count || call->data == nullptr)
         return miTRUE;
     if (call->phase == orl_phase_post_illumination)
         *result = post_illumination(state, params, type, *static_cast<orl_PostIllumData*>(call->data));

@@ -8,6 +8,7 @@
 #include "orl_context.h"
 #include "orl_support.h"
 #include "orlshaderapi.h"
+#include "output_request.h"
 #include "system.h"
 
 #include <cstring>
@@ -142,7 +143,10 @@ void apply_gamma(miState* state, miColor& color) {
 
 // An image that is missing reads as transparent black, whatever the gamma.
 void look_up(miColor* result, miState* state, miTag texture, miVector coordinate) {
-    if (texture != miNULLTAG && mi_lookup_color_texture(result, state, texture, &coordinate))
+    const auto run = [&](miColor* color) {
+        return mi_lookup_color_texture(color, state, texture, &coordinate);
+    };
+    if (texture != miNULLTAG && with_room(result, run)) // a texture may be a shader, too
         apply_gamma(state, *result);
     else
         *result = {0, 0, 0, 0};
@@ -323,7 +327,7 @@ ORL_EXPORT miBoolean orl_ShadowWrapper(miColor* result, miState* state, const Sh
     if (node != nullptr && !IsInstanceShadowMakerForLight(state, node))
         return state->options->shadow == segments ? mi_trace_shadow_seg(result, state) : miTRUE;
     const miTag shadow = eval(state, params->shadow);
-    return shadow ? mi_call_shader(result, miSHADER_SHADOW, state, shadow) : miFALSE;
+    return shadow ? call_in_slot(result, state, miSHADER_SHADOW, shadow) : miFALSE;
 }
 
 // ---- buffer lens

@@ -16,6 +16,7 @@
 #include "built_module.h"
 #include "exports.h"
 #include "orl_attenuv.h"
+#include "orlshaderapi.h"
 #include "output_request.h"
 #include "utl_curve.h"
 
@@ -24,6 +25,7 @@ namespace {
 using orl::decl::Field;
 using orl::decl::Shader;
 using scripted::Renderer;
+using scripted::World;
 
 void require(bool condition, const char* shader, const char* what) {
     if (condition)
@@ -121,18 +123,27 @@ public:
         return std::clamp(part + static_cast<float>(element), lowest(field), highest(field));
     }
     std::int32_t integer(const Field& field) override {
-        if (!tame_)
-            return input_.integer();
         const std::uint8_t byte = input_.byte();
+        if (!tame_ && field.type != miTYPE_BOOLEAN && byte % 2 != 0)
+            return input_.integer();
         if (byte == 0)
             return field.value.count > 0 ? static_cast<std::int32_t>(field.value.number[0]) : 0;
-        return byte == 255 ? input_.integer() : byte % (field.type == miTYPE_BOOLEAN ? 2 : 8);
+        if (byte == 255)
+            return input_.integer();
+        const bool is_switch = field.type == miTYPE_BOOLEAN;
+        return byte % (is_switch ? 2 : 1 + static_cast<int>(std::clamp(field.range.highest, 7.0, 63.0)));
     }
     int elements(const Field&) override {
-        const int many = input_.below(8) == 0 ? scripted::World::most_elements : 3;
+        const int many = input_.below(8) == 0 ? World::most_elements : 3;
         return input_.below(many + 1);
     }
     bool wild() override { return !tame_ && input_.byte() % 4 == 0; }
+    bool absent() override { return input_.byte() % 8 == 0; }
+    stage::ImageMemory image() override {
+        const int width = 1 + input_.below(8), height = 1 + input_.below(8);
+        const auto type = static_cast<miImg_type>(input_.below(miIMG_TYPE_RGB_FP + 1));
+        return {width, height, type, 1 + input_.below(4)};
+    }
 
 private:
     static float lowest(const Field& field) {
@@ -146,8 +157,66 @@ private:
     bool tame_;
 };
 
-void spoil(scripted::State& state, Input& input, const scripted::World& world) {
+// What shaders further out have left for those that they call: of the right size, or of another.
+void leave_records(scripted::State& state, Input& input) {
+    static constexpr std::pair<const char*, int> records[] = {
+        {"KEY_0", 4},  {"KEY_1", 8},   {"KEY_2", 20},      {"KEY_3", 20},  {"KEY_5", 16},
+        {"KEY_6", 16}, {"KEY_10", 24}, {"SKY_IS_HDR", 40}, {"miXMLD", 12}, {"vdmScale", 4}};
+    for (int count = input.below(4); count > 0; --count) {
+        const auto& [key, size] = records[input.below(static_cast<int>(std::size(records)))];
+        float values[10];
+        std::generate(std::begin(values), std::end(values), [&] { return input.real(); });
+        Renderer::get().mi_shaderstate_set.unscripted(state, key, values,
+                                                      input.below(8) ? size : input.below(size), 0);
+    }
+    const auto doubled = [](miColor* color, miState*, void*) { color->r *= 2.0f; };
+    orl::ToneOpHook hook{input.below(2), doubled, input.below(2) ? doubled : nullptr, nullptr};
+    if (input.below(4) == 0)
+        Renderer::get().mi_shaderstate_set.unscripted(state, orl::keys::tone_operator.name, &hook,
+                                                      sizeof hook, 0);
+}
+
+// What a shader of another library asks of the module where it is called.
+void ask(miState* state) {
+#define ASK(name) reinterpret_cast<decltype(&name)>(scripted::symbol_of(scripted::built_module(), #name))
+    miColor color{1, 2, 3, 4};
+    orl_Illuminance light{{}, miTRUE, miTRUE};
+    ASK(ToneOpScaledToRGB)(state, &color, miTRUE);
+    ASK(ApplyInverseToneOperator)(state, &color);
+    ASK(ComputeIlluminance)(state, &light);
+    ASK(IllumShadow)(state);
+    ASK(GetMaterialID)(state);
+    ASK(GetFaceSmoothingGroup)(state);
+    ASK(GetObjectDataFromInstance)(state->instance);
+    ASK(orl_GetRenderElementResults)(state, nullptr);
+#undef ASK
+}
+
+// What lies around the scene.
+void surround(scripted::State& state, Input& input) {
+    Renderer& renderer = Renderer::get();
+    renderer.aborted = input.below(4) == 0;
+    stage::put_image_color(renderer.output_image, {0.5f, 0.25f, 0.125f, 0.5f}, 1, 1);
+    if (input.below(2) == 0)
+        state.camera.volume = state.camera.environment = renderer.add_color({0.5f, 0.25f, 0.5f, 0.5f});
+    const miColor found{input.below(2) ? 1.0f : input.real(), input.real(), input.real(), input.real()};
+    const auto foreign = [found](miColor* result, miState* asking, auto...) {
+        ask(asking);
+        *result = found;
+        return miTRUE;
+    };
+    if (input.below(2) == 0)
+        renderer.mi_lookup_color_texture = foreign;
+    renderer.mi_trace_reflection = foreign;
+    renderer.mi_trace_transparent = foreign;
+}
+
+void spoil(scripted::State& state, Input& input, const World& world) {
     world.place(state, input.byte());
+    leave_records(state, input);
+    constexpr int shadows[] = {0, miTRUE, 'l', 's'};
+    state.options.shadow = shadows[input.below(4)];
+    state.camera.orthographic = input.below(4) == 0;
     state->type = static_cast<miRay_type>(input.below(miNRAYTYPES));
     state->call_type = static_cast<miShader_type>(input.below(miNSHADERTYPES));
     // Half of the states are fit for work.
@@ -156,7 +225,9 @@ void spoil(scripted::State& state, Input& input, const scripted::World& world) {
             {miRAY_EYE, miSHADER_MATERIAL},      {miRAY_SHADOW, miSHADER_SHADOW},
             {miRAY_LIGHT, miSHADER_LIGHT},       {miPHOTON_LIGHT, miSHADER_PHOTON},
             {miRAY_EYE, miSHADER_VOLUME},        {miRAY_ENVIRONMENT, miSHADER_ENVIRONMENT},
-            {miRAY_DISPLACE, miSHADER_DISPLACE}, {miRAY_REFLECT, miSHADER_MATERIAL}};
+            {miRAY_DISPLACE, miSHADER_DISPLACE}, {miRAY_REFLECT, miSHADER_MATERIAL},
+            {miRAY_LM_MESH, miSHADER_LIGHTMAP},  {miRAY_LM_VERTEX, miSHADER_LIGHTMAP},
+            {miRAY_EYE, miSHADER_LENS},          {miRAY_TRANSPARENT, miSHADER_MATERIAL}};
         const auto& [ray, call] = fit[input.below(static_cast<int>(std::size(fit)))];
         state->type = ray;
         state->call_type = call;
@@ -175,7 +246,9 @@ void spoil(scripted::State& state, Input& input, const scripted::World& world) {
         state->dot_nd = input.real();
     }
     if (faults & 8)
-        state.camera.x_resolution = state.camera.y_resolution = 0;
+        state.camera.x_resolution = state.camera.y_resolution = input.below(2);
+    if (faults & 8)
+        state->raster_x = input.real();
     if (faults & 16)
         state->instance = input.byte() % 32;
     if (faults & 32)
@@ -189,14 +262,13 @@ void spoil(scripted::State& state, Input& input, const scripted::World& world) {
 // The fourth argument: none, or a record, in memory of its own.
 class Argument {
 public:
-    Argument(Input& input, const scripted::World& world) : points_{input.vector(), input.vector()} {
+    Argument(Input& input, const World& world) : points_{input.vector(), input.vector()} {
         switch (input.below(5)) {
         case 0:
         case 1:
             break;
         case 2:
-            hold(
-                orl::CurveRequest{input.below(4), 0, 0, 0, 0, 0, 0, 0}); // a request, with the room behind it
+            hold(orl::CurveRequest{input.below(4), 0, 0, 0, 0, 0, 0, 0}); // a short one with room behind it
             break;
         case 3:
             hold(orl::VolumeLightRequest{orl::VolumeLightRequest::magic_number, world.light(), input.real(),
@@ -205,9 +277,11 @@ public:
             break;
         default:
             hold(orl::CurveRequest{input.below(4), 0, input.real(), 0, 1, 0, 1, input.byte() % 2});
+            is_request_ = true;
         }
     }
     void* get() { return bytes_.get(); }
+    bool is_request() const { return is_request_; } // which come with texture calls
 
 private:
     template <class Record> void hold(const Record& record) {
@@ -216,6 +290,7 @@ private:
     }
 
     std::unique_ptr<unsigned char[]> bytes_;
+    bool is_request_ = false;
     std::array<miVector, 2> points_;
     std::array<miColor, 2> colors_{};
     std::array<miScalar, 2> attenuations_{};
@@ -232,14 +307,10 @@ const Shader& chosen(Input& input) {
     return *all[input.byte() % all.size()];
 }
 
-// A shader that hands its result on to another's is as good as that one: coordinates write two vectors.
+// A list has the result of what is in it, whatever that is: coordinates write two vectors.
 std::size_t result_room(const Shader& shader) {
-    const bool hands_on = std::any_of(shader.fields.begin(), shader.fields.end(), [](const Field& field) {
-        const std::string_view name = field.name;
-        return field.type == miTYPE_MATERIAL || name == "shaders" || name == "shadow";
-    });
-    const std::size_t size = scripted::World::result_size(shader);
-    return hands_on ? std::max(size, 2 * sizeof(miVector)) : size;
+    const std::size_t size = World::result_size(shader);
+    return shader.name == std::string_view("orl_ShaderList") ? 2 * sizeof(miVector) : size;
 }
 
 void live(const Shader& shader, Input& input) {
@@ -251,16 +322,27 @@ void live(const Shader& shader, Input& input) {
     const bool hosted = input.byte() % 2 != 0;
     scripted::Actor* const host = hosted ? world.add_host(shader) : nullptr;
     scripted::Actor& actor = host ? *host : world.add(shader);
-    scripted::State state;
+    scripted::State state, caster;
     spoil(state, input, world);
+    const std::uint8_t number = input.byte();
+    world.place(caster, number);
+    if (number >= 192) // whatever the state is fit for, its coordinates are none
+        state->tex = state.textures[0] = {number % 2 ? 1e30f : std::numeric_limits<float>::quiet_NaN(), 1, 0};
+    if (input.below(2) == 0)
+        state->parent = caster;
+    // An output shader finishes what a lens began.
+    const bool finishes = (shader.apply & orl::decl::apply(miSHADER_OUTPUT)) != 0;
+    state.camera.lens = finishes ? world.add(*World::find_shader("orl_rtt_lens")).tag : actor.tag;
+    surround(state, input);
     state.run(actor.instance, state->call_type);
     const std::uint8_t failing = input.byte(); // allocations fail from some time on
-    if (failing >= 224)
-        stage::fail_allocations_after(failing - 224);
+    if (failing >= 192)
+        stage::fail_allocations_after((failing - 192) / 8);
     world.begin();
+    const std::string block(reinterpret_cast<const char*>(&actor.instance.params()), actor.size);
     for (int call = 0; call < 2; ++call) {
         Argument argument(input, world);
-        if (argument.get() != nullptr) // such records come with texture calls
+        if (argument.is_request())
             state->call_type = miSHADER_TEXTURE;
         // A block of its own: the sanitizer sees who writes beside it.
         const std::size_t size = result_room(*actor.shader);
@@ -268,6 +350,9 @@ void live(const Shader& shader, Input& input) {
         const miBoolean answer = world.call(actor, result.get(), state, argument.get());
         require(answer == miTRUE || answer == miFALSE, actor.shader->name, "answers neither TRUE nor FALSE");
     }
+    const bool same = std::memcmp(block.data(), &actor.instance.params(), actor.size) == 0;
+    require(same, actor.shader->name, "writes to its parameters");
+    require(renderer.mi_lock.calls() == renderer.mi_unlock.calls(), actor.shader->name, "keeps a lock");
     stage::fail_allocations_after(-1);
     world.end();
     require(Renderer::resources().live_locks == locks, actor.shader->name, "locks are left");
@@ -276,6 +361,18 @@ void live(const Shader& shader, Input& input) {
 }
 
 } // namespace
+
+// Half of the inputs are new scenes of four bytes: mutations alone would stay with the few shaders that
+// branch most.
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t*, std::size_t, std::size_t);
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t room,
+                                               unsigned seed) {
+    if (seed % 2 == 0 || room < 4)
+        return LLVMFuzzerMutate(data, size, room);
+    const std::uint32_t fresh = (seed >> 1) * 2654435769u; // Fibonacci hashing spreads the seed's bits
+    std::memcpy(data, &fresh, sizeof fresh);
+    return sizeof fresh;
+}
 
 // Before the fuzzer looks for what it can see of the code.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {

@@ -3,6 +3,12 @@
 #include <algorithm>
 #include <array>
 
+#if __has_include(<sanitizer/asan_interface.h>)
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(place, size)
+#endif
+
 #include "exports.h"
 
 namespace scripted {
@@ -69,7 +75,7 @@ miColor color_of(const miVector& v) {
 } // namespace
 
 World::World(Find find, Values& values)
-    : find_(find), values_(values), image_(8, 8, miIMG_TYPE_RGBA, 4), output_(4, 4, miIMG_TYPE_RGBA_FP) {
+    : find_(find), values_(values), image_(values.image()), output_(4, 4, miIMG_TYPE_RGBA_FP) {
     script_light();
     script_rays();
     script_images();
@@ -116,7 +122,9 @@ Actor& World::add_at(const Shader& shader, int depth) {
     Actor& actor = *made;
     if (depth == 0 && (shader.apply & orl::decl::apply(miSHADER_LENS)) != 0)
         surface_ = add_at(*find_shader("orl_StandardMaterial"), 1).tag;
-    fill(actor.instance.params().bytes, sizeof(ActorBlock), shader.fields, depth + 1);
+    unsigned char* const block = actor.instance.params().bytes;
+    actor.size = fill(block, sizeof(ActorBlock), shader.fields, depth + 1);
+    ASAN_POISON_MEMORY_REGION(block + actor.size, sizeof(ActorBlock) - actor.size);
     Renderer& renderer = Renderer::get();
     miFunction_decl declaration{};
     declaration.type = miFUNCTION_C;
@@ -203,11 +211,15 @@ miTag World::material_around(miTag shader) {
 }
 
 miTag World::element_for(const Field& field, int depth) {
+    if (values_.absent())
+        return miNULLTAG;
     if (values_.wild()) {
         const int choice = values_.below(static_cast<int>(tags_.size()) + 40);
         const auto place = static_cast<std::size_t>(choice);
         if (place < tags_.size())
             return tags_[place];
+        if (field.type == miTYPE_LIGHT) // one that is made later, among others
+            return static_cast<miTag>(choice);
         // Any shader of the module, wherever it may stand.
         const auto all = shaders_ending("");
         return depth > deepest || actors_.size() >= most_actors
@@ -270,7 +282,7 @@ void World::fill_array(unsigned char* block, std::size_t& used, const Field& fie
     used = start + static_cast<std::size_t>(first + count) * size;
 }
 
-void World::fill(unsigned char* block, std::size_t room, const FieldList& fields, int depth) {
+std::size_t World::fill(unsigned char* block, std::size_t room, const FieldList& fields, int depth) {
     std::size_t used = 0;
     for (const Field& field : fields)
         used = std::max(used, field.offset + field.size);
@@ -281,12 +293,14 @@ void World::fill(unsigned char* block, std::size_t room, const FieldList& fields
             fill_value(block + field.offset, field, 0, depth);
     if (used > room)
         std::abort();
+    return used;
 }
 
 miTag World::fill_with(const FieldList& fields, int depth) {
     alignas(8) unsigned char block[4096] = {};
-    fill(block, sizeof block, fields, depth);
-    return Renderer::get().add_userdata(block, sizeof block);
+    const std::size_t used = fill(block, sizeof block, fields, depth);
+    const std::size_t size = values_.wild() ? used / 8 * 4 : used; // a record that is cut off
+    return Renderer::get().add_userdata(block, static_cast<int>(size));
 }
 
 // ---- the scene
@@ -295,8 +309,7 @@ void World::make_scene() {
     Renderer& renderer = Renderer::get();
     text_ = renderer.add_string("text");
     image_tag_ = renderer.add(miSCENE_IMAGE, image_.image());
-    for (int level = 0; level < 4; ++level) {
-        miImg_image* const image = stage::image_level(image_.image(), level);
+    for (int level = 0; miImg_image* const image = stage::image_level(image_.image(), level); ++level)
         for (int y = 0; y < image->height; ++y)
             for (int x = 0; x < image->width; ++x)
                 stage::put_image_color(image,
@@ -304,7 +317,6 @@ void World::make_scene() {
                                         static_cast<float>((x * 5 + y * 29) % 64) / 63.0f,
                                         static_cast<float>((x + y) % 2), 1.0f},
                                        x, y);
-    }
     renderer.output_image = output_.image();
     maps_.push_back(renderer.add_shader([](void* result, miState* state, void*) {
         const miColor color = color_of(state->tex);
@@ -356,7 +368,8 @@ void World::make_scene() {
     instance.userdata = fill_with(data("orl_GizmoData"), deepest + 1);
     gizmo_ = renderer.add_instance(instance);
     group_ = renderer.add_group({instance_, gizmo_});
-    framebuffers_ = renderer.add_framebuffers({{"first", miIMG_TYPE_RGBA_FP}, {"second", miIMG_TYPE_Z}});
+    framebuffers_ =
+        renderer.add_framebuffers({{"fb_re#0", miIMG_TYPE_RGBA_FP}, {"fb_velocity", miIMG_TYPE_RGBA_FP}});
     tags_.insert(tags_.end(), {scene_data_, instance_, gizmo_, group_, instance.item, framebuffers_});
 }
 

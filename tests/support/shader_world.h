@@ -28,6 +28,8 @@ public:
     virtual int integer(const orl::decl::Field& field) = 0;
     virtual int elements(const orl::decl::Field& array) = 0; // at most World::most_elements
     virtual bool wild() = 0;                                 // a parameter names anything of the scene
+    virtual bool absent() { return false; }                  // a parameter names nothing
+    virtual stage::ImageMemory image() { return {8, 8, miIMG_TYPE_RGBA, 4}; }
 };
 
 struct alignas(16) ActorBlock { // parameters, and arrays behind them
@@ -55,6 +57,7 @@ struct Actor {
     Entries entries;
     ShaderInstance<ActorBlock> instance;
     miTag tag = miNULLTAG;
+    std::size_t size = 0; // of the parameters
 
     Actor(const orl::decl::Shader& its, const Entries& its_entries)
         : shader(&its), entries(its_entries), instance(its.name, 0) {}
@@ -96,7 +99,7 @@ private:
 
     Actor& add_at(const orl::decl::Shader& shader, int depth);
     miTag fill_with(const orl::decl::FieldList& fields, int depth); // a data block
-    void fill(unsigned char* block, std::size_t room, const orl::decl::FieldList& fields, int depth);
+    std::size_t fill(unsigned char* block, std::size_t room, const orl::decl::FieldList& fields, int depth);
     void fill_value(unsigned char* place, const orl::decl::Field& field, int element, int depth);
     void fill_array(unsigned char* block, std::size_t& used, const orl::decl::Field& field, int depth);
     miTag element_for(const orl::decl::Field& field, int depth);
