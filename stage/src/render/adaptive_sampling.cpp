@@ -45,9 +45,9 @@ struct Renderer::PixelSamples {
     // As `fine` by `fine` samples: each stands for those of its cell, in their middles.
     void spread(std::uint32_t fine, float* to_offsets, miColor* to_values) const {
         const std::uint32_t cells = fine / grid;
-        for (std::uint32_t s = 0; s < fine * fine; ++s) {
-            const std::uint32_t x = s % fine, y = s / fine;
-            const std::size_t from = std::size_t{y / cells} * grid + x / cells;
+        for (std::size_t s = 0; s < std::size_t{fine} * fine; ++s) {
+            const std::size_t x = s % fine, y = s / fine;
+            const std::size_t from = y / cells * grid + x / cells;
             to_offsets[2 * s] =
                 cells == 1 ? offsets[2 * from] : (static_cast<float>(x) + 0.5f) / static_cast<float>(fine);
             to_offsets[2 * s + 1] = cells == 1 ? offsets[2 * from + 1]
@@ -100,7 +100,7 @@ bool Renderer::sample_pixel(ThreadContext& context, int x, int y, PixelSamples& 
         return false;
     for (std::uint32_t s = 0; s < samples.grid * samples.grid; ++s)
         render_sample(context, x, y, {s, samples.grid}, &samples.offsets[2 * s],
-                      &samples.values[s * samples.buffers]);
+                      &samples.values[std::size_t{s} * samples.buffers]);
     return true;
 }
 
