@@ -119,32 +119,6 @@ TEST_P(Contract, SelfIllumination) {
     EXPECT_EQ(shade(two).ambient, dark.ambient);
 }
 
-// What render elements are told adds up to the picture, as the element of what lies behind sees it.
-TEST_P(Contract, ElementsAddUp) {
-    const miColor behind{0.5f, 1, 2, 0};
-    renderer.mi_trace_transparent = [&](miColor* c, miState*) { return *c = behind, miTRUE; };
-    for (int k = 0; k < 12; ++k) { // types of transparency, without and with maps of the rays
-        randomise(false), values.transparencyType = k % 3;
-        maps = [k](IllumRecord& r) {
-            r.opacity = 0.25f, r.reflectionAmount = r.refractionAmount = 0.5f;
-            r.mapFlags = map_transparent | (k / 3 % 2 ? map_refraction : 0u) | (k / 6 ? map_reflection : 0u);
-            for (const MapSlot slot : {slot_reflection, slot_refraction})
-                r.channel[channel_of(r, slot)] = {0.2f, 0.4f, 0.6f, 0};
-        };
-        shade({lamp(0, 90)});
-        EXPECT_EQ(intensity(record.reflection) > 0, k / 6 != 0);
-        EXPECT_EQ(intensity(record.refraction) > 0, k / 3 % 2 && record.features & feature_refraction) << k;
-        miColor sum = behind;
-        multiply(sum, record.elementTransparency);
-        for (const miColor& c :
-             {record.ambient, record.diffuse, record.extraDiffuse, record.selfIllumination})
-            add(sum, c, record.opacityFactor);
-        for (const miColor& c : {record.specular, record.reflection, record.refraction})
-            add(sum, c);
-        expect_near(sum, record.result);
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(Models, Contract, testing::ValuesIn(models),
                          [](const auto& at) { return std::string(at.param.unit); });
 
@@ -325,31 +299,10 @@ TEST_F(Models, BrushedHighlights) {
     EXPECT_EQ(shade(side).specular, miColor{});
 }
 
-TEST_F(Models, MultiLayerIsTwoBrushedHighlightsOnARoughSurface) {
-    look_from(20, 200);
-    const std::vector<Lamp> two{
-        {{1, 2, 3, 0}, {from(20, 30)}}, {{2, 1, 0, 0}, {from(70)}}, {grey(2), {from(0)}, {{1, 1, 1, 3}}}};
-    miColor sum{};
-    for (const float glossiness : {0.3f, 0.6f}) { // levels 0.6 and 1.8
-        use("Anisotropic"), set("specular", glossiness), set("specularLevel", glossiness * glossiness * 5);
-        set("glossiness", glossiness), set("anisotropy", glossiness), set("orientation", glossiness);
-        add(sum, shade(two).specular);
-    }
-    use("OrenNayarBlinn"), set("roughness", 0.4f), set("diffuseLevel", 3), shade(two);
-    const miColor diffuse = record.diffuse, ambient = record.ambient;
-    const float level = record.diffuseLightLevel;
-    use("MultiLayer"), set("roughness", 0.4f), set("diffuseLevel", 3);
-    for (const auto& [layer, value] : {std::pair{std::string("1"), 0.3f}, {"2", 0.6f}}) {
-        set("specular" + layer, value), set("specularLevel" + layer, value * value * 5);
-        set("glossiness" + layer, value), set("anisotropy" + layer, value);
-        set("orientation" + layer, value);
-    }
-    shade(two);
-    expect_near(record.specular, sum);
-    expect_near(record.diffuse, diffuse);
-    expect_near(record.ambient, ambient);
-    EXPECT_FLOAT_EQ(record.diffuseLightLevel, level);
+// The mean of the layers' colours 0.3 and 0.6 by their levels.
+TEST_F(Models, MultiLayerTintsReflections) {
     const float tints[][3] = {{0.45f, 1.8f, 0.54f}, {1.8f, 1.8f, 0.45f}, {0, 1.8f, 0.6f}, {0, 0, 0.45f}};
+    use("MultiLayer"), set("specular1", 0.3f), set("specular2", 0.6f);
     for (const auto& [level_1, level_2, tint] : tints) {
         miColor reflection = grey(1);
         set("specularLevel1", level_1), set("specularLevel2", level_2), shade({});

@@ -142,18 +142,6 @@ Way draw_scatter(miState* state, float scale, std::vector<Way>& ways) {
     return {type, c[k % 3]};
 }
 
-Way draw_simple(miState* state, float scale, std::vector<Way>& ways) {
-    miColor c[4] = {
-        {0.3f * scale, 0.2f, 0.1f, 1}, {0.1f, 0.1f, 0.2f, 1}, {0, 0, 0, 1}, {0.2f, 0.25f, 0.2f * scale, 1}};
-    const miRay_type types[] = {miPHOTON_REFLECT_DIFFUSE, miPHOTON_REFLECT_SPECULAR,
-                                miPHOTON_TRANSMIT_DIFFUSE, miPHOTON_TRANSMIT_SPECULAR};
-    ways.clear();
-    for (std::size_t k = 0; k < 4; ++k)
-        ways.push_back({types[k], c[k]});
-    const miRay_type type = mi_choose_simple_scatter_type(state, &c[0], &c[1], &c[2], &c[3]);
-    return {type, c[(std::ranges::find(types, type) - types) % 4]};
-}
-
 // Above a sum of 1 the caller multiplies by it.
 Way draw_lobe(miState* state, float scale, std::vector<Way>& ways) {
     const float d = 0.2f * scale, g = 0.3f * scale, s = 0.1f * scale;
@@ -172,7 +160,7 @@ TEST(Roulette, KeepsTheEnergyOfEveryWay) {
     state.renderer = &context;
     context.random_state = 99;
     constexpr int samples = 200000;
-    for (const Draw draw : {draw_scatter, draw_simple, draw_lobe})
+    for (const Draw draw : {draw_scatter, draw_lobe})
         for (const float scale : {1.0f, 3.0f}) {
             std::vector<Way> ways;
             draw(&state, scale, ways);

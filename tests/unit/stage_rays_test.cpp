@@ -8,41 +8,21 @@ using namespace stage_test;
 
 // The place (0.5, -0.25) of the square, whose coordinates rise from 0 to 1 over a length of 2. Of the corners
 // (-1, -1), (1, -1), (1, 1) it is 0.25 a + 0.375 b + 0.375 c. Mirrored, (-0.5, -0.25) of (-1, -1), (1, 1),
-// (-1, 1).
-TEST(StageIntersection, SidesAndMirroredInstances) {
-    const std::string unmirrored = "0.75 0.375 0 , 2 0 0 , 0 2 0 , 0.25 0.375 0.375";
-    const struct {
-        float from;        // height of the start
-        const char* scale; // along x
-        miUint1 inverted;
-        std::string hit, texture; // texture coordinates, change along u and v, weights of the corners
-    } cases[] = {
-        {10, "1", 0, "0.5 -0.25 10 > 0 0 -1 : 0.5 -0.25 0 , 0 0 1 , 10 -1", unmirrored},
-        {-3, "1", 1, "0.5 -0.25 -3 > 0 0 1 : 0.5 -0.25 0 , 0 0 -1 , 3 -1", unmirrored},
-        // The outside stays the outside.
-        {9, "-1", 0, "0.5 -0.25 9 > 0 0 -1 : 0.5 -0.25 0 , 0 0 1 , 9 -1",
-         "0.25 0.375 0 , -2 0 0 , 0 2 0 , 0.625 0.25 0.125"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.hit);
+// (-1, 1). The outside stays the outside.
+TEST(StageIntersection, PlacesOfMirroredInstances) {
+    for (const auto& [scale, expected] :
+         {std::pair{"1", "0 0 1 , 0.75 0.375 0 , 2 0 0 , 0 2 0 , 0.25 0.375 0.375"},
+          {"-1", "0 0 1 , 0.25 0.375 0 , -2 0 0 , 0 2 0 , 0.625 0.25 0.125"}}) {
         TestScene s;
-        s.square("floor", {}, "",
-                 std::string("tag 17 transform ") + c.scale + " 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1");
+        s.square("floor", {}, "", show("transform", scale, "0 0 0 0 1 0 0 0 0 1 0 0 0 0 1"));
         s.build();
         miState state = s.eye();
-        const float way = c.from > 0.0f ? -1.0f : 1.0f;
-        ASSERT_TRUE(TestScene::probe(&state, {0.5f, -0.25f, c.from}, {0.0f, 0.0f, way}));
+        ASSERT_TRUE(TestScene::probe(&state, {0.5f, -0.25f, 9.0f}));
         const miState& hit = *state.child;
-        EXPECT_EQ(hit.type, miRAY_PROBE);
-        EXPECT_EQ(hit.instance, s.tag("floor"));
-        EXPECT_EQ(hit.material, s.tag("floor.m"));
-        EXPECT_EQ(hit.label, 17u);
-        EXPECT_EQ(hit.inv_normal, c.inverted);
-        EXPECT_EQ(TestScene::ray(&hit), c.hit);
-        EXPECT_EQ(show(hit.normal_geom), show(hit.normal));
-        EXPECT_EQ(show(hit.tex_list[0], ",", *hit.derivs[0], ",", *hit.derivs[1], ",", hit.bary[0],
-                       hit.bary[1], hit.bary[2]),
-                  c.texture);
+        EXPECT_EQ(show(hit.normal_geom, ",", hit.tex_list[0], ",", *hit.derivs[0], ",", *hit.derivs[1], ",",
+                       hit.bary[0], hit.bary[1], hit.bary[2]),
+                  expected);
+        EXPECT_FALSE(hit.inv_normal);
     }
 }
 
@@ -238,37 +218,21 @@ TEST(StageTrace, RaysInFlightAreLeftAloneAndOthersUsedAgain) {
 
 TEST(StageLens, ChainsHandTheHitBack) {
     TestScene s;
-    const miState* lenses[2] = {};
     for (const int k : {0, 1})
-        s.shader(k ? "second" : "first", [&, k](miState* state, miColor& c) {
-            lenses[k] = state;
-            EXPECT_EQ(state->call_type, miSHADER_LENS);
-            EXPECT_EQ(state->parent, k ? lenses[0] : nullptr);
-            miVector org = state->org, aside{30.0f, 0.0f, 10.0f};
-            if (k) { // may trace more than once
-                EXPECT_FALSE(mi_trace_eye(&c, state, &aside, &state->dir));
-                EXPECT_EQ(state->pri, nullptr);
-                EXPECT_EQ(state->dist, 0.0);
-            }
+        s.shader(k ? "second" : "first", [k](miState* state, miColor& c) {
+            miVector org = state->org;
             org.x += 0.25f; // the next one gets this ray
             const miBoolean lit = mi_trace_eye(&c, state, &org, &state->dir);
-            EXPECT_NE(state->pri, nullptr);
             EXPECT_EQ(show(state->point, state->normal, state->tex_list[0], state->dist, state->bary[2],
                            state->label),
                       "0.5 0 0 0 0 1 0.75 0.5 0 10 0.5 17");
-            EXPECT_EQ(state->instance, s.tag("floor"));
-            EXPECT_EQ(state->material, s.tag("floor.m"));
             c.r = k ? c.r * 10.0f : c.r + 1.0f;
             return lit;
         });
-    s.shader("ground", [&](miState* state, miColor& c) {
-        EXPECT_EQ(state->parent, lenses[1]);
-        c.r += 3.0f; // to nothing
-    });
+    s.shader("ground", [](miState*, miColor& c) { c.r += 3.0f; }); // to nothing
     s.square("floor", {}, "shader ground", "tag 17");
     s.build("lens 'first' 'second'");
     EXPECT_EQ(s.shade().r, 31.0f); // the material, then the second one, then the first
-    EXPECT_TRUE(s.lit);
 }
 
 TEST(StageRays, DeclarationsDemandShadowModes) {

@@ -1,9 +1,7 @@
-// Volume fog: against closed forms and against its settings in plain words, one step after the other.
+// Volume fog against closed forms, and the rays that see it.
 #include "atm_vfog.h"
 #include "gizmo_fixture.h"
-#include "noise.h"
 
-#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <functional>
@@ -35,7 +33,6 @@ protected:
         EXPECT_TRUE(orl_VolumeFog(&color, state, &fog.params()));
         return color;
     }
-    float amount(Fog& fog) { return shade(fog).a; } // of a transparent ray: the fog alone
 
     // Size 0 looks all noise up in one place, where it is 0; the bias 1 makes fog of density 1/2.
     miColor shade_even(const std::function<void(Fog&)>& change, miColor color = {0, 0, 0, 0}) {
@@ -131,68 +128,41 @@ TEST_F(VolumeFog, WhichRaysAreFogged) {
     }
 }
 
-// The density of fog where noise is looked up, in plain words.
-float density_at(const VolumeFogParams& p, float x, float y, float z) {
-    const bool turbulence = p.noiseType == fog_noise_turbulence;
-    const float levels = turbulence || p.noiseType == fog_noise_fractal ? p.levels : 1.0f;
-    float sum = 0.0f;
-    for (int i = 0; i < 6; ++i) {
-        const float f = std::ldexp(1.0f, i), share = std::clamp(levels - static_cast<float>(i), 0.0f, 1.0f);
-        const float n =
-            p.phase != 0 ? perlinNoise4(f * x, f * y, f * z, p.phase) : perlinNoise3(f * x, f * y, f * z);
-        sum += share * (turbulence ? std::fabs(n) : n) / f;
-    }
-    const float biased = (turbulence ? sum * 4 - 1 : sum) + p.bias;
-    const float value = std::fmax(0.0f, p.invert ? -biased : biased) / std::fmax(p.bias + 1, 0.0001f);
-    const float low = std::fmin(p.lowThreshold, p.highThreshold),
-                high = std::fmax(p.lowThreshold, p.highThreshold);
-    return low != 0 || high != 0 ? smoothStep(low, high, value) : value;
-}
-
-// Four steps down the ray of 5 units, in the world or through a ball of radius 1 around (0, 0, 2). Fog of
-// soft edges has its place in the ball, whose offset are the generator's first numbers after the seed 1.
-TEST_F(VolumeFog, NoiseByItsSettings) {
+// In the one place of size 0, where the sum of noise is 0: (bias or, of turbulence, bias - 1) / (1 + bias),
+// turned round, between the thresholds 3 t^2 - 2 t^3, times 20 * 0.002 * 5.
+TEST_F(VolumeFog, DensityByItsSettings) {
     const struct {
         miInteger type;
-        float phase, levels, low, high;
-        miInteger wind;
-        miVector to;
-        miBoolean invert, in_ball;
-        float soft;
-    } cases[] = {
-        {fog_noise_plain, 0, 3, 0, 0, 0, {0, -1, 0}, 0, 0, 0},
-        {fog_noise_plain, 1.3f, 3, 0, 0, 1, {0, 1, 0}, 1, 1, 0.3f},
-        {fog_noise_fractal, 1.3f, 2.7f, 0, 0, 2, {-1, 0, 0}, 0, 0, 0},
-        {fog_noise_fractal, 1.3f, 1, 0.8f, 0, 3, {1, 0, 0}, 1, 1, 0.6f},
-        {fog_noise_fractal, 1.3f, 5, 0.8f, 0.05f, 4, {0, 0, 1}, 0, 1, 0},
-        {fog_noise_turbulence, 1.3f, 2.7f, 0, 0, 5, {0, 0, -1}, 0, 1, 0.6f},
-        {fog_noise_turbulence, 0, 0, 0, 0, 6, {0, 0, 0}, 1, 0, 0},
-        {fog_noise_turbulence, 1.3f, 5, 0.05f, 0.8f, -1, {0, 0, 0}, 0, 1, 0.6f},
-    };
-    for (const auto& each : cases) {
-        Fog fog(state);
-        fog->noiseType = each.type, fog->phase = each.phase, fog->levels = each.levels;
-        fog->lowThreshold = each.low, fog->highThreshold = each.high, fog->invert = each.invert;
-        fog->windDirection = each.wind, fog->windStrength = 40, fog->softEdges = each.soft;
-        fog->size = 1.4f, fog->density = 100, fog->bias = 0.1f;
-        fog->stepSize = 1.25f, fog->maxSteps = 4;
-        if (each.in_ball)
-            fog.fill({add_node(ball, up)});
-        fog.start();
+        float bias, low, high;
+        miBoolean invert;
+        float density;
+    } cases[] = {{fog_noise_turbulence, 2, 0, 0, 0, 1 / 3.0f},
+                 {fog_noise_turbulence, 0.5f, 0, 0, 1, 1 / 3.0f},
+                 {fog_noise_fractal, 1, 0, 0, 1, 0},
+                 {fog_noise_plain, 0.5f, 0.8f, 0.2f, 0, 0.1262003f}, // t = 2/9
+                 {fog_noise_plain, 0.5f, 0, 0.5f, 0, 0.7407407f}};   // t = 2/3
+    for (const auto& each : cases)
+        EXPECT_NEAR(shade_even([&](Fog& fog) {
+                        fog->noiseType = each.type, fog->bias = each.bias, fog->invert = each.invert;
+                        fog->lowThreshold = each.low, fog->highThreshold = each.high;
+                    }).a,
+                    0.2f * each.density, 2e-6f)
+            << &each - cases;
+}
 
-        const bool of_ball = each.in_ball && each.soft != 0;
-        const float step = each.in_ball ? 0.5f : 1.25f, start = of_ball ? 1 : each.in_ball ? 3 : 5;
-        const float way = each.phase * 40, number = of_ball ? 3.051851e-2f : 0;
-        float sum = 0;
-        for (int k = 1; k <= 4; ++k) {
-            const float at = start - static_cast<float>(k) * step, rim = std::fabs(at);
-            const float x = way * each.to.x + number * 41, y = way * each.to.y + number * 18467,
-                        z = way * each.to.z + number * 6334 + at;
-            const float density = density_at(fog.params(), x / 1.4f, y / 1.4f, z / 1.4f);
-            sum += density * (of_ball && rim > 1 - each.soft ? (1 - rim) / each.soft : 1);
-        }
-        EXPECT_NEAR(amount(fog), 100 * 0.002f * step * sum, 1e-5f) << &each - cases;
-    }
+// Noise that the wind has moved is seen as it would be from two units aside.
+TEST_F(VolumeFog, WindMovesTheNoise) {
+    const auto seen = [&](miInteger wind, float strength, const miVector& from) {
+        state.set_hit({from.x, from.y, from.z + 5}, from, {0, 0, 1});
+        return shade_even([=](Fog& fog) {
+                   fog->size = 1.4f, fog->phase = 1;
+                   fog->windDirection = wind, fog->windStrength = strength;
+               })
+            .a;
+    };
+    const miVector ways[] = {{0, -2, 0}, {0, 2, 0}, {-2, 0, 0}, {2, 0, 0}, {0, 0, 2}, {0, 0, -2}, {}};
+    for (int wind = 0; wind < 7; ++wind)
+        EXPECT_NEAR(seen(wind, 2, {}), seen(wind, 0, ways[wind]), 2e-6f) << wind;
 }
 
 } // namespace
