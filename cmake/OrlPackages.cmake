@@ -13,7 +13,7 @@ if(TARGET stage)
     install(TARGETS stage RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(TARGETS libstage LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
     install(TARGETS stage_base architectural LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/orlshaders)
-    install(FILES stage/base/base.mi DESTINATION ${CMAKE_INSTALL_LIBDIR}/orlshaders)
+    install(FILES stage/base/base.mi stage/base/base_photons.mi DESTINATION ${CMAKE_INSTALL_LIBDIR}/orlshaders)
     # Meshes and images lie where scenes look for them: beside the scenes.
     install(DIRECTORY scenes DESTINATION ${ORL_SHARE_DIR} PATTERN CMakeLists.txt EXCLUDE)
     install(DIRECTORY ${PROJECT_BINARY_DIR}/scenes/meshes ${PROJECT_BINARY_DIR}/scenes/images

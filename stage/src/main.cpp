@@ -153,8 +153,7 @@ stage::RenderSettings Session::settings() const {
 void Session::number_first_frame() {
     for (const std::string& path : first_pictures_) {
         std::filesystem::rename(path, numbered(path, 1));
-        if (!line_.quiet)
-            std::printf("%s is now %s\n", path.c_str(), numbered(path, 1).c_str());
+        std::printf("%s is now %s\n", path.c_str(), numbered(path, 1).c_str());
     }
     first_pictures_.clear();
 }

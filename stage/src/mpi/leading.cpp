@@ -58,6 +58,8 @@ public:
     }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     bool take_arrived(std::unique_lock<std::mutex>& lock) {
         if (arrived_.empty())
             return false;
@@ -72,27 +74,31 @@ private:
     // ---- the thread that speaks ----
 
     void serve() {
-        using Clock = std::chrono::steady_clock;
-        std::optional<Clock::time_point> stopped;
         for (int working = processes_ - 1; working > 0;) {
-            if (!stopped && frame_.stopped) {
-                stopped = Clock::now();
-                for (int process = 1; process < processes_; ++process)
-                    tell_over(process);
-            }
+            look_for_stop();
             MPI_Status status;
             int found = 0;
             MPI_Iprobe(MPI_ANY_SOURCE, MPI_ANY_TAG, MPI_COMM_WORLD, &found, &status);
-            if (found) {
+            if (found)
                 receive(status, working);
-            } else if (stopped && Clock::now() > *stopped + patience) {
+            else if (is_too_late())
                 lost_ = true;
-                return;
-            } else {
+            else
                 rest();
-            }
+            if (lost_)
+                return;
         }
     }
+
+    void look_for_stop() {
+        if (stopped_ || !frame_.stopped)
+            return;
+        stopped_ = Clock::now();
+        for (int process = 1; process < processes_; ++process)
+            tell_over(process);
+    }
+
+    [[nodiscard]] bool is_too_late() const { return stopped_ && Clock::now() > *stopped_ + patience; }
 
     void receive(const MPI_Status& status, int& working) {
         const int from = status.MPI_SOURCE;
@@ -145,23 +151,37 @@ private:
         std::uint64_t bucket = 0;
         MPI_Recv(&bucket, 1, MPI_UINT64_T, process, result, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
         BucketSamples& to = frame_.film.begin(bucket);
-        receive_floats(process, to.offsets.data(), to.offsets.size());
-        receive_floats(process, &to.values.data()->r, 4 * to.values.size());
+        if (!receive_floats(process, to.offsets.data(), to.offsets.size()) ||
+            !receive_floats(process, &to.values.data()->r, 4 * to.values.size())) {
+            lost_ = true;
+            return;
+        }
         const std::lock_guard lock(mutex_);
         arrived_.push_back(bucket);
         changed_.notify_one();
     }
 
-    static void receive_floats(int process, float* to, std::size_t count) {
-        for (std::size_t at = 0; at < count; at += floats_of_piece)
-            MPI_Recv(to + at, static_cast<int>(std::min(floats_of_piece, count - at)), MPI_FLOAT, process,
-                     samples, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+    // False when the process has gone in the midst of it. What is still to come has its place in the film.
+    bool receive_floats(int process, float* to, std::size_t count) {
+        for (std::size_t at = 0; at < count; at += floats_of_piece) {
+            MPI_Request request;
+            MPI_Irecv(to + at, static_cast<int>(std::min(floats_of_piece, count - at)), MPI_FLOAT, process,
+                      samples, MPI_COMM_WORLD, &request);
+            while (!done(request)) {
+                look_for_stop();
+                if (is_too_late())
+                    return false;
+                rest();
+            }
+        }
+        return true;
     }
 
     const FrameShare frame_;
     const int processes_;
     bool& lost_;
     std::vector<bool> told_; // that the frame is over, by process
+    std::optional<Clock::time_point> stopped_;
 
     std::mutex mutex_; // of what follows
     std::condition_variable changed_;
