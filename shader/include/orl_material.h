@@ -103,7 +103,8 @@ inline constexpr auto fields = decl::fields<P>(
     decl::host_field(&P::field_21, "field_21"), decl::host_field(&P::field_22, "field_22"),
     decl::material_id(&P::materialId, "materialId"),
     decl::element(&P::illumination, miTYPE_SHADER, "illumination",
-                  "illumination model, required; any other shader shows its colour"));
+                  "illumination model, required; another shader shows its colour, but maps belong into "
+                  "`maps`: most of the module's are black here"));
 
 } // namespace standard_material_table
 

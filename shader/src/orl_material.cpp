@@ -225,9 +225,11 @@ miBoolean run_model(miColor* result, miState* state, const StandardMaterialParam
     std::memcpy(&value, result, size);
     const miBoolean done = call_in_slot(&value, state, miSHADER_TEXTURE, model, &record);
     std::memcpy(result, &value, size);
-    // Whatever shader it is, its colour shows.
+    // Whatever shader it is, what it returns shows. The module's maps take the record for a request that they
+    // do not know, and most of them answer with black.
     if (done && record.shade == nullptr && !test_and_set(instance->warnedOfModel))
-        mi_warning("\"%s\": the shader in `illumination` is no illumination model", shader_name(state));
+        mi_warning("\"%s\": the shader in `illumination` is no illumination model; a map belongs into `maps`",
+                   shader_name(state));
     return done;
 }
 

@@ -55,12 +55,14 @@ void declare(CLI::App& app, CommandLine& line) {
         ->allow_extra_args(false);
     app.add_option("--threads", line.threads, "threads; 0, the default, for all cores")
         ->check(CLI::Range(0, 1024));
-    app.add_option(
-           "--region", line.region,
-           "xl yl xh yh: pixels to render, inclusive, (0, 0) lower left; default: the camera's window")
+    app.add_option("--region", line.region,
+                   "xl yl xh yh: pixels to render, inclusive, (0, 0) lower left; the picture keeps its size, "
+                   "its other pixels are 0; default: the camera's window")
         ->expected(4)
         ->allow_extra_args(false);
-    app.add_option("--resolution", line.resolution, "width height in pixels; default: the camera's")
+    app.add_option("--resolution", line.resolution,
+                   "width height in pixels, which keep their shape: the camera's aspect changes too; "
+                   "default: the camera's")
         ->expected(2)
         ->allow_extra_args(false)
         ->check(CLI::Range(1, 65536));
