@@ -171,13 +171,17 @@ void World::run_exit(Actor& actor) {
 }
 
 void World::begin() {
-    for (const auto& actor : actors_)
+    for (const auto& actor : actors_) {
+        Renderer::get().mi_init_lock.unscripted(&actor->instance.function().lock);
         run_init(*actor);
+    }
 }
 
 void World::end() {
-    for (const auto& actor : actors_)
+    for (const auto& actor : actors_) {
         run_exit(*actor);
+        Renderer::get().mi_delete_lock.unscripted(&actor->instance.function().lock);
+    }
 }
 
 // ---- parameters
