@@ -5,8 +5,6 @@
 #include "render/shading.h"
 #include "render/vector.h"
 
-using stage::operator-;
-
 namespace {
 
 constexpr double far_away = std::numeric_limits<double>::infinity();
