@@ -5,6 +5,8 @@
 #include "render/shading.h"
 #include "render/vector.h"
 
+using stage::operator-;
+
 namespace {
 
 constexpr double far_away = std::numeric_limits<double>::infinity();
