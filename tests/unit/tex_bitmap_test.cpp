@@ -228,7 +228,7 @@ TEST_F(Bitmap, ABumpIsAHundredthOfTheSlopeDownwards) {
     tangent_u = {0, 1, 0}; // a texture that is turned by a right angle
     tangent_v = {-1, 0, 0};
     expect_bump(0.0025f, -0.0075f, "turned");
-    params.output = renderer.add_shader([this](void* result, miState*, void* arg) {
+    params.output = renderer.add_shader([](void* result, miState*, void* arg) {
         EXPECT_EQ(*static_cast<OutputRequest*>(arg), OutputRequest::vector);
         mi_vector_neg(static_cast<miVector*>(result));
         return miTRUE;
