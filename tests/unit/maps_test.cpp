@@ -112,7 +112,7 @@ protected:
                 EXPECT_EQ(without.a, untouched.a);
             }
             for (const auto& [place, on] : places) {
-                const auto with = [&](miColor value, bool is_on) {
+                const auto with = [&, place = place, on = on](miColor value, bool is_on) {
                     shader.params().*place = add_map(value), shader.params().*on = is_on;
                     return answer();
                 };

@@ -80,7 +80,7 @@ protected:
 TEST_F(Noise, TablesAreBuiltOnceAndTheGeneratorIsAsItShouldBe) {
     EXPECT_EQ(build_tables().builds, 1);
     EXPECT_EQ(build_tables().late_locks, 0);
-    int restarted = 0;
+    [[maybe_unused]] int restarted = 0;
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(build_tables().last_entry[i], 0.573625922f);
         restarted += build_tables().next_random[i] == 41;

@@ -242,7 +242,7 @@ TEST_F(RenderElements, EachKindGetsItsPass) {
         state.options.shadow = shadow;
         renderer.answer(miQ_FINALGATHER_STATE, final_gather);
         std::string passes;
-        const auto surfaces = [&](miState* at) -> miBoolean { // unshadowed passes fail
+        const auto surfaces = [&, shadow = shadow](miState* at) -> miBoolean { // unshadowed passes fail
             const auto* record = find_record(at, keys::render_elements);
             if (record == nullptr)
                 return passes += "off ", miTRUE;

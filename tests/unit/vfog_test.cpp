@@ -114,7 +114,7 @@ TEST_F(VolumeFog, WhichRaysAreFogged) {
     // Ways of more than 100000 units, of the world or of the gizmo, have no fog.
     constexpr miMatrix tiny{1e-5f, 0, 0, 0, 0, 1e-5f, 0, 0, 0, 0, 1e-5f, 0, 0, 0, 0, 1};
     for (const auto& [length, amount] : {std::pair{90000.0f, 0.18f}, {110000.0f, 0.0f}}) {
-        const auto in_gizmo = [&](Fog& fog) {
+        const auto in_gizmo = [&, length = length](Fog& fog) {
             orl_GizmoData large = ball;
             large.radius = length / 2;
             fog->density = 2e-4f;
