@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -33,6 +34,10 @@ double since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
+// When the frame was told to stop, in ticks of the clock.
+std::atomic<Clock::rep> stopped_at{0};
+static_assert(std::atomic<Clock::rep>::is_always_lock_free); // signal handlers use it
+
 // The first Ctrl-C stops the frame, a second one the program.
 extern "C" void stop_program(int signal) {
     stage::remove_unfinished_picture();
@@ -40,8 +45,17 @@ extern "C" void stop_program(int signal) {
     std::raise(signal);
 }
 
+// Programs that stop others, such as timeout(1), tell the process and then its group: two signals at once are
+// one wish.
+extern "C" void stop_again(int signal) {
+    constexpr Clock::duration at_once = std::chrono::milliseconds(200);
+    if (Clock::now().time_since_epoch().count() - stopped_at.load() > at_once.count())
+        stop_program(signal);
+}
+
 extern "C" void stop_rendering(int signal) {
-    std::signal(signal, stop_program);
+    stopped_at = Clock::now().time_since_epoch().count();
+    std::signal(signal, stop_again);
     if (stage::Renderer* renderer = stage::current_renderer())
         renderer->abort();
     else
