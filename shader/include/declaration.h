@@ -229,12 +229,15 @@ struct Data {
     const char* help;
 };
 
+/* Never defined: a constant expression that comes here does not compile, and the error shows this name. */
+int no_shader_of_that_name_in_the_table();
+
 /* Version of the shader of that name in a unit's table. */
 template <std::size_t n> consteval int version(const Shader (&unit)[n], std::string_view name) {
     for (const Shader& shader : unit)
         if (name == shader.name)
             return shader.version;
-    return *static_cast<const int*>(nullptr); // no constant expression: the table does not know that shader
+    return no_shader_of_that_name_in_the_table();
 }
 
 } // namespace orl::decl

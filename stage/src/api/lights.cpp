@@ -38,8 +38,9 @@ struct AreaSample {
 AreaSample stratified_sample(ThreadContext& context, const WorldLight& light, const SampleGrid& grid, int k) {
     if (light.light->area == miLIGHT_NONE)
         return {};
-    const float s = (static_cast<float>(k % grid.u) + context.next_random()) / static_cast<float>(grid.u);
-    const float t = (static_cast<float>(k / grid.u) + context.next_random()) / static_cast<float>(grid.v);
+    const int column = k % grid.u, row = k / grid.u;
+    const float s = (static_cast<float>(column) + context.next_random()) / static_cast<float>(grid.u);
+    const float t = (static_cast<float>(row) + context.next_random()) / static_cast<float>(grid.v);
     return {s, t, light.area->point(*light.light, s, t).offset};
 }
 
