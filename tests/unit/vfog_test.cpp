@@ -107,7 +107,7 @@ TEST_F(VolumeFog, WhichRaysAreFogged) {
     EXPECT_NEAR(shade_even(filled(miTRUE), {}).a, 0.02f, 1e-6f);
     EXPECT_EQ(shade_even(filled(miFALSE), carried), carried);
     const auto countless = [&](Fog& fog) { filled(miTRUE)(fog), fog->maxSteps = INT_MAX; };
-    EXPECT_NEAR(shade_even(countless, {}).a, 0.02f, 1e-4f); // in time
+    EXPECT_NEAR(shade_even(countless, {}).a, 0.02f, 2e-5f); // in time; so many additions round
     const auto nonsense = [&](Fog& fog) { filled(miTRUE)(fog), fog->density = not_a_number; };
     EXPECT_EQ(shade_even(nonsense, carried), carried);
 
@@ -146,7 +146,7 @@ TEST_F(VolumeFog, DensityByItsSettings) {
                         fog->noiseType = each.type, fog->bias = each.bias, fog->invert = each.invert;
                         fog->lowThreshold = each.low, fog->highThreshold = each.high;
                     }).a,
-                    0.2f * each.density, 2e-6f)
+                    0.2f * each.density, 1e-6f)
             << &each - cases;
 }
 
@@ -162,7 +162,7 @@ TEST_F(VolumeFog, WindMovesTheNoise) {
     };
     const miVector ways[] = {{0, -2, 0}, {0, 2, 0}, {-2, 0, 0}, {2, 0, 0}, {0, 0, 2}, {0, 0, -2}, {}};
     for (int wind = 0; wind < 7; ++wind)
-        EXPECT_NEAR(seen(wind, 2, {}), seen(wind, 0, ways[wind]), 2e-6f) << wind;
+        EXPECT_NEAR(seen(wind, 2, {}), seen(wind, 0, ways[wind]), 1e-6f) << wind;
 }
 
 } // namespace
