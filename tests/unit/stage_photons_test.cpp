@@ -52,8 +52,7 @@ private:
 miVector power_of(const PhotonMap& map) {
     miVector sum{};
     for (std::uint32_t i = 0; i < map.size(); ++i)
-        for (int k = 0; k < 3; ++k)
-            (&sum.x)[k] += (&map[i].power.x)[k];
+        mi_vector_add(&sum, &sum, &map[i].power);
     return sum;
 }
 
