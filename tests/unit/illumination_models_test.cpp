@@ -299,13 +299,16 @@ TEST_F(Models, BrushedHighlights) {
     EXPECT_EQ(shade(side).specular, miColor{});
 }
 
-// The mean of the layers' colours 0.3 and 0.6 by their levels.
+// The mean of the layers' colours 0.3 and 0.6 by their levels, which are 0 where maps bring them below.
 TEST_F(Models, MultiLayerTintsReflections) {
-    const float tints[][3] = {{0.45f, 1.8f, 0.54f}, {1.8f, 1.8f, 0.45f}, {0, 1.8f, 0.6f}, {0, 0, 0.45f}};
+    const float tints[][3] = {{0.45f, 1.8f, 0.54f}, {1.8f, 1.8f, 0.45f},  {0, 1.8f, 0.6f},
+                              {0, 0, 0.45f},        {0.45f, -0.2f, 0.3f}, {-1, 0.45f, 0.6f}};
     use("MultiLayer"), set("specular1", 0.3f), set("specular2", 0.6f);
     for (const auto& [level_1, level_2, tint] : tints) {
         miColor reflection = grey(1);
         set("specularLevel1", level_1), set("specularLevel2", level_2), shade({});
+        for (const auto& [channel, level] : {std::pair{5, level_1}, {10, level_2}})
+            record.channel[channel].r = std::min(record.channel[channel].r, level);
         record.tintReflection(state, &record, &reflection);
         expect_near(reflection, grey(tint));
     }
@@ -448,14 +451,23 @@ TEST_F(Models, TransmissionFilter) {
                                                      {2, 0.5f, {0.8f, 0.4f, 0.2f, 0}},
                                                      {2, 0.75f, {0.4f, 0, 0, 0}}, // f - 0.5 * 0.8, at least 0
                                                      {2, 1, grey(0)}};
-    for (const auto& [mode, amount, result] : table) {
+    for (const auto& [mode, amount, result] : table)
         expect_near(transmission_filter(mode, amount, f, d), result);
-        EXPECT_EQ(transmission_filter(mode, amount, f, d).a, 0);
-    }
 }
 
 TEST_F(Models, TransparencyIsTraced) {
     use("Blinn"), shade({});
+    // Refraction, or nothing behind, ends what is seen straight. Half of 0.75 covers; 0.625 of 0.8.
+    values.transparencyType = 2, record.opacity = 0.75f, record.refractionAmount = 0.5f;
+    record.channel[channel_of(record, slot_refraction)] = grey(0.8f);
+    for (const auto& [flags, covered] : {std::pair{map_refraction | map_transparent, 0.375f}, {0u, 1.0f}}) {
+        record.filter[0] = record.filter[1] = record.elementTransparency = grey(1, 1);
+        record.mapFlags = flags, record.transmit(state, &record);
+        EXPECT_EQ(record.opacityFactor, covered);
+        for (const miColor& c : {record.filter[0], record.filter[1], record.elementTransparency})
+            EXPECT_EQ(c, miColor{});
+    }
+    expect_near(record.refraction, grey(0.5f));
     int seen = 0; // reflection level, use_background, use_sky
     renderer.mi_trace_transparent = [&](miColor* result, miState* s) {
         const EnvironmentSwitches* const switches = find_record(s, keys::environment_switches);

@@ -106,6 +106,8 @@ TEST_F(VolumeFog, WhichRaysAreFogged) {
     EXPECT_EQ(shade_even([](Fog&) {}, carried), carried);
     EXPECT_NEAR(shade_even(filled(miTRUE), {}).a, 0.02f, 1e-6f);
     EXPECT_EQ(shade_even(filled(miFALSE), carried), carried);
+    const auto backwards = [&](Fog& fog) { filled(miTRUE)(fog), fog->stepSize = -1; };
+    EXPECT_NEAR(shade_even(backwards, {}).a, 0.02f, 1e-6f); // gizmos divide their way by maxSteps
     const auto countless = [&](Fog& fog) { filled(miTRUE)(fog), fog->maxSteps = INT_MAX; };
     EXPECT_NEAR(shade_even(countless, {}).a, 0.02f, 2e-5f); // in time; so many additions round
     const auto nonsense = [&](Fog& fog) { filled(miTRUE)(fog), fog->density = not_a_number; };
