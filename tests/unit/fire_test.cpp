@@ -128,7 +128,7 @@ TEST_F(FireEffect, RaysWithoutFireStayAsTheyAre) {
     countless->samples = INT_MAX;
     countless.fill({raised});
     countless.start();
-    EXPECT_NEAR(shade(countless, {}).a, 1 - std::exp(-0.25f), 1e-4f);
+    EXPECT_NEAR(shade(countless, {}).a, 1 - std::exp(-0.25f), 1e-6f);
     // Light keeps its alpha, and burns where it left the atmosphere on the ray.
     state->type = miRAY_LIGHT;
     EXPECT_TRUE(shade(fire, carried).a == carried.a && shade(fire, carried).r != carried.r);

@@ -109,14 +109,14 @@ protected:
     // The parameters of that name, with "*" all that begin so. Returns how many.
     int set(std::string_view name, float value) { return set(name, {value, value, value, value}); }
     int set(std::string_view name, const miColor& value) {
+        const float components[] = {value.r, value.g, value.b, value.a};
         int found = 0;
-        const float component[] = {value.r, value.g, value.b, value.a};
         for (const orl::decl::Field& field : model.shader->fields) {
             const bool named = name.back() == '*'
                                    ? std::string_view(field.name).starts_with(name.substr(0, name.size() - 1))
                                    : name == field.name;
             for (int i = 0; named && i < field.value.count; ++i)
-                put(field, i, component[i]);
+                put(field, i, components[i]);
             found += named;
         }
         return found;

@@ -147,7 +147,7 @@ TEST_F(Uv, EnvironmentsAtKnownDirections) {
         {2, false, {-1, 0, 1}, 0.5f, 0.75f, pi},        {2, false, {-1, 0, 2}, 0.5f, 0.875f, pi}, // rim, lids
         {2, false, {-1, 0, -2}, 0.5f, 0.125f, pi},      {2, false, {-2, 0, -1}, 0.5f, 0.375f, pi},
         {3, false, {0, 0, 1}, 0.5f, 0.5f, pi * 1.01f},   {3, false, {-1, 0, 0}, 0.75f, 0.5f, pi * 0.76f},
-        {3, false, {0, -1, 0}, 0.5f, 0.25f, pi * 0.76f}, {3, false, {0, 0, -1}, 0, 0.5f, pi * 0.01f},
+        {3, false, {0, -1, 0}, 0.5f, 0.25f, pi * 0.76f}, {3, false, {0, 0, -1}, 0, 0.5f, pi * (1.01f - 1)},
         {7, false, {0, 1, 0}, 0, 0, 1e30f}};
     // clang-format on
     for (const auto& c : cases) { // flipped ones have the pole along y

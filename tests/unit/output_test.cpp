@@ -42,9 +42,12 @@ TEST_F(Output, StepsInTheirOrder) {
         {graded(1, 0, 2), grey, {0.4f, 0.8f, 1.6f, 1}, {0.4f, 0.8f, 1.6f, 0.5f}},
         {graded(1, 0, 1, on), grey, {0.8f, 0.6f, 0.2f, 0.5f}, {0.8f, 0.6f, 0.2f, 0.5f}},
         {graded(1, 0, 1, 0, on), {-1, not_a_number, 2, 3}, {0, 0, 1, 1}, {0, 0, 1, 3}},
-        // Amount: .1 .2 .4; offset: .2 .3 .5, or .3 .4 .6 unscaled; level: .1 .15 .25 and alpha .25, or .15
-        // .2 .3; then 1 minus that, and the mean.
-        {graded(.5f, .2f, .5f, on, on, on), grey, {.9f, .85f, .75f, 2.5f / 3}, {.85f, .8f, .7f, .5f}},
+        // Amount: 1/8 1/4 3/4; offset: 1/4 3/8 7/8, or 3/8 1/2 1 unscaled; level: 1/8 3/16 7/16 and alpha
+        // 1/4, or 3/16 1/4 1/2; then 1 minus that, and the mean.
+        {graded(.5f, .25f, .5f, on, on, on),
+         {.25f, .5f, 1.5f, .5f},
+         {.875f, .8125f, .5625f, .75f},
+         {.8125f, .75f, .5f, .5f}},
         // Inverted to -2, 2, .5; clamped before the mean is taken.
         {graded(1, 0, 1, on, on, on), {3, -1, 0.5f, 4}, {0, 1, 0.5f, 0.5f}, {0, 1, 0.5f, 4}},
     };

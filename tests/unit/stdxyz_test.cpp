@@ -56,9 +56,9 @@ TEST_F(Xyz, EverySourceIsPlaced) {
         shader->mapChannel = channel;
         XyzCoordinateResult result{};
         EXPECT_TRUE(orl_XYZCoordinate(&result, state, &shader.params()));
-        expect_near(result.point, point);
+        expect_near(result.point, point, 1.5e-6f);
         expect_near(result.width, filtered);
-        expect_near(generate(), point);
+        expect_near(generate(), point, 1.5e-6f);
     }
 }
 
