@@ -11,6 +11,7 @@ void Parser::options() {
         o = default_options();
     std::vector<std::pair<Token, miTag>> data;
     while (!sees("end")) {
+        element.motion_said = element.motion_said || lexer_.peek().is("motion");
         if (lexer_.peek().kind == Kind::string) {
             options_text(element);
         } else if (accept("state")) {
