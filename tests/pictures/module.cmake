@@ -14,9 +14,6 @@ orl_add_picture_test(materials/one_ball 160 120)
 foreach(scene IN ITEMS transparency wire glass_mirror blend)
     orl_add_picture_test(materials/${scene} 264 128)
 endforeach()
-orl_add_picture_test(atmosphere/volume_fog 192 80)
-orl_add_picture_test(atmosphere/campfire 160 120)
-orl_add_picture_test(atmosphere/explosion 160 80)
 orl_add_picture_test(maps/output_stage 160 120)
 # Coordinates as colours, by hand.
 orl_add_picture_test(maps/coordinates 240 120)
@@ -34,9 +31,12 @@ foreach(scene IN ITEMS standard_fog layered_fog horizon_noise horizon_noise_narr
 endforeach()
 orl_add_picture_test(atmosphere/board_standard_fog 280 140)
 orl_add_picture_test(atmosphere/board_layered_fog 280 140)
-orl_add_picture_test(atmosphere/valley 192 96)
-orl_add_picture_test(atmosphere/fires 192 96)
-orl_add_picture_test(atmosphere/even_fires 192 96)
+foreach(scene IN ITEMS valley fires even_fires)
+    orl_add_picture_test(atmosphere/${scene} 192 96)
+endforeach()
+orl_add_picture_test(atmosphere/volume_fog 192 80)
+orl_add_picture_test(atmosphere/campfire 160 120)
+orl_add_picture_test(atmosphere/explosion 160 80)
 foreach(scene IN ITEMS input log log_night pseudo pseudo_grey photo)
     orl_add_picture_test(tone/${scene} 160 90)
 endforeach()
@@ -45,28 +45,12 @@ endforeach()
 # taken in another order then, so rounding may differ: sums of 16 samples and of 5 or 10 lights, which are up to 1,
 # round 24 times by 2^-24, and so does the picture that they are compared with: 3e-6. Measured: 1.2e-7 in both.
 orl_add_picture_test(materials/mirrored 300 60 --mirrored --within 3e-6)
-
-set(folder ${ORL_TEST_OUTPUT_DIR}/halved_lights)
-set(renders "")
-foreach(scene IN ITEMS mirrored halved_lights)
-    list(APPEND renders $<TARGET_FILE:stage> ${PROJECT_SOURCE_DIR}/scenes/materials/${scene}.mi -o ${folder}/${scene}.exr
-        ${libraries} --resolution 300 60 --)
-endforeach()
-orl_add_steps_test(picture_halved_lights ${folder}
-    ${renders} $<TARGET_FILE:picture_check>
-    ${folder}/halved_lights.exr --reference ${folder}/mirrored.exr --within 3e-6 --output ${folder})
+orl_add_pair_test(halved_lights materials "mirrored;halved_lights" 300 60
+    halved_lights.exr --reference mirrored.exr --within 3e-6 --output ${ORL_TEST_OUTPUT_DIR}/halved_lights)
 
 # Images in the distance, beside the same with 256 samples, within 10 degrees below the horizon. A zone plate is on
 # pi / 4 of its square 0.5 cos(x), whose root mean square is 0.31; a point sample is off the mean by that, but for what
 # the pixels near the middle still resolve. The mean of 256 keeps 0.02 of it, and some rings whose width fits the
 # samples' distance. Measured: 0.266 for point samples, 0.032 filtered.
-set(folder ${ORL_TEST_OUTPUT_DIR}/zone_plate)
-set(renders "")
-foreach(scene IN ITEMS zone_plate zone_plate_reference)
-    list(APPEND renders $<TARGET_FILE:stage> ${PROJECT_SOURCE_DIR}/scenes/maps/${scene}.mi -o ${folder}/${scene}.exr
-        ${libraries} --resolution 180 120 --)
-endforeach()
-orl_add_steps_test(picture_zone_plate ${folder}
-    ${renders} $<TARGET_FILE:picture_check>
-    ${folder}/zone_plate.exr --reference ${folder}/zone_plate_reference.exr
-    --rms 0 80 90 30 0.25 0.32 --rms 90 80 90 30 0 0.04)
+orl_add_pair_test(zone_plate maps "zone_plate;zone_plate_reference" 180 120
+    zone_plate.exr --reference zone_plate_reference.exr --rms 0 80 90 30 0.25 0.32 --rms 90 80 90 30 0 0.04)

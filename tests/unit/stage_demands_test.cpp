@@ -9,7 +9,7 @@ miBoolean nothing(void*, miState*, void*, void*) {
 }
 
 struct Case {
-    std::string options, camera, report, others = {}, member = {};
+    std::string options, camera, report, others = {}, member = {}, output = {};
 };
 
 // Two frames of a scene whose options, camera and other things begin in the lines 2, 3 and 4: what is told,
@@ -28,7 +28,10 @@ options "opt" )" +
         R"( render "root" "eye" "opt" render "root" "eye" "opt")";
     try {
         parse_text(scene, text, "t.mi", [&](Scene& s, const RenderCommand& command) {
-            traced = Renderer(s, command, {}).world().options->trace != miFALSE;
+            RenderSettings settings;
+            if (!c.output.empty())
+                settings.outputs = {c.output};
+            traced = Renderer(s, command, settings).world().options->trace != miFALSE;
         });
     } catch (const SceneError& error) {
         told.text.append(error.what()) += '\n';
@@ -52,6 +55,13 @@ TEST(StageDemands, AreMetOrTold) {
         {"", "resolution 32768 8193", "3:8: the camera \"cam\" asks for a picture of 32768 x 8193 pixels"},
         {"motion on shutter 1", "", "", lamp + moves + " end instance", "\"i\""},
         {"", "", "", lamp + "hide on end instance", "\"i\""},
+        {"motion off shutter 1", "", "", lamp + moves + " end instance", "\"i\""},
+        {"shutter 1", "framebuffer \"b\" datatype \"m\"", "4:50: \"i\": its motion is not shown: the options",
+         lamp + moves + " end instance", "\"i\""},
+        {"", "framebuffer \"b\" datatype \"m\"", "", lamp + moves + " end instance", "\"i\""},
+        {"", "", "4:98: \"i\": its motion is not shown: the options",
+         R"(object "o" group 0 0 0 1 0 0 0 1 0 v 0 m 1 v 1 m 1 v 2 m 1 p 0 1 2 end group end object instance "i" "o" end instance)",
+         "\"i\""},
         {"", "", "4:50: \"i\": this instance of a light is in no group", lamp + "end instance"},
         {"", "", "4:10: \"m\": displacement is", displaced},
         {"displace off", "", "", displaced},
@@ -59,6 +69,11 @@ TEST(StageDemands, AreMetOrTold) {
         {"geometry off", "", "", made, "\"i\""},
         {"", "", "4:12: \"x\": the demand for tracing to be off is not met: \"y\" demands the contrary",
          R"(shader "x" "untraced" () shader "y" "traced" ())"},
+        {"", R"(output "rgba" "png" "a.png" output "z" "exr" "z.exr")",
+         R"(3:8: "cam": the picture goes to "b.png", as -o or ./render says, and not to the scene's own "a.png", "z.exr")",
+         "", "", "b.png"},
+        {"", R"(output "rgba" "png" "a.png")", "", "", "", "a.png"},
+        {"", R"(output "rgba" "png" "a.png")", ""},
     };
     for (const Case& c : cases) {
         const std::string all = told(c).first;

@@ -45,7 +45,7 @@ void Parser::camera() {
     std::vector<std::pair<Token, miTag>> outputs, data;
     const bool whole = whole_window(c);
     bool window = false;
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
         window = window || lexer_.peek().is("window");
         if (accept("framebuffer")) {
             framebuffer(buffers);
@@ -56,9 +56,7 @@ void Parser::camera() {
         } else if (lexer_.peek().is("pass")) {
             fail(lexer_.peek(), "render passes are not supported");
         } else if (!camera_lens(c, element) && !camera_picture(c)) {
-            fail_unknown("a camera",
-                         "framebuffer, output, focal, aperture, aspect, resolution, window, clip, lens, "
-                         "volume, environment, frame, field, offset, data or end camera");
+            fail_unknown("a camera");
         }
     }
     if (whole && !window)
@@ -134,8 +132,12 @@ bool Parser::camera_picture(miCamera& c) {
 // A name of a list; `known` tells of the list.
 std::string Parser::one_of(const char* what, std::span<const std::string_view> list, const char* known) {
     const Token word = name((std::string("a ") + what).c_str());
-    if (std::find(list.begin(), list.end(), word.value) == list.end())
-        fail(word, std::string("unknown ") + what + ' ' + quoted(word) + ", expected " + known);
+    if (std::find(list.begin(), list.end(), word.value) == list.end()) {
+        Nearest near(word.value);
+        std::for_each(list.begin(), list.end(), [&](std::string_view name) { near.offer(name); });
+        fail(word, std::string("unknown ") + what + ' ' + quoted(word) +
+                       (near.found() ? near.question() : std::string(", expected ") + known));
+    }
     return std::string(word.value);
 }
 

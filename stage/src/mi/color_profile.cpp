@@ -17,7 +17,7 @@ void Parser::color_profile() {
             fail(at, "the y of a chromaticity must be above 0");
         return Chromaticity{x, y};
     };
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
         if (accept("primaries")) {
             for (Chromaticity& primary : profile.primaries)
                 primary = chromaticity();
@@ -34,7 +34,7 @@ void Parser::color_profile() {
             if (!at.is("srgb") && !(profile.gamma > 0.0))
                 fail(at, "a gamma must be above 0");
         } else {
-            fail_unknown("a colour profile", "primaries, white, matrix, gamma or end colorprofile");
+            fail_unknown("a colour profile");
         }
     }
     if (!profile.settle())

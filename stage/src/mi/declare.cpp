@@ -1,4 +1,5 @@
 // Declarations: shaders, phenomena and user data.
+#include <algorithm>
 #include <cstring>
 
 #include "mi/parser_impl.h"
@@ -123,7 +124,7 @@ Param Parser::parameter(int depth) {
 }
 
 Param Parser::type(int depth) {
-    static const std::unordered_map<std::string_view, miParam_type> types = {
+    static constexpr std::pair<std::string_view, miParam_type> types[] = {
         {"boolean", miTYPE_BOOLEAN},
         {"integer", miTYPE_INTEGER},
         {"scalar", miTYPE_SCALAR},
@@ -141,12 +142,10 @@ Param Parser::type(int depth) {
         {"lightprofile", miTYPE_LIGHTPROFILE},
         {"data", miTYPE_DATA}};
     const Token word = lexer_.peek();
-    const auto found = types.find(word.text);
-    if (word.kind != Kind::name || found == types.end())
-        fail_expected(
-            "a type (boolean, integer, scalar, string, color, vector, transform, shader, texture, light, "
-            "struct, array, material, geometry, lightprofile or data)");
-    lexer_.next();
+    const auto* found = std::find_if(std::begin(types), std::end(types),
+                                     [this](const auto& known) { return accept(known.first); });
+    if (found == std::end(types))
+        fail_expected("a type (" + known_words() + ')');
     Param param;
     param.type = found->second;
     if (param.type == miTYPE_COLOR && accept("texture")) {
@@ -209,11 +208,8 @@ void Parser::declaration_options(Declaration& declaration) {
         } else if (accept("apply")) {
             apply_kinds(declaration);
         } else if (accept("shadow")) {
-            for (const char* word : {"off", "on", "simple", "sort", "segments"})
-                if (lexer_.peek().is(word))
-                    declaration.shadow_mode = word;
-            if (!accept(declaration.shadow_mode))
-                fail_expected("one of off, on, simple, sort, segments");
+            declaration.shadow_mode = lexer_.peek().text;
+            choice({{"off", 0}, {"on", 0}, {"simple", 0}, {"sort", 0}, {"segments", 0}});
         } else if (accept("trace")) {
             declaration.trace_mode = on_off() ? "on" : "off";
         } else if (accept("scanline")) {

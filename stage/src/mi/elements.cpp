@@ -35,7 +35,7 @@ void Parser::material() {
     const Token& next = lexer_.peek();
     if (next.kind == Kind::string || next.is('=') || (next.kind == Kind::name && lexer_.following() == '('))
         m.shader = shaders(miSHADER_MATERIAL, slot_owner(slots[0]));
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
         const Token statement = lexer_.peek();
         if (accept("bsdf")) {
             shaders(miNSHADERTYPES, owner(element, Slot::material, std::size(slots)));
@@ -45,9 +45,7 @@ void Parser::material() {
         const auto slot = std::find_if(std::begin(slots), std::end(slots),
                                        [&](const SlotInfo& s) { return accept(s.word); });
         if (slot == std::end(slots))
-            fail_unknown("a material",
-                         "shader, displace, shadow, volume, environment, contour, photon, photonvol, "
-                         "lightmap, bsdf or end material");
+            fail_unknown("a material");
         const bool empty_list = at_name() && lexer_.following() == '(';
         m.*(slot->slot) = shaders(slot->kind, slot_owner(*slot));
         if (empty_list && slot != slots)
@@ -107,7 +105,7 @@ void Parser::light() {
     const Token& next = lexer_.peek();
     if (next.kind == Kind::string || next.is('=') || (next.kind == Kind::name && lexer_.following() == '('))
         l.shader = shaders(miSHADER_LIGHT, owner(element, Slot::shader));
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
         const Token at = lexer_.peek();
         if (accept("emitter")) {
             const bool empty_list = at_name() && lexer_.following() == '(';
@@ -159,8 +157,8 @@ bool Parser::light_place(miLight& light, LightPlace& given) {
 }
 
 bool Parser::light_photons(miLight& light) {
-    const bool caustic = lexer_.peek().is("caustic");
-    if (!caustic && !lexer_.peek().is("globillum"))
+    const bool caustic = sees("caustic");
+    if (!caustic && !sees("globillum"))
         return false;
     lexer_.next();
     expect("photons");
@@ -234,9 +232,7 @@ void Parser::light_area(miLight& light, const Token& word) {
     } else if (accept("user")) {
         light.area = miLIGHT_USER;
     } else {
-        fail_unknown("a light",
-                     "emitter, origin, direction, spread, rectangle, disc, sphere, cylinder, object, user, "
-                     "visible, tag, data, energy, exponent, caustic, globillum, shadowmap or end light");
+        fail_unknown("a light");
     }
     if (!at_number())
         return;

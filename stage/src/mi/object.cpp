@@ -371,7 +371,7 @@ void Parser::object() {
     std::vector<std::pair<Token, miTag>> data;
     std::unique_ptr<Geometry> geometry;
     std::unique_ptr<ObjectReader> reader;
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
         if (accept("group")) {
             if (!geometry) {
                 geometry = std::make_unique<Geometry>();
@@ -470,10 +470,7 @@ void Parser::object_flag(miObject& o, bool has_group) {
     } else if (accept("tag")) {
         o.label = static_cast<miUint>(lexer_.to_integer(lexer_.next(), 0, UINT32_MAX));
     } else {
-        fail_unknown("an object",
-                     "visible, shadow, trace, select, reflection, refraction, transparency, caustic, "
-                     "globillum, finalgather, finalgather file, shadowmap, falloff, box, motion box, tagged, "
-                     "face, tag, data, group or end object");
+        fail_unknown("an object");
     }
 }
 

@@ -10,7 +10,8 @@ void Parser::options() {
     if (!incremental_)
         o = default_options();
     std::vector<std::pair<Token, miTag>> data;
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
+        element.motion_said = element.motion_said || lexer_.peek().is("motion");
         if (lexer_.peek().kind == Kind::string) {
             options_text(element);
         } else if (accept("state")) {
@@ -23,8 +24,7 @@ void Parser::options() {
             inheritance_ = &declaration(name("the name of the inheritance shader's declaration"));
             o.inh_funcdecl = inheritance_->tag;
         } else if (!options_rays(o) && !options_sampling(o) && !options_photons(o) && !options_picture(o)) {
-            fail_unknown("options",
-                         "a known option, a \"string option\", state, data, inheritance or end options");
+            fail_unknown("options", "a \"string option\"");
         }
     }
     chain(data, owner(element, Slot::data), "data block");
@@ -68,7 +68,7 @@ bool Parser::options_rays(miOptions& o) {
         o.face = choice({{"front", 'f'}, {"back", 'b'}, {"both", 'a'}});
     } else if (accept("space")) {
         o.render_space = static_cast<char>(choice({{"object", 'o'}, {"camera", 'c'}}));
-    } else if (lexer_.peek().is("object") || lexer_.peek().is("camera")) {
+    } else if (sees("object") || sees("camera")) {
         o.render_space = lexer_.next().is("camera") ? 'c' : 'o';
         expect("space");
     } else if (accept("scanline")) {

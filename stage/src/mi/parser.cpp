@@ -59,12 +59,42 @@ void Parser::run(std::shared_ptr<Source> source) {
 
 void Parser::fail_expected(const std::string& what) {
     const Token& found = lexer_.peek();
-    fail(found, "expected " + what + ", found " + describe(found));
+    fail(found, "expected " + what + ", found " + describe(found) + nearest_known().question('\''));
 }
 
-void Parser::fail_unknown(const std::string& where, std::string_view known) {
+void Parser::fail_unknown(const std::string& where, const std::string& also) {
     const Token& found = lexer_.peek();
-    fail(found, "unknown statement " + describe(found) + " in " + where + "; expected " + std::string(known));
+    const Nearest near = nearest_known();
+    fail(found, "unknown statement " + describe(found) + " in " + where +
+                    (near.found() ? near.question('\'')
+                                  : "; expected " + known_words() + (also.empty() ? "" : " or " + also)));
+}
+
+bool Parser::sees(std::string_view word) {
+    const Token& next = lexer_.peek();
+    if (next.is(word))
+        return true;
+    if (known_at_ != next.at)
+        known_.clear();
+    known_at_ = next.at;
+    known_.push_back(word);
+    return false;
+}
+
+std::string Parser::known_words() {
+    std::string list;
+    for (auto word = known_.begin(); word != known_.end() && known_at_ == lexer_.peek().at; ++word)
+        if (std::find(known_.begin(), word, *word) == word)
+            list.append(list.empty() ? "" : ", ").append(*word);
+    return list;
+}
+
+Nearest Parser::nearest_known() {
+    const Token& next = lexer_.peek();
+    Nearest near(next.text);
+    if (next.kind == Kind::name && known_at_ == next.at)
+        std::for_each(known_.begin(), known_.end(), [&](std::string_view word) { near.offer(word); });
+    return near;
 }
 
 void Parser::warn(const Place& place, const std::string& message) {
@@ -72,7 +102,7 @@ void Parser::warn(const Place& place, const std::string& message) {
 }
 
 bool Parser::accept(std::string_view word) {
-    if (!lexer_.peek().is(word))
+    if (!sees(word))
         return false;
     lexer_.next();
     return true;
@@ -86,8 +116,9 @@ bool Parser::accept(char sign) {
 }
 
 void Parser::expect(std::string_view word) {
-    if (!accept(word))
+    if (!lexer_.peek().is(word))
         fail_expected('\'' + std::string(word) + '\'');
+    lexer_.next();
 }
 
 void Parser::expect(char sign) {
@@ -106,13 +137,13 @@ std::string Parser::text(const char* what) {
 }
 
 bool Parser::on_off() {
-    for (const char* word : {"on", "true", "yes"})
-        if (accept(word))
-            return true;
-    for (const char* word : {"off", "false", "no"})
-        if (accept(word))
-            return false;
-    fail_expected("on or off");
+    const bool other_on = lexer_.peek().is("true") || lexer_.peek().is("yes");
+    const bool other_off = lexer_.peek().is("false") || lexer_.peek().is("no");
+    const bool on = other_on || sees("on");
+    if (!on && !other_off && !sees("off"))
+        fail_expected("one of " + known_words());
+    lexer_.next();
+    return on;
 }
 
 bool Parser::optional_on_off() {
@@ -152,13 +183,10 @@ void Parser::matrix(miScalar* values) {
 }
 
 int Parser::choice(std::span<const std::pair<std::string_view, int>> words) {
-    std::string known;
-    for (const auto& [word, code] : words) {
+    for (const auto& [word, code] : words)
         if (accept(word))
             return code;
-        known += (known.empty() ? "" : ", ") + std::string(word);
-    }
-    fail_expected("one of " + known);
+    fail_expected("one of " + known_words());
 }
 
 void Parser::end_of(std::string_view entity) {
@@ -169,22 +197,18 @@ void Parser::end_of(std::string_view entity) {
 // ---- commands ------------------------------------------------------------------------------------
 
 void Parser::statement() {
-    const Token word = lexer_.peek();
     incremental_ = accept("incremental");
     const Token first = lexer_.peek();
-    if (first.kind == Kind::name && (entity(first) || (!incremental_ && command(first))))
+    if (entity(first) || (!incremental_ && command(first)))
         return;
     if (incremental_)
         fail_expected("an entity after 'incremental'");
-    fail(word,
-         "expected a command or an entity (options, camera, texture, material, light, object, instance, "
-         "instgroup, shader, data, lightprofile, colorprofile), found " +
-             describe(word));
+    fail_unknown("a scene");
 }
 
 bool Parser::entity(const Token& word) {
     using Read = void (Parser::*)();
-    static const std::unordered_map<std::string_view, Read> entities = {
+    static constexpr std::pair<std::string_view, Read> entities[] = {
         {"options", &Parser::options},
         {"camera", &Parser::camera},
         {"material", &Parser::material},
@@ -202,8 +226,11 @@ bool Parser::entity(const Token& word) {
         {"scalar", &Parser::texture},
         {"vector", &Parser::texture},
         {"colorprofile", &Parser::color_profile}};
-    const auto found = entities.find(word.text);
-    if (found == entities.end()) {
+    const auto* found = std::find_if(std::begin(entities), std::end(entities), [this](const auto& entry) {
+        const bool of_frame = entry.second == &Parser::options || entry.second == &Parser::camera;
+        return !(phenomenon_ && of_frame) && sees(entry.first);
+    });
+    if (found == std::end(entities)) {
         if (word.is("assembly") || word.is("map"))
             fail(word, '\'' + std::string(word.text) + "' is not supported");
         return false;
@@ -407,15 +434,30 @@ Element* Parser::lookup(std::string_view name) const {
     return scene_.database.find(name);
 }
 
-Element& Parser::resolve(const Token& name, const char* what) {
+std::string Parser::similar_name(std::string_view name, int type) const {
+    Nearest near(name);
+    for (const Phenomenon* in = phenomenon_; in; in = in->outer)
+        for (const auto& [known, tag] : in->names)
+            if (type == 0 || scene_.database.find(tag)->type == type)
+                near.offer(known);
+    for (miTag tag = 1; tag <= scene_.database.size(); ++tag) {
+        const Element& element = *scene_.database.find(tag);
+        if ((type == 0 || element.type == type) && scene_.database.find(element.name) == &element)
+            near.offer(element.name);
+    }
+    return near.question();
+}
+
+Element& Parser::resolve(const Token& name, const char* what, int similar_type) {
     Element* element = lookup(name.value);
     if (!element)
-        fail(name, std::string("there is no ") + what + " \"" + std::string(name.value) + '"');
+        fail(name, std::string("there is no ") + what + ' ' + quoted(name) +
+                       similar_name(name.value, similar_type));
     return *element;
 }
 
 Element& Parser::resolve(const Token& name, int type, const char* what) {
-    Element& element = resolve(name, what);
+    Element& element = resolve(name, what, type);
     if (element.type != type)
         fail(name,
              '"' + std::string(name.value) + "\" (defined at " + element.place.text() + ") is no " + what);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "mi/lexer.h"
+#include "mi/nearest.h"
 #include "mi/parser.h"
 #include "scene/block.h"
 #include "scene/declaration.h"
@@ -60,8 +61,14 @@ private:
         lexer_.fail(token, message);
     }
     [[noreturn]] void fail_expected(const std::string& what);
-    [[noreturn]] void fail_unknown(const std::string& where, std::string_view known);
+    // No statement of `where`: names the likely word, or all that are known and what else may stand there.
+    [[noreturn]] void fail_unknown(const std::string& where, const std::string& also = {});
     void warn(const Place& place, const std::string& message);
+    // Whether the word is next. What was asked for in vain is remembered for messages until the next word is
+    // taken, so `word` must be a literal.
+    bool sees(std::string_view word);
+    [[nodiscard]] std::string known_words(); // that were asked for at this place
+    [[nodiscard]] Nearest nearest_known();
     bool accept(std::string_view word);
     bool accept(char sign);
     void expect(std::string_view word);
@@ -98,8 +105,10 @@ private:
 
     // ---- elements by name (parser.cpp)
     std::string qualified(const Token& name) const;
+    // Asks whether the element of this type (0: of any) was meant that has a name like this.
+    [[nodiscard]] std::string similar_name(std::string_view name, int type) const;
     Element* lookup(std::string_view name) const;
-    Element& resolve(const Token& name, const char* what);
+    Element& resolve(const Token& name, const char* what, int similar_type = 0);
     Element& resolve(const Token& name, int type, const char* what);
     // The element that a definition makes or, after `incremental`, changes.
     Element& define(const Token& name, int type, std::size_t size, const char* what);
@@ -139,7 +148,7 @@ private:
 
     // ---- shaders (shaders.cpp)
     void shader_element();
-    Declaration& declaration(const Token& name);
+    Declaration& declaration(const Token& name, bool of_data = false);
     Element& instantiate(Declaration& declaration, const Token& at, Element* existing, std::string_view name);
     Element& shader(miShader_type kind);
     void check_apply(const Element& function, miShader_type kind, const Token& at);
@@ -221,6 +230,8 @@ private:
     Scene& scene_;
     const RenderHandler& on_render_;
     Lexer lexer_;
+    std::vector<std::string_view> known_; // words that were asked for at `known_at_`
+    const char* known_at_ = nullptr;
     bool incremental_ = false;
     std::vector<std::string> namespaces_;
     Phenomenon* phenomenon_ = nullptr;

@@ -91,14 +91,11 @@ void Parser::instance() {
         i.item = found.tag;
     }
     std::vector<std::pair<Token, miTag>> data;
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
         if (accept("data"))
             attach_data(data, i.userdata);
         else if (!instance_flags(i) && !instance_place(i) && !instance_lists(i) && !instance_approximation())
-            fail_unknown("an instance",
-                         "hide, visible, shadow, shadowmap, trace, reflection, refraction, transparency, "
-                         "caustic, globillum, finalgather, face, transform, motion, override, material, "
-                         "light, approximate, shading samples, tag, data, parameters or end instance");
+            fail_unknown("an instance");
     }
     chain(data, owner(element, Slot::data), "data block");
     end_of("instance");
@@ -193,10 +190,7 @@ bool Parser::instance_lists(miInstance& i) {
         i.parameters = data_block(at, *inheritance_).tag;
     } else if (accept("parameters")) {
         const Token word = name("the name of a data declaration");
-        const auto found = scene_.declarations.find("data " + std::string(word.value));
-        if (found == scene_.declarations.end())
-            fail(word, "there is no data declaration \"" + std::string(word.value) + '"');
-        i.parameters = data_block(word, *found->second).tag;
+        i.parameters = data_block(word, declaration(word, true)).tag;
     } else {
         return false;
     }
@@ -279,7 +273,7 @@ void Parser::group() {
     std::vector<miTag> kids;
     bool given = !incremental_;
     std::vector<std::pair<Token, miTag>> data;
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
         if (lexer_.peek().kind == Kind::string) {
             kids.push_back(resolve(lexer_.next(), miSCENE_INSTANCE, "instance").tag);
             given = true;
@@ -289,7 +283,7 @@ void Parser::group() {
         } else if (accept("data")) {
             attach_data(data, element.as<miGroup>()->userdata);
         } else {
-            fail_unknown("an instance group", "the name of an instance, tag, data or end instgroup");
+            fail_unknown("an instance group", "the name of an instance");
         }
     }
     if (given) {

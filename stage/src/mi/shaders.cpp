@@ -48,11 +48,17 @@ void Parser::shader_element() {
         give_name(element, word);
 }
 
-Declaration& Parser::declaration(const Token& name) {
-    const auto found = scene_.declarations.find(std::string(name.value));
-    if (found == scene_.declarations.end())
-        fail(name, "the shader \"" + std::string(name.value) + "\" is not declared");
-    return *found->second;
+Declaration& Parser::declaration(const Token& name, bool of_data) {
+    const auto found = scene_.declarations.find((of_data ? "data " : "") + std::string(name.value));
+    if (found != scene_.declarations.end())
+        return *found->second;
+    Nearest near(name.value);
+    for (const auto& [key, known] : scene_.declarations)
+        if ((known->kind == Declaration::Kind::data) == of_data)
+            near.offer(known->name);
+    fail(name, (of_data ? "there is no data declaration " + quoted(name)
+                        : "the shader " + quoted(name) + " is not declared") +
+                   near.question());
 }
 
 // Reads the parameters that follow and makes a shader instance, or gives an existing one new parameters.
@@ -233,12 +239,9 @@ void Parser::phenomenon_body(Element& function, const Declaration& declaration, 
     shader.root = shader.lens = shader.output = shader.volume = shader.environment = miNULLTAG;
     while (lexer_.peek().kind != Kind::end) {
         const Token word = lexer_.peek();
-        if (word.kind == Kind::name && (phenomenon_root(function, declaration) ||
-                                        (!word.is("options") && !word.is("camera") && entity(word))))
+        if (phenomenon_root(function, declaration) || entity(word))
             continue;
-        fail_unknown("a phenomenon",
-                     "shader, material, light, object, instance, instgroup, a texture, data, root, "
-                     "lens, output, volume or environment");
+        fail_unknown("a phenomenon");
     }
     if (shader.root == miNULLTAG)
         fail(at, "the phenomenon \"" + declaration.name + "\" (declared at " + declaration.place.text() +
@@ -266,7 +269,7 @@ bool Parser::phenomenon_root(Element& function, const Declaration& declaration) 
 miTag Parser::root_element(const Declaration& declaration) {
     const miParam_type type = declaration.result.type;
     if (type == miTYPE_MATERIAL || type == miTYPE_GEOMETRY) {
-        accept(type_name(type));
+        accept(type == miTYPE_MATERIAL ? "material" : "geometry");
         if (!accept('='))
             return reference(type);
         return accept("interface") ? interface_tag(type) : reference(type);

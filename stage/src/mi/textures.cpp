@@ -217,7 +217,7 @@ void Parser::writable_texture(Element& element, miParam_type kind) {
 void Parser::light_profile() {
     const Token word = name("the name of the light profile");
     Element& element = define(word, miSCENE_LIGHTPROFILE, 0, "light profile");
-    while (!lexer_.peek().is("end")) {
+    while (!sees("end")) {
         if (accept("format")) {
             choice({{"ies", 0}});
         } else if (accept("file")) {
@@ -229,7 +229,7 @@ void Parser::light_profile() {
             else
                 read_profile(element, file);
         } else {
-            fail_unknown("a light profile", "format, file or end lightprofile");
+            fail_unknown("a light profile");
         }
     }
     end_of("lightprofile");
@@ -283,10 +283,7 @@ void Parser::user_data() {
         fail_expected("a number of bytes, a file name, or a declaration with parameters");
     } else if (lexer_.following() == '(') {
         lexer_.next();
-        const auto found = scene_.declarations.find("data " + std::string(content.value));
-        if (found == scene_.declarations.end())
-            fail(content, "there is no data declaration \"" + std::string(content.value) + '"');
-        element = &data_block(content, *found->second, existing);
+        element = &data_block(content, declaration(content, true), existing);
     } else {
         lexer_.next();
         element = &make_data(existing, place_of(word), data_file(content), nullptr);

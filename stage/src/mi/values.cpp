@@ -12,6 +12,17 @@ template <class T> void store(std::byte* to, const T& value) {
     std::memcpy(to, &value, sizeof value);
 }
 
+// What is said of a name that is none of the parameters or members: which one was likely meant, or all.
+std::string which_of(const std::vector<Param>& known, std::string_view name) {
+    Nearest near(name);
+    std::string all;
+    for (const Param& param : known) {
+        near.offer(param.name);
+        all += (all.empty() ? "" : ", ") + param.name;
+    }
+    return near.found() ? near.question() : ", only " + (all.empty() ? "none" : all);
+}
+
 } // namespace
 
 bool Parser::parameters(BlockBuilder& block, const Declaration& declaration) {
@@ -23,11 +34,8 @@ bool Parser::parameters(BlockBuilder& block, const Declaration& declaration) {
         const Token word = name("the name of a parameter or ')'");
         const Param* param = declaration.find(word.value);
         if (!param) {
-            std::string known;
-            for (const Param& p : declaration.params)
-                known += (known.empty() ? "" : ", ") + p.name;
-            fail(word, of + " (declared at " + declaration.place.text() + ") has no parameter \"" +
-                           std::string(word.value) + "\", only " + (known.empty() ? "none" : known));
+            fail(word, of + " (declared at " + declaration.place.text() + ") has no parameter " +
+                           quoted(word) + which_of(declaration.params, word.value));
         }
         for (const Param* other : given)
             if (other == param)
@@ -100,7 +108,8 @@ void Parser::struct_value(BlockBuilder& block, std::uint32_t offset, const Param
                 if (candidate.name == word.value)
                     member = &candidate;
             if (!member)
-                fail(word, "the structure has no member \"" + std::string(word.value) + '"');
+                fail(word,
+                     "the structure has no member " + quoted(word) + which_of(param.members, word.value));
         } else if (next < param.members.size()) {
             member = &param.members[next++];
         } else {
@@ -213,7 +222,7 @@ void Parser::connection(BlockBuilder& block, std::uint32_t offset, const Param& 
         for (std::size_t dot = word.value.size(); !source;) {
             dot = dot == 0 ? std::string_view::npos : word.value.rfind('.', dot - 1);
             if (dot == std::string_view::npos)
-                fail(word, "there is no shader \"" + std::string(word.value) + '"');
+                fail(word, "there is no shader " + quoted(word) + similar_name(word.value, miSCENE_FUNCTION));
             source = lookup(word.value.substr(0, dot));
             path = word.value.substr(dot + 1);
         }
@@ -224,8 +233,8 @@ void Parser::connection(BlockBuilder& block, std::uint32_t offset, const Param& 
     const Param& result = source->shader->declaration->result;
     const Param* member = find_member(result, path, &source_offset);
     if (!member)
-        fail(word,
-             "the result of shader \"" + source->name + "\" has no member \"" + std::string(path) + '"');
+        fail(word, "the result of shader \"" + source->name + "\" has no member \"" + std::string(path) +
+                       '"' + which_of(result.members, path));
     if (!same_type(*member, param))
         fail(word, "a " + type_name(param) + " cannot take the " + type_name(*member) + " that the shader " +
                        quoted(word) + " returns" +
@@ -244,8 +253,8 @@ void Parser::interface_value(BlockBuilder& block, std::uint32_t offset, const Pa
     std::uint32_t from = 0;
     const Param* source = word.value.empty() ? nullptr : find_member(whole, word.value, &from);
     if (!source)
-        fail(word, "the phenomenon \"" + phenomenon_->declaration->name + "\" has no parameter \"" +
-                       std::string(word.value) + '"');
+        fail(word, "the phenomenon \"" + phenomenon_->declaration->name + "\" has no parameter " +
+                       quoted(word) + which_of(whole.members, word.value));
     if (!same_type(*source, param))
         fail(word, "a " + type_name(param) + " cannot take the " + type_name(*source) + " \"" +
                        std::string(word.value) + '"');

@@ -1,5 +1,6 @@
 #include "render/demands.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <unordered_set>
 #include <vector>
@@ -71,18 +72,47 @@ void report_options(Scene& scene, const Element& element) {
         warn_of(scene, element, {{true, "is"}}, "the string option " + name + ' ');
 }
 
-void report_camera(const World& world, const Element& element) {
+// Once, though a frame may name other files than the one before.
+void report_own_files(Scene& scene, const Element& camera, std::span<const FramebufferDesc> buffers,
+                      std::span<const std::string> outputs) {
+    std::string files;
+    for (const FramebufferDesc& b : buffers)
+        if (!b.filename.empty() && std::ranges::find(outputs, b.filename) == outputs.end())
+            files += (files.empty() ? "\"" : ", \"") + b.filename + '"';
+    const std::string camera_at = camera.place.text() + ": \"" + camera.name + "\": ";
+    if (!outputs.empty() && !files.empty() && scene.warned.insert(camera_at + "files").second)
+        send_text(MessageLevel::info, camera_at + "the picture goes to \"" + outputs.front() +
+                                          "\", as -o or ./render says, and not to the scene's own " + files);
+}
+
+void report_camera(const World& world, const Element& element, std::span<const std::string> outputs) {
     Scene& scene = world.scene;
     const auto& c = *element.as<miCamera>();
     warn_of(scene, element, {{c.frame_field != 0, "rendering of fields is", true}});
     const Element* buffers = scene.database.find(c.framebuffers);
     if (!buffers || buffers->type != miSCENE_FRAMEBUFFERS)
         return;
+    report_own_files(scene, element, buffers->framebuffers, outputs);
     for (const FramebufferDesc& b : buffers->framebuffers)
         warn_of(scene, element,
                 {{!b.filetype.empty() && !is_picture_format(b.filetype), "the file type is", true},
                  {!b.field.empty() && b.field != "frame", "rendering of fields is", true}},
                 "frame buffer \"" + b.name + "\": ");
+}
+
+// Things stand still unless the options say motion on; whoever says motion off means it. Motion vectors are
+// there anyway, and may be all that is wanted.
+void report_motion(const World& world, const Element& options) {
+    const Database& database = world.scene.database;
+    const Element* moving = database.find(world.first_moving);
+    const Element* set = database.find(world.camera->framebuffers);
+    const bool vectors = set && std::ranges::any_of(set->framebuffers, [](const FramebufferDesc& b) {
+                             return b.datatype == "m";
+                         });
+    if (moving && !options.motion_said && (!vectors || world.options->shutter > 0.0f))
+        warn_once(
+            world.scene, *moving,
+            "its motion is not shown: the options say neither motion on, with a shutter, nor motion off");
 }
 
 // All instances below a group, hidden ones too.
@@ -210,7 +240,8 @@ void check_camera(const Scene& scene, const RenderCommand& command, const miCame
                                             "0");
 }
 
-void report_unsupported(const World& world, const RenderCommand& command) {
+void report_unsupported(const World& world, const RenderCommand& command,
+                        std::span<const std::string> outputs) {
     Scene& scene = world.scene;
     for (miTag tag = 1; tag <= scene.database.size(); ++tag) {
         const Element& element = *scene.database.find(tag);
@@ -225,8 +256,9 @@ void report_unsupported(const World& world, const RenderCommand& command) {
         else if (element.record == world.options)
             report_options(scene, element);
         else if (element.record == world.camera)
-            report_camera(world, element);
+            report_camera(world, element, outputs);
     }
+    report_motion(world, *scene.database.find(command.options));
     report_stray_lights(scene, command);
 }
 

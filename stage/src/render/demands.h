@@ -2,6 +2,7 @@
 // does not have yet.
 #pragma once
 
+#include <span>
 #include <string>
 
 #include "render/world.h"
@@ -20,7 +21,9 @@ void apply_demands(Scene& scene, miOptions& options);
 void check_camera(const Scene& scene, const RenderCommand& command, const miCamera& camera);
 
 // Warns of everything that the scene asks for and the stage passes over, with its place. What equals the
-// default, or what switches a missing feature off, asks for nothing.
-void report_unsupported(const World& world, const RenderCommand& command);
+// default, or what switches a missing feature off, asks for nothing. Files that the camera names are told of
+// when `outputs` take their place.
+void report_unsupported(const World& world, const RenderCommand& command,
+                        std::span<const std::string> outputs);
 
 } // namespace stage

@@ -156,6 +156,7 @@ void Flattener::visit(miTag tag, const Inherited& parent, int depth) {
     case miSCENE_CAMERA:
         if (tag == command_.camera_instance && !camera_) {
             camera_ = in;
+            note_motion(tag, in_motion(in));
             world_.camera = item->as<miCamera>();
         }
         return;
@@ -181,6 +182,11 @@ Element& Flattener::leaf_for_path(Element& instance, const Inherited& in) {
     return *leaf;
 }
 
+void Flattener::note_motion(miTag instance, bool moves) {
+    if (moves && world_.first_moving == miNULLTAG)
+        world_.first_moving = instance;
+}
+
 void Flattener::add_object(Element& instance, const Element& object_element, const Inherited& in) {
     const auto* object = object_element.as<miObject>();
     if (!object->triangles || object->triangles->triangle_count == 0)
@@ -194,7 +200,8 @@ void Flattener::add_object(Element& instance, const Element& object_element, con
     w.object = object;
     w.triangles = object->triangles;
     const bool deforms = object->triangles->motion_offset >= 0;
-    w.has_motion = !in.no_motion && (deforms || !(in.motion_to_world == in.to_world));
+    w.has_motion = !in.no_motion && (deforms || in_motion(in));
+    note_motion(leaf.tag, w.has_motion);
 
     const bool trace = switch_of(in.trace, object->trace);
     const miUint1 shadow = mode_of(in.shadow, object->shadow);
@@ -249,6 +256,7 @@ void Flattener::check_labels(const WorldInstance& w, const Element& instance, co
 void Flattener::add_light(Element& instance, const Element& light, const Inherited& in) {
     WorldLight w;
     w.has_motion = moves(in);
+    note_motion(instance.tag, in_motion(in));
     w.instance = leaf_for_path(instance, in).tag;
     w.placed = instance.tag;
     w.light_tag = light.tag;

@@ -43,11 +43,12 @@ public:
     [[nodiscard]] const std::optional<Inherited>& camera() const { return camera_; }
     [[nodiscard]] const std::vector<Inherited>& instance_spaces() const { return instance_spaces_; }
     [[nodiscard]] const std::vector<Inherited>& light_spaces() const { return light_spaces_; }
-    [[nodiscard]] bool moves(const Inherited& in) const {
-        return world_.shutter_opens() && !(in.motion_to_world == in.to_world);
-    }
+    [[nodiscard]] bool moves(const Inherited& in) const { return world_.shutter_opens() && in_motion(in); }
 
 private:
+    // Whatever the options say.
+    static bool in_motion(const Inherited& in) { return !(in.motion_to_world == in.to_world); }
+    void note_motion(miTag instance, bool moves);
     void visit(miTag tag, const Inherited& parent, int depth);
     void visit_group(const Element& group, const Inherited& in, int depth);
     void add_object(Element& instance, const Element& object, const Inherited& in);

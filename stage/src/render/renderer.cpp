@@ -51,7 +51,8 @@ Renderer::Renderer(Scene& scene, const RenderCommand& command, const RenderSetti
     f.place = command.place;
     // Inside the arena, so that building is limited to its threads too.
     f.arena.execute([&] { world_ = std::make_unique<World>(scene, command, settings.camera_space); });
-    report_unsupported(*world_, command);
+    if (leads())
+        report_unsupported(*world_, command, settings.outputs);
     f.options = *world_->options;
     apply_demands(scene, f.options);
     world_->options = &f.options;

@@ -122,6 +122,7 @@ public:
     std::vector<WorldLight> lights;
     std::vector<miTag> light_tags;    // instances of `lights`, in order
     bool moving = false;              // something moves and the options ask for motion
+    miTag first_moving = miNULLTAG;   // instance that the scene sets in motion, whatever the options say
     bool camera_moves = false;        // while the shutter is open:
     Matrix camera_motion_to_internal; // at time 1
     bool all_block = true;            // what casts shadows lets no light through

@@ -195,6 +195,7 @@ struct Element {
     std::atomic<Image*> loaded_image{nullptr}; // the same, once it can be used without the guard
     std::vector<std::pair<std::string, std::string>> string_options; // miSCENE_OPTIONS
     std::vector<miTag> state_shaders;       // miSCENE_OPTIONS: in the order of their calls
+    bool motion_said = false;               // miSCENE_OPTIONS: that it is on or that it is off
     std::atomic<bool> lacks_energy{false};  // miSCENE_LIGHT: states none, and no shader has asked for it yet
     std::atomic<bool> origin_missed{false}; // miSCENE_LIGHT: told that its shader does not see the origin
     std::atomic<bool> direction_missed{false};   // miSCENE_LIGHT: the same of its direction
