@@ -104,8 +104,8 @@ const std::vector<miVector2d>& texels(Order order) {
     static const auto make = [](Order wanted) {
         std::vector<miVector2d> points;
         for (miUint k = 0; k < texel_count; ++k) {
-            const auto u = static_cast<float>(k % texels_per_side) + 0.5f,
-                       v = static_cast<float>(k / texels_per_side) + 0.5f;
+            const miUint column = k % texels_per_side, row = k / texels_per_side;
+            const float u = static_cast<float>(column) + 0.5f, v = static_cast<float>(row) + 0.5f;
             points.push_back(wanted == Order::rows
                                  ? miVector2d{u / texels_per_side, v / texels_per_side}
                                  : miVector2d{random_number(2 * k), random_number(2 * k + 1)});

@@ -56,6 +56,11 @@ TEST(StageDemands, AreMetOrTold) {
         {"motion on shutter 1", "", "", lamp + moves + " end instance", "\"i\""},
         {"", "", "", lamp + "hide on end instance", "\"i\""},
         {"motion off shutter 1", "", "", lamp + moves + " end instance", "\"i\""},
+        {"", "", "",
+         lamp + moves +
+             " end instance instgroup \"g\" \"i\" end instgroup instance \"held\" \"g\" motion off end "
+             "instance",
+         "\"held\""},
         {"shutter 1", "framebuffer \"b\" datatype \"m\"", "4:50: \"i\": its motion is not shown: the options",
          lamp + moves + " end instance", "\"i\""},
         {"", "framebuffer \"b\" datatype \"m\"", "", lamp + moves + " end instance", "\"i\""},

@@ -76,8 +76,8 @@ private:
 
 // Writes rows that run from the top. The file is made in memory: the formats' writers lose the error of a
 // disk that is full when they close it.
-void write_rows(const std::string& path, const std::string& format, const ImageSpec& spec, TypeDesc type,
-                const std::vector<std::byte>& pixels) {
+void write_rows(const std::string& path, const std::string& format, const ImageSpec& spec,
+                const TypeDesc& type, const std::vector<std::byte>& pixels) {
     OIIO::Filesystem::IOVecOutput memory;
     auto output = ImageOutput::create(format);
     if (!output)

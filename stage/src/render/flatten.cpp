@@ -45,10 +45,10 @@ void inherit_space(Inherited& in, const Element& element, const miInstance& inst
     in.to_local = in.to_local * to_local;
     in.to_world = to_parent * in.to_world;
     in.motion_to_world = motion_to_parent * in.motion_to_world;
-    if (instance.gen_motion == 2) {
+    if (instance.gen_motion == 2)
         in.no_motion = true;
+    if (in.no_motion) // what stands in it too, whatever motion it has of its own
         in.motion_to_world = in.to_world;
-    }
 }
 
 void inherit_flag(miUint1& inherited, miUint1 own) {
