@@ -1,5 +1,4 @@
 // Queries, the database and names.
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -107,11 +106,8 @@ shader "next" "tint" () shader "fn" "tint" ( "a" 2.5, "b" 1 2 3 4, "c" [ 9 ] ))"
                                     {miQ_GROUP_NKIDS, miTag{999999}},
                                     {miQ_SAMPLE_OVERRIDE, miTag{miNULLTAG}}})
         EXPECT_TRUE(unanswered(stage, code, tag)) << code << " of another kind of element";
-    for (const int code : {-1, 0, 1, 9, 80, 162, 1000000}) {
-        miQ_type unknown; // through a variable, as a shader of a later interface might ask
-        std::memcpy(&unknown, &code, sizeof code);
-        EXPECT_TRUE(unanswered(stage, unknown, inst)) << code;
-    }
+    for (const int code : {0, 1, 9, 80, 162, 255}) // as a shader of a later interface might ask
+        EXPECT_TRUE(unanswered(stage, static_cast<miQ_type>(code), inst)) << code;
     Stage moving(false, true);
     int moves = 0;
     EXPECT_TRUE(mi_query(miQ_SAMPLE_MOVING, &moving.state, miNULLTAG, &moves) && moves);
