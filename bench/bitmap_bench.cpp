@@ -75,7 +75,8 @@ struct Place {
 std::vector<Place> rows() {
     std::vector<Place> places(look_ups);
     for (std::size_t i = 0; i < look_ups; ++i) {
-        const auto x = static_cast<float>(i % 128) * box, y = static_cast<float>(i / 128) * box;
+        const std::size_t column = i % 128, row = i / 128;
+        const float x = static_cast<float>(column) * box, y = static_cast<float>(row) * box;
         places[i] = {0.4f + 0.8f * x - 0.6f * y, 0.1f + 0.6f * x + 0.8f * y};
     }
     return places;
