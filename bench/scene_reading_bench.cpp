@@ -64,7 +64,7 @@ void write_file(const std::string& path) {
 
 const std::string& file_name() {
     static const std::string name = [] {
-        const std::string path =
+        std::string path =
             (std::filesystem::temp_directory_path() / ("scene_reading_" + std::to_string(getpid()) + ".mi"))
                 .string();
         write_file(path);

@@ -26,8 +26,9 @@ std::vector<float> texels(const Pattern& pattern, int width, int height, int n) 
         for (int column = 0; column < width; ++column) {
             Color sum{};
             for (int i = 0; i < n * n; ++i) {
-                const double x = (column + (i % n + 0.5) / n) / width,
-                             y = 1 - (row + (i / n + 0.5) / n) / height;
+                const int right = i % n, down = i / n;
+                const double x = (column + (right + 0.5) / n) / width,
+                             y = 1 - (row + (down + 0.5) / n) / height;
                 const Color c = pattern(x, y);
                 sum = {sum.r + c.r, sum.g + c.g, sum.b + c.b};
             }

@@ -55,7 +55,7 @@ std::shared_ptr<Source> Source::open(const std::string& path) {
     if (!S_ISREG(status.st_mode))
         throw std::runtime_error("cannot read \"" + path + "\": it is no file");
 
-    const std::shared_ptr<Source> source(new Source);
+    std::shared_ptr<Source> source(new Source);
     source->name_ = std::make_shared<const std::string>(path);
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
     source->folder_ = folder.empty() ? std::string(1, '.') : folder.string();
@@ -81,7 +81,7 @@ std::shared_ptr<Source> Source::open(const std::string& path) {
 }
 
 std::shared_ptr<Source> Source::from_text(std::string_view text, std::string name, std::string folder) {
-    const std::shared_ptr<Source> source(new Source);
+    std::shared_ptr<Source> source(new Source);
     source->name_ = std::make_shared<const std::string>(std::move(name));
     source->folder_ = std::move(folder);
     source->text_ = text;

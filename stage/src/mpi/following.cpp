@@ -20,7 +20,7 @@ public:
         if (!speaker_.joinable())
             return;
         frame_.stopped = true;
-        close();
+        FollowingSource::close();
     }
 
     // Waits too while many samples are still to be sent: the memory for them is bounded.

@@ -63,8 +63,10 @@ inline float sample_time(std::uint32_t x, std::uint32_t y, std::uint32_t index, 
     auto stride = static_cast<std::uint32_t>(0.6180339887498949 * count);
     while (std::gcd(stride, grid) != 1)
         ++stride;
-    const double turn = unit_float(mix_bits(pixel_seed(x, y, seed) ^ 3u)) +
-                        static_cast<double>(std::uint64_t{index} * stride % count) / count;
+    // NOLINTNEXTLINE(clang-analyzer-core.UndefinedBinaryOperatorResult): a grid has a cell at least.
+    const std::uint64_t place = std::uint64_t{index} * stride % count;
+    const double turn =
+        unit_float(mix_bits(pixel_seed(x, y, seed) ^ 3u)) + static_cast<double>(place) / count;
     return std::min(static_cast<float>(turn - std::floor(turn)), below_one);
 }
 
