@@ -2,7 +2,12 @@
 orl_add_picture_test(stage/furnace 160 120)
 orl_add_picture_test(stage/white_room 160 120)
 orl_add_picture_test(stage/bright_panel 16 12)
-orl_add_picture_test(stage/gathered_room 16 12)
+
+set(folder ${ORL_TEST_OUTPUT_DIR}/gathered_room)
+orl_add_steps_test(picture_gathered_room ${folder}
+    $<TARGET_FILE:stage> ${PROJECT_SOURCE_DIR}/scenes/stage/gathered_room.mi -o ${folder}/gathered_room.exr ${libraries}
+    --resolution 16 12 --samples 256 -- $<TARGET_FILE:picture_check> ${folder}/gathered_room.exr --output ${folder}
+    --expect ${CMAKE_CURRENT_SOURCE_DIR}/expected/gathered_room.txt)
 
 set(folder ${ORL_TEST_OUTPUT_DIR}/coloured_room)
 set(commands "")
