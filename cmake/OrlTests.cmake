@@ -72,7 +72,7 @@ function(orl_add_test name)
     target_link_libraries(${name} PRIVATE ${arg_LIBS} orl_platform orl_warnings GTest::gmock_main)
     target_include_directories(${name} PRIVATE ${PROJECT_BINARY_DIR}/test_include)
     # Optimising the tests' own code costs more than it saves: they run in seconds, and compiling them is half of a
-    # build. What they test is optimised as ever.
+    # build. What they link is optimised as ever; what headers give them is not.
     target_compile_options(${name} PRIVATE -O0)
     foreach(library IN LISTS arg_LOADS)
         string(TOUPPER ${library} macro)
